@@ -1,0 +1,14 @@
+# What `cmake --install` puts in place: the library, its public headers, a pkg-config file and a CMake package.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS Tq4_c_objectD-1.0 EXPORT tq4Targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/tq4 DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(EXPORT tq4Targets NAMESPACE tq4:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tq4)
+
+configure_package_config_file(cmake/tq4Config.cmake.in ${PROJECT_BINARY_DIR}/tq4Config.cmake
+                              INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tq4)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/tq4ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+configure_file(cmake/tq4.pc.in ${PROJECT_BINARY_DIR}/tq4.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tq4Config.cmake ${PROJECT_BINARY_DIR}/tq4ConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tq4)
+install(FILES ${PROJECT_BINARY_DIR}/tq4.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

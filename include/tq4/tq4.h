@@ -1,0 +1,13 @@
+/* tq4.h: the whole library. */
+#ifndef TQ4_TQ4_H
+#define TQ4_TQ4_H
+
+#include "tq4/api.h"
+#include "tq4/byte_order.h"
+#include "tq4/cxx_support.h"
+#include "tq4/debug.h"
+#include "tq4/object.h"
+#include "tq4/string.h"
+#include "tq4/system.h"
+
+#endif

@@ -1,0 +1,41 @@
+// cxx_support: the replaceable hooks through which nested objects are made and destroyed.
+//
+// One mutable table. It is the one file that names the modules whose objects others nest; everybody else goes through
+// the table. A hook whose module is not part of the library yet gives null.
+#include "tq4/cxx_support.h"
+#include "module.hpp"
+#include "tq4/string.h"
+
+namespace {
+
+void cxx_delete(void *handle) {
+    if (handle) Tq4_object_of(handle)->oitf->Delete(handle);
+}
+
+void *cxx_new_string() { return Tq4_string_oitf->Create(nullptr); }
+void *cxx_not_available() { return nullptr; }
+
+// A setter for each slot: replaces the hook it is named for.
+extern Tq4_cxx_support_ api_Tq4_cxx_support;
+template <auto Slot, class Hook> void set_hook(Hook hook) { api_Tq4_cxx_support.*Slot = hook; }
+
+constinit Tq4_cxx_support_ api_Tq4_cxx_support = {
+    .delete_obj = cxx_delete,
+    .new_string = cxx_new_string,
+    .new_array = cxx_not_available,
+    .new_value = cxx_not_available,
+    .new_table = cxx_not_available,
+    .new_key = cxx_not_available,
+    .new_state = cxx_not_available,
+    .set_delete = set_hook<&Tq4_cxx_support_::delete_obj>,
+    .set_new_string = set_hook<&Tq4_cxx_support_::new_string>,
+    .set_new_array = set_hook<&Tq4_cxx_support_::new_array>,
+    .set_new_value = set_hook<&Tq4_cxx_support_::new_value>,
+    .set_new_table = set_hook<&Tq4_cxx_support_::new_table>,
+    .set_new_key = set_hook<&Tq4_cxx_support_::new_key>,
+    .set_new_state = set_hook<&Tq4_cxx_support_::new_state>,
+};
+
+} // namespace
+
+extern "C" constinit Tq4_cxx_support_ *const Tq4_cxx_support = &api_Tq4_cxx_support;

@@ -1,0 +1,152 @@
+// module.hpp: how a record becomes a module.
+//
+// A module writes a record (its fields and operations as members), a table of operations, and TQ4_MODULE(name).
+// Everything that all modules share stands here once: the handle arithmetic, the answer to a null handle, chaining,
+// and the object-level operations.
+//
+// The module's record lies behind its Tq4_object in one allocation; real_obj points at it.
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <type_traits>
+
+#include "tq4/object.h"
+
+// A zeroed Tq4_object with room for a record of the given size behind it. Freed by Tq4_object_oitf->Delete.
+Tq4_object *Tq4_object_allocate(std::size_t record_size);
+
+inline Tq4_object *Tq4_object_of(const void *handle) {
+    auto *at = static_cast<const char *>(handle) - offsetof(Tq4_object, itf);
+    return const_cast<Tq4_object *>(reinterpret_cast<const Tq4_object *>(at));
+}
+
+// The record behind a handle; null for null.
+template <class Record> Record *Tq4_record(const void *handle) {
+    return handle ? static_cast<Record *>(Tq4_object_of(handle)->real_obj) : nullptr;
+}
+
+// A member function of a record as a slot: converts to the slot's own function type. A null handle yields the zero of
+// the result type; a method that returns nothing in a slot that returns the handle chains.
+template <auto Method> struct Tq4_op_of;
+
+template <class Record, auto Method, class Result> struct Tq4_op_base {
+    template <class R, class H, class... A> using slot = R (*)(H, A...);
+    template <class R, class H, class... A> constexpr operator slot<R, H, A...>() const {
+        return [](H handle, A... args) -> R {
+            if (!handle) return R();
+            Record *record = static_cast<Record *>(Tq4_object_of(handle)->real_obj);
+            if constexpr (std::is_void_v<Result> && !std::is_void_v<R>) {
+                static_assert(std::is_same_v<R, H>, "a method without a result chains the handle");
+                (record->*Method)(args...);
+                return handle;
+            } else {
+                return (record->*Method)(args...);
+            }
+        };
+    }
+};
+
+template <class Record, class Result, class... Args, Result (Record::*Method)(Args...)> struct Tq4_op_of<Method>
+    : Tq4_op_base<Record, Method, Result> {};
+
+template <class Record, class Result, class... Args, Result (Record::*Method)(Args...) const> struct Tq4_op_of<Method>
+    : Tq4_op_base<const Record, Method, Result> {};
+
+template <auto Method> inline constexpr Tq4_op_of<Method> Tq4_op{};
+
+// The creation parameter on its way into a record's constructor, which names the type it expects.
+struct Tq4_param {
+    const void *value;
+    template <class T> operator const T *() const { return static_cast<const T *>(value); }
+};
+
+// The object-level operations of every module, from what its record can do: a constructor that takes a pointer to its
+// parameter or nothing, Reset(), Copy(const Record *) where null empties, and Equal(const Record &) const. A record
+// whose duplicate is more than a copy of a fresh object has Duplicate(const Record &), called on the fresh one.
+template <class Record> struct Tq4_object_ops {
+    static_assert(alignof(Record) <= alignof(std::max_align_t));
+
+    static Record *Construct(void *room, const void *param) {
+        if constexpr (std::is_constructible_v<Record, Tq4_param>)
+            return new (room) Record(Tq4_param{param});
+        else
+            return new (room) Record();
+    }
+    static void *Create(const Tq4_object_itf *oitf, const void *itf, Record *(*construct)(void *, const void *),
+                        const void *param) {
+        Tq4_object *object = Tq4_object_allocate(sizeof(Record));
+        object->oitf = oitf;
+        object->itf = itf;
+        object->real_obj = object + 1;
+        construct(object->real_obj, param);
+        return &object->itf;
+    }
+    static void Delete(void *handle, void (*destroy)(Record *)) {
+        if (!handle) return;
+        Tq4_object *object = Tq4_object_of(handle);
+        if (!object->itf) return; // deleted before, and the memory is still intact
+        destroy(static_cast<Record *>(object->real_obj));
+        object->real_obj = nullptr;
+        object->itf = nullptr;
+        Tq4_object_oitf->Delete(object);
+    }
+    static void Reset(void *handle) {
+        if (handle) Tq4_record<Record>(handle)->Reset();
+    }
+    static void Copy(void *destination, const void *source) {
+        if (destination) Tq4_record<Record>(destination)->Copy(Tq4_record<const Record>(source));
+    }
+    static int Equal(const void *a, const void *b) {
+        if (!a || !b) return a == b;
+        return Tq4_record<const Record>(a)->Equal(*Tq4_record<const Record>(b));
+    }
+    static void *Dup(const void *handle, void *(*create)(const void *)) {
+        if (!handle) return nullptr;
+        void *duplicate = create(nullptr);
+        auto *source = Tq4_record<const Record>(handle);
+        if constexpr (requires(Record & r) { r.Duplicate(*source); })
+            Tq4_record<Record>(duplicate)->Duplicate(*source);
+        else
+            Tq4_record<Record>(duplicate)->Copy(source);
+        return duplicate;
+    }
+};
+
+// One line declares a module: its constructor and destructor, its object-level table and the exported pointer to it.
+// Needs the record Tq4_xxx_obj and the table Tq4_xxx_itf before it.
+#define TQ4_MODULE(xxx)                                                                                                \
+    extern const Tq4_object_itf Tq4_##xxx##_obj_itf;                                                                   \
+    static Tq4_##xxx##_obj *Create_Tq4_##xxx##_obj(void *room, const void *param) {                                    \
+        return Tq4_object_ops<Tq4_##xxx##_obj>::Construct(room, param);                                                \
+    }                                                                                                                  \
+    static void Delete_Tq4_##xxx##_obj(Tq4_##xxx##_obj *record) { record->~Tq4_##xxx##_obj(); }                        \
+    static void *Tq4_##xxx##_itf_Create(const void *param) {                                                           \
+        return Tq4_object_ops<Tq4_##xxx##_obj>::Create(&Tq4_##xxx##_obj_itf, &Tq4_##xxx##_itf, Create_Tq4_##xxx##_obj, \
+                                                       param);                                                         \
+    }                                                                                                                  \
+    static void Tq4_##xxx##_itf_Delete(void *handle) {                                                                 \
+        Tq4_object_ops<Tq4_##xxx##_obj>::Delete(handle, Delete_Tq4_##xxx##_obj);                                       \
+    }                                                                                                                  \
+    static void Tq4_##xxx##_itf_Reset(void *handle) { Tq4_object_ops<Tq4_##xxx##_obj>::Reset(handle); }                \
+    static void Tq4_##xxx##_itf_Copy(void *destination, const void *source) {                                          \
+        Tq4_object_ops<Tq4_##xxx##_obj>::Copy(destination, source);                                                    \
+    }                                                                                                                  \
+    static int Tq4_##xxx##_itf_Equal(const void *a, const void *b) {                                                   \
+        return Tq4_object_ops<Tq4_##xxx##_obj>::Equal(a, b);                                                           \
+    }                                                                                                                  \
+    static void *Tq4_##xxx##_itf_Dup(const void *handle) {                                                             \
+        return Tq4_object_ops<Tq4_##xxx##_obj>::Dup(handle, Tq4_##xxx##_itf_Create);                                   \
+    }                                                                                                                  \
+    constinit const Tq4_object_itf Tq4_##xxx##_obj_itf = {                                                             \
+        .Create = Tq4_##xxx##_itf_Create,                                                                              \
+        .Delete = Tq4_##xxx##_itf_Delete,                                                                              \
+        .Reset = Tq4_##xxx##_itf_Reset,                                                                                \
+        .Copy = Tq4_##xxx##_itf_Copy,                                                                                  \
+        .Equal = Tq4_##xxx##_itf_Equal,                                                                                \
+        .Dup = Tq4_##xxx##_itf_Dup,                                                                                    \
+        .Owner = Tq4_object_Owner,                                                                                     \
+        .Id = Tq4_object_Id,                                                                                           \
+    };                                                                                                                 \
+    extern "C" constinit const Tq4_object_itf *const Tq4_##xxx##_oitf = &Tq4_##xxx##_obj_itf;
