@@ -1,0 +1,140 @@
+// base64.cpp: standard Base64, written in lines of 80 characters.
+//
+// The encoder writes whole lines of 60 bytes through a kernel and the rest group by group. The decoder lets a kernel
+// run over plain groups and takes the groups that hold padding or a line break by themselves, one character at a time;
+// so the rules stand once, and the cost is the kernel's for every usual text. The output never exceeds the announced
+// room: a group is written only when its four characters have been read.
+#include "base/charset/base64.hpp"
+
+#include <array>
+
+#include "base/charset/base64_kernels.hpp"
+
+namespace {
+
+// What a character stands for: its six bits, or one of these. The low six bits of padding are 0: it fills its place in
+// the group with zeros.
+enum : uint8_t { invalid = 0x40, padding = 0x80, line_break = 0xC0 };
+
+constexpr auto values = [] {
+    std::array<uint8_t, 256> table{};
+    table.fill(invalid);
+    for (uint8_t value = 0; value < 64; ++value) table[static_cast<uint8_t>(base64_alphabet[value])] = value;
+    table['='] = padding;
+    table['\r'] = table['\n'] = line_break;
+    return table;
+}();
+
+uint8_t *encode_group(uint32_t bits, uint8_t *out) {
+    for (int shift = 18; shift >= 0; shift -= 6) *out++ = static_cast<uint8_t>(base64_alphabet[bits >> shift & 0x3F]);
+    return out;
+}
+
+uint8_t *encode_groups(const uint8_t *in, std::size_t groups, uint8_t *out) {
+    for (; groups > 0; --groups, in += 3)
+        out = encode_group(static_cast<uint32_t>(in[0] << 16 | in[1] << 8 | in[2]), out);
+    return out;
+}
+
+uint8_t *encode_rest(const uint8_t *in, std::size_t size, uint8_t *out) {
+    if (size == 0) return out;
+    out = encode_group(static_cast<uint32_t>(in[0] << 16 | (size == 2 ? in[1] << 8 : 0)), out);
+    out[-1] = '=';
+    if (size == 1) out[-2] = '=';
+    return out;
+}
+
+void encode_lines(const uint8_t *in, std::size_t lines, uint8_t *out) {
+    for (; lines > 0; --lines, in += base64_line_bytes) {
+        out = encode_groups(in, base64_line_bytes / 3, out);
+        *out++ = '\n';
+    }
+}
+
+void decode_groups(Base64_cursor &cursor) {
+    while (cursor.in_end - cursor.in >= 4) {
+        const uint8_t *in = cursor.in;
+        const uint8_t a = values[in[0]], b = values[in[1]], c = values[in[2]], d = values[in[3]];
+        if ((a | b | c | d) > 0x3F) return;
+        cursor.out[0] = static_cast<uint8_t>(a << 2 | b >> 4);
+        cursor.out[1] = static_cast<uint8_t>(b << 4 | c >> 2);
+        cursor.out[2] = static_cast<uint8_t>(c << 6 | d);
+        cursor.in += 4;
+        cursor.out += 3;
+    }
+}
+
+// Decodes one group character by character; false at the end of the input or at an invalid character.
+bool decode_group(Base64_cursor &cursor) {
+    uint8_t group[4];
+    for (int have = 0; have < 4;) {
+        if (cursor.in == cursor.in_end) return false;
+        const uint8_t value = values[*cursor.in++];
+        if (value == invalid) return false;
+        if (value != line_break) group[have++] = value;
+    }
+    // Each byte after the first hangs on its own last character alone, so "AA=A" gives the first and the third.
+    *cursor.out++ = static_cast<uint8_t>(group[0] << 2 | (group[1] & 0x3F) >> 4);
+    if (group[2] != padding) *cursor.out++ = static_cast<uint8_t>(group[1] << 4 | group[2] >> 2);
+    if (group[3] != padding) *cursor.out++ = static_cast<uint8_t>(group[2] << 6 | group[3]);
+    return true;
+}
+
+constexpr Base64_kernel portable = {
+    .name = "portable",
+    .is_supported = [] { return true; },
+    .encode_lines = encode_lines,
+    .decode_groups = decode_groups,
+};
+
+constexpr const Base64_kernel *kernels[] = {
+    &portable,
+#if defined(__x86_64__)
+    &base64_avx2,
+    &base64_avx512,
+#endif
+};
+
+const Base64_kernel &fastest_kernel() {
+    static const Base64_kernel *const chosen = [] {
+        const Base64_kernel *best = &portable;
+        for (const Base64_kernel *kernel : base64_kernels())
+            if (kernel->is_supported()) best = kernel;
+        return best;
+    }();
+    return *chosen;
+}
+
+} // namespace
+
+std::span<const Base64_kernel *const> base64_kernels() { return kernels; }
+
+std::size_t base64_encoded_size(std::size_t n) {
+    const std::size_t line_feeds = n / base64_line_bytes;
+    std::size_t size = 0;
+    if (__builtin_mul_overflow(n / 3 + (n % 3 != 0), std::size_t{4}, &size) ||
+        __builtin_add_overflow(size, line_feeds, &size))
+        return static_cast<std::size_t>(-1);
+    return size;
+}
+
+std::size_t base64_encode_by(const Base64_kernel &kernel, Tq4_bytes in, uint8_t *out) {
+    const std::size_t lines = in.size / base64_line_bytes;
+    kernel.encode_lines(in.data, lines, out);
+    const uint8_t *rest = in.data + lines * base64_line_bytes;
+    const std::size_t groups = in.size % base64_line_bytes / 3;
+    uint8_t *at = encode_groups(rest, groups, out + lines * base64_line_characters);
+    at = encode_rest(rest + groups * 3, in.size % 3, at);
+    return static_cast<std::size_t>(at - out);
+}
+
+std::size_t base64_decode_by(const Base64_kernel &kernel, Tq4_bytes in, uint8_t *out) {
+    Base64_cursor cursor = {in.data, in.data + in.size, out};
+    do kernel.decode_groups(cursor);
+    while (decode_group(cursor));
+    return static_cast<std::size_t>(cursor.out - out);
+}
+
+std::size_t base64_encode(Tq4_bytes in, uint8_t *out) { return base64_encode_by(fastest_kernel(), in, out); }
+
+std::size_t base64_decode(Tq4_bytes in, uint8_t *out) { return base64_decode_by(fastest_kernel(), in, out); }
