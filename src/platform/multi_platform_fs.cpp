@@ -1,0 +1,126 @@
+// multi_platform_fs: files, directories and paths.
+//
+// Splitting a path copies nothing: the parts are views into it. Making a directory that another process makes at the
+// same moment counts as success: what matters is that it is there afterwards.
+#include "platform/multi_platform_fs.hpp"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int type_directory = 1;
+constexpr int type_regular = 2;
+constexpr const char *separators = "/\\";
+constexpr std::size_t longest_prefix = 260;
+constexpr mode_t execute_bits = S_IXUSR | S_IXGRP | S_IXOTH;
+
+uint64_t size_of(int examined, const struct stat &status) {
+    return examined == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
+bool make_directory(const char *path, mode_t mode) {
+    if (MP_GetFileType(path) == type_directory || mkdir(path, mode) == 0) return true;
+    return errno == EEXIST && MP_GetFileType(path) == type_directory; // made by somebody else meanwhile
+}
+
+// Splits text at the last of the given characters into what stands before and behind it. False when there is none.
+bool split_at_last(std::string_view text, std::string_view characters, std::string_view *before,
+                   std::string_view *behind) {
+    const std::size_t at = text.find_last_of(characters);
+    if (at == std::string_view::npos) return false;
+    *before = text.substr(0, at);
+    *behind = text.substr(at + 1);
+    return true;
+}
+
+} // namespace
+
+int MP_GetDiskInfo(const char *path, uint64_t *block_size, uint64_t *total_blocks, uint64_t *free_blocks) {
+    struct statfs status;
+    if (!path || statfs(path, &status) != 0) return 0;
+    if (block_size) *block_size = static_cast<uint64_t>(status.f_bsize);
+    if (total_blocks) *total_blocks = status.f_blocks;
+    if (free_blocks) *free_blocks = status.f_bfree;
+    return 1;
+}
+
+char *MP_TempFile(char *name_template) {
+    const int descriptor = name_template ? mkostemp(name_template, O_CLOEXEC) : -1;
+    if (descriptor < 0) return name_template;
+    close(descriptor);
+    return nullptr; // deliberate: null is success
+}
+
+uint64_t MP_GetFileSize1(int descriptor) {
+    struct stat status;
+    return size_of(fstat(descriptor, &status), status);
+}
+
+uint64_t MP_GetFileSize2(const char *path) {
+    struct stat status;
+    return path ? size_of(stat(path, &status), status) : 0;
+}
+
+int MP_GetFileType(const char *path) {
+    struct stat status;
+    if (!path || stat(path, &status) != 0) return 0;
+    if (S_ISDIR(status.st_mode)) return type_directory;
+    return S_ISREG(status.st_mode) ? type_regular : 0;
+}
+
+void MP_SpliteFileName2(const char *path, std::string_view *directory, std::string_view *file) {
+    const std::string_view whole = path ? path : "";
+    if (MP_GetFileType(path) == type_directory) {
+        *directory = whole;
+        if (std::strchr(separators, whole.back())) directory->remove_suffix(1);
+        *file = "*.*";
+    } else if (!split_at_last(whole, separators, directory, file)) {
+        *directory = {};
+        *file = whole;
+    }
+}
+
+void MP_SpliteFileName1(const char *path, std::string_view *directory, std::string_view *name,
+                        std::string_view *extension) {
+    std::string_view file;
+    MP_SpliteFileName2(path, directory, &file);
+    if (!split_at_last(file, ".", name, extension)) {
+        *name = file;
+        *extension = {};
+    }
+}
+
+int MP_MkdirBeforCreateFile(const char *path, mode_t mode) {
+    if (!path) return -1;
+    const char *start = path[0] == '\\' && path[1] == '\\' ? std::strchr(path, '$') : path;
+    if (!start) return -1;
+    for (const char *end = start; (end = std::strpbrk(end, separators)); ++end) {
+        const auto length = static_cast<std::size_t>(end - path);
+        if (length > longest_prefix) break;
+        char prefix[longest_prefix + 2];
+        std::memcpy(prefix, path, length);
+        std::memcpy(prefix + length, "/", 2);
+        if (!make_directory(prefix, mode)) return -1;
+    }
+    return 0;
+}
+
+int MP_SafeOpen(const char *path, int flags, mode_t mode) {
+    if (!path) {
+        errno = EFAULT;
+        return -1;
+    }
+    if (flags & O_CREAT) MP_MkdirBeforCreateFile(path, mode | execute_bits); // a failure shows in the open
+    for (;;) {
+        const int descriptor = open(path, flags | O_CLOEXEC, mode);
+        if (descriptor >= 0 || errno != EINTR) return descriptor;
+    }
+}
+
+int MP_FileGetLastError() { return errno; }

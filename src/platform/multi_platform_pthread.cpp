@@ -1,0 +1,189 @@
+// multi_platform_pthread: a thin layer over POSIX threads; see the header for the conventions of results.
+//
+// All timed waits take an absolute wall-clock deadline, computed once, so a wait that a signal interrupts is simply
+// entered again. Seconds and milliseconds are added as separate fields: the largest time-out is 1.8e16 seconds, which
+// added to today still is a fraction of what a 64-bit second holds.
+#include "platform/multi_platform_pthread.hpp"
+
+#include <cerrno>
+#include <csignal>
+#include <unistd.h>
+
+static_assert(sizeof(time_t) == 8, "a deadline of any time-out fits");
+
+namespace {
+
+template <class Wait> int wait_through_signals(Wait wait) {
+    for (;;) {
+        const int result = wait();
+        if (result != -1 || errno != EINTR) return result;
+    }
+}
+
+timespec deadline_after(unsigned long ms) {
+    timespec deadline;
+    MP_BuildTimeSpec(&deadline, ms);
+    return deadline;
+}
+
+} // namespace
+
+timespec MP_AddToTimeSpec(timeval now, unsigned long ms) {
+    timespec sum{now.tv_sec + static_cast<time_t>(ms / 1000),
+                 now.tv_usec * 1000 + static_cast<long>(ms % 1000) * 1000000};
+    if (sum.tv_nsec > 999999999) {
+        sum.tv_sec += 1;
+        sum.tv_nsec -= 1000000000;
+    }
+    return sum;
+}
+
+void MP_BuildTimeSpec(timespec *deadline, unsigned long ms) {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    *deadline = MP_AddToTimeSpec(now, ms);
+}
+
+uint64_t MP_THREAD_GetTickCount() {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+}
+
+int MP_THREAD_mutex_init(MP_THREAD_mutex *mutex, int, const char *) { return !pthread_mutex_init(mutex, nullptr); }
+void MP_THREAD_mutex_destroy(MP_THREAD_mutex *mutex) { pthread_mutex_destroy(mutex); }
+int MP_THREAD_mutex_lock(MP_THREAD_mutex *mutex) { return pthread_mutex_lock(mutex); }
+
+int MP_THREAD_mutex_trylock(MP_THREAD_mutex *mutex, unsigned long ms) {
+    if (ms == TQ4_ALL_ONES) return pthread_mutex_lock(mutex);
+    const timespec deadline = deadline_after(ms);
+    return pthread_mutex_timedlock(mutex, &deadline);
+}
+
+int MP_THREAD_mutex_unlock(MP_THREAD_mutex *mutex) { return !pthread_mutex_unlock(mutex); }
+
+int MP_THREAD_mutex_islock(MP_THREAD_mutex *mutex) {
+    if (pthread_mutex_trylock(mutex) != 0) return 0;
+    pthread_mutex_unlock(mutex);
+    return 1; // deliberate: 1 means it was free; the mutex object's IsLocked hands this on
+}
+
+int MP_THREAD_CriticalSection_init(MP_THREAD_CriticalSection *section) {
+    pthread_mutexattr_t attributes;
+    if (pthread_mutexattr_init(&attributes) != 0) return 0;
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    const int error = pthread_mutex_init(section, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+    return !error;
+}
+
+int MP_THREAD_CriticalSection_destroy(MP_THREAD_CriticalSection *section) { return pthread_mutex_destroy(section); }
+int MP_THREAD_CriticalSection_lock(MP_THREAD_CriticalSection *section) { return pthread_mutex_lock(section); }
+int MP_THREAD_CriticalSection_unlock(MP_THREAD_CriticalSection *section) { return pthread_mutex_unlock(section); }
+
+int MP_THREAD_Semaphore_init(MP_THREAD_Semaphore *semaphore, unsigned initial, unsigned, const char *) {
+    return !sem_init(semaphore, 0, initial);
+}
+
+void MP_THREAD_Semaphore_destroy(MP_THREAD_Semaphore *semaphore) { sem_destroy(semaphore); }
+
+int MP_THREAD_Semaphore_post(MP_THREAD_Semaphore *semaphore, long count) {
+    return count > 0 &&
+           !sem_post(semaphore); // deliberate: once, whatever the count; the semaphore's PostN relies on it
+}
+
+int MP_THREAD_Semaphore_wait(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
+    if (ms == 0) return MP_THREAD_Semaphore_trywait(semaphore);
+    if (ms == TQ4_ALL_ONES) return wait_through_signals([=] { return sem_wait(semaphore); });
+    const timespec deadline = deadline_after(ms);
+    return wait_through_signals([&] { return sem_timedwait(semaphore, &deadline); });
+}
+
+int MP_THREAD_Semaphore_trywait(MP_THREAD_Semaphore *semaphore) {
+    return wait_through_signals([=] { return sem_trywait(semaphore); });
+}
+
+int MP_THREAD_event_init(MP_THREAD_event *event, MP_THREAD_mutex *mutex) {
+    if (!MP_THREAD_mutex_init(mutex, 0, nullptr)) return 0;
+    if (pthread_cond_init(event, nullptr) == 0) return 1;
+    MP_THREAD_mutex_destroy(mutex);
+    return 0;
+}
+
+void MP_THREAD_event_destroy(MP_THREAD_event *event, MP_THREAD_mutex *mutex) {
+    pthread_cond_destroy(event);
+    MP_THREAD_mutex_destroy(mutex);
+}
+
+int MP_THREAD_event_signal(MP_THREAD_event *event) { return pthread_cond_signal(event); }
+int MP_THREAD_event_signal_all(MP_THREAD_event *event) { return pthread_cond_broadcast(event); }
+int MP_THREAD_event_reset(MP_THREAD_event *) { return 0; }
+
+int MP_THREAD_event_wait(MP_THREAD_event *event, unsigned long ms, MP_THREAD_mutex *mutex) {
+    if (ms == TQ4_ALL_ONES) return pthread_cond_wait(event, mutex);
+    const timespec deadline = deadline_after(ms);
+    return pthread_cond_timedwait(event, mutex, &deadline);
+}
+
+int MP_THREAD_Create(void *(*entry)(void *), void *argument, int mode, MP_THREAD_handle *thread, unsigned long *id) {
+    pthread_attr_t attributes;
+    if (mode != 1 || pthread_attr_init(&attributes) != 0) return 0;
+    // Detached from birth: detaching afterwards would touch a thread that may have ended and detached itself.
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_t handle;
+    const int error = pthread_create(&handle, &attributes, entry, argument);
+    pthread_attr_destroy(&attributes);
+    if (error) return 0;
+    if (thread) *thread = handle;
+    if (id) *id = handle;
+    return 1;
+}
+
+int MP_THREAD_GetPriority(MP_THREAD_handle thread) {
+    int policy;
+    sched_param parameters;
+    return pthread_getschedparam(thread, &policy, &parameters) == 0 ? parameters.sched_priority : -1;
+}
+
+int MP_THREAD_SetPriority(MP_THREAD_handle thread, int priority) {
+    sched_param parameters{};
+    parameters.sched_priority = priority;
+    return !pthread_setschedparam(thread, SCHED_FIFO, &parameters);
+}
+
+int MP_THREAD_KillThread(MP_THREAD_handle thread, unsigned long) { return !pthread_cancel(thread); }
+
+int MP_THREAD_SuspendThread(MP_THREAD_handle thread) {
+    pthread_kill(thread, SIGSTOP);
+    return 0;
+}
+
+int MP_THREAD_ResumeThread(MP_THREAD_handle thread) {
+    pthread_kill(thread, SIGCONT);
+    return 0;
+}
+
+int MP_THREAD_SetCancel() {
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, nullptr);
+    return 0;
+}
+
+void MP_THREAD_OnSIGQUIT(int) { pthread_exit(nullptr); }
+
+void MP_THREAD_Sigmask(int how, int signal) {
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, signal);
+    pthread_sigmask(how, &one, nullptr);
+}
+
+void MP_THREAD_Signal(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+pid_t MP_THREAD_GetLWP() { return gettid(); }
