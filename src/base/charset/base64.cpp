@@ -51,24 +51,49 @@ void encode_lines(const uint8_t *in, std::size_t lines, uint8_t *out) {
     }
 }
 
-void decode_groups(Base64_cursor &cursor) {
-    while (cursor.in_end - cursor.in >= 4) {
-        const uint8_t *in = cursor.in;
+std::size_t decode_groups(const uint8_t *in, std::size_t groups, uint8_t *out) {
+    for (std::size_t group = 0; group < groups; ++group, in += 4, out += 3) {
         const uint8_t a = values[in[0]], b = values[in[1]], c = values[in[2]], d = values[in[3]];
-        if ((a | b | c | d) > 0x3F) return;
-        cursor.out[0] = static_cast<uint8_t>(a << 2 | b >> 4);
-        cursor.out[1] = static_cast<uint8_t>(b << 4 | c >> 2);
-        cursor.out[2] = static_cast<uint8_t>(c << 6 | d);
-        cursor.in += 4;
-        cursor.out += 3;
+        if ((a | b | c | d) > 0x3F) return group;
+        out[0] = static_cast<uint8_t>(a << 2 | b >> 4);
+        out[1] = static_cast<uint8_t>(b << 4 | c >> 2);
+        out[2] = static_cast<uint8_t>(c << 6 | d);
+    }
+    return groups;
+}
+
+struct Cursor {
+    const uint8_t *in;
+    const uint8_t *end;
+    uint8_t *out;
+
+    std::size_t left() const { return static_cast<std::size_t>(end - in); }
+    bool at_line_break() const { return in != end && values[*in] == line_break; }
+};
+
+// Decodes plain groups and the line breaks between them up to anything else. Most texts have lines of one length, so
+// the break is looked for first where the last line had its own: then nothing in a line waits for the outcome of the
+// one before.
+Cursor decode_lines(const Base64_kernel &kernel, Cursor cursor) {
+    std::size_t line_length = cursor.left();
+    for (;;) {
+        const std::size_t left = cursor.left();
+        const bool as_before = line_length < left && values[cursor.in[line_length]] == line_break;
+        const std::size_t groups = kernel.decode_groups(cursor.in, (as_before ? line_length : left) / 4, cursor.out);
+        cursor.in += groups * 4;
+        cursor.out += groups * 3;
+        if (!cursor.at_line_break()) return cursor;
+        line_length = groups * 4;
+        do ++cursor.in;
+        while (cursor.at_line_break());
     }
 }
 
 // Decodes one group character by character; false at the end of the input or at an invalid character.
-bool decode_group(Base64_cursor &cursor) {
+bool decode_group(Cursor &cursor) {
     uint8_t group[4];
     for (int have = 0; have < 4;) {
-        if (cursor.in == cursor.in_end) return false;
+        if (cursor.in == cursor.end) return false;
         const uint8_t value = values[*cursor.in++];
         if (value == invalid) return false;
         if (value != line_break) group[have++] = value;
@@ -80,15 +105,8 @@ bool decode_group(Base64_cursor &cursor) {
     return true;
 }
 
-constexpr Base64_kernel portable = {
-    .name = "portable",
-    .is_supported = [] { return true; },
-    .encode_lines = encode_lines,
-    .decode_groups = decode_groups,
-};
-
 constexpr const Base64_kernel *kernels[] = {
-    &portable,
+    &base64_portable,
 #if defined(__x86_64__)
     &base64_avx2,
     &base64_avx512,
@@ -97,7 +115,7 @@ constexpr const Base64_kernel *kernels[] = {
 
 const Base64_kernel &fastest_kernel() {
     static const Base64_kernel *const chosen = [] {
-        const Base64_kernel *best = &portable;
+        const Base64_kernel *best = &base64_portable;
         for (const Base64_kernel *kernel : base64_kernels())
             if (kernel->is_supported()) best = kernel;
         return best;
@@ -106,6 +124,13 @@ const Base64_kernel &fastest_kernel() {
 }
 
 } // namespace
+
+constinit const Base64_kernel base64_portable = {
+    .name = "portable",
+    .is_supported = [] { return true; },
+    .encode_lines = encode_lines,
+    .decode_groups = decode_groups,
+};
 
 std::span<const Base64_kernel *const> base64_kernels() { return kernels; }
 
@@ -129,8 +154,8 @@ std::size_t base64_encode_by(const Base64_kernel &kernel, Tq4_bytes in, uint8_t 
 }
 
 std::size_t base64_decode_by(const Base64_kernel &kernel, Tq4_bytes in, uint8_t *out) {
-    Base64_cursor cursor = {in.data, in.data + in.size, out};
-    do kernel.decode_groups(cursor);
+    Cursor cursor = {in.data, in.data + in.size, out};
+    do cursor = decode_lines(kernel, cursor);
     while (decode_group(cursor));
     return static_cast<std::size_t>(cursor.out - out);
 }

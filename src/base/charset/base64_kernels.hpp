@@ -11,12 +11,6 @@
 alignas(64) inline constexpr char base64_alphabet[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-struct Base64_cursor {
-    const uint8_t *in;
-    const uint8_t *in_end;
-    uint8_t *out; // has room for three bytes for every four characters left
-};
-
 inline constexpr std::size_t base64_line_bytes = 60;
 inline constexpr std::size_t base64_line_characters = 81; // with the line feed
 
@@ -25,9 +19,9 @@ struct Base64_kernel {
     bool (*is_supported)(); // by this processor
     // Encodes whole lines of base64_line_bytes to base64_line_characters each.
     void (*encode_lines)(const uint8_t *in, std::size_t lines, uint8_t *out);
-    // Decodes groups of four characters of the alphabet and skips carriage returns and line feeds between groups; ends
-    // before the first group that holds anything else, and may end earlier.
-    void (*decode_groups)(Base64_cursor &cursor);
+    // Decodes groups of four characters to three bytes each, up to the first group with a character outside the
+    // alphabet (padding and line breaks are outside too). Returns how many; may write over the room of the others.
+    std::size_t (*decode_groups)(const uint8_t *in, std::size_t groups, uint8_t *out);
 };
 
 // All kernels of this build, in order. base64_encode and base64_decode use the last one that the processor supports.
@@ -36,6 +30,6 @@ std::span<const Base64_kernel *const> base64_kernels();
 std::size_t base64_encode_by(const Base64_kernel &kernel, Tq4_bytes in, uint8_t *out);
 std::size_t base64_decode_by(const Base64_kernel &kernel, Tq4_bytes in, uint8_t *out);
 
-// The rows of base64_x86.cpp.
+extern const Base64_kernel base64_portable;
 extern const Base64_kernel base64_avx2;
 extern const Base64_kernel base64_avx512;

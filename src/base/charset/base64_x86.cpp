@@ -1,32 +1,21 @@
 // base64_x86.cpp: the inner loops of Base64 for AVX2 and for AVX-512 with byte permutations.
 //
 // Encoding spreads three bytes over a 32-bit lane, cuts them into four 6-bit values and maps those to characters.
-// Decoding maps a vector of characters back, finds the first one outside the alphabet, and keeps the whole groups
-// before it; a line break between two groups is skipped in place, so lines whose length is a multiple of four never
-// leave the loop. A line is two or three vectors. No load or store passes the end of either block.
+// Decoding maps a vector of characters back and keeps the whole groups before the first one outside the alphabet. A
+// line is two or three vectors either way. No load or store passes the end of either block.
 #if defined(__x86_64__)
 
 #include <immintrin.h>
 
+#include <algorithm>
+#include <bit>
+
 #include "base/charset/base64_kernels.hpp"
 
-#define TQ4_AVX2 __attribute__((target("avx2,bmi")))
-#define TQ4_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,bmi,bmi2")))
+#define TQ4_AVX2 __attribute__((target("avx2")))
+#define TQ4_AVX512 __attribute__((target("avx512f,avx512bw,avx512vbmi")))
 
 namespace {
-
-inline bool is_line_break(uint8_t character) { return character == '\n' || character == '\r'; }
-
-// Takes count characters of the alphabet, and the line break after them when they end on a group. False when the
-// groups stop there.
-inline bool take_groups(Base64_cursor &cursor, unsigned count) {
-    cursor.in += count / 4 * 4;
-    cursor.out += count / 4 * 3;
-    if (count % 4 != 0 || cursor.in == cursor.in_end || !is_line_break(*cursor.in)) return false;
-    do ++cursor.in;
-    while (cursor.in != cursor.in_end && is_line_break(*cursor.in));
-    return true;
-}
 
 // From lanes of bytes b, a, c, b (low to high) of each group a b c to four 6-bit values in order.
 TQ4_AVX2 inline __m256i six_bits(__m256i spread) {
@@ -92,7 +81,9 @@ constexpr Nibble_sets foreign_sets = [] {
     return sets;
 }();
 
-TQ4_AVX2 inline __m256i load_16_twice(const uint8_t *at) { return _mm256_broadcastsi128_si256(load_16(at)); }
+TQ4_AVX2 inline __m256i load_16_twice(const void *at) {
+    return _mm256_broadcastsi128_si256(_mm_load_si128(static_cast<const __m128i *>(at)));
+}
 
 TQ4_AVX2 inline uint32_t foreign_characters(__m256i text, __m256i high_nibbles) {
     const __m256i low_nibbles = _mm256_and_si256(text, _mm256_set1_epi8(0x0F));
@@ -110,26 +101,29 @@ TQ4_AVX2 inline __m256i pack_24(__m256i values) {
     return _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(groups, order), _mm256_setr_epi32(0, 1, 2, 4, 5, 6, -1, -1));
 }
 
-TQ4_AVX2 void decode_groups_avx2(Base64_cursor &cursor) {
+// Decodes 32 characters to 24 bytes; returns the bits of the foreign ones.
+TQ4_AVX2 inline uint32_t decode_32(const uint8_t *in, uint8_t *out) {
     // By high nibble, but '/' has the entry below the one it would share with '+'.
-    const __m256i offsets = _mm256_broadcastsi128_si256(
-        _mm_setr_epi8(0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a', 0, 0, 0, 0, 0, 0, 0, 0));
-    while (cursor.in_end - cursor.in >= 32) {
-        const __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(cursor.in));
-        const __m256i high_nibbles = _mm256_and_si256(_mm256_srli_epi32(text, 4), _mm256_set1_epi8(0x0F));
-        const __m256i is_slash = _mm256_cmpeq_epi8(text, _mm256_set1_epi8('/'));
-        const __m256i offset = _mm256_shuffle_epi8(offsets, _mm256_add_epi8(high_nibbles, is_slash));
-        const __m256i bytes = pack_24(_mm256_add_epi8(text, offset));
-        store_16(cursor.out, _mm256_castsi256_si128(bytes));
-        _mm_storel_epi64(reinterpret_cast<__m128i *>(cursor.out + 16), _mm256_extracti128_si256(bytes, 1));
-        const uint32_t foreign = foreign_characters(text, high_nibbles);
-        if (foreign == 0) {
-            cursor.in += 32;
-            cursor.out += 24;
-        } else if (!take_groups(cursor, _tzcnt_u32(foreign))) {
-            return;
-        }
+    alignas(16) static constexpr char offsets[16] = {0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a',
+                                                     0, 0,        0,        0,        0,    0,    0,        0};
+    const __m256i text = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(in));
+    const __m256i high_nibbles = _mm256_and_si256(_mm256_srli_epi32(text, 4), _mm256_set1_epi8(0x0F));
+    const __m256i is_slash = _mm256_cmpeq_epi8(text, _mm256_set1_epi8('/'));
+    const __m256i offset = _mm256_shuffle_epi8(load_16_twice(offsets), _mm256_add_epi8(high_nibbles, is_slash));
+    const __m256i bytes = pack_24(_mm256_add_epi8(text, offset));
+    store_16(out, _mm256_castsi256_si128(bytes));
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(out + 16), _mm256_extracti128_si256(bytes, 1));
+    return foreign_characters(text, high_nibbles);
+}
+
+TQ4_AVX2 std::size_t decode_groups_avx2(const uint8_t *in, std::size_t groups, uint8_t *out) {
+    if (groups < 8) return base64_portable.decode_groups(in, groups, out);
+    for (std::size_t done = 0; done < groups; done += 8) {
+        done = std::min(done, groups - 8); // the last vector overlaps the one before
+        const uint32_t foreign = decode_32(in + done * 4, out + done * 3);
+        if (foreign) return done + static_cast<unsigned>(std::countr_zero(foreign)) / 4;
     }
+    return groups;
 }
 
 // Index lists of byte permutations, one byte a position.
@@ -148,6 +142,7 @@ constexpr Positions join_groups = [] { // the lowest three bytes of each lane, h
     for (int i = 0; i < 48; ++i) positions.at[i] = static_cast<uint8_t>(i / 3 * 4 + 2 - i % 3);
     return positions;
 }();
+
 // The values of the characters 0..63 and 64..127; the top bit marks a foreign one.
 constexpr Positions values_from(int first) {
     Positions values{};
@@ -186,43 +181,39 @@ TQ4_AVX512 void encode_lines_avx512(const uint8_t *in, std::size_t lines, uint8_
     }
 }
 
-TQ4_AVX512 void decode_groups_avx512(Base64_cursor &cursor) {
-    const __m512i join = load_64(join_groups.at), low = load_64(low_values.at), high = load_64(high_values.at);
-    for (;;) {
-        const auto left = static_cast<std::size_t>(cursor.in_end - cursor.in);
-        const __mmask64 present = left >= 64 ? ~0ULL : _bzhi_u64(~0ULL, static_cast<unsigned>(left));
-        const __m512i text = _mm512_maskz_loadu_epi8(present, cursor.in);
-        const __m512i values = _mm512_permutex2var_epi8(low, text, high);
-        const __mmask64 foreign = _mm512_movepi8_mask(_mm512_or_si512(values, text));
-        const auto count = static_cast<unsigned>(_tzcnt_u64(foreign));
-        const __m512i pairs = _mm512_maddubs_epi16(values, _mm512_set1_epi32(0x01400140));
-        const __m512i groups = _mm512_madd_epi16(pairs, _mm512_set1_epi32(0x00011000));
-        _mm512_mask_storeu_epi8(cursor.out, _bzhi_u64(~0ULL, count / 4 * 3), permuted(join, groups));
-        if (count == 64) {
-            cursor.in += 64;
-            cursor.out += 48;
-        } else if (!take_groups(cursor, count)) {
-            return;
-        }
+// Decodes 64 characters to 48 bytes; returns the bits of the foreign ones.
+TQ4_AVX512 inline uint64_t decode_64(const uint8_t *in, uint8_t *out) {
+    const __m512i text = _mm512_loadu_si512(in);
+    const __m512i values = _mm512_permutex2var_epi8(load_64(low_values.at), text, load_64(high_values.at));
+    const __m512i pairs = _mm512_maddubs_epi16(values, _mm512_set1_epi32(0x01400140));
+    const __m512i groups = _mm512_madd_epi16(pairs, _mm512_set1_epi32(0x00011000));
+    const __m512i bytes = permuted(load_64(join_groups.at), groups);
+    _mm512_mask_storeu_epi32(out, 0x0FFF, bytes);
+    return _mm512_movepi8_mask(_mm512_or_si512(values, text));
+}
+
+TQ4_AVX512 std::size_t decode_groups_avx512(const uint8_t *in, std::size_t groups, uint8_t *out) {
+    if (groups < 16) return decode_groups_avx2(in, groups, out);
+    for (std::size_t done = 0; done < groups; done += 16) {
+        done = std::min(done, groups - 16); // the last vector overlaps the one before
+        const uint64_t foreign = decode_64(in + done * 4, out + done * 3);
+        if (foreign) return done + static_cast<unsigned>(std::countr_zero(foreign)) / 4;
     }
+    return groups;
 }
 
 } // namespace
 
-const Base64_kernel base64_avx2 = {
+constinit const Base64_kernel base64_avx2 = {
     .name = "avx2",
-    .is_supported = [] { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi"); },
+    .is_supported = [] { return __builtin_cpu_supports("avx2") != 0; },
     .encode_lines = encode_lines_avx2,
     .decode_groups = decode_groups_avx2,
 };
 
-const Base64_kernel base64_avx512 = {
+constinit const Base64_kernel base64_avx512 = {
     .name = "avx512",
-    .is_supported =
-        [] {
-            return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vl") &&
-                   __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("bmi2");
-        },
+    .is_supported = [] { return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw"); },
     .encode_lines = encode_lines_avx512,
     .decode_groups = decode_groups_avx512,
 };

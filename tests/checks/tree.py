@@ -1,0 +1,99 @@
+#!/usr/bin/env python3
+"""tree.py: checks of the tree that no compiler makes. Each prints what is wrong and exits 1, or prints nothing.
+
+tree.py exports LIBRARY   the shared object, src/exports.map and the headers that tq4.h includes name the same symbols;
+                          a header is included when the library exports all that it declares, and not before
+tree.py built DATABASE    a target builds every source file (DATABASE: compile_commands.json)
+tree.py floors            a file includes only from its own floor or from below (src/floors.txt)
+tree.py slots             every operation table that tq4.h offers has its order recorded in tests/slots_test.cpp
+"""
+import fnmatch
+import json
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parents[2]
+HEADERS = sorted((ROOT / 'include').rglob('*.h'))
+WHOLE = ROOT / 'include/tq4/tq4.h'
+OFFERED = [ROOT / 'include' / name for name in re.findall(r'#include "([^"]+)"', WHOLE.read_text())]
+
+
+def code(path):
+    """A file's text without comments and preprocessor lines."""
+    return re.sub(r'/\*.*?\*/|//[^\n]*|^#(\\\n|[^\n])*', '', path.read_text(), flags=re.S | re.M)
+
+
+def declared(header):
+    """The symbols that a header offers to programs."""
+    return set(re.findall(r'TQ4_API\s[^;(]*?(\w+)\s*[;(]', code(header)))
+
+
+def check_exports(library):
+    listed = re.search(r'global:(.*)local:', re.sub('#.*', '', (ROOT / 'src/exports.map').read_text()), re.S)
+    exported = {line.split()[-1] for line in subprocess.run(
+        ['nm', '-D', '--defined-only', library], check=True, capture_output=True, text=True).stdout.splitlines()}
+    names = {
+        'src/exports.map': set(re.findall(r'\w+', listed[1])),
+        'what tq4.h includes': set().union(*map(declared, OFFERED)),
+        'the shared object': exported,
+    }
+    for symbol in sorted(set.union(*names.values())):
+        absent = [where for where, symbols in names.items() if symbol not in symbols]
+        if absent:
+            yield f'{symbol} is not in {" nor in ".join(absent)}'
+    for header in HEADERS:
+        if header not in OFFERED and header != WHOLE and declared(header) <= exported:
+            yield f'tq4.h does not include {header.name}, and the library exports all of it'
+
+
+def check_built(database):
+    built = {(Path(unit['directory']) / unit['file']).resolve() for unit in json.loads(Path(database).read_text())}
+    apart = ROOT / 'tests/install'  # a project of its own, built by its test
+    for source in sorted(ROOT.glob('src/**/*.c*')) + sorted(ROOT.glob('tests/**/*.c*')):
+        if source.suffix in ('.c', '.cc', '.cpp', '.cxx') and apart not in source.parents and source not in built:
+            yield f'{source.relative_to(ROOT)}: no target builds it'
+
+
+STANDARD = re.compile(r'[a-z_]+|(assert|ctype|errno|limits|locale|math|signal|std\w+|string|time|w?char)\.h|\w+intrin\.h')
+
+
+def check_floors():
+    floors = [line.split() for line in (ROOT / 'src/floors.txt').read_text().splitlines() if line and line[0] != '#']
+
+    def floor_of(path):
+        found = [level for level, (_, *patterns) in enumerate(floors)
+                 if any(fnmatch.fnmatch(path, pattern) for pattern in patterns)]
+        return found[0] if len(found) == 1 else None
+
+    files = {str(path.relative_to(ROOT / 'src')): path for path in (ROOT / 'src').rglob('*.[ch]*')}
+    files |= {str(path.relative_to(ROOT / 'include')): path for path in HEADERS}
+    for name, path in sorted(files.items()):
+        own = floor_of(name)
+        if own is None:
+            yield f'{name}: is not on exactly one floor of src/floors.txt'
+            continue
+        for opening, other in re.findall(r'^\s*#\s*include\s*([<"])([^>"]+)', path.read_text(), re.M):
+            if opening == '<':
+                at_home = STANDARD.fullmatch(other) or name.startswith('platform/') or \
+                    (other == 'zlib.h' and name.startswith('base/zip'))
+                if not at_home:
+                    yield f'{name}: includes <{other}>, which only platform/ may'
+            elif other not in files:
+                yield f'{name}: includes "{other}", which is not a path from src or include'
+            elif (floor := floor_of(other)) is not None and floor > own:
+                yield f'{name} ({floors[own][0]}): includes "{other}" from the higher floor {floors[floor][0]}'
+
+
+def check_slots():
+    recorded = re.findall(r'TQ4_SLOTS\((\w+)', (ROOT / 'tests/slots_test.cpp').read_text())
+    for header in OFFERED:
+        for table in re.findall(r'struct (\w+_(?:itf)?) \{[^}]*\(\*', code(header)):
+            if table not in recorded:
+                yield f'{header.name}: the slot order of {table} is not recorded in tests/slots_test.cpp'
+
+
+complaints = list(globals()[f'check_{sys.argv[1]}'](*sys.argv[2:]))
+print(*complaints, sep='\n', end='\n' if complaints else '')
+sys.exit(bool(complaints))

@@ -1,0 +1,87 @@
+// The binary interface in one place: the slots of every operation table in their order.
+//
+// Programs built against an older header call by position, so a slot never moves and never goes away. The names stand
+// here a second time on purpose: a header edited by mistake then disagrees with this record. Each table is also looked
+// at as it is in the running library: no slot is empty.
+#include <cstddef>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tq4/tq4.h"
+
+// TQ4_EACH(macro, argument, a, b, ...) is macro(argument, a) macro(argument, b) ..., for up to 256 names.
+#define TQ4_EACH(macro, argument, ...) __VA_OPT__(TQ4_SCAN(TQ4_STEP(macro, argument, __VA_ARGS__)))
+#define TQ4_STEP(macro, argument, name, ...)                                                                           \
+    macro(argument, name) __VA_OPT__(TQ4_AGAIN TQ4_PARENTHESES(macro, argument, __VA_ARGS__))
+#define TQ4_AGAIN() TQ4_STEP
+#define TQ4_PARENTHESES ()
+#define TQ4_SCAN(...) TQ4_SCAN_A(TQ4_SCAN_A(TQ4_SCAN_A(TQ4_SCAN_A(__VA_ARGS__))))
+#define TQ4_SCAN_A(...) TQ4_SCAN_B(TQ4_SCAN_B(TQ4_SCAN_B(TQ4_SCAN_B(__VA_ARGS__))))
+#define TQ4_SCAN_B(...) TQ4_SCAN_C(TQ4_SCAN_C(TQ4_SCAN_C(TQ4_SCAN_C(__VA_ARGS__))))
+#define TQ4_SCAN_C(...) TQ4_SCAN_D(TQ4_SCAN_D(TQ4_SCAN_D(TQ4_SCAN_D(__VA_ARGS__))))
+#define TQ4_SCAN_D(...) __VA_ARGS__
+
+#define TQ4_SLOT(Table, slot) {#slot, offsetof(Table, slot)},
+#define TQ4_SLOTS(Table, table, ...)                                                                                   \
+    record(#Table, sizeof(Table), [] { return static_cast<const void *>(table); },                                     \
+           {TQ4_EACH(TQ4_SLOT, Table, __VA_ARGS__)})
+
+namespace {
+
+struct Slot {
+    const char *name;
+    std::size_t offset;
+};
+
+struct Table {
+    const char *name;
+    std::size_t size;
+    const void *(*in_the_library)();
+    std::vector<Slot> slots;
+};
+
+Table record(const char *name, std::size_t size, const void *(*in_the_library)(), std::vector<Slot> slots) {
+    return {name, size, in_the_library, std::move(slots)};
+}
+
+// The table that the handles of a module lead to.
+const void *table_of(const Tq4_object_itf *oitf) {
+    void *handle = oitf->Create(nullptr);
+    const void *table = Tq4_object_itf2object(handle)->itf;
+    oitf->Delete(handle);
+    return table;
+}
+
+const Table tables[] = {
+    TQ4_SLOTS(Tq4_object_itf, Tq4_object_oitf, Create, Delete, Reset, Copy, Equal, Dup, Owner, Id),
+    TQ4_SLOTS(Tq4_cxx_support_, Tq4_cxx_support, delete_obj, new_string, new_array, new_value, new_table, new_key,
+              new_state, set_delete, set_new_string, set_new_array, set_new_value, set_new_table, set_new_key,
+              set_new_state),
+    TQ4_SLOTS(Tq4_string_, table_of(Tq4_string_oitf), EqualCase, EqualStr, truncate, truncate_tail, Strncpy, Strcpy,
+              Strncat, Strcat, Sprintf, Sprintf_append, vSprintf, vsprintf_append, Memcpy, Memcat, insert, vinsert,
+              insert_char, insert_str, del, Replace, addch, addnch, resize, Extend, c_str, length, TrimLeft, TrimRight,
+              Trim, FindLastChar, Find, FindLast, MatchBrack, Upper, Lower, GetAt, SetAt, Reverse, GetQuote, SetQuote,
+              host2net, Align, FormatDate, Append_FormatDate, ToTime, ToInt, ToFloat, ToChar, GetTimePeriod,
+              Base64Encode, Base64Decode, utf8_2_unicode_onece, utf8_2_unicode, unicode_2_utf8, utf8_2_gb18030,
+              gb18030_2_utf8, unicode_2_gb18030, gb18030_2_unicode, enc, dec),
+};
+
+TEST(Slots, StandInTheirRecordedOrder) {
+    for (const Table &table : tables) {
+        for (std::size_t i = 0; i < table.slots.size(); ++i)
+            EXPECT_EQ(table.slots[i].offset, i * sizeof(void *)) << table.name << "::" << table.slots[i].name;
+        EXPECT_EQ(table.size, table.slots.size() * sizeof(void *)) << table.name << " has slots that are not recorded";
+    }
+}
+
+TEST(Slots, AreAllFilled) {
+    for (const Table &table : tables) {
+        auto slots = static_cast<void *const *>(table.in_the_library());
+        for (std::size_t i = 0; i < table.slots.size(); ++i)
+            EXPECT_NE(slots[i], nullptr) << table.name << "::" << table.slots[i].name;
+    }
+}
+
+} // namespace
