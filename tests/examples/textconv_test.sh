@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# What textconv promises: round trips, positions of what is malformed, and its exit codes.
+#
+#   tests/examples/textconv_test.sh PROGRAM
+set -uo pipefail
+textconv=$1
+failed=0
+
+# expect CODE OUTPUT INPUT OPTION...: runs textconv on the bytes (printf's notation) and compares what it writes: the
+# message, if any, and then the text.
+expect() {
+    local code=$1 wanted=$2 input=$3 said status
+    shift 3
+    said=$(printf -- "$input" | "$textconv" "$@" 2>&1 | od -An -c | tr -s ' \n' ' ')
+    status=$(printf -- "$input" | "$textconv" "$@" >/dev/null 2>&1; echo $?)
+    wanted=$(printf -- "$wanted" | od -An -c | tr -s ' \n' ' ')
+    [ "$status" = "$code" ] && [ "$said" = "$wanted" ] && return
+    printf 'textconv %s of "%s"\n  exits %s with%s\n  not   %s with%s\n' "$*" "$input" "$status" "$said" "$code" "$wanted"
+    failed=1
+}
+
+malformed() { printf "textconv: byte $1: malformed $2"; [ -z "${3:-}" ] || printf ', or a character without counterpart in %s' "$3"; }
+
+expect 0 'a\xd6\xd0\x94\x39\xfc\x36\n' 'a中😀\n' --to gb18030
+expect 0 'a中\n' 'a\xd6\xd0\n' --from gb18030
+expect 0 '-N' '中' --to units
+expect 0 '中' '-N' --from units
+expect 0 '5Lit5paH' '中文' --encode
+expect 0 '中文' '5Lit\r\n5paH\n' -d
+expect 0 '1 lines, 4 characters, 5 columns, 8 bytes\n' 'a中文\n' --count
+expect 0 '1 lines, 4 characters, 5 columns, 8 bytes\n' 'a\xd6\xd0\xce\xc4\n' --count --from gb18030
+expect 0 '' '' --to gb18030
+
+expect 1 "$(malformed 2 utf8 gb18030)\nab" 'ab\xff\xff' --to gb18030
+expect 1 "$(malformed 3 utf8 gb18030)\n\xd6\xd0" '中\xe4\xb8' --to gb18030
+expect 1 "$(malformed 2 gb18030 utf8)\n中" '\xd6\xd0\xd6' --from gb18030
+expect 1 "$(malformed 0 utf8 units)\n" '😀' --to units
+expect 1 "$(malformed 2 units utf8)\n中" '-N-' --from units
+expect 1 "$(malformed 9 Base64)\n中文" '5Lit\n5paH-' --decode
+expect 1 "$(malformed 1 utf8)\n" 'a\xc0\x80' --count
+expect 2 'textconv: no such conversion; see textconv --help\n' '' --to latin1
+expect 3 'textconv: /no/such/file: No such file or directory\n' '' --to gb18030 /no/such/file
+
+for length in 0 7 8 9 1000; do
+    same=$(head -c $length "$textconv" | "$textconv" -s key | "$textconv" -u key | cmp - <(head -c $length "$textconv") && echo yes)
+    [ "$same" = yes ] || { echo "scrambling $length bytes and back changes them"; failed=1; }
+done
+exit $failed
