@@ -64,7 +64,8 @@ struct Tq4_param {
 
 // The object-level operations of every module, from what its record can do: a constructor that takes a pointer to its
 // parameter or nothing, Reset(), Copy(const Record *) where null empties, and Equal(const Record &) const. A record
-// whose duplicate is more than a copy of a fresh object has Duplicate(const Record &), called on the fresh one.
+// whose duplicate is more than a copy of a fresh object has Duplicate(const Record &), called on the fresh one. A record
+// that may outlive Delete has Retire(): false keeps the object, and the record calls Destroy itself when it is done.
 template <class Record> struct Tq4_object_ops {
     static_assert(alignof(Record) <= alignof(std::max_align_t));
 
@@ -87,7 +88,14 @@ template <class Record> struct Tq4_object_ops {
         if (!handle) return;
         Tq4_object *object = Tq4_object_of(handle);
         if (!object->itf) return; // deleted before, and the memory is still intact
-        destroy(static_cast<Record *>(object->real_obj));
+        auto *record = static_cast<Record *>(object->real_obj);
+        if constexpr (requires { record->Retire(); })
+            if (!record->Retire()) return;
+        Destroy(record, destroy);
+    }
+    static void Destroy(Record *record, void (*destroy)(Record *)) {
+        Tq4_object *object = static_cast<Tq4_object *>(static_cast<void *>(record)) - 1;
+        destroy(record);
         object->real_obj = nullptr;
         object->itf = nullptr;
         Tq4_object_oitf->Delete(object);

@@ -66,6 +66,10 @@ const Table tables[] = {
               host2net, Align, FormatDate, Append_FormatDate, ToTime, ToInt, ToFloat, ToChar, GetTimePeriod,
               Base64Encode, Base64Decode, utf8_2_unicode_onece, utf8_2_unicode, unicode_2_utf8, utf8_2_gb18030,
               gb18030_2_utf8, unicode_2_gb18030, gb18030_2_unicode, enc, dec),
+    TQ4_SLOTS(Tq4_lock_, table_of(Tq4_lock_oitf), Lock, Unlock),
+    TQ4_SLOTS(Tq4_mutex_, table_of(Tq4_mutex_oitf), Lock, Unlock, IsLocked),
+    TQ4_SLOTS(Tq4_event_, table_of(Tq4_event_oitf), Set, Reset, Wait, GetHandle),
+    TQ4_SLOTS(Tq4_semaphore_, table_of(Tq4_semaphore_oitf), Wait, Post, PostN),
 };
 
 TEST(Slots, StandInTheirRecordedOrder) {

@@ -6,7 +6,11 @@
 #include "tq4/byte_order.h"
 #include "tq4/cxx_support.h"
 #include "tq4/debug.h"
+#include "tq4/event.h"
+#include "tq4/lock.h"
+#include "tq4/mutex.h"
 #include "tq4/object.h"
+#include "tq4/semaphore.h"
 #include "tq4/string.h"
 #include "tq4/system.h"
 

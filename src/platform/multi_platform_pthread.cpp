@@ -169,6 +169,19 @@ int MP_THREAD_SetCancel() {
     return 0;
 }
 
+void MP_THREAD_ClearCancel() {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
+}
+
+int MP_THREAD_DeferCancel() {
+    int before;
+    pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &before);
+    return before;
+}
+
+void MP_THREAD_RestoreCancel(int before) { pthread_setcanceltype(before, nullptr); }
+
 void MP_THREAD_OnSIGQUIT(int) { pthread_exit(nullptr); }
 
 void MP_THREAD_Sigmask(int how, int signal) {
@@ -184,6 +197,11 @@ void MP_THREAD_Signal(int signal, void (*handler)(int)) {
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(signal, &action, nullptr);
+}
+
+int MP_THREAD_SignalIsDefault(int signal) {
+    struct sigaction action;
+    return sigaction(signal, nullptr, &action) == 0 && !(action.sa_flags & SA_SIGINFO) && action.sa_handler == SIG_DFL;
 }
 
 pid_t MP_THREAD_GetLWP() { return gettid(); }

@@ -101,6 +101,12 @@ int MP_THREAD_SuspendThread(MP_THREAD_handle thread);
 int MP_THREAD_ResumeThread(MP_THREAD_handle thread);
 // From here on the calling thread can be cancelled at any instruction: it must not hold a lock or allocate. 0.
 int MP_THREAD_SetCancel();
+// From here on the calling thread is not cancelled; a cancellation waits for the next MP_THREAD_SetCancel.
+void MP_THREAD_ClearCancel();
+// From here on a cancellation takes the calling thread only where it waits in the system. Gives what was before, for
+// MP_THREAD_RestoreCancel; there a cancellation that came meanwhile may take effect.
+int MP_THREAD_DeferCancel();
+void MP_THREAD_RestoreCancel(int before);
 
 // --- Signals ---
 
@@ -110,5 +116,7 @@ int MP_THREAD_SetCancel();
 void MP_THREAD_Sigmask(int how, int signal);
 // Installs the process's handler of a signal (or SIG_IGN, SIG_DFL). System calls that it interrupts are restarted.
 void MP_THREAD_Signal(int signal, void (*handler)(int));
+// 1 when the process neither handles nor ignores the signal, else 0.
+int MP_THREAD_SignalIsDefault(int signal);
 // The kernel's id of the calling thread.
 pid_t MP_THREAD_GetLWP();

@@ -1,0 +1,102 @@
+// event: a flag behind a mutex, with a condition to wait on.
+//
+// The flag alone decides: the condition only tells waiters to look again, so wake-ups without cause, and a Set that
+// arrives together with the time-out, need no care of their own. Waiters are woken while the mutex is held: once the
+// flag is seen set, the setter touches the event no more than its waiter may know, and the waiter may delete it.
+// A kill takes a waiter only inside the wait, where a handler gives the mutex back and passes the wake-up on.
+#include "tq4/event.h"
+
+#include <cerrno>
+#include <chrono>
+
+#include "identity.hpp"
+#include "module.hpp"
+#include "thread/cancel.hpp"
+
+struct Tq4_event_obj : Tq4_identity {
+    MP_THREAD_event m_cond;
+    MP_THREAD_mutex m_mutex;
+    bool m_isSet = false;    // under m_mutex
+    bool m_isManuSet = true; // constant once others know the event
+
+    explicit Tq4_event_obj(const Tq4_event_CreateParams *given) {
+        MP_THREAD_event_init(&m_cond, &m_mutex);
+        if (!given) return;
+        m_isManuSet = given->bManualReset;
+        m_isSet = given->bInitialState;
+    }
+    ~Tq4_event_obj() { MP_THREAD_event_destroy(&m_cond, &m_mutex); }
+    void Duplicate(const Tq4_event_obj &source) { m_isManuSet = source.m_isManuSet; }
+
+    void Set();
+    void Reset();
+    int Wait(unsigned long milliseconds);
+    void *GetHandle() { return &m_cond; }
+
+private:
+    void AwaitFlag(unsigned long milliseconds);
+    void AwaitFlagUntilTimeout(unsigned long milliseconds);
+    void Wake() { m_isManuSet ? MP_THREAD_event_signal_all(&m_cond) : MP_THREAD_event_signal(&m_cond); }
+    static void KilledInWait(void *event);
+};
+
+void Tq4_event_obj::Set() {
+    Tq4_cancel_deferred deferred;
+    MP_THREAD_mutex_lock(&m_mutex);
+    m_isSet = true;
+    Wake();
+    MP_THREAD_mutex_unlock(&m_mutex);
+}
+
+void Tq4_event_obj::Reset() {
+    Tq4_cancel_deferred deferred;
+    MP_THREAD_mutex_lock(&m_mutex);
+    m_isSet = false;
+    MP_THREAD_event_reset(&m_cond);
+    MP_THREAD_mutex_unlock(&m_mutex);
+}
+
+int Tq4_event_obj::Wait(unsigned long milliseconds) {
+    Tq4_cancel_deferred deferred;
+    MP_THREAD_mutex_lock(&m_mutex);
+    if (!m_isSet && milliseconds != 0) AwaitFlag(milliseconds);
+    const bool was_set = m_isSet;
+    if (was_set && !m_isManuSet) m_isSet = false;
+    MP_THREAD_mutex_unlock(&m_mutex);
+    return was_set;
+}
+
+void Tq4_event_obj::AwaitFlag(unsigned long milliseconds) {
+    pthread_cleanup_push(KilledInWait, this);
+    if (milliseconds == TQ4_ALL_ONES)
+        while (!m_isSet) MP_THREAD_event_wait(&m_cond, TQ4_ALL_ONES, &m_mutex);
+    else
+        AwaitFlagUntilTimeout(milliseconds);
+    pthread_cleanup_pop(0);
+}
+
+// The time gone is measured on the steady clock and rounded: the system's deadline is on the wall clock, which may be
+// set while we wait.
+void Tq4_event_obj::AwaitFlagUntilTimeout(unsigned long milliseconds) {
+    using namespace std::chrono;
+    const auto start = steady_clock::now();
+    for (unsigned long gone = 0; !m_isSet && gone < milliseconds;) {
+        MP_THREAD_event_wait(&m_cond, milliseconds - gone, &m_mutex);
+        gone = static_cast<unsigned long>(round<std::chrono::milliseconds>(steady_clock::now() - start).count());
+    }
+}
+
+void Tq4_event_obj::KilledInWait(void *event) {
+    Tq4_forget_killed_frames();
+    auto *killed = static_cast<Tq4_event_obj *>(event);
+    if (killed->m_isSet) killed->Wake();
+    MP_THREAD_mutex_unlock(&killed->m_mutex);
+}
+
+const Tq4_event_ Tq4_event_itf = {
+    .Set = Tq4_op<&Tq4_event_obj::Set>,
+    .Reset = Tq4_op<&Tq4_event_obj::Reset>,
+    .Wait = Tq4_op<&Tq4_event_obj::Wait>,
+    .GetHandle = Tq4_op<&Tq4_event_obj::GetHandle>,
+};
+TQ4_MODULE(event)

@@ -1,0 +1,24 @@
+// lock.hpp: holding a Tq4_lock for a scope.
+#pragma once
+
+#include "own.hpp"
+#include "thread/cancel.hpp"
+#include "thread_annotations.hpp"
+#include "tq4/lock.h"
+
+// Holds the lock until the end of the scope, and keeps a forced kill of the calling thread out of it. A null lock is
+// no lock.
+class TQ4_SCOPED_CAPABILITY Tq4_guard {
+    const Tq4_cancel_deferred m_deferred{};
+    const Tq4_lock m_lock; // borrowed
+
+public:
+    explicit Tq4_guard(const Tq4_own<Tq4_lock> &lock) TQ4_ACQUIRE(lock) : m_lock(lock.get()) {
+        if (m_lock) (*m_lock)->Lock(m_lock);
+    }
+    ~Tq4_guard() TQ4_RELEASE() {
+        if (m_lock) (*m_lock)->Unlock(m_lock);
+    }
+    Tq4_guard(const Tq4_guard &) = delete;
+    Tq4_guard &operator=(const Tq4_guard &) = delete;
+};
