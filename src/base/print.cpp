@@ -1,17 +1,19 @@
 // print: the printf engine.
 //
 // One pass over the format. Each conversion is parsed into a record, room is asked for once, and the bytes go straight
-// to the cursor: no scratch copy of the specification, no call of the C library. The cursor lives in the Printer and is
-// committed to the buffer before a hook can see it and at the end; bytes beyond it are never committed.
+// to the cursor: no scratch copy of the specification, no snprintf. The cursor lives in the Printer and is committed to
+// the buffer before a hook can see it and at the end; bytes beyond it are never committed.
 //
 // The room asked for is part of the visible growth of a buffer: for a conversion the larger of width and precision
 // plus a slack. Whatever needs more, such as %f of 1e300, asks again for what it needs.
 #include "base/print.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cmath>
+#include <string_view>
 
 #include "base/charset/utf8.hpp"
 #include "base/print_number.hpp"
@@ -22,7 +24,10 @@ constexpr long number_slack = 64;
 constexpr long text_slack = 32;
 constexpr int longest_double = 310; // of %f without its decimals; %e and %g are shorter
 constexpr int default_precision = 6;
+constexpr int narrow = 16;   // bytes that one store fills
+constexpr int short_run = 8; // ordinary characters that are copied one by one
 
+constexpr Tq4_decimal decimal;
 constexpr Tq4_binary_radix octal = {3, "01234567"};
 constexpr Tq4_binary_radix hexadecimal = {4, "0123456789abcdef"};
 constexpr Tq4_binary_radix upper_hexadecimal = {4, "0123456789ABCDEF"};
@@ -39,13 +44,6 @@ struct Conversion {
     bool zero_filled() const { return zero && !left; }
 };
 
-// What stands before the digits of a number: a sign, "0x".
-struct Prefix {
-    char text[3] = {};
-    unsigned size = 0;
-    void add(char c) { text[size++] = c; }
-};
-
 // A variable argument list that can be handed on by reference on every platform.
 struct Arguments {
     va_list list;
@@ -53,7 +51,8 @@ struct Arguments {
 
 // Reads digits, which may be none, and stays above INT_MAX once it is there.
 const char *parse_digits(const char *f, long &value) {
-    for (; *f >= '0' && *f <= '9'; ++f) value = std::min(value * 10 + (*f - '0'), INT_MAX + 1l);
+    for (; *f >= '0' && *f <= '9'; ++f)
+        if (value <= INT_MAX) value = value * 10 + (*f - '0');
     return f;
 }
 
@@ -67,8 +66,13 @@ const char *parse_width(const char *f, Conversion &c, Arguments &args) {
     return f + 1;
 }
 
+struct Precision {
+    const char *behind;
+    long value; // -1 for none
+};
+
 // Behind the point. A '*' takes no argument, deliberately; without digits it drops the precision.
-const char *parse_precision(const char *f, Conversion &c) {
+Precision parse_precision(const char *f) {
     long value = 0;
     bool star = false, digits = false;
     for (;; ++f) {
@@ -78,8 +82,7 @@ const char *parse_precision(const char *f, Conversion &c) {
         if (*f != '*') break;
         star = true;
     }
-    if (digits || !star) c.precision = value;
-    return f;
+    return {f, digits || !star ? value : -1};
 }
 
 const char *parse_length(const char *f, Conversion &c) {
@@ -98,16 +101,20 @@ const char *parse(const char *f, Conversion &c, Arguments &args) {
     if (*f == '+') c.plus = true, ++f;
     if (*f == '0') c.zero = true, ++f;
     f = parse_width(f, c, args);
-    if (*f == '.') f = parse_precision(f + 1, c);
+    if (*f == '.') {
+        Precision precision = parse_precision(f + 1);
+        c.precision = precision.value;
+        f = precision.behind;
+    }
     f = parse_length(f, c);
     c.letter = *f;
     return *f ? f + 1 : f;
 }
 
-// Short runs are one store of 16 bytes: the slack of a number's room covers what is stored beyond n.
+// Short runs are one store: the slack of a number's room covers what is stored beyond n.
 uint8_t *fill_number(uint8_t *at, char byte, long n) {
     if (n <= 0) return at;
-    std::memset(at, byte, n <= 16 ? 16 : static_cast<size_t>(n));
+    std::memset(at, byte, n <= narrow ? narrow : static_cast<size_t>(n));
     return at + n;
 }
 
@@ -124,9 +131,9 @@ public:
 
     long print(const char *f) {
         while ((f = literal(f)) && *f) {
-            Conversion c;
-            f = parse(f + 1, c, m_args);
-            if (!convert(c)) break;
+            const char *behind = short_number(f + 1);
+            f = behind ? behind : conversion(f + 1);
+            if (!f) break;
         }
         commit();
         return m_count;
@@ -166,13 +173,28 @@ private:
     // the buffer is full.
     const char *literal(const char *f) {
         for (;; ++f) {
-            uint8_t *at = m_at;
-            for (; *f && *f != '%' && at < m_end; ++f) *at++ = static_cast<uint8_t>(*f);
-            m_at = at;
+            f = run(f);
             if (!*f || (*f == '%' && f[1] != '%')) return f;
             if (*f == '%') ++f;
             if (!put(*f)) return nullptr;
         }
+    }
+    // Copies a run of ordinary characters as far as there is room.
+    const char *run(const char *f) {
+        uint8_t *at = m_at;
+        int n = 0;
+        for (; n < short_run && *f && *f != '%' && at < m_end; ++n) *at++ = static_cast<uint8_t>(*f++);
+        m_at = at;
+        return n == short_run ? long_run(f) : f;
+    }
+    [[gnu::noinline]] const char *long_run(const char *f) {
+        long n = std::min(strchrnul(f, '%') - f, m_end - m_at);
+        copy(f, n);
+        return f + n;
+    }
+    void copy(const void *bytes, long n) {
+        if (n > 0) std::memcpy(m_at, bytes, static_cast<size_t>(n));
+        m_at += n;
     }
     bool put(char byte) {
         if (m_at < m_end) {
@@ -186,34 +208,44 @@ private:
         return written;
     }
 
-    bool convert(const Conversion &c) {
-        switch (c.letter) {
-        case 'd':
-            return signed_decimal(c);
-        case 'u':
-            return integer(c, argument(c), {}, Tq4_decimal());
-        case 'o':
-            return integer(c, argument(c), {}, octal);
-        case 'x':
-            return integer(c, argument(c), {}, hexadecimal);
-        case 'X':
-            return integer(c, argument(c), {}, upper_hexadecimal);
-        case 'c':
-            return character(c);
-        case 'e':
-        case 'f':
-        case 'g':
-            return floating(c);
-        case 'p':
-            return pointer(c);
-        case 's':
-            return text(c);
-        case 'm':
-            return system_error(c);
-        default:
-            return true; // every other letter is skipped
-        }
+    // Most of what log lines are made of: %d, %u and %x with at most a zero flag and one digit of width. Null, and
+    // nothing done, when it is something else or the hook must be asked for room.
+    const char *short_number(const char *f) {
+        bool zero = *f == '0';
+        f += zero;
+        bool has_width = *f >= '0' && *f <= '9';
+        long width = has_width ? *f++ - '0' : 0;
+        if (!m_silent || m_end - m_at < 9 + number_slack) return nullptr;
+        if (*f != 'd' && *f != 'u' && *f != 'x') return nullptr;
+
+        auto value = va_arg(m_args.list, unsigned);
+        if (*f == 'x')
+            short_digits(zero, width, value, hexadecimal);
+        else if (*f == 'u' || value <= INT_MAX)
+            short_digits(zero, width, value, decimal);
+        else
+            number({.zero = zero, .width = width}, 0 - value, "-", decimal);
+        return f + 1;
     }
+    template <class Radix> void short_digits(bool zero, long width, uint64_t value, const Radix &radix) {
+        uint8_t *at = m_at; // stores of bytes may change any member: a local spares the compiler the doubt
+        zero ? std::memset(at, '0', narrow) : std::memset(at, ' ', narrow);
+        at += std::max(width, long{radix.digit_count(value)});
+        radix.write_before(at, value);
+        m_at = at;
+    }
+
+    // Any conversion, from behind its percent sign. Returns what follows it; null when there is no room.
+    [[gnu::noinline]] const char *conversion(const char *f) {
+        Conversion c;
+        f = parse(f, c, m_args);
+        return (this->*writer_of(c.letter))(c) ? f : nullptr;
+    }
+
+    using Writer = bool (Printer::*)(const Conversion &);
+    static Writer writer_of(char letter);
+
+    bool other_letter(const Conversion &) { return true; }
 
     uint64_t argument(const Conversion &c) {
         return c.wide ? va_arg(m_args.list, unsigned long) : va_arg(m_args.list, unsigned);
@@ -221,33 +253,35 @@ private:
 
     bool signed_decimal(const Conversion &c) {
         long value = c.wide ? va_arg(m_args.list, long) : va_arg(m_args.list, int);
-        Prefix sign;
-        if (value < 0)
-            sign.add('-');
-        else if (c.plus)
-            sign.add('+');
+        std::string_view sign = value < 0 ? "-" : c.plus ? "+" : "";
         auto magnitude = static_cast<uint64_t>(value);
-        return integer(c, value < 0 ? 0 - magnitude : magnitude, sign, Tq4_decimal());
+        if (!room(c, number_slack)) return false;
+        number(c, value < 0 ? 0 - magnitude : magnitude, sign, decimal);
+        return true;
     }
 
-    template <class Radix> bool integer(const Conversion &c, uint64_t value, const Prefix &prefix, const Radix &radix) {
-        return room(c, number_slack) && number(c, value, prefix, radix);
+    template <const auto &radix> bool unsigned_number(const Conversion &c) {
+        uint64_t value = argument(c);
+        if (!room(c, number_slack)) return false;
+        number(c, value, "", radix);
+        return true;
     }
 
     // Blanks, prefix, zeros, digits, blanks.
-    template <class Radix> bool number(const Conversion &c, uint64_t value, const Prefix &prefix, const Radix &radix) {
+    template <class Radix>
+    void number(const Conversion &c, uint64_t value, std::string_view prefix, const Radix &radix) {
+        auto before = static_cast<long>(prefix.size());
         long digits = value == 0 && c.precision == 0 ? 0 : radix.digit_count(value);
         long zeros = std::max(c.precision, 0l) - digits;
-        if (c.zero_filled() && c.precision < 0) zeros = c.width - prefix.size - digits;
+        if (c.zero_filled() && c.precision < 0) zeros = c.width - before - digits;
         zeros = std::max(zeros, 0l);
-        long blanks = c.width - prefix.size - zeros - digits;
+        long blanks = c.width - before - zeros - digits;
 
         uint8_t *at = c.left ? m_at : fill_number(m_at, ' ', blanks);
-        std::memcpy(at, prefix.text, sizeof prefix.text);
-        at = fill_number(at + prefix.size, '0', zeros);
+        std::memcpy(at, prefix.data(), prefix.size());
+        at = fill_number(at + before, '0', zeros);
         if (digits) radix.write_before(at += digits, value);
         m_at = c.left ? fill_number(at, ' ', blanks) : at;
-        return true;
     }
 
     bool character(const Conversion &c) {
@@ -259,11 +293,8 @@ private:
         const void *value = va_arg(m_args.list, const void *);
         if (!room(c, text_slack)) return false;
         if (!value) return padded(c, "(nil)", 5, 5);
-        Prefix prefix;
-        if (c.plus) prefix.add('+');
-        prefix.add('0');
-        prefix.add('x');
-        return number(c, reinterpret_cast<uintptr_t>(value), prefix, hexadecimal);
+        number(c, reinterpret_cast<uintptr_t>(value), c.plus ? "+0x" : "0x", hexadecimal);
+        return true;
     }
 
     bool text(const Conversion &c) {
@@ -293,8 +324,7 @@ private:
 
     bool append(const void *bytes, long size) {
         if (!room(size)) return false;
-        std::memcpy(m_at, bytes, static_cast<size_t>(size));
-        m_at += size;
+        copy(bytes, size);
         return true;
     }
 
@@ -303,8 +333,7 @@ private:
         long blanks = std::max(c.width - columns, 0l);
         if (blanks + size > m_end - m_at && !more_room(blanks + size)) return false;
         if (!c.left) blank(blanks);
-        std::memcpy(m_at, bytes, static_cast<size_t>(size));
-        m_at += size;
+        copy(bytes, size);
         if (c.left) blank(blanks);
         return true;
     }
@@ -319,9 +348,8 @@ private:
         char sign = std::signbit(value) ? '-' : '+';
         bool has_sign = c.plus || sign == '-';
         if (!std::isfinite(value)) {
-            const char named[] = {sign, std::isnan(value) ? 'n' : 'i', std::isnan(value) ? 'a' : 'n',
-                                  std::isnan(value) ? 'n' : 'f'};
-            return padded(c, named + !has_sign, 3 + has_sign, 3 + has_sign);
+            const char *named = std::isnan(value) ? "-nan+nan" : "-inf+inf";
+            return padded(c, named + (sign == '-' ? 0 : 4) + !has_sign, 3 + has_sign, 3 + has_sign);
         }
         long size = write_double(std::fabs(value), c, has_sign);
         if (size == 0) return false;
@@ -346,14 +374,33 @@ private:
     void justify(const Conversion &c, bool has_sign, long size) {
         long missing = std::max(c.width - size, 0l);
         bool zeros = c.zero_filled();
-        long moved = c.left ? size : (zeros ? has_sign : 0); // what stays where it is
+        long kept = c.left ? size : (zeros ? has_sign : 0); // bytes that stay where they are
         if (missing) {
-            std::memmove(m_at + moved + missing, m_at + moved, static_cast<size_t>(size - moved));
-            std::memset(m_at + moved, zeros ? '0' : ' ', static_cast<size_t>(missing));
+            std::memmove(m_at + kept + missing, m_at + kept, static_cast<size_t>(size - kept));
+            std::memset(m_at + kept, zeros ? '0' : ' ', static_cast<size_t>(missing));
         }
         m_at += size + missing;
     }
 };
+
+Printer::Writer Printer::writer_of(char letter) {
+    static constexpr auto writers = [] {
+        std::array<Writer, 256> of;
+        of.fill(&Printer::other_letter);
+        of['d'] = &Printer::signed_decimal;
+        of['u'] = &Printer::unsigned_number<decimal>;
+        of['o'] = &Printer::unsigned_number<octal>;
+        of['x'] = &Printer::unsigned_number<hexadecimal>;
+        of['X'] = &Printer::unsigned_number<upper_hexadecimal>;
+        of['c'] = &Printer::character;
+        of['e'] = of['f'] = of['g'] = &Printer::floating;
+        of['p'] = &Printer::pointer;
+        of['s'] = &Printer::text;
+        of['m'] = &Printer::system_error;
+        return of;
+    }();
+    return writers[static_cast<uint8_t>(letter)];
+}
 
 } // namespace
 

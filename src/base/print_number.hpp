@@ -32,7 +32,7 @@ inline constexpr Tq4_powers_of_ten Tq4_ten;
 
 struct Tq4_decimal {
     static unsigned digit_count(uint64_t value) {
-        value |= 1;
+        if (value < 100) return value < 10 ? 1 : 2;
         unsigned at_least = static_cast<unsigned>(std::bit_width(value)) * 1233 >> 12; // log10(2) is 1233 / 4096
         return at_least + (value >= Tq4_ten.power[at_least]);
     }
