@@ -139,6 +139,8 @@ int MP_THREAD_Create(void *(*entry)(void *), void *argument, int mode, MP_THREAD
     return 1;
 }
 
+unsigned long MP_THREAD_GetCurrentId() { return pthread_self(); }
+
 int MP_THREAD_GetPriority(MP_THREAD_handle thread) {
     int policy;
     sched_param parameters;

@@ -88,6 +88,8 @@ int MP_THREAD_event_wait(MP_THREAD_event *event, unsigned long ms, MP_THREAD_mut
 // Starts a detached thread that runs entry(argument). Only mode 1 exists; any other gives 0. *thread receives the
 // handle, *id the same as a number (either may be null). The handle is valid until the thread ends. 1/0.
 int MP_THREAD_Create(void *(*entry)(void *), void *argument, int mode, MP_THREAD_handle *thread, unsigned long *id);
+// The calling thread's id: the number that MP_THREAD_Create gave out for it.
+unsigned long MP_THREAD_GetCurrentId();
 // The thread's scheduling priority, -1 on failure.
 int MP_THREAD_GetPriority(MP_THREAD_handle thread);
 // Puts the thread under the first-in-first-out real-time policy with that priority (the process needs the right to).

@@ -1,11 +1,16 @@
-// multi_platform_system: the clock, the calendar and the running executable.
+// multi_platform_system: the clock, the calendar, the process, shared libraries and the system log.
 //
 // The executable's path is what the kernel's link for this process names, asked anew by every call: it follows the
 // file when that is renamed.
 #include "platform/multi_platform_system.hpp"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
+#include <syslog.h>
 #include <unistd.h>
 
 int MP_gettimeofday(timeval *now) { return gettimeofday(now, nullptr); }
@@ -21,6 +26,14 @@ tm *MP_localtime(const time_t *time, tm *result) {
     if (!time) return nullptr;
     return result ? localtime_r(time, result) : localtime(time);
 }
+
+void MP_Sleep(long ms) {
+    if (ms <= 0) return;
+    timespec left{ms / 1000, ms % 1000 * 1000000};
+    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) continue;
+}
+
+unsigned long MP_GetCurrentProcessId() { return static_cast<unsigned long>(getpid()); }
 
 char *MP_GetExeFullName(char *buffer, std::size_t size) {
     if (size == 0) return buffer;
@@ -42,3 +55,32 @@ char *MP_GetExeBaseName(char *buffer, std::size_t size) {
     char *last = std::strrchr(MP_GetExeFullName(buffer, size), '/');
     return last ? last + 1 : buffer;
 }
+
+char *MP_GetCurrentDir(char *buffer, std::size_t size) {
+    if (size == 0) return buffer;
+    char *whole = getcwd(nullptr, 0); // owned
+    const std::size_t length = whole ? std::min(std::strlen(whole), size - 1) : 0;
+    if (whole) std::memcpy(buffer, whole, length);
+    buffer[length] = 0;
+    std::free(whole);
+    return buffer;
+}
+
+long MP_Write(int descriptor, const void *bytes, std::size_t size) {
+    for (;;) {
+        const ssize_t written = write(descriptor, bytes, size);
+        if (written >= 0 || errno != EINTR) return written;
+    }
+}
+
+void *MP_LoadLibrary(const char *path) { return path ? dlopen(path, RTLD_LAZY) : nullptr; }
+
+void MP_FreeLibrary(void *library) {
+    if (library) dlclose(library);
+}
+
+void *MP_GetSymbol(void *library, const char *name) { return library && name ? dlsym(library, name) : nullptr; }
+
+void MP_OpenSystemLog(const char *identity) { openlog(identity, LOG_PID, LOG_USER); }
+void MP_CloseSystemLog() { closelog(); }
+void MP_WriteSystemLog(int priority, const char *text) { syslog(priority, "%s", text); }

@@ -1,9 +1,11 @@
-// multi_platform_system: the clock, the calendar and the running executable.
+// multi_platform_system: the clock, the calendar, the process, shared libraries and the system log.
 #pragma once
 
 #include <cstddef>
 #include <sys/time.h>
 #include <time.h>
+
+// --- Time ---
 
 // The wall clock. 0, or -1 on failure.
 int MP_gettimeofday(timeval *now);
@@ -12,6 +14,13 @@ double MP_difftimeval(const timeval *a, const timeval *b);
 // *time as local calendar time in *result, which is returned. Without a result record, the C library's shared one is
 // used and returned, and then the call is not safe beside others. Null for a null time or a year that does not fit.
 tm *MP_localtime(const time_t *time, tm *result);
+
+// Returns after ms milliseconds, whatever signals come; at once when ms is 0 or negative.
+void MP_Sleep(long ms);
+
+// --- The process ---
+
+unsigned long MP_GetCurrentProcessId();
 
 // These fill buffer with a NUL-terminated text of at most size - 1 bytes; what is longer is cut. With size 0 the
 // buffer is left alone. The text is empty when the system does not tell.
@@ -22,3 +31,26 @@ char *MP_GetExeFullName(char *buffer, std::size_t size);
 char *MP_GetExePath(char *buffer, std::size_t size);
 // Its name without the directory. The buffer receives the whole path; the result points at the name in it.
 char *MP_GetExeBaseName(char *buffer, std::size_t size);
+// The current working directory. Returns buffer.
+char *MP_GetCurrentDir(char *buffer, std::size_t size);
+
+// Writes up to size bytes to a descriptor. Returns how many were written, -1 on failure; a signal is no failure.
+long MP_Write(int descriptor, const void *bytes, std::size_t size);
+
+// --- Shared libraries ---
+
+// Loads a library, binding its symbols as they are used. Null for a null path and on failure.
+void *MP_LoadLibrary(const char *path);
+// Null is ignored.
+void MP_FreeLibrary(void *library);
+// The address of a symbol; null when there is none, and for a null library or name.
+void *MP_GetSymbol(void *library, const char *name);
+
+// --- The system log: one per process, the C library's ---
+
+// Opens it for messages of the user facility, each with the identity and the process id. The identity is borrowed
+// until the log is closed.
+void MP_OpenSystemLog(const char *identity);
+void MP_CloseSystemLog();
+// Writes one message with the system's number for facility and severity.
+void MP_WriteSystemLog(int priority, const char *text);

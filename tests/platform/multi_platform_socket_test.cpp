@@ -1,221 +1,170 @@
 // Waiting gives select's answers for any descriptor and survives signals; connecting does not wait; names resolve.
 #include "platform/multi_platform_socket.hpp"
-#include "support/threads.hpp"
 
-#include <arpa/inet.h>
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <memory>
+#include <netinet/in.h>
+#include <string>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "support/threads.hpp"
+
 namespace {
 
-class Descriptor {
-public:
-    explicit Descriptor(int number) : m_number(number) { EXPECT_GE(number, 0) << errno; }
-    Descriptor(Descriptor &&other) : m_number(std::exchange(other.m_number, -1)) {}
-    ~Descriptor() { shut(); }
-    operator int() const { return m_number; }
-    void shut() {
-        if (m_number >= 0) close(std::exchange(m_number, -1));
-    }
+constexpr int reading = 0, writing = 1;
 
-private:
-    int m_number;
+struct Socket {
+    int number;
+    explicit Socket(int open = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) : number(open) { EXPECT_GE(open, 0); }
+    Socket(const Socket &) = delete;
+    ~Socket() { shut(); }
+    operator int() const { return number; }
+    void shut() {
+        if (number >= 0) close(std::exchange(number, -1));
+    }
 };
 
-constexpr int read_direction = 0, write_direction = 1;
-
-Descriptor stream_socket() { return Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
-
-// A listening socket on the loopback, and a connection through it.
-struct Connection : testing::Test {
-    Descriptor listener = stream_socket();
+// A connection through a listening socket on the loopback.
+struct PlatformSocket : testing::Test {
+    Socket listener, near, far;
     sockaddr_in address{};
-    Descriptor near = stream_socket(), far;
+    sockaddr *raw = reinterpret_cast<sockaddr *>(&address);
+    socklen_t length = sizeof address;
 
-    Connection() : far(connected()) {}
-    int connected() {
+    PlatformSocket() : far(0) {
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        EXPECT_EQ(bind(listener, raw(), length), 0);
+        EXPECT_EQ(bind(listener, raw, length), 0);
         EXPECT_EQ(listen(listener, 4), 0);
-        getsockname(listener, raw(), &length);
-        EXPECT_EQ(connect(near, raw(), length), 0);
-        return accept(listener, nullptr, nullptr);
+        getsockname(listener, raw, &length);
+        EXPECT_EQ(connect(near, raw, length), 0);
+        far.number = accept(listener, nullptr, nullptr);
     }
-    sockaddr *raw() { return reinterpret_cast<sockaddr *>(&address); }
     static int select_one(int number, int direction) {
         fd_set wanted, exceptions;
         FD_ZERO(&wanted);
-        FD_ZERO(&exceptions);
         FD_SET(number, &wanted);
-        FD_SET(number, &exceptions);
+        exceptions = wanted;
         timeval none{};
-        const bool write = direction == write_direction;
-        return select(number + 1, write ? nullptr : &wanted, write ? &wanted : nullptr, &exceptions, &none);
+        return direction == writing ? select(number + 1, nullptr, &wanted, &exceptions, &none)
+                                    : select(number + 1, &wanted, nullptr, &exceptions, &none);
     }
-    // What waiting finds now for reading, and for writing, each compared with select.
-    static std::pair<int, int> conditions(int number) {
-        EXPECT_EQ(MP_SOCK_Wait(number, 0, read_direction), select_one(number, read_direction));
-        EXPECT_EQ(MP_SOCK_Wait(number, 0, 2), select_one(number, read_direction)) << "2 means reading too";
-        EXPECT_EQ(MP_SOCK_Wait(number, 0, write_direction), select_one(number, write_direction));
-        return {MP_SOCK_Wait(number, 0, read_direction), MP_SOCK_Wait(number, 0, write_direction)};
+    // What waiting finds now for reading and for writing, each compared with select.
+    static std::string conditions(int number) {
+        const int read = MP_SOCK_Wait(number, 0, reading), write = MP_SOCK_Wait(number, 0, writing);
+        EXPECT_EQ(read, select_one(number, reading));
+        EXPECT_EQ(write, select_one(number, writing));
+        EXPECT_EQ(MP_SOCK_Wait(number, 0, 2), read) << "every other direction reads";
+        return std::to_string(read) + std::to_string(write);
     }
-    void await_readable(int number) { EXPECT_GT(MP_SOCK_Wait(number, -1, read_direction), 0); }
-    using Conditions = std::pair<int, int>;
 };
 
-TEST_F(Connection, AnIdleOneIsWritable) {
-    EXPECT_EQ(conditions(near), Conditions(0, 1));
-    EXPECT_EQ(conditions(listener), Conditions(0, 0));
-    EXPECT_EQ(conditions(stream_socket()), Conditions(1, 1)) << "not connected: reading fails at once";
-}
+TEST_F(PlatformSocket, WaitingAnswersAsSelectInEveryState) {
+    EXPECT_EQ(conditions(near), "01") << "idle";
+    EXPECT_EQ(conditions(listener), "00");
+    EXPECT_EQ(conditions(Socket()), "11") << "not connected";
+    send(far, "!", 1, MSG_OOB);
+    EXPECT_EQ(MP_SOCK_Wait(near, -1, reading), 1) << "an exception alone";
+    EXPECT_EQ(conditions(near), "12");
 
-TEST_F(Connection, DataMakesItReadableAndAFullBufferUnwritable) {
     MP_SOCK_Opt_Block(far, 0);
     const std::vector<char> bytes(1 << 16);
     while (send(far, bytes.data(), bytes.size(), 0) > 0) continue;
-    await_readable(near);
-    EXPECT_EQ(conditions(near), Conditions(1, 1));
-    EXPECT_EQ(conditions(far), Conditions(0, 0));
-}
+    EXPECT_EQ(conditions(far), "00") << "its buffer is full";
+    EXPECT_EQ(conditions(near), "22") << "urgent and other data";
 
-TEST_F(Connection, UrgentDataIsAnExceptionInBothDirections) {
-    send(far, "!", 1, MSG_OOB);
-    await_readable(near);
-    EXPECT_EQ(conditions(near), Conditions(1, 2));
-    send(far, "data", 4, 0);
-    while (MP_SOCK_Wait(near, -1, read_direction) != 2) continue;
-    EXPECT_EQ(conditions(near), Conditions(2, 2));
-}
-
-TEST_F(Connection, EveryEndIsReadable) {
-    shutdown(far, SHUT_WR);
-    await_readable(near);
-    EXPECT_EQ(conditions(near), Conditions(1, 1));
-    const linger at_once{1, 0};
-    setsockopt(far, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    const linger reset{1, 0};
+    setsockopt(far, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
     far.shut();
-    int error = 0;
-    for (socklen_t length = sizeof error; !error;) getsockopt(near, SOL_SOCKET, SO_ERROR, &error, &length);
-    EXPECT_EQ(conditions(near), Conditions(1, 1));
+    while (recv(near, const_cast<char *>(bytes.data()), bytes.size(), 0) > 0) continue;
+    EXPECT_EQ(conditions(near), "11") << "reset by its peer";
 }
 
-TEST_F(Connection, AWaitEndsAtItsTimeOut) {
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(MP_SOCK_Wait(near, 20, read_direction), 0);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
-}
-
-TEST_F(Connection, AWaitGoesOnAfterASignal) {
+TEST_F(PlatformSocket, AWaitGoesOnAfterSignalsForTheTimeThatIsLeft) {
+    char byte = 1;
     for (long ms : {600000l, LONG_MAX, -1l, LONG_MIN}) {
-        Waiting_call waiter([&] { return MP_SOCK_Wait(near, ms, read_direction); });
+        Waiting_call waiter([&] { return MP_SOCK_Wait(near, ms, reading); });
         waiter.interrupt();
         EXPECT_FALSE(waiter.done()) << ms;
-        char byte = 1;
         send(far, &byte, 1, 0);
         EXPECT_EQ(waiter.result(), 1) << ms;
         EXPECT_EQ(recv(near, &byte, 1, 0), 1);
     }
     const auto start = std::chrono::steady_clock::now();
-    Waiting_call brief([&] { return MP_SOCK_Wait(near, 100, read_direction); });
+    Waiting_call brief([&] { return MP_SOCK_Wait(near, 50, reading); });
     brief.interrupt();
     EXPECT_EQ(brief.result(), 0);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
 }
 
-TEST_F(Connection, DescriptorsBeyondSelectsSetsWork) {
+TEST_F(PlatformSocket, AnyDescriptorCanBeWaitedForAndNoneIsAnError) {
     rlimit before, raised;
     getrlimit(RLIMIT_NOFILE, &before);
     raised = {std::max<rlim_t>(before.rlim_cur, 3000), before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0) << "needs a limit of 3000 descriptors";
-    {
-        Descriptor high(fcntl(near, F_DUPFD_CLOEXEC, 2000));
-        EXPECT_EQ(MP_SOCK_Wait(high, 0, read_direction), 0);
-        send(far, "x", 1, 0);
-        EXPECT_EQ(MP_SOCK_Wait(high, -1, read_direction), 1);
-        EXPECT_EQ(MP_SOCK_Wait(high, 0, write_direction), 1);
-    }
+    Socket high(fcntl(near, F_DUPFD_CLOEXEC, 2000));
     setrlimit(RLIMIT_NOFILE, &before);
-}
+    EXPECT_EQ(MP_SOCK_Wait(high, 0, reading), 0) << "beyond select's sets";
+    EXPECT_EQ(MP_SOCK_Wait(high, 0, writing), 1);
 
-TEST(SocketWait, ABadDescriptorIsAnErrorAtOnce) {
-    Descriptor closed = stream_socket();
-    const int number = closed;
-    closed.shut();
-    for (int bad : {-1, INT_MIN, number}) {
-        EXPECT_EQ(MP_SOCK_SetLastError(0), 0);
-        EXPECT_EQ(MP_SOCK_Wait(bad, -1, read_direction), -1);
+    const int closed = high;
+    high.shut();
+    for (int bad : {closed, -1, INT_MIN}) {
+        EXPECT_EQ(MP_SOCK_SetLastError(5), 5);
+        EXPECT_EQ(MP_SOCK_Wait(bad, -1, reading), -1);
         EXPECT_EQ(MP_SOCK_GetLastError(), EBADF);
+        EXPECT_EQ(MP_SOCK_Opt_Block(bad, 1), 0);
     }
 }
 
-TEST_F(Connection, BlockingIsAFlagOfTheSocketAlone) {
-    const int flags = fcntl(near, F_GETFL);
-    EXPECT_EQ(MP_SOCK_Opt_Block(near, 0), 1);
-    EXPECT_EQ(fcntl(near, F_GETFL), flags | O_NONBLOCK);
-    EXPECT_EQ(MP_SOCK_Opt_Block(near, 5), 1);
-    EXPECT_EQ(fcntl(near, F_GETFL), flags);
-    EXPECT_EQ(MP_SOCK_Opt_Block(-1, 1), 0);
-}
-
-TEST_F(Connection, ConnectingReportsNowLaterOrFailed) {
-    Descriptor later = stream_socket(), now = stream_socket();
-    MP_SOCK_Opt_Block(later, 0);
-    EXPECT_EQ(MP_SOCK_AnsyConnect(later, raw(), sizeof address), 0) << "the loopback answers after the call";
-    EXPECT_EQ(MP_SOCK_Wait(later, -1, write_direction), 1);
-    int error = -1;
-    socklen_t length = sizeof error;
-    getsockopt(later, SOL_SOCKET, SO_ERROR, &error, &length);
-    EXPECT_EQ(error, 0);
-    EXPECT_EQ(MP_SOCK_AnsyConnect(now, raw(), sizeof address), 1);
-
+TEST_F(PlatformSocket, ConnectingReportsNowLaterOrFailed) {
+    Socket later, now;
+    const int flags = fcntl(later, F_GETFL);
+    EXPECT_EQ(MP_SOCK_AnsyConnect(now, raw, length), 1);
+    EXPECT_EQ(MP_SOCK_Opt_Block(later, 0), 1);
+    EXPECT_EQ(fcntl(later, F_GETFL), flags | O_NONBLOCK);
+    EXPECT_EQ(MP_SOCK_AnsyConnect(later, raw, length), 0) << "the loopback answers after the call";
+    EXPECT_EQ(MP_SOCK_Wait(later, -1, writing), 1);
+    EXPECT_EQ(MP_SOCK_Opt_Block(later, 5), 1);
+    EXPECT_EQ(fcntl(later, F_GETFL), flags);
     listener.shut();
-    EXPECT_EQ(MP_SOCK_AnsyConnect(stream_socket(), raw(), sizeof address), -1);
+    EXPECT_EQ(MP_SOCK_AnsyConnect(Socket(), raw, length), -1);
     EXPECT_EQ(MP_SOCK_GetLastError(), ECONNREFUSED);
-    address.sin_family = AF_UNIX;
-    EXPECT_EQ(MP_SOCK_AnsyConnect(stream_socket(), raw(), sizeof address), -1);
 }
 
-struct Resolved {
-    std::unique_ptr<addrinfo, void (*)(addrinfo *)> list;
-    Resolved(const char *host, uint16_t port)
-        : list(MP_InitSockAddr(host, port), [](addrinfo *a) {
-              if (a) freeaddrinfo(a);
-          }) {}
-    // "address port" of each result, in order of family.
-    std::vector<std::string> texts() const {
-        std::vector<std::string> found;
-        for (addrinfo *each = list.get(); each; each = each->ai_next) {
-            char host[NI_MAXHOST], port[NI_MAXSERV];
-            getnameinfo(each->ai_addr, each->ai_addrlen, host, sizeof host, port, sizeof port,
-                        NI_NUMERICHOST | NI_NUMERICSERV);
-            EXPECT_EQ(each->ai_socktype, SOCK_DGRAM);
-            found.push_back(std::string(host) + " " + port);
-        }
-        std::sort(found.begin(), found.end());
-        return found;
+// "address port" of each address found.
+std::vector<std::string> resolve(const std::string &host, const char *given) {
+    const std::unique_ptr<addrinfo, void (*)(addrinfo *)> list(MP_InitSockAddr(given, 65535), [](addrinfo *addresses) {
+        if (addresses) freeaddrinfo(addresses);
+    });
+    std::vector<std::string> found;
+    for (addrinfo *each = list.get(); each; each = each->ai_next) {
+        char name[NI_MAXHOST], port[NI_MAXSERV];
+        getnameinfo(each->ai_addr, each->ai_addrlen, name, sizeof name, port, sizeof port,
+                    NI_NUMERICHOST | NI_NUMERICSERV);
+        EXPECT_EQ(each->ai_socktype, SOCK_DGRAM) << host;
+        found.push_back(std::string(name) + " " + port);
     }
-};
+    return found;
+}
 
-TEST(InitSockAddr, NoHostIsTheAnyAddressOfEachFamily) {
-    const auto none = Resolved(nullptr, 65535).texts();
+TEST(PlatformInitSockAddr, ResolvesHostsAndTheAnyAddressForNone) {
+    using Found = std::vector<std::string>;
+    EXPECT_EQ(resolve("IPv4", "127.0.0.9"), Found{"127.0.0.9 65535"});
+    EXPECT_EQ(resolve("IPv6", "::1"), Found{"::1 65535"});
+    EXPECT_EQ(resolve("no name is that long", std::string(300, 'x').c_str()), Found{});
+    const Found none = resolve("null", nullptr);
     EXPECT_EQ(std::count(none.begin(), none.end(), "0.0.0.0 65535"), 1);
     for (const auto &text : none) EXPECT_TRUE(text == "0.0.0.0 65535" || text == ":: 65535") << text;
-    EXPECT_EQ(Resolved("", 65535).texts(), none);
-}
-
-TEST(InitSockAddr, HostsKeepTheirAddress) {
-    using Texts = std::vector<std::string>;
-    EXPECT_EQ(Resolved("127.0.0.9", 0).texts(), Texts{"127.0.0.9 0"});
-    EXPECT_EQ(Resolved("::1", 80).texts(), Texts{"::1 80"});
-    EXPECT_EQ(Resolved(std::string(300, 'x').c_str(), 80).texts(), Texts{}) << "no name is that long";
+    EXPECT_EQ(resolve("empty", ""), none);
 }
 
 } // namespace

@@ -1,14 +1,11 @@
-// threads.hpp: watching another thread, so that tests wait for what it does instead of assuming how long it takes.
+// threads.hpp: a call that waits on a thread of its own, and signals that interrupt it.
 #pragma once
 
-#include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <functional>
-#include <thread>
-#include <unistd.h>
 
-// One call that waits, on a thread of its own.
+#include "thread/parallel.hpp"
+
 class Waiting_call {
 public:
     explicit Waiting_call(std::function<int()> call)
@@ -26,11 +23,11 @@ public:
         m_thread.join();
         return m_result;
     }
-    // Returns when the call sleeps in the system, or is over.
+    // Returns when the call is asleep in the system, or over.
     void await_sleep() const {
-        while (!m_done && !(m_kernel_id && state() == 'S')) std::this_thread::yield();
+        while (!m_done && (m_kernel_id == 0 || thread_state(m_kernel_id) != 'S')) std::this_thread::yield();
     }
-    // Lets a signal interrupt the sleeping call a few times; system calls are not restarted behind its back.
+    // Lets signals interrupt the sleeping call; the system restarts nothing by itself.
     void interrupt() {
         static std::atomic<int> handled;
         struct sigaction action {
@@ -49,17 +46,7 @@ public:
     }
 
 private:
-    char state() const {
-        char path[64], state = 0;
-        std::snprintf(path, sizeof path, "/proc/self/task/%d/stat", m_kernel_id.load());
-        if (FILE *stat = std::fopen(path, "r")) {
-            if (std::fscanf(stat, "%*d (%*[^)]) %c", &state) != 1) state = 0;
-            std::fclose(stat);
-        }
-        return state;
-    }
-
-    std::atomic<int> m_kernel_id = 0;
+    std::atomic<pid_t> m_kernel_id = 0;
     std::atomic<bool> m_done = false;
     int m_result = 0;
     std::thread m_thread; // last: it uses the others
