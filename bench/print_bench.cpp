@@ -49,12 +49,14 @@ template <class Call> void c_library(benchmark::State &state, Call call) {
 }
 
 const auto log_prefix = [](auto print, int i) {
-    print("[%4d-%02d-%02d %02d:%02d:%02d %03d %04x] ", 2024, 1 + i % 12, 1 + i % 28, i % 24, i % 60, 59 - i % 60, i % 1000,
-          i & 0xffff);
+    print("[%4d-%02d-%02d %02d:%02d:%02d %03d %04x] ", 2024, 1 + i % 12, 1 + i % 28, i % 24, i % 60, 59 - i % 60,
+          i % 1000, i & 0xffff);
 };
 const auto int_text_double = [](auto print, int i) { print("%d %s %f", i, "some text", i * 0.37); };
 const auto doubles = [](auto print, int i) { print("%e %g %.17g", i * 0.37, i * 1e10, i * 0.1); };
-const auto texts = [](auto print, int) { print("connection %s from %-20s closed: %s\n", "alpha", "10.0.0.1:4000", "timeout"); };
+const auto texts = [](auto print, int) {
+    print("connection %s from %-20s closed: %s\n", "alpha", "10.0.0.1:4000", "timeout");
+};
 
 #define PAIR(name)                                                                                                     \
     BENCHMARK_CAPTURE(engine, name, name);                                                                             \

@@ -64,8 +64,9 @@ struct Tq4_param {
 
 // The object-level operations of every module, from what its record can do: a constructor that takes a pointer to its
 // parameter or nothing, Reset(), Copy(const Record *) where null empties, and Equal(const Record &) const. A record
-// whose duplicate is more than a copy of a fresh object has Duplicate(const Record &), called on the fresh one. A record
-// that may outlive Delete has Retire(): false keeps the object, and the record calls Destroy itself when it is done.
+// whose duplicate is more than a copy of a fresh object has Duplicate(const Record &), called on the fresh one. A
+// record that may outlive Delete has Retire(): false keeps the object, and the record calls Destroy itself when it is
+// done.
 template <class Record> struct Tq4_object_ops {
     static_assert(alignof(Record) <= alignof(std::max_align_t));
 
