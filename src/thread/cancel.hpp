@@ -3,20 +3,25 @@
 // The functions that users give to a thread run with asynchronous cancellation: a kill may take them at any
 // instruction. While a Tq4_cancel_deferred lives, a kill takes the calling thread only where it waits in the system, so
 // that the library's own locks and conditions are not left half-changed. What is held across such a wait needs a
-// cleanup handler: a kill does not run destructors. It costs two reads of a thread-local word where cancellation is
-// deferred already.
+// cleanup handler: a kill does not run destructors. On other threads it costs a look at a thread-local flag.
 #pragma once
 
 #include <cstddef>
 
 #include "platform/multi_platform_pthread.hpp"
 
+// Set on one of our threads while it runs its user's function.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local bool Tq4_killable;
+
 class Tq4_cancel_deferred {
-    const int m_before = MP_THREAD_DeferCancel();
+    const bool m_active = Tq4_killable;
+    const int m_before = m_active ? MP_THREAD_DeferCancel() : 0;
 
 public:
     Tq4_cancel_deferred() = default;
-    ~Tq4_cancel_deferred() { MP_THREAD_RestoreCancel(m_before); }
+    ~Tq4_cancel_deferred() {
+        if (m_active) MP_THREAD_RestoreCancel(m_before);
+    }
     Tq4_cancel_deferred(const Tq4_cancel_deferred &) = delete;
     Tq4_cancel_deferred &operator=(const Tq4_cancel_deferred &) = delete;
 };

@@ -18,6 +18,7 @@ struct Tq4_event_obj : Tq4_identity {
     MP_THREAD_mutex m_mutex;
     bool m_isSet = false;    // under m_mutex
     bool m_isManuSet = true; // constant once others know the event
+    unsigned m_waiters = 0;  // threads in AwaitFlag; under m_mutex
 
     explicit Tq4_event_obj(const Tq4_event_CreateParams *given) {
         MP_THREAD_event_init(&m_cond, &m_mutex);
@@ -36,7 +37,10 @@ struct Tq4_event_obj : Tq4_identity {
 private:
     void AwaitFlag(unsigned long milliseconds);
     void AwaitFlagUntilTimeout(unsigned long milliseconds);
-    void Wake() { m_isManuSet ? MP_THREAD_event_signal_all(&m_cond) : MP_THREAD_event_signal(&m_cond); }
+    void Wake() {
+        if (m_waiters == 0) return;
+        m_isManuSet ? MP_THREAD_event_signal_all(&m_cond) : MP_THREAD_event_signal(&m_cond);
+    }
     static void KilledInWait(void *event);
 };
 
@@ -67,12 +71,14 @@ int Tq4_event_obj::Wait(unsigned long milliseconds) {
 }
 
 void Tq4_event_obj::AwaitFlag(unsigned long milliseconds) {
+    ++m_waiters;
     pthread_cleanup_push(KilledInWait, this);
     if (milliseconds == TQ4_ALL_ONES)
         while (!m_isSet) MP_THREAD_event_wait(&m_cond, TQ4_ALL_ONES, &m_mutex);
     else
         AwaitFlagUntilTimeout(milliseconds);
     pthread_cleanup_pop(0);
+    --m_waiters;
 }
 
 // The time gone is measured on the steady clock and rounded: the system's deadline is on the wall clock, which may be
@@ -89,6 +95,7 @@ void Tq4_event_obj::AwaitFlagUntilTimeout(unsigned long milliseconds) {
 void Tq4_event_obj::KilledInWait(void *event) {
     Tq4_forget_killed_frames();
     auto *killed = static_cast<Tq4_event_obj *>(event);
+    --killed->m_waiters;
     if (killed->m_isSet) killed->Wake();
     MP_THREAD_mutex_unlock(&killed->m_mutex);
 }
