@@ -17,12 +17,6 @@ void Tq4_assert_failed(const char *file, const char *function, const char *expre
     std::abort();
 }
 
-Tq4_object *Tq4_object_allocate(std::size_t record_size) {
-    void *memory = std::malloc(sizeof(Tq4_object) + record_size);
-    TQ4_ASSERT(memory != nullptr);
-    return new (memory) Tq4_object{};
-}
-
 namespace {
 
 Tq4_object_info &info_of(const void *handle) {
@@ -35,7 +29,7 @@ void Delete_record(void *record) {
     auto *obj = static_cast<Tq4_object *>(record);
     if (!obj) return;
     TQ4_ASSERT(0 == obj->itf);
-    Tq4_object_info_Delete(obj->info);
+    if (obj->info) Tq4_object_info_Delete(obj->info);
     std::free(obj);
 }
 

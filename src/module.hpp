@@ -12,10 +12,15 @@
 #include <new>
 #include <type_traits>
 
+#include "assert.hpp"
 #include "tq4/object.h"
 
 // A zeroed Tq4_object with room for a record of the given size behind it. Freed by Tq4_object_oitf->Delete.
-Tq4_object *Tq4_object_allocate(std::size_t record_size);
+inline Tq4_object *Tq4_object_allocate(std::size_t record_size) {
+    void *memory = std::malloc(sizeof(Tq4_object) + record_size);
+    TQ4_ASSERT(memory != nullptr);
+    return new (memory) Tq4_object{};
+}
 
 inline Tq4_object *Tq4_object_of(const void *handle) {
     auto *at = static_cast<const char *>(handle) - offsetof(Tq4_object, itf);

@@ -1,0 +1,98 @@
+// Conversions as the string offers them: they append, count what they appended, stop where they must, grow as they go,
+// and may read the string itself. What each character converts to is tested with the character sets.
+#include "string_fixture.hpp"
+
+namespace {
+
+const std::string utf8 = "a\xe4\xb8\xad", units = {'a', 0, '\x2d', '\x4e'}, gb18030 = "a\xd6\xd0"; // U+0061 U+4E2D
+const std::string beyond = "\xf0\x9f\x98\x80", beyond_gb18030 = "\x94\x39\xfc\x36";                // U+1F600
+
+std::string repeated(const std::string &text, long times) {
+    std::string result;
+    while (times-- > 0) result += text;
+    return result;
+}
+
+struct StringConvert : StringFixture {
+    static const uint16_t *as_units(const char *bytes) { return reinterpret_cast<const uint16_t *>(bytes); }
+
+    template <class Slot> long convert(Slot slot, const char *from, unsigned long n) {
+        if constexpr (std::is_same_v<Slot, decltype(Tq4_string_::unicode_2_utf8)>)
+            return slot(s, as_units(from), n);
+        else
+            return slot(s, from, n);
+    }
+    template <class Slot> void check(Slot slot, const std::string &from, const std::string &to, long result) {
+        for (long times : {0, 1, 7, 5000}) {
+            const std::string all = repeated(from, times), converted = repeated(to, times);
+            set("kept");
+            EXPECT_EQ(convert(slot, all.data(), all.size()), result * times);
+            EXPECT_EQ(text(), "kept" + converted);
+            set(all);
+            convert(slot, (*s)->c_str(s), all.size());
+            EXPECT_EQ(text(), all + converted) << "from the string itself";
+        }
+    }
+};
+
+TEST_F(StringConvert, EveryDirectionAppendsAndCountsWhatItAppended) {
+    check((*s)->utf8_2_unicode, utf8, units, 2);
+    check((*s)->unicode_2_utf8, units, utf8, 4);
+}
+
+TEST_F(StringConvert, KeepsWhatCameBeforeTheFirstCharacterThatHasNoCounterpart) {
+    EXPECT_EQ((*s)->utf8_2_unicode(s, "\xe4\xb8", 2), 0) << "cut short";
+    EXPECT_EQ((*s)->utf8_2_unicode(s, (utf8 + beyond + utf8).data(), TQ4_ALL_ONES), 2);
+}
+
+TEST_F(StringConvert, UnitsEndAtAZeroUnitWhenTheLengthIsAllOnes) {
+    const std::string ended = units + std::string("\0\0\0x\0", 5);
+    EXPECT_EQ((*s)->unicode_2_utf8(s, as_units(ended.data()), TQ4_ALL_ONES), 4);
+    EXPECT_EQ((*s)->unicode_2_utf8(s, as_units(ended.data()), 3), 1) << "an odd last byte is ignored";
+    EXPECT_EQ((*s)->unicode_2_utf8(s, nullptr, TQ4_ALL_ONES), 0);
+}
+
+TEST_F(StringConvert, OneCharacterIsAppendedOrOnlyMeasured) {
+    const std::pair<const char *, int> cases[] = {
+        {"a", 1}, {"\xe4\xb8\xad", 3}, {"\xe4\xb8", -3}, {"\xff", -7}, {"", 0}};
+    for (auto &[bytes, result] : cases) {
+        EXPECT_EQ((*s)->utf8_2_unicode_onece(s, bytes, TQ4_ALL_ONES), result) << bytes;
+        EXPECT_EQ((*s)->utf8_2_unicode_onece(nullptr, bytes, TQ4_ALL_ONES), result) << bytes;
+    }
+    EXPECT_EQ((*s)->utf8_2_unicode_onece(s, beyond.data(), 4), -4);
+    EXPECT_EQ((*s)->utf8_2_unicode_onece(nullptr, beyond.data(), 4), 4);
+    EXPECT_EQ(text(), units);
+}
+
+TEST_F(StringConvert, Base64AppendsAndGivesTheWholeText) {
+    set("=>");
+    EXPECT_STREQ((*s)->Base64Encode(s, "hello", TQ4_ALL_ONES), "=>aGVsbG8=");
+    EXPECT_STREQ((*s)->Base64Decode(s, "IHdv\r\ncmxk-IHdv", TQ4_ALL_ONES), "=>aGVsbG8= world");
+    EXPECT_STREQ((*s)->Base64Decode(s, nullptr, 3), "=>aGVsbG8= world");
+    set(std::string(60, 0));
+    EXPECT_EQ(std::string((*s)->Base64Encode(s, (*s)->c_str(s), 60) + 60), std::string(80, 'A') + "\n");
+    (*s)->Base64Decode(s, (*s)->c_str(s) + 60, TQ4_ALL_ONES);
+    EXPECT_EQ(text().substr(60 + 81), std::string(60, 0));
+}
+
+TEST_F(StringConvert, WhatIsScrambledComesBackWithTheSameKeyOnly) {
+    for (unsigned long n = 1; n < 70; ++n) {
+        const std::string plain(n, 'p');
+        set(plain);
+        const auto scrambled = static_cast<unsigned long>((*s)->enc(s, (*s)->c_str(s), n, "key")) - n;
+        EXPECT_EQ(scrambled, (n + 7) / 8 * 8 + (n % 8 != 0));
+        EXPECT_EQ((*s)->dec(s, (*s)->c_str(s) + n, scrambled, "key"), static_cast<long>(n + scrambled + n));
+        EXPECT_EQ(text().substr(n + scrambled), plain);
+        (*s)->dec(s, (*s)->c_str(s) + n, scrambled, "keY");
+        EXPECT_NE(text().substr(n + scrambled + n), plain);
+    }
+}
+
+TEST_F(StringConvert, AFalsePaddingCountTakesNothingThatWasThereBefore) {
+    set("kept");
+    EXPECT_EQ((*s)->dec(s, "12345678\xff", 9, "key") + (*s)->dec(s, "\x07", 1, "key"), 8);
+    EXPECT_EQ((*s)->enc(s, nullptr, 1, "key") + (*s)->enc(s, "a", 0, "key") + (*s)->dec(s, "a", 1, nullptr), 0);
+    EXPECT_EQ(text(), "kept");
+}
+
+} // namespace
