@@ -1,10 +1,10 @@
 // Tq4_c_object: the object frame.
 //
 // Behind every handle stands one Tq4_object; the handle is the address of its itf member, so the step from handle to
-// record is a subtraction. Records come from malloc, zeroed up to the module's own part, which follows the record in
-// the same allocation. Identity and ownership cost a second allocation, made only for objects that are given one.
+// record is a subtraction. A module's own record follows the Tq4_object in the same allocation. Identity and ownership
+// cost a second allocation, made only for objects that are given one.
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 
 #include "assert.hpp"
 #include "module.hpp"
@@ -34,7 +34,7 @@ void Delete_record(void *record) {
 }
 
 constinit const Tq4_object_itf Tq4_object_obj_itf = {
-    .Create = [](const void *) -> void * { return Tq4_object_allocate(0); },
+    .Create = [](const void *) -> void * { return new (Tq4_object_memory(sizeof(Tq4_object))) Tq4_object{}; },
     .Delete = Delete_record,
     .Reset = [](void *) {},
     .Copy = [](void *, const void *) {},

@@ -12,15 +12,8 @@
 #include <new>
 #include <type_traits>
 
-#include "assert.hpp"
+#include "object_memory.hpp"
 #include "tq4/object.h"
-
-// A zeroed Tq4_object with room for a record of the given size behind it. Freed by Tq4_object_oitf->Delete.
-inline Tq4_object *Tq4_object_allocate(std::size_t record_size) {
-    void *memory = std::malloc(sizeof(Tq4_object) + record_size);
-    TQ4_ASSERT(memory != nullptr);
-    return new (memory) Tq4_object{};
-}
 
 inline Tq4_object *Tq4_object_of(const void *handle) {
     auto *at = static_cast<const char *>(handle) - offsetof(Tq4_object, itf);
@@ -30,6 +23,12 @@ inline Tq4_object *Tq4_object_of(const void *handle) {
 // The record behind a handle; null for null.
 template <class Record> Record *Tq4_record(const void *handle) {
     return handle ? static_cast<Record *>(Tq4_object_of(handle)->real_obj) : nullptr;
+}
+
+// The handle of the object that a module's record belongs to; the record lies behind its Tq4_object.
+template <class Handle, class Record> Handle Tq4_handle_of(Record *record) {
+    Tq4_object *object = reinterpret_cast<Tq4_object *>(record) - 1;
+    return reinterpret_cast<Handle>(&object->itf);
 }
 
 // A member function of a record as a slot: converts to the slot's own function type. A null handle yields the zero of
@@ -83,11 +82,9 @@ template <class Record> struct Tq4_object_ops {
     }
     static void *Create(const Tq4_object_itf *oitf, const void *itf, Record *(*construct)(void *, const void *),
                         const void *param) {
-        Tq4_object *object = Tq4_object_allocate(sizeof(Record));
-        object->oitf = oitf;
-        object->itf = itf;
-        object->real_obj = object + 1;
-        construct(object->real_obj, param);
+        auto *object = static_cast<Tq4_object *>(Tq4_object_memory(sizeof(Tq4_object) + sizeof(Record)));
+        new (object) Tq4_object{.info = nullptr, .oitf = oitf, .itf = itf, .real_obj = object + 1};
+        construct(object + 1, param);
         return &object->itf;
     }
     static void Delete(void *handle, void (*destroy)(Record *)) {
@@ -104,7 +101,8 @@ template <class Record> struct Tq4_object_ops {
         destroy(record);
         object->real_obj = nullptr;
         object->itf = nullptr;
-        Tq4_object_oitf->Delete(object);
+        if (object->info) Tq4_object_info_Delete(object->info);
+        Tq4_object_memory_free(object, sizeof(Tq4_object) + sizeof(Record));
     }
     static void Reset(void *handle) {
         if (handle) Tq4_record<Record>(handle)->Reset();

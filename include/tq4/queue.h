@@ -1,4 +1,21 @@
-/* queue.h: Tq4_queue, a list of items each carrying a payload, and Tq4_queue_item, such an item. */
+/* queue.h: Tq4_queue, a list of items each carrying a payload, and Tq4_queue_item, such an item.
+ *
+ * A queue is a sequence with cheap ends. It may own a lock, which makes every operation on it and on its items atomic,
+ * and an event, which insertions set and for which readers may wait. Positions count from the head, 0 first.
+ *
+ * Ownership: a linked item belongs to its queue and is deleted with it; an item that a Remove operation returns belongs
+ * to the caller. An item owns its payload when it was attached with a deleter: deleting the item then calls the deleter
+ * once, outside the queue's lock.
+ *
+ * wait is a time-out in milliseconds: 0 does not wait, all ones waits without limit. A reader that finds nothing and
+ * may wait, in a queue with an event, waits for an insertion; without an event it never waits. A time-out gives null.
+ *
+ * Copy does nothing and Equal is identity, for queues and for items; Dup gives an empty queue, an unlinked item without
+ * a payload. Reset of a queue is RemoveAll; of an item, it leaves its queue and destroys its payload.
+ *
+ * Threads: with the lock, any; else one at a time. Visitors, comparators and on_swap run on the calling thread with the
+ * lock held; comparators and on_swap must not call back into the queue.
+ */
 #ifndef TQ4_QUEUE_H
 #define TQ4_QUEUE_H
 
@@ -23,38 +40,74 @@ typedef void (*Tq4_queue_on_swap)(void *a, void *b);
 typedef void (*Tq4_queue_deleter)(void *payload);
 
 struct Tq4_queue_ {
+    /* Makes (non-zero) or deletes (0) the lock; while no other thread uses the queue. */
     void (*ThreadSafe)(Tq4_queue q, int on);
+    /* Makes or deletes the event; a new one is unset, whatever the queue holds. While no other thread uses the queue. */
     void (*EventSync)(Tq4_queue q, int on);
+    /* Sorts the payloads ascending by compare, which gives a negative number, 0 or a positive one. Payloads move with
+     * their deleters, items keep their places. Equal payloads may change places. A comparator that does not give exactly
+     * opposite answers for the first and the last payload leaves the queue as it is. n log n comparisons at most. */
     void (*QSort)(Tq4_queue q, Tq4_queue_obj_compare compare, void *param);
+    /* The number of linked items. */
     unsigned long (*Count)(Tq4_queue q);
+    /* Deletes all items, from the head on, and resets the event. */
     void (*RemoveAll)(Tq4_queue q);
+    /* Waits for the event: 1 when it was or became set, 0 on time-out or without an event. The event resets by itself. */
     int (*Wait)(Tq4_queue q, unsigned long wait);
+    /* Sets the event, if there is one. */
     void (*Set)(Tq4_queue q);
+    /* Takes the item out of the queue it is in and links it before the position index, counted without it; at or past
+     * the count, at the end. Sets the event. Returns item, also when q is null; null items are ignored. */
     Tq4_queue_item (*InsertAt)(Tq4_queue q, Tq4_queue_item item, unsigned long index);
+    /* InsertAt position 0. */
     Tq4_queue_item (*PutHead)(Tq4_queue q, Tq4_queue_item item);
+    /* InsertAt the end. */
     Tq4_queue_item (*PutTail)(Tq4_queue q, Tq4_queue_item item);
+    /* The payload of At. */
     void *(*PeekObj)(Tq4_queue q, unsigned long index, unsigned long wait);
+    /* The item at index, past the end the last one; null when the queue is empty. It stays linked. */
     Tq4_queue_item (*At)(Tq4_queue q, unsigned long index, unsigned long wait);
+    /* The first item. */
     Tq4_queue_item (*Head)(Tq4_queue q, unsigned long wait);
+    /* The last item. */
     Tq4_queue_item (*Tail)(Tq4_queue q, unsigned long wait);
+    /* Unlinks the item of At and gives it to the caller. */
     Tq4_queue_item (*RemoveAt)(Tq4_queue q, unsigned long index, unsigned long wait);
+    /* RemoveAt the first. */
     Tq4_queue_item (*RemoveHead)(Tq4_queue q, unsigned long wait);
+    /* RemoveAt the last. */
     Tq4_queue_item (*RemoveTail)(Tq4_queue q, unsigned long wait);
+    /* Calls visitor(payload, param) for all payloads from the head on until it returns non-zero. It may remove the item
+     * that it is shown. */
     void (*each)(Tq4_queue q, Tq4_queue_visitor visitor, void *param);
+    /* The same for at most n payloads from index on; none when index is at or past the count or n is not positive. */
     void (*Range)(Tq4_queue q, unsigned long index, int n, Tq4_queue_visitor visitor, void *param);
+    /* Sets a function that the sort calls after every swap with the two payloads in their new places; null for none. */
     void (*SetOnSwap)(Tq4_queue q, Tq4_queue_on_swap on_swap);
 };
 
 struct Tq4_queue_item_ {
+    /* The queue that the item is in, null for none. */
     Tq4_queue (*Queue)(Tq4_queue_item i);
+    /* Unlinks the item, which then belongs to the caller; an unlinked one stays as it is. */
     void (*Remove)(Tq4_queue_item i);
+    /* Moves the item to the front of its queue, without setting the event. */
     void (*ToHead)(Tq4_queue_item i);
+    /* Moves it to the back. */
     void (*ToTail)(Tq4_queue_item i);
+    /* Replaces the payload (borrowed when deleter is null) and its deleter, and returns the previous payload, which is
+     * not destroyed and now belongs to the caller. */
     void *(*Attach)(Tq4_queue_item i, void *payload, Tq4_queue_deleter deleter);
+    /* The payload, null for none. */
     void *(*GetAttach)(Tq4_queue_item i);
+    /* The following item, null at the end and for an unlinked item. */
     Tq4_queue_item (*Next)(Tq4_queue_item i);
+    /* The preceding item, null at the front. */
     Tq4_queue_item (*Pre)(Tq4_queue_item i);
+    /* Takes other out of its queue and links it before i, without setting the event. Returns other; next to itself, or
+     * to an unlinked item, it stays where it is. */
     Tq4_queue_item (*AddBefore)(Tq4_queue_item i, Tq4_queue_item other);
+    /* The same, after i. */
     Tq4_queue_item (*AddAfter)(Tq4_queue_item i, Tq4_queue_item other);
 };
 

@@ -10,8 +10,11 @@
 #include "tq4/lock.h"
 #include "tq4/mutex.h"
 #include "tq4/object.h"
+#include "tq4/queue.h"
 #include "tq4/semaphore.h"
 #include "tq4/string.h"
+#include "tq4/string_array.h"
 #include "tq4/system.h"
+#include "tq4/zip.h"
 
 #endif

@@ -5,6 +5,7 @@
 #include "tq4/cxx_support.h"
 #include "module.hpp"
 #include "tq4/string.h"
+#include "tq4/string_array.h"
 
 namespace {
 
@@ -13,6 +14,7 @@ void cxx_delete(void *handle) {
 }
 
 void *cxx_new_string() { return Tq4_string_oitf->Create(nullptr); }
+void *cxx_new_array() { return Tq4_string_array_oitf->Create(nullptr); }
 void *cxx_not_available() { return nullptr; }
 
 // A setter for each slot: replaces the hook it is named for.
@@ -22,7 +24,7 @@ template <auto Slot, class Hook> void set_hook(Hook hook) { api_Tq4_cxx_support.
 constinit Tq4_cxx_support_ api_Tq4_cxx_support = {
     .delete_obj = cxx_delete,
     .new_string = cxx_new_string,
-    .new_array = cxx_not_available,
+    .new_array = cxx_new_array,
     .new_value = cxx_not_available,
     .new_table = cxx_not_available,
     .new_key = cxx_not_available,

@@ -7,17 +7,20 @@
 #include "tq4/lock.h"
 
 // Holds the lock until the end of the scope, and keeps a forced kill of the calling thread out of it. A null lock is
-// no lock.
+// no lock, and costs nothing.
 class TQ4_SCOPED_CAPABILITY Tq4_guard {
-    const Tq4_cancel_deferred m_deferred{};
     const Tq4_lock m_lock; // borrowed
+    const int m_cancel_before;
 
 public:
-    explicit Tq4_guard(const Tq4_own<Tq4_lock> &lock) TQ4_ACQUIRE(lock) : m_lock(lock.get()) {
+    explicit Tq4_guard(const Tq4_own<Tq4_lock> &lock) TQ4_ACQUIRE(lock)
+        : m_lock(lock.get()), m_cancel_before(m_lock ? MP_THREAD_DeferCancel() : 0) {
         if (m_lock) (*m_lock)->Lock(m_lock);
     }
     ~Tq4_guard() TQ4_RELEASE() {
-        if (m_lock) (*m_lock)->Unlock(m_lock);
+        if (!m_lock) return;
+        (*m_lock)->Unlock(m_lock);
+        MP_THREAD_RestoreCancel(m_cancel_before);
     }
     Tq4_guard(const Tq4_guard &) = delete;
     Tq4_guard &operator=(const Tq4_guard &) = delete;

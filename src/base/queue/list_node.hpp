@@ -1,0 +1,38 @@
+// list_node.hpp: links of a doubly linked list between two sentinels.
+//
+// The head sentinel's prev and the tail sentinel's next are null; a linked node always has both links set, an unlinked
+// one neither.
+#pragma once
+
+struct Tq4_list_node {
+    Tq4_list_node *next = nullptr;
+    Tq4_list_node *prev = nullptr;
+};
+
+// A node on the heap, unlinked; and its end, which does not unlink it. Delete ignores null.
+Tq4_list_node *Create_Tq4_list_node();
+void Delete_Tq4_list_node(Tq4_list_node *node);
+
+inline bool Tq4_list_node_linked(const Tq4_list_node *node) { return node->next && node->prev; }
+
+// Links node after `after`, which is linked or a head sentinel.
+inline void Tq4_list_node_AddNode(Tq4_list_node *after, Tq4_list_node *node) {
+    node->prev = after;
+    node->next = after->next;
+    if (after->next) after->next->prev = node;
+    after->next = node;
+}
+
+// Unlinks a linked node and clears its links; an unlinked one stays as it is.
+inline void Tq4_list_node_Remove(Tq4_list_node *node) {
+    if (!Tq4_list_node_linked(node)) return;
+    node->prev->next = node->next;
+    node->next->prev = node->prev;
+    *node = {};
+}
+
+// The outermost node reached from any node of the list: the head or tail sentinel.
+Tq4_list_node *Tq4_list_node_PeekHead(Tq4_list_node *from);
+Tq4_list_node *Tq4_list_node_PeekTail(Tq4_list_node *from);
+// The node so many steps on, forward for a direction of +1 and backward for -1; it stops at a sentinel.
+Tq4_list_node *Tq4_list_node_PeekAt(Tq4_list_node *from, unsigned long steps, int direction);

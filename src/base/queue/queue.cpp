@@ -1,0 +1,246 @@
+// queue: a doubly linked list of items, optionally locked, optionally with an event for waiting readers.
+//
+// Every operation holds the queue's lock, when there is one, from its first look at the links to its last; callbacks
+// of each, Range and the sort run under it. A reader that may wait looks first, and waits only when it found nothing;
+// after taking an item while more remain it passes the event on, so that two insertions that shared one setting of
+// the event still serve two waiting readers.
+// Cost: the ends are constant; a position is walked from the nearest of the ends and the position looked up last.
+#include "base/queue/queue.hpp"
+
+#include <algorithm>
+#include <chrono>
+
+#include "base/queue/sort.hpp"
+#include "thread/lock.hpp"
+
+namespace {
+
+// What is left of a time-out as time passes; all ones stays without limit.
+class Patience {
+    using clock = std::chrono::steady_clock;
+    const unsigned long m_wait;
+    const clock::time_point m_start = clock::now();
+
+public:
+    explicit Patience(unsigned long wait) : m_wait(wait) {}
+    unsigned long left() const {
+        if (m_wait == TQ4_ALL_ONES) return m_wait;
+        using std::chrono::milliseconds;
+        auto gone = static_cast<unsigned long>(std::chrono::round<milliseconds>(clock::now() - m_start).count());
+        return gone < m_wait ? m_wait - gone : 0;
+    }
+};
+
+uint64_t distance(uint64_t a, uint64_t b) { return a < b ? b - a : a - b; }
+
+} // namespace
+
+Tq4_queue_obj::Tq4_queue_obj(const Tq4_queue_CreateParams *given) : base{this, {}, {}, 0} {
+    Tq4_list_node_AddNode(&m_head, &m_tail);
+    if (!given) return;
+    ThreadSafe(given->thread_safe_flag);
+    EventSync(given->event_sync_flag);
+}
+
+Tq4_queue_obj::~Tq4_queue_obj() { RemoveAll(); }
+
+void Tq4_queue_obj::ThreadSafe(int on) {
+    if (!on)
+        base.m_lock.reset();
+    else if (!base.m_lock)
+        base.m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf);
+}
+
+void Tq4_queue_obj::EventSync(int on) {
+    const Tq4_event_CreateParams automatic{.bManualReset = 0, .bInitialState = 0};
+    if (!on)
+        base.m_event.reset();
+    else if (!base.m_event)
+        base.m_event = Tq4_make<Tq4_event>(Tq4_event_oitf, &automatic);
+}
+
+unsigned long Tq4_queue_obj::Count() {
+    Tq4_guard guard(base.m_lock);
+    return base.m_itemCount;
+}
+
+// The items leave the list together, under the lock, and are destroyed outside of it: deleters may use the queue.
+void Tq4_queue_obj::RemoveAll() {
+    Tq4_list_node *removed = nullptr; // chained by next, the head first
+    {
+        Tq4_guard guard(base.m_lock);
+        for (Tq4_list_node *node; (node = m_tail.prev) != &m_head; removed = node) {
+            Unlink(item_of(node));
+            node->next = removed;
+        }
+        if (base.m_event) (*base.m_event)->Reset(base.m_event.get());
+    }
+    while (Tq4_list_node *node = removed) {
+        removed = node->next;
+        Tq4_queue_item_oitf->Delete(item_of(node)->handle());
+    }
+}
+
+int Tq4_queue_obj::Wait(unsigned long wait) {
+    return base.m_event ? (*base.m_event)->Wait(base.m_event.get(), wait) : 0;
+}
+
+void Tq4_queue_obj::Set() {
+    if (base.m_event) (*base.m_event)->Set(base.m_event.get());
+}
+
+void Tq4_queue_obj::Insert(Tq4_queue_item_obj *item, unsigned long index) {
+    if (item->q_ref) item->Remove();
+    Tq4_guard guard(base.m_lock);
+    Link(item, PeekNode(index));
+    Set();
+}
+
+template <class Take> auto Tq4_queue_obj::Waiting(unsigned long wait, Take take) {
+    const auto look = [&] {
+        Tq4_guard guard(base.m_lock);
+        return take();
+    };
+    auto taken = look();
+    if (taken || !wait || !base.m_event) return taken;
+    const Patience patience(wait);
+    do {
+        if ((*base.m_event)->Wait(base.m_event.get(), patience.left()) < 1) return decltype(taken){};
+        taken = look();
+    } while (!taken);
+    return taken;
+}
+
+void *Tq4_queue_obj::PeekObj(unsigned long index, unsigned long wait) {
+    Tq4_queue_item_obj *item = nullptr;
+    return Waiting(wait, [&]() -> void * {
+        item = PeekClamped(index);
+        return item ? item->m_obj : nullptr;
+    });
+}
+
+Tq4_queue_item Tq4_queue_obj::At(unsigned long index, unsigned long wait) {
+    return Waiting(wait, [&]() -> Tq4_queue_item {
+        Tq4_queue_item_obj *item = PeekClamped(index);
+        return item ? item->handle() : nullptr;
+    });
+}
+
+Tq4_queue_item Tq4_queue_obj::RemoveAt(unsigned long index, unsigned long wait) {
+    return Waiting(wait, [&]() -> Tq4_queue_item {
+        Tq4_queue_item_obj *item = PeekClamped(index);
+        if (!item) return nullptr;
+        Unlink(item);
+        if (base.m_itemCount) Set();
+        return item->handle();
+    });
+}
+
+void Tq4_queue_obj::each(Tq4_queue_visitor visitor, void *param) {
+    Tq4_guard guard(base.m_lock);
+    Visit(m_head.next, ~0ul, visitor, param);
+}
+
+void Tq4_queue_obj::Range(unsigned long index, int n, Tq4_queue_visitor visitor, void *param) {
+    if (n <= 0) return;
+    Tq4_guard guard(base.m_lock);
+    Visit(PeekNode(index), static_cast<unsigned long>(n), visitor, param);
+}
+
+void Tq4_queue_obj::QSort(Tq4_queue_obj_compare compare, void *param) {
+    Tq4_guard guard(base.m_lock);
+    if (base.m_itemCount < 2 || !compare) return;
+    if (!m_temp) m_temp = std::make_unique<Tq4_queue_sort_temp>();
+    m_temp->Sort(*this, compare, param);
+}
+
+// The visitor may remove the item it is shown.
+void Tq4_queue_obj::Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_visitor visitor, void *param) {
+    for (Tq4_list_node *node = from; node != &m_tail && most--;) {
+        Tq4_list_node *following = node->next;
+        if (visitor(item_of(node)->m_obj, param) != 0) return;
+        node = following;
+    }
+}
+
+Tq4_list_node *Tq4_queue_obj::PeekNode(unsigned long index) {
+    const uint64_t count = base.m_itemCount;
+    if (index >= count) return &m_tail;
+    Tq4_list_node *from = &m_head;
+    uint64_t steps = index + 1;
+    int direction = +1;
+    if (index > count / 2) {
+        from = &m_tail;
+        steps = count - index;
+        direction = -1;
+    }
+    if (m_seen && distance(m_seen_index, index) < steps) {
+        from = m_seen;
+        steps = distance(m_seen_index, index);
+        direction = m_seen_index < index ? +1 : -1;
+    }
+    m_seen = Tq4_list_node_PeekAt(from, steps, direction);
+    m_seen_index = index;
+    return m_seen;
+}
+
+Tq4_queue_item_obj *Tq4_queue_obj::PeekClamped(unsigned long index) {
+    const uint64_t count = base.m_itemCount;
+    if (count == 0) return nullptr;
+    if (index == 0) return item_of(m_head.next);
+    return item_of(index < count ? PeekNode(index) : m_tail.prev);
+}
+
+void Tq4_queue_obj::Link(Tq4_queue_item_obj *item, Tq4_list_node *before) {
+    if (before != &m_tail) m_seen = nullptr;
+    Tq4_list_node_AddNode(before->prev, &item->node);
+    item->q_ref = &base;
+    base.m_itemCount = base.m_itemCount + 1;
+}
+
+void Tq4_queue_obj::Unlink(Tq4_queue_item_obj *item) {
+    m_seen = nullptr;
+    Tq4_list_node_Remove(&item->node);
+    item->q_ref = nullptr;
+    base.m_itemCount = base.m_itemCount - 1;
+}
+
+namespace {
+
+// The inserting operations give back the item also when there is no queue.
+Tq4_queue_item InsertAt(Tq4_queue q, Tq4_queue_item item, unsigned long index) {
+    if (q && item) Tq4_record<Tq4_queue_obj>(q)->Insert(Tq4_record<Tq4_queue_item_obj>(item), index);
+    return item;
+}
+Tq4_queue_item PutHead(Tq4_queue q, Tq4_queue_item item) { return InsertAt(q, item, 0); }
+Tq4_queue_item PutTail(Tq4_queue q, Tq4_queue_item item) { return InsertAt(q, item, ~0ul); }
+
+const int the_module = 0;
+
+} // namespace
+
+extern "C" constinit const void *const Tq4_queue_00 = &the_module;
+
+const Tq4_queue_ Tq4_queue_itf = {
+    .ThreadSafe = Tq4_op<&Tq4_queue_obj::ThreadSafe>,
+    .EventSync = Tq4_op<&Tq4_queue_obj::EventSync>,
+    .QSort = Tq4_op<&Tq4_queue_obj::QSort>,
+    .Count = Tq4_op<&Tq4_queue_obj::Count>,
+    .RemoveAll = Tq4_op<&Tq4_queue_obj::RemoveAll>,
+    .Wait = Tq4_op<&Tq4_queue_obj::Wait>,
+    .Set = Tq4_op<&Tq4_queue_obj::Set>,
+    .InsertAt = InsertAt,
+    .PutHead = PutHead,
+    .PutTail = PutTail,
+    .PeekObj = Tq4_op<&Tq4_queue_obj::PeekObj>,
+    .At = Tq4_op<&Tq4_queue_obj::At>,
+    .Head = Tq4_op<&Tq4_queue_obj::Head>,
+    .Tail = Tq4_op<&Tq4_queue_obj::Tail>,
+    .RemoveAt = Tq4_op<&Tq4_queue_obj::RemoveAt>,
+    .RemoveHead = Tq4_op<&Tq4_queue_obj::RemoveHead>,
+    .RemoveTail = Tq4_op<&Tq4_queue_obj::RemoveTail>,
+    .each = Tq4_op<&Tq4_queue_obj::each>,
+    .Range = Tq4_op<&Tq4_queue_obj::Range>,
+    .SetOnSwap = Tq4_op<&Tq4_queue_obj::SetOnSwap>,
+};
+TQ4_MODULE(queue)

@@ -1,0 +1,93 @@
+// queue.hpp: the records of a queue and its items.
+//
+// The list runs between two sentinels that lie in the queue's record. Its lock guards every link, the count and the
+// remembered position; items reach the same lock through q_ref. An item is linked exactly while its q_ref is set.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "base/queue/list_node.hpp"
+#include "own.hpp"
+#include "tq4/event.h"
+#include "tq4/lock.h"
+#include "tq4/queue.h"
+
+struct Tq4_queue_obj;
+struct Tq4_queue_sort_temp;
+
+// The part of a queue that its items point back to.
+struct Tq4_queue_ref {
+    Tq4_queue_obj *qobj;           // borrowed: the queue that this is part of
+    Tq4_own<Tq4_event> m_event;    // automatic reset; null when event sync is off
+    Tq4_own<Tq4_lock> m_lock;      // null when the queue is not thread-safe
+    volatile uint64_t m_itemCount; // linked items
+};
+
+struct Tq4_queue_item_obj {
+    Tq4_list_node node;             // first: a node of a queue is the item that it starts
+    Tq4_queue_ref *q_ref = nullptr; // borrowed: of the queue the item is linked into, else null
+    void *m_obj = nullptr;          // payload; owned when there is a deleter
+    Tq4_queue_deleter m_del_pf = nullptr;
+
+    ~Tq4_queue_item_obj();
+    void Reset();
+    void Copy(const Tq4_queue_item_obj *) {} // an item's place and payload are its own
+    bool Equal(const Tq4_queue_item_obj &other) const { return this == &other; }
+
+    Tq4_queue_item handle() { return Tq4_handle_of<Tq4_queue_item>(this); }
+    Tq4_queue Queue();
+    void Remove();
+    void ToHead();
+    void ToTail();
+    void *Attach(void *payload, Tq4_queue_deleter deleter);
+    void *GetAttach() { return m_obj; }
+    Tq4_queue_item Next();
+    Tq4_queue_item Pre();
+};
+
+struct Tq4_queue_obj {
+    Tq4_queue_ref base;
+    Tq4_list_node m_head; // sentinels
+    Tq4_list_node m_tail;
+    std::unique_ptr<Tq4_queue_sort_temp> m_temp; // made by the first sort and kept
+    Tq4_queue_on_swap on_swap = nullptr;
+
+    // The last position looked up, so that walking by index is linear in all. Null after any other change of links.
+    Tq4_list_node *m_seen = nullptr;
+    uint64_t m_seen_index = 0;
+
+    explicit Tq4_queue_obj(const Tq4_queue_CreateParams *given);
+    ~Tq4_queue_obj();
+    void Reset() { RemoveAll(); }
+    void Copy(const Tq4_queue_obj *) {} // payloads belong to one queue
+    bool Equal(const Tq4_queue_obj &other) const { return this == &other; }
+
+    void ThreadSafe(int on);
+    void EventSync(int on);
+    void QSort(Tq4_queue_obj_compare compare, void *param);
+    unsigned long Count();
+    void RemoveAll();
+    int Wait(unsigned long wait);
+    void Set();
+    void Insert(Tq4_queue_item_obj *item, unsigned long index);
+    void *PeekObj(unsigned long index, unsigned long wait);
+    Tq4_queue_item At(unsigned long index, unsigned long wait);
+    Tq4_queue_item Head(unsigned long wait) { return At(0, wait); }
+    Tq4_queue_item Tail(unsigned long wait) { return At(~0ul, wait); }
+    Tq4_queue_item RemoveAt(unsigned long index, unsigned long wait);
+    Tq4_queue_item RemoveHead(unsigned long wait) { return RemoveAt(0, wait); }
+    Tq4_queue_item RemoveTail(unsigned long wait) { return RemoveAt(~0ul, wait); }
+    void each(Tq4_queue_visitor visitor, void *param);
+    void Range(unsigned long index, int n, Tq4_queue_visitor visitor, void *param);
+    void SetOnSwap(Tq4_queue_on_swap function) { on_swap = function; }
+
+    // The rest is called under the lock.
+    static Tq4_queue_item_obj *item_of(Tq4_list_node *node) { return reinterpret_cast<Tq4_queue_item_obj *>(node); }
+    Tq4_list_node *PeekNode(unsigned long index);         // the tail sentinel past the end
+    Tq4_queue_item_obj *PeekClamped(unsigned long index); // the last item past the end; null when empty
+    void Link(Tq4_queue_item_obj *item, Tq4_list_node *before);
+    void Unlink(Tq4_queue_item_obj *item);
+    void Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_visitor visitor, void *param);
+    template <class Take> auto Waiting(unsigned long wait, Take take);
+};
