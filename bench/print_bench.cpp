@@ -1,5 +1,4 @@
-// The printf engine into a warm buffer beside snprintf, and the growth of a write buffer beside std::string. Each pair
-// does the same work; run interleaved with --benchmark_enable_random_interleaving.
+// The printf engine into a warm buffer beside snprintf, and the growth of a write buffer beside std::string.
 #include <benchmark/benchmark.h>
 
 #include <cstdarg>
@@ -26,7 +25,7 @@ struct Buffer {
     }
 };
 
-// Twice the same call, with an int in the arguments that changes from line to line.
+// The same call for both, with an int in the arguments that changes from line to line.
 template <class Call> void engine(benchmark::State &state, Call call) {
     Buffer buffer(1024);
     int i = 0;
@@ -59,8 +58,8 @@ const auto texts = [](auto print, int) {
 };
 
 #define PAIR(name)                                                                                                     \
-    BENCHMARK_CAPTURE(engine, name, name);                                                                             \
-    BENCHMARK_CAPTURE(c_library, name, name)
+    BENCHMARK_CAPTURE(engine, name, name)->Name("print_" #name "/tq4");                                                \
+    BENCHMARK_CAPTURE(c_library, name, name)->Name("print_" #name "/snprintf")
 PAIR(log_prefix);
 PAIR(int_text_double);
 PAIR(doubles);
@@ -108,9 +107,9 @@ void std_string_push_back(benchmark::State &state) {
     state.SetBytesProcessed(state.iterations() * total);
 }
 
-BENCHMARK(wbuf_append)->Arg(3)->Arg(24)->Arg(200);
-BENCHMARK(std_string_append)->Arg(3)->Arg(24)->Arg(200);
-BENCHMARK(wbuf_putch);
-BENCHMARK(std_string_push_back);
+BENCHMARK(wbuf_append)->Name("append/tq4")->Arg(3)->Arg(24)->Arg(200);
+BENCHMARK(std_string_append)->Name("append/std_string")->Arg(3)->Arg(24)->Arg(200);
+BENCHMARK(wbuf_putch)->Name("putch/tq4");
+BENCHMARK(std_string_push_back)->Name("putch/std_string");
 
 } // namespace

@@ -24,8 +24,8 @@ constexpr long number_slack = 64;
 constexpr long text_slack = 32;
 constexpr int longest_double = 310; // of %f without its decimals; %e and %g are shorter
 constexpr int default_precision = 6;
-constexpr int narrow = 16;   // bytes that one store fills
-constexpr int short_run = 8; // ordinary characters that are copied one by one
+constexpr int narrow = 16;    // bytes that one store fills
+constexpr long short_run = 16; // ordinary characters that are copied one by one
 
 constexpr Tq4_decimal decimal;
 constexpr Tq4_binary_radix octal = {3, "01234567"};
@@ -181,11 +181,11 @@ private:
     }
     // Copies a run of ordinary characters as far as there is room.
     const char *run(const char *f) {
+        long most = std::min(short_run, m_end - m_at), n = 0;
         uint8_t *at = m_at;
-        int n = 0;
-        for (; n < short_run && *f && *f != '%' && at < m_end; ++n) *at++ = static_cast<uint8_t>(*f++);
-        m_at = at;
-        return n == short_run ? long_run(f) : f;
+        for (; n < most && f[n] && f[n] != '%'; ++n) at[n] = static_cast<uint8_t>(f[n]);
+        m_at = at + n;
+        return n == short_run ? long_run(f + n) : f + n;
     }
     [[gnu::noinline]] const char *long_run(const char *f) {
         long n = std::min(strchrnul(f, '%') - f, m_end - m_at);
@@ -216,16 +216,25 @@ private:
         bool has_width = *f >= '0' && *f <= '9';
         long width = has_width ? *f++ - '0' : 0;
         if (!m_silent || m_end - m_at < 9 + number_slack) return nullptr;
-        if (*f != 'd' && *f != 'u' && *f != 'x') return nullptr;
-
-        auto value = va_arg(m_args.list, unsigned);
-        if (*f == 'x')
-            short_digits(zero, width, value, hexadecimal);
-        else if (*f == 'u' || value <= INT_MAX)
-            short_digits(zero, width, value, decimal);
+        switch (*f) {
+        case 'd':
+            short_signed(zero, width, va_arg(m_args.list, int));
+            return f + 1;
+        case 'u':
+            short_digits(zero, width, va_arg(m_args.list, unsigned), decimal);
+            return f + 1;
+        case 'x':
+            short_digits(zero, width, va_arg(m_args.list, unsigned), hexadecimal);
+            return f + 1;
+        default:
+            return nullptr;
+        }
+    }
+    void short_signed(bool zero, long width, long value) {
+        if (value >= 0)
+            short_digits(zero, width, static_cast<uint64_t>(value), decimal);
         else
-            number({.zero = zero, .width = width}, 0 - value, "-", decimal);
-        return f + 1;
+            number({.zero = zero, .width = width}, static_cast<uint64_t>(-value), "-", decimal);
     }
     template <class Radix> void short_digits(bool zero, long width, uint64_t value, const Radix &radix) {
         uint8_t *at = m_at; // stores of bytes may change any member: a local spares the compiler the doubt

@@ -61,7 +61,7 @@ std::size_t utf8_encode(uint32_t code_point, uint8_t *out) {
 std::size_t utf8_columns(Tq4_bytes text) {
     std::size_t columns = 0;
     for (std::size_t at = 0; at < text.size;) {
-        const int length = utf8_decode({text.data + at, text.size - at}, nullptr);
+        const int length = text.data[at] < 0x80 ? 1 : utf8_decode({text.data + at, text.size - at}, nullptr);
         columns += length > 1 ? 2 : 1;
         at += length > 1 ? static_cast<std::size_t>(length) : 1;
     }
