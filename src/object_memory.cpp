@@ -10,7 +10,7 @@
 
 #include "assert.hpp"
 
-constinit thread_local Tq4_object_memory_stacks Tq4_object_stacks;
+constinit thread_local Tq4_object_memory_stacks Tq4_object_stacks{};
 
 namespace {
 
