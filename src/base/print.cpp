@@ -24,7 +24,7 @@ constexpr long number_slack = 64;
 constexpr long text_slack = 32;
 constexpr int longest_double = 310; // of %f without its decimals; %e and %g are shorter
 constexpr int default_precision = 6;
-constexpr int narrow = 16;    // bytes that one store fills
+constexpr int narrow = 16;     // bytes that one store fills
 constexpr long short_run = 16; // ordinary characters that are copied one by one
 
 constexpr Tq4_decimal decimal;
