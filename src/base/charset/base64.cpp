@@ -9,6 +9,7 @@
 #include <array>
 
 #include "base/charset/base64_kernels.hpp"
+#include "base/charset/kernel_choice.hpp"
 
 namespace {
 
@@ -114,12 +115,7 @@ constexpr const Base64_kernel *kernels[] = {
 };
 
 const Base64_kernel &fastest_kernel() {
-    static const Base64_kernel *const chosen = [] {
-        const Base64_kernel *best = &base64_portable;
-        for (const Base64_kernel *kernel : base64_kernels())
-            if (kernel->is_supported()) best = kernel;
-        return best;
-    }();
+    static const Base64_kernel *const chosen = fastest_supported(base64_kernels());
     return *chosen;
 }
 
