@@ -1,12 +1,14 @@
 /* textconv: converts text between character sets, to and from Base64, scrambles it, and counts it.
  *
- * The whole text is read before it is converted: no character is ever cut, and scrambling chains each block to the one
- * before. A conversion stops at the first malformed character and keeps what it has; how far it got is found by
- * converting its result back, which gives the part of the input that was understood. So every result is also checked.
+ * The text passes through in pieces of 60 KiB. A conversion stops at the first character that is malformed or cut off
+ * at the end of its piece, and keeps what it has; how far it got is found by converting its result back, which also
+ * checks it. What was not reached begins the next piece, and a piece of which nothing is reached begins with malformed
+ * text. Scrambling alone takes the text whole, since it chains each block to the one before.
  */
 #define _GNU_SOURCE
 #include <errno.h>
 #include <getopt.h>
+#include <limits.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -34,6 +36,9 @@ static const char help[] =
 /* A step appends to out what it makes of in. The key is for scrambling alone. */
 typedef void (*step)(Tq4_string out, Tq4_string in, const char *key);
 
+/* A multiple of 60, so that the lines of Base64, 80 characters for 60 bytes, go on from piece to piece. */
+enum { PIECE = 60 * 1024 };
+
 #define TEXT(in) (*(in))->c_str(in)
 #define LENGTH(in) ((unsigned long)(*(in))->length(in))
 #define CHARSET_STEP(slot, type)                                                                                       \
@@ -57,20 +62,22 @@ struct conversion {
     const char *from, *to; /* to is null when every byte has a counterpart */
     step forth;
     step back; /* what undoes it; null when nothing can be malformed */
+    unsigned long piece;
 };
 
 static const struct conversion conversions[] = {
-    {"utf8", "gb18030", utf8_2_gb18030, gb18030_2_utf8},
-    {"gb18030", "utf8", gb18030_2_utf8, utf8_2_gb18030},
-    {"utf8", "units", utf8_2_unicode, unicode_2_utf8},
-    {"units", "utf8", unicode_2_utf8, utf8_2_unicode},
-    {"gb18030", "units", gb18030_2_unicode, unicode_2_gb18030},
-    {"units", "gb18030", unicode_2_gb18030, gb18030_2_unicode},
+    {"utf8", "gb18030", utf8_2_gb18030, gb18030_2_utf8, PIECE},
+    {"gb18030", "utf8", gb18030_2_utf8, utf8_2_gb18030, PIECE},
+    {"utf8", "units", utf8_2_unicode, unicode_2_utf8, PIECE},
+    {"units", "utf8", unicode_2_utf8, utf8_2_unicode, PIECE},
+    {"gb18030", "units", gb18030_2_unicode, unicode_2_gb18030, PIECE},
+    {"units", "gb18030", unicode_2_gb18030, gb18030_2_unicode, PIECE},
 };
-static const struct conversion encode = {"bytes", NULL, Base64Encode, NULL};
-static const struct conversion decode = {"Base64", NULL, Base64Decode, Base64Encode};
-static const struct conversion scrambling = {"bytes", NULL, scramble, NULL};
-static const struct conversion unscrambling = {"bytes", NULL, unscramble, NULL};
+static const struct conversion encode = {"bytes", NULL, Base64Encode, NULL, PIECE};
+static const struct conversion decode = {"Base64", NULL, Base64Decode, Base64Encode, PIECE};
+static const struct conversion scrambling = {"bytes", NULL, scramble, NULL, ULONG_MAX};
+static const struct conversion unscrambling = {"bytes", NULL, unscramble, NULL, ULONG_MAX};
+static const struct conversion as_it_is = {"utf8", NULL, NULL, NULL, PIECE};
 
 static const struct conversion *between(const char *from, const char *to) {
     for (size_t i = 0; i < sizeof conversions / sizeof *conversions; ++i)
@@ -88,49 +95,43 @@ static unsigned long position_in_base64(Tq4_string text, unsigned long character
     return at;
 }
 
-/* How many bytes of the input the result stands for. */
-static unsigned long reached(const struct conversion *conversion, Tq4_string in, Tq4_string result) {
+/* Converts what it can of in, and returns how many bytes of it that was. */
+static unsigned long convert(const struct conversion *conversion, Tq4_string out, Tq4_string in, const char *key) {
+    conversion->forth(out, in, key);
+    if (!conversion->back) return LENGTH(in);
+
     Tq4_string again = Tq4_string_oitf->Create(NULL);
-    conversion->back(again, result, NULL);
-    unsigned long length = LENGTH(again);
+    conversion->back(again, out, NULL);
+    unsigned long reached = LENGTH(again);
     if (conversion == &decode) {
         unsigned long characters = 0;
-        for (unsigned long i = 0; i < length; ++i) characters += !is_line_end(TEXT(again)[i]);
-        length = position_in_base64(in, characters);
+        for (unsigned long i = 0; i < reached; ++i) characters += !is_line_end(TEXT(again)[i]);
+        reached = position_in_base64(in, characters);
     }
     Tq4_string_oitf->Delete(again);
-    return length;
+    return reached;
 }
 
-static int malformed_at(unsigned long byte, const char *from, const char *to) {
-    fprintf(stderr, "textconv: byte %lu: malformed %s", byte, from);
-    fprintf(stderr, to ? ", or a character without counterpart in %s\n" : "\n", to);
-    return MALFORMED;
-}
+struct counts {
+    unsigned long lines, characters, columns, bytes;
+};
 
-static int convert(const struct conversion *conversion, Tq4_string out, Tq4_string in, const char *key) {
-    conversion->forth(out, in, key);
-    if (!conversion->back) return DONE;
-    unsigned long understood = reached(conversion, in, out);
-    return understood == LENGTH(in) ? DONE : malformed_at(understood, conversion->from, conversion->to);
-}
-
-/* Counts UTF-8 text. A character of one byte is one column wide, every longer one two; a line feed has no width. */
-static int count(Tq4_string text) {
-    unsigned long lines = 0, characters = 0, columns = 0, length = LENGTH(text), at = 0;
+/* Counts UTF-8 text and returns how many bytes of it are whole characters. A character of one byte is one column wide,
+ * every longer one two; a line feed has no width. */
+static unsigned long count(struct counts *counts, Tq4_string text) {
+    unsigned long length = LENGTH(text), at = 0;
     const char *bytes = TEXT(text);
-    while (at < length) {
-        int size = (*text)->utf8_2_unicode_onece(NULL, bytes + at, length - at);
-        if (size <= 0) return malformed_at(at, "utf8", NULL);
-        ++characters;
+    for (int size; at < length; at += (unsigned long)size) {
+        size = (*text)->utf8_2_unicode_onece(NULL, bytes + at, length - at);
+        if (size <= 0) break;
+        ++counts->characters;
         if (bytes[at] == '\n')
-            ++lines;
+            ++counts->lines;
         else
-            columns += size == 1 ? 1 : 2;
-        at += (unsigned long)size;
+            counts->columns += size == 1 ? 1 : 2;
     }
-    printf("%lu lines, %lu characters, %lu columns, %lu bytes\n", lines, characters, columns, length);
-    return DONE;
+    counts->bytes += at;
+    return at;
 }
 
 static int no_file(const char *name) {
@@ -138,20 +139,19 @@ static int no_file(const char *name) {
     return NO_FILE;
 }
 
-static int read_all(const char *name, Tq4_string text) {
-    FILE *file = name ? fopen(name, "rb") : stdin;
-    char piece[1 << 16];
-    if (!file) return no_file(name);
-    for (size_t n; (n = fread(piece, 1, sizeof piece, file)) > 0;) (*text)->Memcat(text, piece, n);
-    int result = ferror(file) ? no_file(name ? name : "standard input") : DONE;
-    if (name) fclose(file);
-    return result;
+/* Fills text up to the size of a piece, or to the end of the file. */
+static int fill(Tq4_string text, unsigned long piece, FILE *file) {
+    char block[1 << 14];
+    size_t got = 1;
+    while (got && LENGTH(text) < piece) {
+        unsigned long room = piece - LENGTH(text);
+        got = fread(block, 1, room < sizeof block ? room : sizeof block, file);
+        (*text)->Memcat(text, block, got);
+    }
+    return !ferror(file);
 }
 
-static int write_all(Tq4_string text) {
-    size_t written = fwrite(TEXT(text), 1, LENGTH(text), stdout);
-    return written == LENGTH(text) && fflush(stdout) == 0 ? DONE : no_file("standard output");
-}
+static int write_all(Tq4_string text) { return fwrite(TEXT(text), 1, LENGTH(text), stdout) == LENGTH(text); }
 
 static int wrong_usage(const char *what) {
     fprintf(stderr, "textconv: %s; see textconv --help\n", what);
@@ -165,21 +165,52 @@ struct request {
     int count;
 };
 
+static int malformed_at(unsigned long byte, const struct conversion *conversion) {
+    fflush(stdout);
+    fprintf(stderr, "textconv: byte %lu: malformed %s", byte, conversion->from);
+    fprintf(stderr, conversion->to ? ", or a character without counterpart in %s\n" : "\n", conversion->to);
+    return MALFORMED;
+}
+
+/* Passes the file through the conversion, piece by piece. */
+static int pass(const struct request *request, const struct conversion *conversion, FILE *file, Tq4_string in,
+                Tq4_string out) {
+    struct counts counts = {0, 0, 0, 0};
+    unsigned long reached;
+    for (unsigned long position = 0;; position += reached) {
+        if (!fill(in, conversion->piece, file)) return no_file(request->file ? request->file : "standard input");
+        if (!LENGTH(in)) break;
+        if (conversion == &as_it_is) {
+            reached = count(&counts, in);
+        } else {
+            (*out)->truncate(out, 0);
+            reached = convert(conversion, out, in, request->key);
+            if (request->count)
+                count(&counts, out);
+            else if (!write_all(out))
+                return no_file("standard output");
+        }
+        if (!reached) return malformed_at(position, conversion);
+        (*in)->del(in, 0, reached);
+    }
+    if (request->count)
+        printf("%lu lines, %lu characters, %lu columns, %lu bytes\n", counts.lines, counts.characters, counts.columns,
+               counts.bytes);
+    return fflush(stdout) == 0 ? DONE : no_file("standard output");
+}
+
 static int run(const struct request *request) {
     const struct conversion *conversion = request->other ? request->other : between(request->from, request->to);
-    int as_it_is = request->count && !strcmp(request->from, "utf8");
-    if (!conversion && !as_it_is) return wrong_usage("no such conversion");
+    if (!conversion && request->count && !strcmp(request->from, request->to)) conversion = &as_it_is;
+    if (!conversion) return wrong_usage("no such conversion");
+    FILE *file = request->file ? fopen(request->file, "rb") : stdin;
+    if (!file) return no_file(request->file);
 
     Tq4_string in = Tq4_string_oitf->Create(NULL), out = Tq4_string_oitf->Create(NULL);
-    int result = read_all(request->file, in);
-    if (result == DONE && !as_it_is) {
-        result = convert(conversion, out, in, request->key);
-        int written = request->count ? DONE : write_all(out);
-        if (result == DONE) result = written;
-    }
-    if (result == DONE && request->count) result = count(as_it_is ? in : out);
+    int result = pass(request, conversion, file, in, out);
     Tq4_string_oitf->Delete(in);
     Tq4_string_oitf->Delete(out);
+    fclose(file);
     return result;
 }
 

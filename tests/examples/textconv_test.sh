@@ -7,7 +7,7 @@ textconv=$1
 failed=0
 
 # expect CODE OUTPUT INPUT OPTION...: runs textconv on the bytes (printf's notation) and compares what it writes: the
-# message, if any, and then the text.
+# text, and then the message, if any.
 expect() {
     local code=$1 wanted=$2 input=$3 said status
     shift 3
@@ -31,16 +31,23 @@ expect 0 '1 lines, 4 characters, 5 columns, 8 bytes\n' 'a中文\n' --count
 expect 0 '1 lines, 4 characters, 5 columns, 8 bytes\n' 'a\xd6\xd0\xce\xc4\n' --count --from gb18030
 expect 0 '' '' --to gb18030
 
-expect 1 "$(malformed 2 utf8 gb18030)\nab" 'ab\xff\xff' --to gb18030
-expect 1 "$(malformed 3 utf8 gb18030)\n\xd6\xd0" '中\xe4\xb8' --to gb18030
-expect 1 "$(malformed 2 gb18030 utf8)\n中" '\xd6\xd0\xd6' --from gb18030
+expect 1 "ab$(malformed 2 utf8 gb18030)\n" 'ab\xff\xff' --to gb18030
+expect 1 "\xd6\xd0$(malformed 3 utf8 gb18030)\n" '中\xe4\xb8' --to gb18030
+expect 1 "中$(malformed 2 gb18030 utf8)\n" '\xd6\xd0\xd6' --from gb18030
 expect 1 "$(malformed 0 utf8 units)\n" '😀' --to units
-expect 1 "$(malformed 2 units utf8)\n中" '-N-' --from units
-expect 1 "$(malformed 9 Base64)\n中文" '5Lit\n5paH-' --decode
+expect 1 "中$(malformed 2 units utf8)\n" '-N-' --from units
+expect 1 "中文$(malformed 9 Base64)\n" '5Lit\n5paH-' --decode
 expect 1 "$(malformed 1 utf8)\n" 'a\xc0\x80' --count
 expect 2 'textconv: no such conversion; see textconv --help\n' '' --to latin1
 expect 3 'textconv: /no/such/file: No such file or directory\n' '' --to gb18030 /no/such/file
 
+# Longer than a piece, with a character across every boundary.
+for start in a ab abc; do
+    text=$start$(printf '中%.0s' {1..50000})
+    cmp <("$textconv" -t gb18030 <<<"$text") <(iconv -f UTF-8 -t GB18030 <<<"$text") || failed=1
+    cmp <("$textconv" -t gb18030 <<<"$text" | "$textconv" -e | "$textconv" -d | "$textconv" -f gb18030) <(echo "$text") ||
+        failed=1
+done
 for length in 0 7 8 9 1000; do
     same=$(head -c $length "$textconv" | "$textconv" -s key | "$textconv" -u key | cmp - <(head -c $length "$textconv") && echo yes)
     [ "$same" = yes ] || { echo "scrambling $length bytes and back changes them"; failed=1; }
