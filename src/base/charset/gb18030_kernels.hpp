@@ -8,6 +8,7 @@
 
 #include "base/charset/gb18030.hpp"
 
+// Where a conversion stands in its input and its room.
 struct Gb18030_cursor {
     const uint8_t *in, *in_end;
     uint8_t *out, *out_end;
