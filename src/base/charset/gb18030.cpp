@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "base/charset/gb18030_tables.hpp"
+#include "base/charset/kernel_choice.hpp"
 #include "base/charset/utf8.hpp"
 
 namespace {
@@ -267,12 +268,7 @@ constexpr const Gb18030_kernel *kernels[] = {
 };
 
 const Gb18030_kernel &fastest_kernel() {
-    static const Gb18030_kernel *const chosen = [] {
-        const Gb18030_kernel *best = &gb18030_portable;
-        for (const Gb18030_kernel *kernel : kernels)
-            if (kernel->is_supported()) best = kernel;
-        return best;
-    }();
+    static const Gb18030_kernel *const chosen = fastest_supported(gb18030_kernels());
     return *chosen;
 }
 

@@ -1,7 +1,6 @@
 // gb18030.hpp: GB18030, edition 2022, to and from UTF-8 and 16-bit units.
 //
-// A text grows to twice its bytes at most, in every direction. What lies in the room behind the bytes produced may be
-// overwritten. All may be called from any thread.
+// A text grows to twice its bytes at most, in every direction. All may be called from any thread.
 #pragma once
 
 #include "base/charset/conversion.hpp"
