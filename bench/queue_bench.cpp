@@ -75,12 +75,13 @@ void tq4_sort(benchmark::State &state) {
         Tq4_queue q = make(0, 0);
         for (long x : unsorted) put(q, reinterpret_cast<void *>(x));
         state.ResumeTiming();
-        (*q)->QSort(q,
-                    [](void *a, void *b, void *) {
-                        auto x = reinterpret_cast<long>(a), y = reinterpret_cast<long>(b);
-                        return x < y ? -1 : x > y;
-                    },
-                    nullptr);
+        (*q)->QSort(
+            q,
+            [](void *a, void *b, void *) {
+                auto x = reinterpret_cast<long>(a), y = reinterpret_cast<long>(b);
+                return x < y ? -1 : x > y;
+            },
+            nullptr);
         state.PauseTiming();
         Tq4_queue_oitf->Delete(q);
         state.ResumeTiming();

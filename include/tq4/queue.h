@@ -42,17 +42,20 @@ typedef void (*Tq4_queue_deleter)(void *payload);
 struct Tq4_queue_ {
     /* Makes (non-zero) or deletes (0) the lock; while no other thread uses the queue. */
     void (*ThreadSafe)(Tq4_queue q, int on);
-    /* Makes or deletes the event; a new one is unset, whatever the queue holds. While no other thread uses the queue. */
+    /* Makes or deletes the event; a new one is unset, whatever the queue holds. While no other thread uses the queue.
+     */
     void (*EventSync)(Tq4_queue q, int on);
     /* Sorts the payloads ascending by compare, which gives a negative number, 0 or a positive one. Payloads move with
-     * their deleters, items keep their places. Equal payloads may change places. A comparator that does not give exactly
-     * opposite answers for the first and the last payload leaves the queue as it is. n log n comparisons at most. */
+     * their deleters, items keep their places. Equal payloads may change places. A comparator that does not give
+     * exactly opposite answers for the first and the last payload leaves the queue as it is. n log n comparisons at
+     * most. */
     void (*QSort)(Tq4_queue q, Tq4_queue_obj_compare compare, void *param);
     /* The number of linked items. */
     unsigned long (*Count)(Tq4_queue q);
     /* Deletes all items, from the head on, and resets the event. */
     void (*RemoveAll)(Tq4_queue q);
-    /* Waits for the event: 1 when it was or became set, 0 on time-out or without an event. The event resets by itself. */
+    /* Waits for the event: 1 when it was or became set, 0 on time-out or without an event. The event resets by itself.
+     */
     int (*Wait)(Tq4_queue q, unsigned long wait);
     /* Sets the event, if there is one. */
     void (*Set)(Tq4_queue q);

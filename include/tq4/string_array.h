@@ -53,8 +53,8 @@ struct Tq4_string_array_ {
      * break; a separator at the very start always gives an empty first field. The last field is added only when it is
      * not empty. Null is an empty text. Returns the new size. */
     unsigned long (*Split)(Tq4_string_array a, const char *text, char separator, int collapse);
-    /* The same over all bytes of string, except that the last field is always added, deliberately: an empty string gives
-     * one empty field. A null string empties the array. */
+    /* The same over all bytes of string, except that the last field is always added, deliberately: an empty string
+     * gives one empty field. A null string empties the array. */
     unsigned long (*SplitString)(Tq4_string_array a, Tq4_string string, char separator, int collapse);
     /* Calls visitor(string, context) for each string in order, on the calling thread, until it returns non-zero. */
     void (*each)(Tq4_string_array a, Tq4_string_visitor visitor, void *context);
