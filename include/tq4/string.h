@@ -92,8 +92,8 @@ struct Tq4_string_ {
     void (*resize)(Tq4_string s, unsigned long length, int fill);
     /* Appends n unset bytes and returns where they start, for the caller to write. Null when there is no room. */
     char *(*Extend)(Tq4_string s, unsigned long n);
-    /* The text, NUL-terminated; the length stays. In the extreme case that there is no room for the NUL, it takes the
-     * place of the last byte. */
+    /* The text, NUL-terminated; the length stays. Making room for the NUL may move the text, and pointers into it from
+     * before are then invalid. When there can be no room, the NUL takes the place of the last byte. */
     const char *(*c_str)(Tq4_string s);
     /* The length in bytes. */
     long (*length)(Tq4_string s);

@@ -7,6 +7,7 @@
 
 #include "base/charset/base64.hpp"
 #include "base/charset/crypto_quick.hpp"
+#include "base/charset/gb18030.hpp"
 #include "base/charset/utf8.hpp"
 #include "base/string/string.hpp"
 
@@ -51,6 +52,18 @@ long Tq4_string_obj::utf8_2_unicode(const char *text, unsigned long len) {
 }
 long Tq4_string_obj::unicode_2_utf8(const uint16_t *units, unsigned long bytes) {
     return convert(units_to_utf8, Tq4_operand(*this, units, size_of_units(units, bytes)));
+}
+long Tq4_string_obj::utf8_2_gb18030(const char *text, unsigned long len) {
+    return convert(utf8_to_gb18030, Tq4_operand(*this, text, len));
+}
+long Tq4_string_obj::gb18030_2_utf8(const char *text, unsigned long len) {
+    return convert(gb18030_to_utf8, Tq4_operand(*this, text, len));
+}
+long Tq4_string_obj::unicode_2_gb18030(const uint16_t *units, unsigned long bytes) {
+    return convert(units_to_gb18030, Tq4_operand(*this, units, size_of_units(units, bytes)));
+}
+long Tq4_string_obj::gb18030_2_unicode(const char *text, unsigned long len) {
+    return convert(gb18030_to_units, Tq4_operand(*this, text, len));
 }
 
 int Tq4_string_obj::measure_utf8(const char *bytes, unsigned long len) {

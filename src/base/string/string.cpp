@@ -3,14 +3,12 @@
 // The text is m_data .. m_ptr of the buffer, which starts in 16 bytes inside the record, so that a short string costs
 // the one allocation of its object. No NUL is kept behind the text; c_str() puts one there when it is asked for.
 //
-// Every change goes through few primitives: reserve makes room or fails with nothing changed, assign, append and
-// open_gap move each byte once, straight into its place. Operations that fail for want of room leave text and quote as
-// they are. Bytes given to an operation may lie inside the string's own storage; Tq4_operand copies them first when
-// they do, and formatted text is always made aside, so the ordinary case pays one comparison.
+// Every change goes through few primitives: reserve makes room or fails with nothing changed; assign, the buffer's
+// memcat and open_gap move each byte once, straight into its place. Bytes given to an operation may lie inside the
+// string's own storage: Tq4_operand copies those, the ordinary case pays one comparison. Formatted texts and dates,
+// whose arguments cannot be looked through, are made aside.
 //
 // The operations are in edit.cpp, format.cpp, search.cpp, date.cpp, number.cpp, convert.cpp and line.cpp.
-#include "base/string/string.hpp"
-
 #include "base/string/string.hpp"
 
 #include <algorithm>
@@ -174,6 +172,10 @@ constinit const Tq4_string_ Tq4_string_itf = {
     .utf8_2_unicode_onece = utf8_2_unicode_onece,
     .utf8_2_unicode = op<&S::utf8_2_unicode>,
     .unicode_2_utf8 = op<&S::unicode_2_utf8>,
+    .utf8_2_gb18030 = op<&S::utf8_2_gb18030>,
+    .gb18030_2_utf8 = op<&S::gb18030_2_utf8>,
+    .unicode_2_gb18030 = op<&S::unicode_2_gb18030>,
+    .gb18030_2_unicode = op<&S::gb18030_2_unicode>,
     .enc = op<&S::enc>,
     .dec = op<&S::dec>,
 };

@@ -38,11 +38,20 @@ struct StringConvert : StringFixture {
 TEST_F(StringConvert, EveryDirectionAppendsAndCountsWhatItAppended) {
     check((*s)->utf8_2_unicode, utf8, units, 2);
     check((*s)->unicode_2_utf8, units, utf8, 4);
+    check((*s)->utf8_2_gb18030, utf8, gb18030, 3);
+    check((*s)->gb18030_2_utf8, gb18030, utf8, 4);
+    check((*s)->unicode_2_gb18030, units, gb18030, 3);
+    check((*s)->gb18030_2_unicode, gb18030, units, 4);
 }
 
 TEST_F(StringConvert, KeepsWhatCameBeforeTheFirstCharacterThatHasNoCounterpart) {
+    EXPECT_EQ((*s)->utf8_2_gb18030(s, "ab\xc0\x80zz", TQ4_ALL_ONES), 2);
+    EXPECT_EQ((*s)->gb18030_2_utf8(s, "cd\xff\xffzz", TQ4_ALL_ONES), 2);
     EXPECT_EQ((*s)->utf8_2_unicode(s, "\xe4\xb8", 2), 0) << "cut short";
+    EXPECT_EQ((*s)->utf8_2_gb18030(s, beyond.data(), TQ4_ALL_ONES), 4);
+    EXPECT_EQ(text(), "abcd" + beyond_gb18030);
     EXPECT_EQ((*s)->utf8_2_unicode(s, (utf8 + beyond + utf8).data(), TQ4_ALL_ONES), 2);
+    EXPECT_EQ((*s)->gb18030_2_unicode(s, beyond_gb18030.data(), 4), 0);
 }
 
 TEST_F(StringConvert, UnitsEndAtAZeroUnitWhenTheLengthIsAllOnes) {

@@ -121,7 +121,7 @@ void (*const growing[])(Tq4_string s, unsigned long n) = {
     [](Tq4_string s, unsigned long n) { (*s)->Memcpy(s, twenty, n); },
     [](Tq4_string s, unsigned long n) { (*s)->Base64Encode(s, twenty, n); },
     [](Tq4_string s, unsigned long n) { (*s)->enc(s, twenty, n, "key"); },
-    [](Tq4_string s, unsigned long n) { (*s)->utf8_2_unicode(s, twenty, n); }};
+    [](Tq4_string s, unsigned long n) { (*s)->utf8_2_gb18030(s, twenty, n); }};
 
 TEST_F(StringEdit, RoomThatCannotExistOrIsRefusedChangesNothing) {
     set("123456789012345");
@@ -136,6 +136,14 @@ TEST_F(StringEdit, RoomThatCannotExistOrIsRefusedChangesNothing) {
     EXPECT_EQ((*s)->GetQuote(s).open, '"');
     (*s)->Strcat(s, "6");
     EXPECT_STREQ((*s)->c_str(s), "123456789012345") << "the NUL takes the last byte's place";
+}
+
+TEST_F(StringEdit, AConversionThatRunsOutOfRoomHalfWayChangesNothing) {
+    set(std::string(128, 'x'));
+    (*s)->truncate(s, 1);
+    Tq4_record<Tq4_string_obj>(s)->m_buf.fflush = [](Tq4_wbuf *) { return 0; };
+    EXPECT_EQ((*s)->utf8_2_unicode(s, std::string(100, 'a').data(), 100), 0);
+    EXPECT_EQ(text(), "x");
 }
 
 } // namespace

@@ -26,8 +26,8 @@ struct StringSearch : StringFixture {
     // Where the pattern is found, both as the pointer and as the position say.
     unsigned long found(Search search, unsigned long from, const std::string &pattern) {
         unsigned long position = from;
-        const char *at = search(s, &position, pattern.data(), pattern.size());
-        EXPECT_EQ(position, at ? static_cast<unsigned long>(at - (*s)->c_str(s)) : from);
+        const char *start = (*s)->c_str(s), *at = search(s, &position, pattern.data(), pattern.size());
+        EXPECT_EQ(position, at ? static_cast<unsigned long>(at - start) : from);
         return at ? position : none;
     }
 };
