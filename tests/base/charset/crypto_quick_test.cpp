@@ -16,7 +16,7 @@ crypto_quick_key_t key_of(const std::string &text) {
     return key;
 }
 
-// In calls of the given size; the result has exactly the announced size.
+// From a fresh key into exactly the announced size.
 std::string run(decltype(crypto_quick_enc) *direction, const std::string &key_text, const std::string &in,
                 std::size_t out_size) {
     crypto_quick_key_t key = key_of(key_text);
