@@ -77,6 +77,11 @@ const Table tables[] = {
     TQ4_SLOTS(Tq4_mutex_, table_of(Tq4_mutex_oitf), Lock, Unlock, IsLocked),
     TQ4_SLOTS(Tq4_event_, table_of(Tq4_event_oitf), Set, Reset, Wait, GetHandle),
     TQ4_SLOTS(Tq4_semaphore_, table_of(Tq4_semaphore_oitf), Wait, Post, PostN),
+    TQ4_SLOTS(Tq4_debug_, Tq4_debug_api, Init, UnInit, Charset, Printf, vPrintf, log, vlog, SetPrint, SetLog,
+              SetPrintObj, SetLogObj, GetPrintObj, GetLogObj),
+    TQ4_SLOTS(Tq4_system_, Tq4_system_api, ExePathName, ExeName, ExePath, CurrentDir, gettimeofday, difftimeval,
+              localtime, GetTickCount, Sleep, GetDiskInfo, LoadDll, UnloadDll, Function, ByteOrder, CurrentThreadId,
+              CurrentProcessId, Random, NextDate, PreDate, GetDayWeek, DateDiff),
 };
 
 TEST(Slots, StandInTheirRecordedOrder) {

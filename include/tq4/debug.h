@@ -1,5 +1,9 @@
 /* debug.h: the debug interface: where every module prints diagnostics and writes to the system log.
  *
+ * Printing and logging go to one sink each. A host may exchange them: the built-in ones write to standard output and
+ * to the system log. The level is the message's importance; what it does is the sink's affair. Formats are those of
+ * Tq4_string's Sprintf.
+ *
  * Threads: no lock. Sinks and flags are set at start-up by one thread and then only read. Each call formats into a
  * string of its own, so concurrent output interleaves only between write calls.
  */
@@ -12,21 +16,37 @@
 
 TQ4_BEGIN_DECLS
 
-/* Where prints or log lines go. Called on the thread that prints. */
+/* Where prints or log lines go. Called on the thread that prints, which waits for it; the format and the arguments are
+ * valid during the call only. */
 typedef void (*Tq4_debug_sink)(int level, const char *format, va_list args);
 
 typedef struct Tq4_debug_ {
+    /* Opens the system log for this process: identity "Tq4_Base", the process id in each line, user facility. Only the
+     * first call in a process does anything, also after UnInit. Logging without it works, under the program's name. */
     void (*Init)(void);
+    /* Closes the system log, if Init has opened it. */
     void (*UnInit)(void);
+    /* Non-zero: the built-in print sink converts its output from UTF-8 to GB18030, up to the first character that
+     * cannot be converted. 0, as at the start: it writes UTF-8. */
     void (*Charset)(int gb18030);
+    /* Prints: hands level, format and arguments to the print sink. The built-in one ignores the level and writes the
+     * formatted bytes to standard output (descriptor 1) until all are written or a write fails. */
     void (*Printf)(int level, const char *format, ...);
+    /* The same with an argument list, which is used up by the call. */
     void (*vPrintf)(int level, const char *format, va_list args);
+    /* Logs: hands level, format and arguments to the log sink. The built-in one ignores levels above 0 and writes
+     * everything else to the system log with facility user and severity 0, the same for every message. */
     void (*log)(int level, const char *format, ...);
+    /* The same with an argument list, which is used up by the call. */
     void (*vlog)(int level, const char *format, va_list args);
+    /* Installs a print sink; null installs the built-in one again. */
     void (*SetPrint)(Tq4_debug_sink sink);
+    /* Installs a log sink; null installs the built-in one again. */
     void (*SetLog)(Tq4_debug_sink sink);
+    /* Keep a pointer for the host's print sink and log sink: borrowed, never used by the library, null at the start. */
     void (*SetPrintObj)(void *object);
     void (*SetLogObj)(void *object);
+    /* The pointers kept last. */
     void *(*GetPrintObj)(void);
     void *(*GetLogObj)(void);
 } Tq4_debug_;

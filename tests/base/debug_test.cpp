@@ -1,0 +1,147 @@
+// Prints and log lines reach the sinks; the built-in ones write to standard output and to the system log.
+#include "tq4/debug.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/threads.hpp"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+Lines system_log; // what the process did to the system log, in order
+
+} // namespace
+
+// In this program these take the place of the C library's, so that the tests see what would reach the system log.
+extern "C" void openlog(const char *identity, int option, int facility) {
+    system_log.push_back(std::string(identity) + " " + std::to_string(option) + " " + std::to_string(facility));
+}
+extern "C" void closelog() { system_log.push_back("close"); }
+extern "C" void syslog(int priority, const char *format, ...) {
+    char text[256];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    system_log.push_back(std::to_string(priority) + " " + text);
+}
+
+namespace {
+
+const Tq4_debug_ &debug = *Tq4_debug_api;
+
+// Standard output is a pipe while this lives.
+class Standard_output {
+public:
+    Standard_output() {
+        std::fflush(stdout);
+        EXPECT_EQ(pipe2(m_ends, O_CLOEXEC), 0);
+        dup2(m_ends[1], 1);
+    }
+    ~Standard_output() {
+        dup2(m_before, 1);
+        for (int descriptor : {m_before, m_ends[0], m_ends[1]}) close(descriptor);
+    }
+    // What was written, at most a pipe's content; waits for the first of it.
+    std::string read_some() {
+        std::string text(1 << 16, 0);
+        const ssize_t got = read(m_ends[0], text.data(), text.size());
+        text.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
+        return text;
+    }
+
+private:
+    int m_before = fcntl(1, F_DUPFD_CLOEXEC, 3);
+    int m_ends[2];
+};
+
+struct Debug : testing::Test {
+    static inline Lines sunk;
+
+    Debug() { sunk.clear(), system_log.clear(); }
+    ~Debug() override {
+        debug.SetPrint(nullptr);
+        debug.SetLog(nullptr);
+        debug.Charset(0);
+    }
+    template <char Name> static void sink(int level, const char *format, va_list args) {
+        char text[100];
+        std::vsnprintf(text, sizeof text, format, args);
+        sunk.push_back(Name + std::to_string(level) + " " + text);
+    }
+    static void call(void (*slot)(int, const char *, va_list), int level, const char *format, ...) {
+        va_list args;
+        va_start(args, format);
+        slot(level, format, args);
+        va_end(args);
+    }
+};
+
+TEST_F(Debug, SinksReceiveEverythingUntilNullRestoresTheBuiltInOnes) {
+    debug.SetPrint(sink<'p'>);
+    debug.SetLog(sink<'l'>);
+    debug.SetPrintObj(&sunk);
+    debug.SetLogObj(&system_log);
+    EXPECT_EQ(debug.GetPrintObj(), &sunk);
+    EXPECT_EQ(debug.GetLogObj(), &system_log);
+    debug.Printf(3, "%d %s", 1, "one");
+    call(debug.vPrintf, -1, "%s", "two");
+    debug.log(9, "%c", '3');
+    call(debug.vlog, 0, "%s", "four");
+    EXPECT_EQ(sunk, (Lines{"p3 1 one", "p-1 two", "l9 3", "l0 four"}));
+
+    Standard_output output;
+    debug.SetPrint(nullptr);
+    debug.SetLog(nullptr);
+    debug.Printf(0, nullptr);
+    for (int level : {-1, 0, 100}) debug.Printf(level, "%d,", level);
+    debug.log(0, "logged");
+    EXPECT_EQ(output.read_some(), "-1,0,100,");
+    EXPECT_EQ(system_log, Lines{"8 logged"});
+}
+
+TEST_F(Debug, OutputIsGb18030WhenAsked) {
+    Standard_output output;
+    debug.Charset(1);
+    debug.Printf(0, "%s%c\n", "中", 0);
+    EXPECT_EQ(output.read_some(), std::string("\xd6\xd0\0\n", 4));
+    debug.Charset(0);
+    debug.Printf(0, "中\n");
+    EXPECT_EQ(output.read_some(), "中\n");
+}
+
+TEST_F(Debug, PartialWritesGoOnAndFailingOnesEndTheOutput) {
+    const std::string text(1000000, 'x');
+    std::string received;
+    Standard_output output;
+    Waiting_call print([&] { return debug.Printf(0, "%s", text.c_str()), 0; });
+    print.interrupt();
+    while (received.size() < text.size()) received += output.read_some();
+    EXPECT_EQ(received, text);
+    print.result();
+
+    fcntl(1, F_SETFL, O_NONBLOCK);
+    debug.Printf(0, "%s", text.c_str());
+    EXPECT_GT(output.read_some().size(), 0u) << "what fitted, and the call has come back";
+}
+
+TEST_F(Debug, TheSystemLogTakesLevelsUpToZeroWithOneSeverity) {
+    for (int level : {1, 2, 0, -1, -100}) debug.log(level, "level %d 100%%", level);
+    EXPECT_EQ(system_log, (Lines{"8 level 0 100%", "8 level -1 100%", "8 level -100 100%"}));
+}
+
+TEST_F(Debug, TheSystemLogIsOpenedOnceInAProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process of its own
+    const auto open_and_close = [] {
+        for (auto step : {debug.UnInit, debug.Init, debug.Init, debug.UnInit, debug.Init}) step();
+        return system_log == Lines{"Tq4_Base 1 8", "close"};
+    };
+    EXPECT_EXIT(_exit(open_and_close()), testing::ExitedWithCode(1), "");
+}
+
+} // namespace

@@ -1,0 +1,118 @@
+// The system interface tells what the system tells, into strings and numbers, and null is harmless.
+#include "tq4/system.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <netinet/in.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "own.hpp"
+#include "platform/multi_platform_system.hpp"
+#include "support/temp_dir.hpp"
+#include "support/threads.hpp"
+
+namespace {
+
+const Tq4_system_ &sys = *Tq4_system_api;
+
+// The text that an operation leaves in a string, which it also returns.
+std::string text(const char *(*operation)(Tq4_string)) {
+    auto s = Tq4_make<Tq4_string>(Tq4_string_oitf, "what was there before");
+    const char *returned = operation(s.get());
+    EXPECT_EQ(returned, (*s)->c_str(s.get()));
+    EXPECT_EQ(static_cast<std::size_t>((*s)->length(s.get())), std::strlen(returned));
+    EXPECT_EQ(operation(nullptr), nullptr);
+    return returned;
+}
+
+TEST(System, TellsPathsUpToTheirLimit) {
+    namespace fs = std::filesystem;
+    const fs::path exe = fs::read_symlink("/proc/self/exe"), before = fs::current_path();
+    EXPECT_EQ(text(sys.ExePathName), exe);
+    EXPECT_EQ(text(sys.ExeName), exe.filename());
+    EXPECT_EQ(text(sys.ExePath), exe.parent_path());
+
+    const Temp_dir dir;
+    const std::string name(200, 'd'), deep = dir.path() + "/" + name + "/" + name + "/" + name;
+    fs::create_directories(deep);
+    fs::current_path(deep);
+    EXPECT_EQ(text(sys.CurrentDir), deep.substr(0, 510));
+    fs::current_path(before);
+}
+
+TEST(System, PathsAreCutToAnyBuffer) {
+    const std::string exe = std::filesystem::read_symlink("/proc/self/exe");
+    for (auto fill : {MP_GetExeFullName, MP_GetExePath, MP_GetExeBaseName, MP_GetCurrentDir})
+        for (std::size_t size = 0; size < 8; ++size) {
+            char buffer[8];
+            std::memset(buffer, '#', sizeof buffer);
+            const char *told = fill(buffer, size);
+            EXPECT_EQ(buffer[size], '#') << size;
+            EXPECT_TRUE(size == 0 || (told >= buffer && told + std::strlen(told) < buffer + size)) << size;
+            if (size > 0 && fill == MP_GetExeFullName) { EXPECT_EQ(buffer, exe.substr(0, size - 1)); }
+        }
+}
+
+TEST(System, ClocksAgree) {
+    long seconds = 0, microseconds = -1;
+    const unsigned long before = sys.GetTickCount();
+    EXPECT_EQ(sys.gettimeofday(&seconds, &microseconds), 0);
+    const auto now = static_cast<unsigned long>(seconds * 1000 + microseconds / 1000);
+    EXPECT_TRUE(before <= now && now <= sys.GetTickCount()) << now;
+    EXPECT_EQ(sys.gettimeofday(nullptr, nullptr), 0);
+    EXPECT_EQ(sys.difftimeval(5, 1, 4, 999999), 2.0);
+    EXPECT_EQ(sys.difftimeval(4, 999999, 5, 1), -2.0);
+    EXPECT_EQ(sys.difftimeval(INT64_MAX, 0, INT64_MIN, 0), 0x1p64 * 1e6);
+
+    tm local;
+    EXPECT_EQ(sys.localtime(&seconds, &local), &local);
+    EXPECT_EQ(mktime(&local), seconds);
+    EXPECT_EQ(sys.localtime(&seconds, nullptr), localtime(&seconds));
+    EXPECT_EQ(sys.localtime(nullptr, &local), nullptr);
+}
+
+TEST(System, SleepLastsThroughSignals) {
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(sys.Sleep(-1), 0);
+    Waiting_call sleeper([] { return sys.Sleep(50); });
+    sleeper.interrupt();
+    EXPECT_EQ(sleeper.result(), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
+}
+
+TEST(System, LibrariesLoadAndTellTheirSymbols) {
+    void *library = sys.LoadDll("libm.so.6");
+    ASSERT_NE(library, nullptr);
+    auto cosine = reinterpret_cast<double (*)(double)>(sys.Function(library, "cos"));
+    ASSERT_NE(cosine, nullptr);
+    EXPECT_EQ(cosine(0), 1.0);
+    EXPECT_EQ(sys.Function(library, "no such symbol"), nullptr);
+    EXPECT_EQ(sys.Function(nullptr, "cos"), nullptr) << "must not ask the program itself";
+    sys.UnloadDll(library);
+    sys.UnloadDll(nullptr);
+    EXPECT_EQ(sys.LoadDll("/no/such/library.so"), nullptr);
+}
+
+TEST(System, TellsTheHostTheProcessAndTheThread) {
+    EXPECT_EQ(sys.ByteOrder(), htonl(1) == 1 ? ByteOrder_BigEndians : ByteOrder_LittleEndians);
+    EXPECT_EQ(sys.CurrentProcessId(), static_cast<unsigned long>(getpid()));
+    EXPECT_EQ(sys.CurrentThreadId(), pthread_self());
+    EXPECT_EQ(sys.NextDate(20240228), 20240229u);
+    EXPECT_EQ(sys.PreDate(20240301), 20240229u);
+    EXPECT_EQ(sys.GetDayWeek(20240301), 5);
+    EXPECT_EQ(sys.DateDiff(20240301, 20240228), 2);
+}
+
+TEST(System, RandomFollowsTheSeedOfTheProcess) {
+    srandom(7);
+    const long first = sys.Random(), second = sys.Random();
+    srand(7);
+    EXPECT_EQ(sys.Random(), first);
+    EXPECT_EQ(sys.Random(), second);
+    for (int i = 0; i < 1000; ++i) EXPECT_GE(sys.Random(), 0);
+}
+
+} // namespace
