@@ -5,9 +5,10 @@
 #include "platform/multi_platform_fs.hpp"
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
+#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -18,10 +19,29 @@ constexpr int type_directory = 1;
 constexpr int type_regular = 2;
 constexpr const char *separators = "/\\";
 constexpr std::size_t longest_prefix = 260;
+constexpr mode_t permission_bits = 07777;
 constexpr mode_t execute_bits = S_IXUSR | S_IXGRP | S_IXOTH;
 
 uint64_t size_of(int examined, const struct stat &status) {
     return examined == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
+int type_of(const struct stat &status) {
+    if (S_ISDIR(status.st_mode)) return type_directory;
+    return S_ISREG(status.st_mode) ? type_regular : 0;
+}
+
+bool describe(int examined, const struct stat &status, MP_FileInfo *info) {
+    if (examined != 0) return false;
+    *info = {type_of(status), static_cast<uint64_t>(status.st_size), status.st_mode & permission_bits};
+    return true;
+}
+
+// A system call, made again while a signal interrupts it.
+template <class Call> auto restarted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) result = call();
+    return result;
 }
 
 bool make_directory(const char *path, mode_t mode) {
@@ -69,9 +89,7 @@ uint64_t MP_GetFileSize2(const char *path) {
 
 int MP_GetFileType(const char *path) {
     struct stat status;
-    if (!path || stat(path, &status) != 0) return 0;
-    if (S_ISDIR(status.st_mode)) return type_directory;
-    return S_ISREG(status.st_mode) ? type_regular : 0;
+    return path && stat(path, &status) == 0 ? type_of(status) : 0;
 }
 
 void MP_SpliteFileName2(const char *path, std::string_view *directory, std::string_view *file) {
@@ -117,10 +135,61 @@ int MP_SafeOpen(const char *path, int flags, mode_t mode) {
         return -1;
     }
     if (flags & O_CREAT) MP_MkdirBeforCreateFile(path, mode | execute_bits); // a failure shows in the open
-    for (;;) {
-        const int descriptor = open(path, flags | O_CLOEXEC, mode);
-        if (descriptor >= 0 || errno != EINTR) return descriptor;
+    return restarted([=] { return open(path, flags | O_CLOEXEC, mode); });
+}
+
+int MP_FileClose(int descriptor) { return close(descriptor) == 0; }
+
+long MP_FileRead(int descriptor, void *room, unsigned long n) {
+    return restarted([=] { return read(descriptor, room, n); });
+}
+
+long MP_FileSeek(int descriptor, long offset, int whence) { return lseek(descriptor, offset, whence); }
+
+int MP_FileTruncate(int descriptor, unsigned long size) {
+    if (size > static_cast<unsigned long>(LONG_MAX)) {
+        errno = EFBIG;
+        return 0;
     }
+    return restarted([=] { return ftruncate(descriptor, static_cast<off_t>(size)); }) == 0;
+}
+
+int MP_FileSync(int descriptor) {
+    return restarted([=] { return fsync(descriptor); }) == 0;
+}
+
+int MP_FileSetMode(int descriptor, mode_t mode) { return fchmod(descriptor, mode) == 0; }
+
+int MP_GetFileInfo(const char *path, int follow, MP_FileInfo *info) {
+    struct stat status;
+    return path && describe(fstatat(AT_FDCWD, path, &status, follow ? 0 : AT_SYMLINK_NOFOLLOW), status, info);
+}
+
+int MP_GetOpenFileInfo(int descriptor, MP_FileInfo *info) {
+    struct stat status;
+    return describe(fstat(descriptor, &status), status, info);
+}
+
+int MP_FileRename(const char *from, const char *to) { return from && to && rename(from, to) == 0; }
+
+int MP_FileDelete(const char *path) { return path && unlink(path) == 0; }
+
+int MP_DirMake(const char *path, mode_t mode) { return path && make_directory(path, mode); }
+
+int MP_DirRemove(const char *path) { return path && rmdir(path) == 0; }
+
+int MP_DirList(const char *path, std::vector<std::string> *names) {
+    DIR *directory = path ? opendir(path) : nullptr;
+    if (!directory) return 0;
+    errno = 0;
+    while (const dirent *entry = readdir(directory)) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..") names->emplace_back(name);
+        errno = 0;
+    }
+    const int error = errno;
+    closedir(directory);
+    return error == 0;
 }
 
 int MP_FileGetLastError() { return errno; }

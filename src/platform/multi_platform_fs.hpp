@@ -4,8 +4,11 @@
 #pragma once
 
 #include <cstdint>
+#include <fcntl.h> // the flags of MP_SafeOpen
+#include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <vector>
 
 // Block size in bytes, total blocks and free blocks of the file system that holds path. 1, or 0 with the counts left
 // alone.
@@ -38,6 +41,44 @@ int MP_MkdirBeforCreateFile(const char *path, mode_t mode);
 // Opens a file as open(2) does, close-on-exec. With O_CREAT in flags the missing directories are made first, with mode
 // plus the three execute bits. The descriptor, owned by the caller, or -1.
 int MP_SafeOpen(const char *path, int flags, mode_t mode);
+
+// Closes a descriptor. 1/0.
+int MP_FileClose(int descriptor);
+
+// Reads up to n bytes from a descriptor, as MP_Write writes to it. Returns how many came, 0 at the end, -1 on failure;
+// a signal is no failure.
+long MP_FileRead(int descriptor, void *room, unsigned long n);
+// Moves the position as lseek(2) does and returns it; -1 when it would be negative or there is none.
+long MP_FileSeek(int descriptor, long offset, int whence);
+// Cuts the file to a size, or lengthens it with zeros. 1/0.
+int MP_FileTruncate(int descriptor, unsigned long size);
+// Waits until what was written to the file is on the medium. 1/0.
+int MP_FileSync(int descriptor);
+// Sets the permission bits of an open file, whatever the process's mask. 1/0.
+int MP_FileSetMode(int descriptor, mode_t mode);
+
+// What stands at a path.
+struct MP_FileInfo {
+    int type;      // as MP_GetFileType; a link that is not followed is 0
+    uint64_t size; // in bytes
+    mode_t mode;   // the permission bits
+};
+// 1, or 0 when nothing is there or it cannot be examined. With follow 0 a link is examined itself.
+int MP_GetFileInfo(const char *path, int follow, MP_FileInfo *info);
+// The same for an open file.
+int MP_GetOpenFileInfo(int descriptor, MP_FileInfo *info);
+
+// Renames a file or a directory within a file system; a file at `to` is replaced. 1/0.
+int MP_FileRename(const char *from, const char *to);
+// Deletes a file, or a link itself. 1/0.
+int MP_FileDelete(const char *path);
+
+// Makes one directory. 1 when it is there afterwards, else 0.
+int MP_DirMake(const char *path, mode_t mode);
+// Removes an empty directory. 1/0.
+int MP_DirRemove(const char *path);
+// The names in a directory, without "." and "..", in no order. 1, or 0 when it cannot be read to its end.
+int MP_DirList(const char *path, std::vector<std::string> *names);
 
 // The system error number.
 int MP_FileGetLastError();

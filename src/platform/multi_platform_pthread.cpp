@@ -184,6 +184,14 @@ int MP_THREAD_DeferCancel() {
 
 void MP_THREAD_RestoreCancel(int before) { pthread_setcanceltype(before, nullptr); }
 
+int MP_THREAD_HoldCancel() {
+    int before = PTHREAD_CANCEL_ENABLE;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+    return before;
+}
+
+void MP_THREAD_ReleaseCancel(int before) { pthread_setcancelstate(before, nullptr); }
+
 void MP_THREAD_OnSIGQUIT(int) { pthread_exit(nullptr); }
 
 void MP_THREAD_Sigmask(int how, int signal) {
@@ -206,4 +214,10 @@ int MP_THREAD_SignalIsDefault(int signal) {
     return sigaction(signal, nullptr, &action) == 0 && !(action.sa_flags & SA_SIGINFO) && action.sa_handler == SIG_DFL;
 }
 
-pid_t MP_THREAD_GetLWP() { return gettid(); }
+pid_t MP_THREAD_GetLWP() {
+    static thread_local pid_t id = 0;
+    static const int forgets_at_fork = pthread_atfork(nullptr, nullptr, [] { id = 0; });
+    (void)forgets_at_fork;
+    if (id == 0) id = gettid();
+    return id;
+}

@@ -110,6 +110,11 @@ void MP_THREAD_ClearCancel();
 int MP_THREAD_DeferCancel();
 void MP_THREAD_RestoreCancel(int before);
 
+// Keeps the calling thread from being cancelled at all, until the matching call gives back the result of this one. What
+// happens between them may wait in the system with locks held.
+int MP_THREAD_HoldCancel();
+void MP_THREAD_ReleaseCancel(int before);
+
 // --- Signals ---
 
 // A signal handler that ends the thread it runs on.
@@ -120,5 +125,5 @@ void MP_THREAD_Sigmask(int how, int signal);
 void MP_THREAD_Signal(int signal, void (*handler)(int));
 // 1 when the process neither handles nor ignores the signal, else 0.
 int MP_THREAD_SignalIsDefault(int signal);
-// The kernel's id of the calling thread.
+// The kernel's id of the calling thread, remembered by the thread and asked again after a fork.
 pid_t MP_THREAD_GetLWP();

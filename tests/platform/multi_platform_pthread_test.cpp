@@ -184,4 +184,13 @@ TEST_F(PlatformThread, SuspendStopsTheProcessAndResumeContinuesIt) {
     EXPECT_EQ(WEXITSTATUS(status), 42);
 }
 
+TEST(PlatformThreads, AForkedChildHasAKernelIdOfItsOwn) {
+    EXPECT_EQ(MP_THREAD_GetLWP(), gettid());
+    const pid_t child = fork();
+    if (child == 0) _exit(MP_THREAD_GetLWP() == gettid() ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
 } // namespace

@@ -1,0 +1,169 @@
+// file_api: files and directories by path, over the platform layer.
+//
+// Nothing is kept between calls. What reads or copies a whole file does so in blocks of one size; what walks a tree
+// keeps its own list of directories, so neither the depth nor the width of a tree meets the stack.
+#include "tq4/file_api.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "file/walk.hpp"
+#include "platform/multi_platform_fs.hpp"
+#include "platform/multi_platform_system.hpp"
+
+namespace {
+
+constexpr unsigned long Block_size = 65536;
+
+// A descriptor that is closed with its scope.
+class Open_file {
+public:
+    explicit Open_file(int descriptor) : m_descriptor(descriptor) {}
+    ~Open_file() { Close(); }
+    Open_file(const Open_file &) = delete;
+    Open_file &operator=(const Open_file &) = delete;
+
+    explicit operator bool() const { return m_descriptor >= 0; }
+    int get() const { return m_descriptor; }
+    bool Close() {
+        const int descriptor = std::exchange(m_descriptor, -1);
+        return descriptor >= 0 && MP_FileClose(descriptor);
+    }
+
+private:
+    int m_descriptor;
+};
+
+// Calls use(bytes, n) with each block of a file until it gives false. True when the end was reached.
+template <class Use> bool each_block(int descriptor, Use use) {
+    const auto block = std::make_unique<char[]>(Block_size);
+    for (;;) {
+        const long n = MP_FileRead(descriptor, block.get(), Block_size);
+        if (n <= 0) return n == 0;
+        if (!use(block.get(), n)) return false;
+    }
+}
+
+bool write_all(int descriptor, const char *bytes, long n) {
+    while (n > 0) {
+        const long written = MP_Write(descriptor, bytes, static_cast<unsigned long>(n));
+        if (written <= 0) return false;
+        bytes += written;
+        n -= written;
+    }
+    return true;
+}
+
+int Exist(const char *path) {
+    MP_FileInfo info;
+    return MP_GetFileInfo(path, 1, &info);
+}
+
+Tq4_file_type Type(const char *path) { return static_cast<Tq4_file_type>(MP_GetFileType(path)); }
+
+long Size(const char *path) {
+    MP_FileInfo info;
+    return MP_GetFileInfo(path, 1, &info) ? static_cast<long>(info.size) : -1;
+}
+
+long SizeOf(int descriptor) {
+    MP_FileInfo info;
+    return MP_GetOpenFileInfo(descriptor, &info) ? static_cast<long>(info.size) : -1;
+}
+
+long LineCount(const char *path) {
+    if (MP_GetFileType(path) != Tq4_file_type_regular) return -1;
+    const Open_file file(MP_SafeOpen(path, O_RDONLY, 0));
+    if (!file) return -1;
+    long lines = 0;
+    char last = '\n';
+    const bool whole = each_block(file.get(), [&](const char *bytes, long n) {
+        lines += std::count(bytes, bytes + n, '\n');
+        last = bytes[n - 1];
+        return true;
+    });
+    return whole ? lines + (last != '\n') : -1;
+}
+
+// A name beside the path for a file in the making.
+std::string beside(const char *path) { return std::string(path) + ".XXXXXX"; }
+
+bool copy_content(int from, int to, mode_t mode) {
+    return each_block(from, [to](const char *bytes, long n) { return write_all(to, bytes, n); }) &&
+           MP_FileSetMode(to, mode);
+}
+
+int Copy(const char *from, const char *to) {
+    MP_FileInfo source, target;
+    if (!MP_GetFileInfo(from, 1, &source) || source.type != Tq4_file_type_regular || !to) return 0;
+    if (MP_GetFileInfo(to, 0, &target) && target.type != Tq4_file_type_regular) return 0;
+    const Open_file in(MP_SafeOpen(from, O_RDONLY, 0));
+    std::string made = beside(to);
+    if (!in || MP_TempFile(made.data())) return 0;
+    Open_file out(MP_SafeOpen(made.c_str(), O_WRONLY, 0));
+    if (out && copy_content(in.get(), out.get(), source.mode) && out.Close() && MP_FileRename(made.c_str(), to))
+        return 1;
+    MP_FileDelete(made.c_str());
+    return 0;
+}
+
+int Rename(const char *from, const char *to) {
+    if (MP_FileRename(from, to)) return 1;
+    return MP_FileGetLastError() == EXDEV && Copy(from, to) && MP_FileDelete(from);
+}
+
+constexpr unsigned Owner_may_fill = 0300;
+
+int MkDir(const char *path, unsigned mode) {
+    if (!path || !*path) return 0;
+    const std::string whole = path;
+    for (std::size_t at = 0; (at = whole.find('/', at + 1)) != std::string::npos;)
+        MP_DirMake(whole.substr(0, at).c_str(), mode | Owner_may_fill); // a failure shows below
+    return MP_DirMake(path, mode);
+}
+
+// All that is in the directory. A directory in it comes after the one it is in, so it is removed before.
+bool remove_content(const char *path) {
+    std::vector<std::string> directories;
+    bool removed = true;
+    Tq4_walk_tree(path, true, [&](const std::string &found, const MP_FileInfo &info) {
+        if (info.type == Tq4_file_type_directory)
+            directories.push_back(found);
+        else
+            removed = MP_FileDelete(found.c_str()) && removed;
+    });
+    for (; !directories.empty(); directories.pop_back()) removed = MP_DirRemove(directories.back().c_str()) && removed;
+    return removed;
+}
+
+int RmDir(const char *path, int recursive) {
+    std::string directory = path ? path : "";
+    while (!directory.empty() && directory.back() == '/') directory.pop_back(); // "link/" would be what it points to
+    MP_FileInfo info;
+    if (!MP_GetFileInfo(directory.c_str(), 0, &info) || info.type != Tq4_file_type_directory) return 0;
+    if (recursive && !remove_content(directory.c_str())) return 0;
+    return MP_DirRemove(directory.c_str());
+}
+
+constinit const Tq4_file_api_ api_Tq4_file = {
+    .Exist = Exist,
+    .Type = Type,
+    .Open = [](const char *path, int flags, unsigned mode) { return MP_SafeOpen(path, flags, mode); },
+    .Close = MP_FileClose,
+    .Size = Size,
+    .SizeOf = SizeOf,
+    .LineCount = LineCount,
+    .Copy = Copy,
+    .Rename = Rename,
+    .Delete = MP_FileDelete,
+    .MkDir = MkDir,
+    .RmDir = RmDir,
+};
+
+} // namespace
+
+extern "C" constinit const Tq4_file_api_ *const Tq4_file_api = &api_Tq4_file;

@@ -1,0 +1,216 @@
+// What a stream promises: bytes come out as they went in, in either order, over files, pipes and refusing descriptors;
+// a line is whole, too long or the end, and the caller can tell which.
+#include "tq4/stream.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <fstream>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "own.hpp"
+#include "support/temp_dir.hpp"
+#include "support/threads.hpp"
+
+namespace {
+
+struct Stream : testing::Test {
+    Temp_dir dir;
+    Tq4_own<Tq4_stream> owned = Tq4_make<Tq4_stream>(Tq4_stream_oitf);
+    Tq4_stream s = owned.get();
+    std::vector<int> descriptors;
+
+    ~Stream() override {
+        (*s)->Detach(s);
+        for (int descriptor : descriptors) close(descriptor);
+    }
+    int attach(int descriptor) {
+        descriptors.push_back(descriptor);
+        return (*s)->Attach(s, descriptor);
+    }
+    int attach_file(const std::string &content = "") {
+        std::ofstream(dir / "file") << content;
+        return attach(open((dir / "file").c_str(), O_RDWR | O_CLOEXEC));
+    }
+    std::string file() const {
+        std::ifstream in(dir / "file");
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    std::string line(unsigned long maximum = 0, int mode = 1) {
+        const char *text = (*s)->ReadLine(s, mode, maximum);
+        if (text) return {text, (*s)->LineLength(s)};
+        return std::string("<") + "oelx"[state()] + ">"; // <e> end, <l> too long, <x> error
+    }
+    long write(std::string_view text) { return (*s)->Write(s, text.data(), text.size()); }
+    Tq4_stream_state state() const { return (*s)->State(s); }
+    bool flush() { return (*s)->Flush(s); }
+};
+
+TEST_F(Stream, TextReachesTheDescriptorAtFlush) {
+    attach_file();
+    EXPECT_EQ((*s)->last_char(s), -1);
+    EXPECT_EQ((*s)->Printf(s, "%d-%s", 42, "泉"), 6);
+    EXPECT_EQ((*s)->WriteChar(s, '=', 3), 3);
+    EXPECT_EQ((*s)->Write(s, "end\n", TQ4_ALL_ONES), 4);
+    EXPECT_EQ((*s)->Printf(s, nullptr) + (*s)->Write(s, nullptr, 5), 0);
+    EXPECT_EQ(file(), "");
+    EXPECT_TRUE(flush());
+    EXPECT_EQ(file(), "42-泉===end\n");
+    EXPECT_EQ((*s)->last_char(s), '\n') << "also after it has left the buffer";
+}
+
+TEST_F(Stream, BlocksOfEverySizeArriveInOrder) {
+    attach_file();
+    std::string all;
+    for (unsigned long size : {1ul, 8191ul, 8192ul, 2ul, 20000ul, 8193ul, 0ul, 100000ul}) {
+        std::string block(size, static_cast<char>('a' + all.size() % 23));
+        EXPECT_EQ(write(block), static_cast<long>(size));
+        all += block;
+    }
+    EXPECT_EQ((*s)->WriteChar(s, '\xff', 30000), 30000);
+    (*s)->Detach(s);
+    EXPECT_EQ(file(), all + std::string(30000, '\xff'));
+}
+
+TEST_F(Stream, LinesEndAtALineFeedOrTheEndOfTheData) {
+    attach_file("one \t\r\n\n  two\nnul:" + std::string(1, '\0') + "x\nlast");
+    EXPECT_EQ(line(), "one");
+    EXPECT_EQ(line(), "");
+    EXPECT_EQ(line(0, 0), "  two\n");
+    EXPECT_EQ(line(), std::string("nul:\0x", 6));
+    EXPECT_EQ(line(), "last");
+    EXPECT_EQ(state(), Tq4_stream_ok);
+    EXPECT_EQ(line(), "<e>");
+    EXPECT_EQ((*s)->LineLength(s), 0u);
+}
+
+TEST_F(Stream, ALineLongerThanTheMaximumIsSkippedAndToldFromTheEnd) {
+    const std::string huge(50000, 'x');
+    attach_file("1234\n12345\n" + huge + "\n" + huge + "\nok\n" + huge);
+    EXPECT_EQ(line(4), "1234") << "the line feed does not count";
+    EXPECT_EQ(line(4), "<l>");
+    EXPECT_EQ(line(20000), "<l>");
+    EXPECT_EQ(line(50000), huge);
+    EXPECT_EQ(line(4), "ok");
+    EXPECT_EQ(line(4), "<l>") << "its end is the end of the data";
+    EXPECT_EQ(line(4), "<e>");
+}
+
+TEST_F(Stream, NumbersKeepTheirBytesInEitherOrder) {
+    for (auto [order, bytes] : {std::pair{ByteOrder_BigEndians, "\1\2\3\4"}, {ByteOrder_LittleEndians, "\4\3\2\1"}}) {
+        attach_file();
+        EXPECT_TRUE((*s)->SetByteOrder(s, order));
+        EXPECT_EQ((*s)->Write_int(s, 0x01020304), 4);
+        EXPECT_EQ((*s)->Write_ushort(s, 65000) + (*s)->Write_long(s, -5) + (*s)->Write_double(s, 0.1), 18);
+        flush();
+        EXPECT_EQ(file().substr(0, 4), bytes);
+        lseek((*s)->Handle(s), 0, SEEK_SET);
+        int i;
+        unsigned short us;
+        long l;
+        double d;
+        EXPECT_EQ((*s)->Read_int(s, &i) + (*s)->Read_ushort(s, &us), 6);
+        EXPECT_EQ((*s)->Read_long(s, &l) + (*s)->Read_double(s, &d), 16);
+        EXPECT_EQ(std::tuple(i, us, l, d), std::tuple(0x01020304, 65000, -5, 0.1));
+    }
+    EXPECT_FALSE((*s)->SetByteOrder(s, ByteOrder_MiddleEndians));
+}
+
+TEST_F(Stream, ANumberCutShortLeavesItsBytesToRead) {
+    attach_file("\1\2\3\4\5\6");
+    long l = 7;
+    EXPECT_EQ((*s)->Read_long(s, &l), -1);
+    EXPECT_EQ(l, 7);
+    EXPECT_EQ(state(), Tq4_stream_end);
+    EXPECT_EQ((*s)->Buffered(s), 6u);
+    short value;
+    EXPECT_EQ((*s)->Read_short(s, &value), 2);
+    EXPECT_EQ(value, 0x0102);
+}
+
+TEST_F(Stream, ReadingAndWritingAFileShareThePosition) {
+    attach_file("first\nsecond\nthird\n");
+    EXPECT_EQ(line(), "first");
+    write("SECOND\n");
+    EXPECT_EQ(line(), "third");
+    (*s)->Detach(s);
+    EXPECT_EQ(file(), "first\nSECOND\nthird\n");
+}
+
+TEST_F(Stream, DetachLeavesTheDescriptorWhereTheReaderIs) {
+    attach_file("first\nsecond\n");
+    line();
+    const int descriptor = (*s)->Detach(s);
+    EXPECT_EQ(descriptor, descriptors.back());
+    EXPECT_EQ(lseek(descriptor, 0, SEEK_CUR), 6);
+    EXPECT_EQ((*s)->Detach(s), -1);
+    EXPECT_EQ(line(), "<e>");
+    EXPECT_EQ(write("x"), 0);
+    EXPECT_FALSE(flush());
+}
+
+TEST_F(Stream, APromptIsSeenBeforeItsAnswerIsAwaited) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    attach(ends[0]);
+    descriptors.push_back(ends[1]);
+    write("name? ");
+    Waiting_call reader([&] { return line() == "zhang"; });
+    char prompt[7] = "";
+    EXPECT_EQ(recv(ends[1], prompt, 6, MSG_WAITALL), 6);
+    EXPECT_STREQ(prompt, "name? ");
+    EXPECT_EQ(send(ends[1], "zhang\n", 6, 0), 6);
+    EXPECT_TRUE(reader.result());
+}
+
+TEST_F(Stream, ADescriptorThatDoesNotBlockIsWaitedFor) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    const std::string block(1 << 20, 'x'); // more than a pipe holds
+    attach(ends[1]);
+    Waiting_call writer([&] { return write(block) == static_cast<long>(block.size()) && flush(); });
+    writer.await_sleep();
+    auto reader = Tq4_make<Tq4_stream>(Tq4_stream_oitf);
+    (*reader)->Attach(reader.get(), ends[0]);
+    descriptors.push_back(ends[0]);
+    std::string came(block.size(), 0);
+    EXPECT_EQ((*reader)->Read(reader.get(), came.data(), came.size()), came.size());
+    EXPECT_TRUE(writer.result());
+    EXPECT_EQ(came, block);
+}
+
+TEST_F(Stream, WhatIsRefusedIsKeptUntilThereIsRoom) {
+    attach(open("/dev/full", O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(write("kept"), 4);
+    EXPECT_FALSE(flush());
+    EXPECT_EQ(write(std::string(20000, 'x')), 8188) << "as much as fits";
+    EXPECT_EQ((*s)->Write_int(s, 1), -1);
+    std::ofstream(dir / "file");
+    const int descriptor = open((dir / "file").c_str(), O_WRONLY | O_CLOEXEC);
+    dup2(descriptor, (*s)->Handle(s));
+    close(descriptor);
+    EXPECT_TRUE(flush());
+    EXPECT_EQ(file(), "kept" + std::string(8188, 'x'));
+}
+
+TEST_F(Stream, AnUnreadableDescriptorIsAnErrorNotAnEnd) {
+    attach(open(dir.path().c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
+    EXPECT_EQ(line(), "<x>");
+    EXPECT_EQ((*s)->ReadChar(s), -1);
+}
+
+TEST_F(Stream, NullHandlesAndDuplicates) {
+    EXPECT_EQ((*s)->ReadLine(nullptr, 0, 0), nullptr);
+    EXPECT_EQ((*s)->Printf(nullptr, "x") + (*s)->Attach(nullptr, 1), 0);
+    attach_file();
+    (*s)->SetByteOrder(s, ByteOrder_LittleEndians);
+    auto copy = static_cast<Tq4_stream>(Tq4_stream_oitf->Dup(s));
+    EXPECT_EQ((*copy)->Handle(copy), -1);
+    (*copy)->Attach(copy, (*s)->Handle(s));
+    (*copy)->Write_int(copy, 1);
+    Tq4_stream_oitf->Delete(copy);
+    EXPECT_EQ(file(), std::string("\1\0\0\0", 4)) << "in the source's order, flushed by Delete";
+}
+
+} // namespace

@@ -1,0 +1,176 @@
+// What the file interface promises about paths that are there, are missing, or are something else than expected.
+#include "tq4/file_api.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/temp_dir.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct File_api : testing::Test {
+    Temp_dir dir;
+    const Tq4_file_api_ &api = *Tq4_file_api;
+
+    std::string make(const std::string &name, const std::string &content = "") {
+        std::ofstream(dir / name) << content;
+        return dir / name;
+    }
+    std::string content(const std::string &name) const {
+        std::ifstream in(dir / name);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    int copy(const std::string &from, const std::string &to) {
+        return api.Copy((dir / from).c_str(), (dir / to).c_str());
+    }
+    mode_t mode_of(const std::string &name) const {
+        struct stat status;
+        return stat((dir / name).c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+    }
+    // The names below the directory: what an operation must not leave behind.
+    std::vector<std::string> names() const {
+        std::vector<std::string> found;
+        for (auto &entry : fs::recursive_directory_iterator(dir.path()))
+            found.push_back(entry.path().lexically_relative(dir.path()));
+        std::sort(found.begin(), found.end());
+        return found;
+    }
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(File_api, TellsWhatStandsAtAPath) {
+    const std::string file = make("file", "12345"), link = dir / "link", broken = dir / "broken";
+    fs::create_symlink(file, link);
+    fs::create_symlink(dir / "nowhere", broken);
+    struct {
+        std::string path;
+        int exists;
+        Tq4_file_type type;
+        long size;
+    } const cases[] = {{file, 1, Tq4_file_type_regular, 5},
+                       {link, 1, Tq4_file_type_regular, 5},
+                       {broken, 0, Tq4_file_type_none, -1},
+                       {"/dev/null", 1, Tq4_file_type_none, 0},
+                       {dir / "missing", 0, Tq4_file_type_none, -1}};
+    for (auto &c : cases) {
+        EXPECT_EQ(api.Exist(c.path.c_str()), c.exists) << c.path;
+        EXPECT_EQ(api.Type(c.path.c_str()), c.type) << c.path;
+        EXPECT_EQ(api.Size(c.path.c_str()), c.size) << c.path;
+    }
+    EXPECT_EQ(api.Type(dir.path().c_str()), Tq4_file_type_directory);
+}
+
+TEST_F(File_api, OpensCloseOnExecAndMakesMissingDirectories) {
+    const int descriptor = api.Open((dir / "a/b/file").c_str(), O_RDWR | O_CREAT, 0640);
+    EXPECT_TRUE(fcntl(descriptor, F_GETFD) & FD_CLOEXEC);
+    EXPECT_EQ(write(descriptor, "1234", 4), 4);
+    EXPECT_EQ(api.SizeOf(descriptor), 4);
+    EXPECT_EQ(api.Close(descriptor), 1);
+    EXPECT_EQ(api.Close(descriptor), 0);
+    EXPECT_EQ(api.SizeOf(descriptor), -1);
+    EXPECT_EQ(api.Open((dir / "none/file").c_str(), O_RDONLY, 0), -1);
+    EXPECT_EQ(names(), (Names{"a", "a/b", "a/b/file"}));
+}
+
+TEST_F(File_api, CountsLinesAlsoAnUnendedLastOne) {
+    const std::string many(200000, '\n');
+    for (auto &[text, lines] :
+         {std::pair<std::string, long>{"", 0}, {"\n", 1}, {"a\nb", 2}, {"a\nb\n", 2}, {many, 200000}})
+        EXPECT_EQ(api.LineCount(make("text", text).c_str()), lines);
+    EXPECT_EQ(api.LineCount(dir.path().c_str()), -1);
+    EXPECT_EQ(api.LineCount("/dev/zero"), -1) << "it has no end";
+}
+
+TEST_F(File_api, CopiesContentAndModeOverAnExistingFile) {
+    std::string bytes(300000, '\0');
+    for (unsigned long i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7 / 3);
+    chmod(make("from", bytes).c_str(), 0751);
+    make("to", "old");
+    EXPECT_EQ(copy("from", "to"), 1);
+    EXPECT_EQ(content("to"), bytes);
+    EXPECT_EQ(mode_of("to"), 0751u);
+    EXPECT_EQ(copy("from", "from"), 1);
+    EXPECT_EQ(content("from"), bytes) << "a copy onto itself loses nothing";
+    EXPECT_EQ(names(), (Names{"from", "to"}));
+}
+
+TEST_F(File_api, RefusesToCopyOverAnythingButAFile) {
+    make("from", "x");
+    make("target", "kept");
+    fs::create_symlink(dir / "target", dir / "link");
+    fs::create_directory(dir / "directory");
+    for (const char *to : {"link", "directory", "missing/to"}) EXPECT_EQ(copy("from", to), 0) << to;
+    EXPECT_EQ(api.Copy((dir / "from").c_str(), "/dev/null"), 0);
+    EXPECT_EQ(copy("directory", "to") + copy("missing", "to"), 0);
+    EXPECT_EQ(content("target"), "kept");
+    EXPECT_EQ(names(), (Names{"directory", "from", "link", "target"}));
+}
+
+TEST_F(File_api, RenamesAcrossFileSystemsToo) {
+    make("file", "content");
+    make("old");
+    EXPECT_EQ(api.Rename((dir / "file").c_str(), (dir / "old").c_str()), 1);
+    EXPECT_EQ(api.Rename((dir / "missing").c_str(), (dir / "old").c_str()), 0);
+    EXPECT_EQ(content("old"), "content");
+    char elsewhere[] = "/dev/shm/tq4_test_XXXXXX";
+    struct stat here, there;
+    stat(dir.path().c_str(), &here);
+    if (!mkdtemp(elsewhere)) GTEST_SKIP() << "no second file system to write to";
+    stat(elsewhere, &there);
+    const std::string moved = std::string(elsewhere) + "/moved";
+    EXPECT_EQ(api.Rename((dir / "old").c_str(), moved.c_str()), 1);
+    EXPECT_EQ(api.Size(moved.c_str()), 7);
+    EXPECT_EQ(names(), Names{});
+    fs::remove_all(elsewhere);
+    if (here.st_dev == there.st_dev) GTEST_SKIP() << "the temporary directory is on the same file system";
+}
+
+TEST_F(File_api, DeletesFilesAndLinksButNoDirectory) {
+    fs::create_symlink(make("file"), dir / "link");
+    EXPECT_EQ(api.Delete((dir / "link").c_str()), 1);
+    EXPECT_EQ(names(), Names{"file"});
+    EXPECT_EQ(api.Delete(dir.path().c_str()), 0);
+}
+
+TEST_F(File_api, MakesDirectoriesWithTheOnesAbove) {
+    const std::string deep = "a/" + std::string(200, 'x') + "/" + std::string(200, 'y') + "/z";
+    EXPECT_EQ(api.MkDir((dir / deep).c_str(), 0700), 1);
+    EXPECT_EQ(api.MkDir((dir / deep).c_str(), 0700), 1) << "it is there already";
+    EXPECT_EQ(mode_of(deep), 0700u);
+    EXPECT_EQ(api.MkDir((dir / "b/c/").c_str(), 0500), 1);
+    EXPECT_EQ(mode_of("b"), 0700u);
+    make("file");
+    EXPECT_EQ(api.MkDir((dir / "file").c_str(), 0700) + api.MkDir((dir / "file/x").c_str(), 0700), 0);
+}
+
+TEST_F(File_api, RemovesATreeWithoutFollowingItsLinks) {
+    Temp_dir outside;
+    std::ofstream(outside / "precious") << "x";
+    std::string deep = "tree";
+    for (int i = 0; i < 100; ++i) deep += "/d";
+    fs::create_directories(dir / deep);
+    make("tree/file");
+    fs::create_directory_symlink(outside.path(), dir / "tree/link");
+    fs::create_directory_symlink(outside.path(), dir / "link");
+    EXPECT_EQ(api.RmDir((dir / "tree").c_str(), 0), 0) << "not empty";
+    EXPECT_EQ(api.RmDir((dir / "link/").c_str(), 1), 0);
+    EXPECT_EQ(api.RmDir((dir / "tree/").c_str(), 1), 1);
+    EXPECT_EQ(names(), Names{"link"});
+    EXPECT_TRUE(fs::exists(outside / "precious"));
+}
+
+TEST_F(File_api, NullPathsFail) {
+    EXPECT_EQ(api.Exist(nullptr) + api.Delete(nullptr) + api.MkDir(nullptr, 0700) + api.RmDir(nullptr, 1), 0);
+    EXPECT_EQ(api.Copy("/etc/passwd", nullptr) + api.Copy(nullptr, "x") + api.Rename(nullptr, nullptr), 0);
+    EXPECT_EQ(api.Size(nullptr) + api.LineCount(nullptr) + api.Open(nullptr, O_RDONLY, 0), -3);
+}
+
+} // namespace
