@@ -82,6 +82,20 @@ const Table tables[] = {
     TQ4_SLOTS(Tq4_system_, Tq4_system_api, ExePathName, ExeName, ExePath, CurrentDir, gettimeofday, difftimeval,
               localtime, GetTickCount, Sleep, GetDiskInfo, LoadDll, UnloadDll, Function, ByteOrder, CurrentThreadId,
               CurrentProcessId, Random, NextDate, PreDate, GetDayWeek, DateDiff),
+    TQ4_SLOTS(Tq4_stream_, table_of(Tq4_stream_oitf), Handle, Attach, Detach, SetByteOrder, Printf, vPrintf, WriteChar,
+              Write, last_char, Flush, ReadLine, LineLength, Read, ReadChar, Buffered, State, Write_short, Write_ushort,
+              Write_int, Write_uint, Write_long, Write_ulong, Write_float, Write_double, Read_short, Read_ushort,
+              Read_int, Read_uint, Read_long, Read_ulong, Read_float, Read_double),
+    TQ4_SLOTS(Tq4_file_api_, Tq4_file_api, Exist, Type, Open, Close, Size, SizeOf, LineCount, Copy, Rename, Delete,
+              MkDir, RmDir),
+    TQ4_SLOTS(Tq4_file_, table_of(Tq4_file_oitf), Open, Close, IsOpen, Name, Stream, Seek, Tell, Size, Truncate, Sync,
+              Handle, SetByteOrder, Printf, vPrintf, WriteChar, Write, Flush, ReadLine, LineLength, Read, ReadChar,
+              State, Write_short, Write_ushort, Write_int, Write_uint, Write_long, Write_ulong, Write_float,
+              Write_double, Read_short, Read_ushort, Read_int, Read_uint, Read_long, Read_ulong, Read_float,
+              Read_double),
+    TQ4_SLOTS(Tq4_finder_, table_of(Tq4_finder_oitf), Find, Count, Path, Name, Size, Type, each),
+    TQ4_SLOTS(Tq4_log_, table_of(Tq4_log_oitf), Init, SizeLimit, LineLimit, Printf, vPrintf, Printf_t, vPrintf_t,
+              HexLog, HexPrint, Write, Level, MainDir, DirInfo, FFlush, CheckFile),
 };
 
 TEST(Slots, StandInTheirRecordedOrder) {

@@ -1,0 +1,84 @@
+/* log.h: Tq4_log, time-stamped lines in files under a tree of dated directories.
+ *
+ * The files of a day lie in MAIN/logfiles-YYYY/MM/YYYY-MM-DD and are called PREFIX_YYYY-MM-DD HH-Q[NNN].log, with the
+ * quarter of the hour Q (1 to 4) and a number from 001. A new file begins with every hour, and whenever the open one
+ * has reached the size limit: with the next number, or with 001 again when the quarter has changed. A file with room
+ * left by an earlier run is continued. Files and directories are made when they are needed. Times are local time.
+ *
+ * A line is "[YYYY-MM-DD HH:MM:SS mmm tttt] " and the message: milliseconds, and the calling thread's kernel id in
+ * hexadecimal. A message that does not end in a line feed gets one. Every operation that writes returns after its
+ * bytes were handed to the system, in one piece: lines of different threads never mix, those of one thread keep their
+ * order, and a process that dies loses none that was returned from.
+ *
+ * No errors are reported. Lines that cannot be written (the directory is not writable, the disk is full) are lost,
+ * until a later attempt succeeds; what a full disk has cut off in the middle of a line is removed again.
+ *
+ * Create makes a log for several threads when its parameter is not null (the value itself is not used), and one that
+ * belongs to a single thread at a time when it is null. The main directory is "log_files" beside the running program,
+ * "./log_files" when its place cannot be found; the prefix is empty, the level 0. Delete and Reset close the file.
+ * Reset restores the settings of Create. Copy takes over prefix, level, limits and main directory, which is also what
+ * Equal compares; Dup does so into a new log, which is for several threads when the source is.
+ *
+ * Null handles are ignored; DirInfo gives null.
+ *
+ * Threads: a log made for several threads may be used by all of them; the object-level operations need it alone. Lines
+ * of threads that write at the same moment leave in one write. A thread that is killed while it writes ends after its
+ * line.
+ */
+#ifndef TQ4_LOG_H
+#define TQ4_LOG_H
+
+#include <stdarg.h>
+#include <time.h>
+
+#include "tq4/object.h"
+
+TQ4_BEGIN_DECLS
+
+typedef struct Tq4_log_ Tq4_log_;
+typedef const Tq4_log_ **Tq4_log; /* handle */
+
+struct Tq4_log_ {
+    /* Sets the file-name prefix (copied; null: empty), which the next file has, and the level. */
+    void (*Init)(Tq4_log log, const char *prefix, int level);
+    /* Bytes in a file after which the next one begins; at least 1048576, 2097152 until set. A line that begins below
+     * the limit is written whole. */
+    void (*SizeLimit)(Tq4_log log, int bytes);
+    /* At least 5120, 524288 until set. Kept, but no file is changed for it. */
+    void (*LineLimit)(Tq4_log log, int lines);
+
+    /* Writes a line with the current time. A message whose level is above the log's is dropped at once. The formats
+     * are those of Tq4_string's Sprintf; a null format is an empty message. */
+    void (*Printf)(Tq4_log log, int level, const char *format, ...);
+    void (*vPrintf)(Tq4_log log, int level, const char *format, va_list args);
+    /* The same with a given time, which also chooses the file; the milliseconds are those of the clock. */
+    void (*Printf_t)(Tq4_log log, time_t time, int level, const char *format, ...);
+    void (*vPrintf_t)(Tq4_log log, time_t time, int level, const char *format, va_list args);
+    /* Writes a line as Printf does and below it the data, sixteen bytes a line: the offset in eight hexadecimal digits
+     * and a colon, each byte as "%02X ", and behind them those bytes as text, a dot for each that is not printable
+     * ASCII. length may be all ones for a text. Null data gives the line alone. */
+    void (*HexLog)(Tq4_log log, int level, const void *data, unsigned long length, const char *format, ...);
+    void (*HexPrint)(Tq4_log log, int level, const void *data, unsigned long length, const char *format, va_list args);
+    /* Writes the text as it is, without prefix or line feed, to the file of the current time. Null is ignored. */
+    void (*Write)(Tq4_log log, const char *text);
+
+    /* Sets the level: messages with a higher one are dropped. */
+    void (*Level)(Tq4_log log, int level);
+    /* Sets the main directory (copied), which counts from the next change of date, for a new log from its first line.
+     * Null and "" change nothing. */
+    void (*MainDir)(Tq4_log log, const char *directory);
+    /* The directory of the current day; "" before the first line. Borrowed: it stays valid through the next change of
+     * date, until the second, or Delete. */
+    const char *(*DirInfo)(Tq4_log log);
+    /* Flushes the stream. What was written is with the system already, so nothing ever waits for this. */
+    void (*FFlush)(Tq4_log log);
+    /* For a periodic timer: when a line now would begin a new file, closes the open one and makes the day's directory;
+     * the next line then opens the file. */
+    void (*CheckFile)(Tq4_log log);
+};
+
+extern TQ4_API const Tq4_object_itf *const Tq4_log_oitf;
+
+TQ4_END_DECLS
+
+#endif
