@@ -92,7 +92,6 @@ TEST_F(StringEdit, AFormatMayLieInTheStringAndTheResultCountsThisCallOnly) {
     set("%s%5000d");
     EXPECT_EQ((*s)->Sprintf_append(s, (*s)->c_str(s), "x", 7), 5001);
     EXPECT_EQ(text(), "%s%5000dx" + std::string(4999, ' ') + "7");
-    EXPECT_EQ((*s)->Sprintf(s, "%.3s", (*s)->c_str(s)), 3);
 }
 
 TEST_F(StringEdit, AlignsByMode) {

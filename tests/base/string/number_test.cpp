@@ -9,27 +9,24 @@ namespace {
 struct StringNumber : StringFixture {};
 
 TEST_F(StringNumber, ToIntReadsDecimalInEveryBaseButSixteen) {
-    struct {
-        const char *text;
-        int base;
-        long value;
-    } const cases[] = {{"101", 2, 101},
-                       {" \t-42abc\r\n", 10, -42},
-                       {"+7", 0, 7},
-                       {"0x1F", 10, 0},
-                       {"9223372036854775808", 10, LONG_MAX},
-                       {"-99999999999999999999", 10, LONG_MIN},
-                       {"0x1F", 16, 31},
-                       {"-0X1f", 16, -31},
-                       {" fFg1 ", 16, 255},
-                       {"12x", 16, 0},
-                       {"+1", 16, 0},
-                       {"8000000000000000", 16, LONG_MAX},
-                       {"ffffffffffffffffffffffx10", 16, 16},
-                       {"-8000000000000001", 16, LONG_MIN}};
-    for (auto &c : cases) EXPECT_EQ((*s)->ToInt((*s)->Strcpy(s, c.text), c.base), c.value) << c.text << c.base;
-    set("  12 \n");
-    (*s)->ToInt(s, 10);
+    const std::pair<const char *, long> decimal[] = {{"101", 101},
+                                                     {"+7", 7},
+                                                     {"0x1F", 0},
+                                                     {" \t-42abc\r\n", -42},
+                                                     {"9223372036854775808", LONG_MAX},
+                                                     {"-99999999999999999999", LONG_MIN}};
+    const std::pair<const char *, long> hexadecimal[] = {{"0x1F", 31},
+                                                         {"-0X1f", -31},
+                                                         {" fFg1 ", 255},
+                                                         {"12x", 0},
+                                                         {"+1", 0},
+                                                         {"8000000000000000", LONG_MAX},
+                                                         {"ffffffffffffffffffffffx10", 16},
+                                                         {"-8000000000000001", LONG_MIN}};
+    for (auto &[text, value] : decimal)
+        for (int base : {0, 2, 10}) EXPECT_EQ((*s)->ToInt((*s)->Strcpy(s, text), base), value) << text;
+    for (auto &[text, value] : hexadecimal) EXPECT_EQ((*s)->ToInt((*s)->Strcpy(s, text), 16), value) << text;
+    (*s)->ToInt((*s)->Strcpy(s, "  12 \n"), 10);
     EXPECT_EQ(text(), "12") << "the string itself is trimmed";
 }
 
