@@ -3,11 +3,11 @@
 
 usage: tools/gb18030_data.py [charmap.gz] > src/base/charset/gb18030_data.hpp
 
-The source is the POSIX charmap GB18030 of Debian's package `locales` (/usr/share/i18n/charmaps/GB18030.gz), from which
-the rows of two-byte codes are taken as they are but for PRIVATE_USE below. The four-byte codes are not stored: those
-of the Basic Multilingual Plane are its code points in ascending order, without surrogates and without those that had
-a two-byte code in the first edition; EXCHANGED then swaps the pairs that later editions exchanged. The script proves
-that this rule gives every four-byte code of the charmap before it writes anything.
+The source is the POSIX charmap GB18030 of Debian's package `locales` (/usr/share/i18n/charmaps/GB18030.gz; this data is
+from version 2.36), from which the rows of two-byte codes are taken as they are but for PRIVATE_USE below. The four-byte
+codes are not stored: those of the Basic Multilingual Plane are its code points in ascending order, without surrogates
+and without those that had a two-byte code in the first edition; EXCHANGED then swaps the pairs that later editions
+exchanged. The script proves that this rule gives every four-byte code of the charmap before it writes anything.
 """
 import gzip
 import re

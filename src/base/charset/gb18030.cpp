@@ -39,6 +39,9 @@ template <class Word> void store(uint8_t *to, Word word) {
     std::memcpy(to, &word, sizeof word);
 }
 
+// Where the tables by code have a code; gb18030_ascii_index or more for a first byte below 80.
+inline unsigned index_of(const uint8_t *code) { return __builtin_bswap16(load<uint16_t>(code)) ^ 0x8000u; }
+
 // ---------------------------------------------------------------------------------------------------------- Characters
 
 struct Character {
@@ -78,7 +81,7 @@ struct Gb18030 {
         if (in.data[0] < 0x80) return {in.data[0], 1};
         if (in.size < 2) return no_character;
         if (in.data[1] < gb18030_first_trail) return decode_four(in);
-        const char16_t code_point = gb18030_code_points[(in.data[0] << 8 | in.data[1]) - 0x8000];
+        const char16_t code_point = gb18030_code_points[index_of(in.data)];
         return code_point ? Character{code_point, 2} : no_character;
     }
 
@@ -156,7 +159,7 @@ inline Gb18030_cursor copy_ascii(Gb18030_cursor at) {
 inline Gb18030_cursor two_byte_to_utf8(Gb18030_cursor at) {
     if (at.room() == 0) return at;
     for (std::size_t count = std::min(at.left() / 2, (at.room() - 1) / 3); count; --count) {
-        const unsigned index = __builtin_bswap16(load<uint16_t>(at.in)) ^ 0x8000u;
+        const unsigned index = index_of(at.in);
         if (index >= gb18030_ascii_index) break;
         const uint32_t entry = gb18030_utf8[index];
         if (!entry) break;
@@ -224,10 +227,9 @@ inline Gb18030_cursor run_units_to_gb18030(Gb18030_cursor at) {
     for (std::size_t count = std::min(at.left(), at.room()) / 2; count; --count) {
         uint16_t unit;
         std::memcpy(&unit, at.in, sizeof unit);
-        const unsigned code = unit < 0x80 ? unit : gb18030_codes[unit];
-        if (!code && unit) return at;
-        at.out[0] = static_cast<uint8_t>(code);
-        at.out[1] = static_cast<uint8_t>(code >> 8);
+        const uint16_t code = unit < 0x80 ? unit : gb18030_codes[unit];
+        if (!code && unit) break;
+        store(at.out, code);
         at.advance(2, unit < 0x80 ? 1 : 2);
     }
     return at;
@@ -238,7 +240,7 @@ inline Gb18030_cursor run_gb18030_to_units(Gb18030_cursor at) {
         char16_t unit = at.in[0];
         std::size_t size = 1;
         if (unit >= 0x80) {
-            unit = gb18030_code_points[__builtin_bswap16(load<uint16_t>(at.in)) ^ 0x8000u];
+            unit = gb18030_code_points[index_of(at.in)];
             if (!unit) break;
             size = 2;
         }
