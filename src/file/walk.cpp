@@ -7,13 +7,14 @@ bool Tq4_walk_tree(const std::string &directory, bool recursive, const Tq4_walk_
     std::vector<std::string> unread{directory};
     bool readable = true;
     for (bool top = true; !unread.empty(); top = false) {
-        const std::string parent = std::move(unread.back());
+        std::string parent = std::move(unread.back());
         unread.pop_back();
         std::vector<std::string> names;
         const bool read = MP_DirList(parent.c_str(), &names);
         if (top) readable = read;
+        if (!parent.ends_with('/')) parent += '/';
         for (const std::string &name : names) {
-            std::string path = parent.ends_with('/') ? parent + name : parent + '/' + name;
+            std::string path = parent + name;
             MP_FileInfo info;
             if (!MP_GetFileInfo(path.c_str(), 0, &info)) continue;
             visit(path, info);
