@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "own.hpp"
 #include "support/temp_dir.hpp"
 
@@ -16,7 +14,7 @@ struct File : testing::Test {
     Tq4_own<Tq4_file> owned = Tq4_make<Tq4_file>(Tq4_file_oitf);
     Tq4_file f = owned.get();
 
-    bool open(int mode, const std::string &name = "file") { return (*f)->Open(f, (dir / name).c_str(), mode); }
+    bool open(int mode) { return (*f)->Open(f, (dir / "new/dir/file").c_str(), mode); }
     bool fresh() { return open(Tq4_file_read | Tq4_file_write | Tq4_file_create | Tq4_file_truncate); }
     long write(const char *text) { return (*f)->Write(f, text, TQ4_ALL_ONES); }
     std::string line() {
@@ -30,19 +28,19 @@ struct File : testing::Test {
 
 TEST_F(File, OpensAsTheModeSays) {
     EXPECT_FALSE(open(Tq4_file_read));
-    EXPECT_FALSE((*f)->IsOpen(f));
-    EXPECT_TRUE(open(Tq4_file_write | Tq4_file_create, "new/dir/file"));
-    EXPECT_EQ((*f)->Name(f), dir / "new/dir/file");
+    EXPECT_TRUE(open(Tq4_file_write | Tq4_file_create));
     EXPECT_EQ(write("abc"), 3);
     EXPECT_EQ(line(), "<none>") << "not opened for reading";
-    EXPECT_FALSE(open(Tq4_file_write | Tq4_file_create | Tq4_file_exclusive, "new/dir/file"));
-    EXPECT_TRUE(open(Tq4_file_write | Tq4_file_append, "new/dir/file"));
+    EXPECT_FALSE(open(Tq4_file_write | Tq4_file_create | Tq4_file_exclusive));
+    EXPECT_FALSE((*f)->IsOpen(f));
+    EXPECT_TRUE(open(Tq4_file_write | Tq4_file_append));
     EXPECT_EQ(write("def"), 3);
-    EXPECT_TRUE(open(0, "new/dir/file"));
+    EXPECT_TRUE(open(0));
     EXPECT_EQ(line(), "abcdef");
-    (*f)->Write(f, "x", 1);
+    write("x");
     EXPECT_FALSE((*f)->Close(f)) << "not opened for writing, so the byte is lost";
     EXPECT_FALSE((*f)->Close(f));
+    EXPECT_EQ((*f)->Name(f), dir / "new/dir/file");
 }
 
 TEST_F(File, ThePositionIsTheCallersWhateverIsBuffered) {
@@ -58,8 +56,7 @@ TEST_F(File, ThePositionIsTheCallersWhateverIsBuffered) {
     EXPECT_EQ(tell(), 12);
     EXPECT_EQ(seek(-7, Tq4_file_end), 11);
     EXPECT_EQ(line(), "Second");
-    EXPECT_EQ(seek(-1), -1);
-    EXPECT_EQ(seek(LONG_MIN, Tq4_file_current), -1);
+    EXPECT_EQ(seek(-1) + seek(LONG_MIN, Tq4_file_current), -2);
     EXPECT_EQ(tell(), 18) << "a refused seek moves nothing";
 }
 
@@ -72,37 +69,26 @@ TEST_F(File, SizeCountsWhatIsBufferedAndTruncateCutsWhatWasReadAhead) {
     EXPECT_TRUE((*f)->Truncate(f, 8));
     EXPECT_EQ(line(), "two");
     EXPECT_EQ(line(), "<none>");
-    EXPECT_TRUE((*f)->Truncate(f, 20));
+    EXPECT_TRUE((*f)->Truncate(f, 20) && (*f)->Sync(f));
     EXPECT_EQ(size(), 20);
-    EXPECT_TRUE((*f)->Sync(f));
     EXPECT_FALSE((*f)->Truncate(f, TQ4_ALL_ONES));
 }
 
 TEST_F(File, NumbersAndTextGoThroughItsStream) {
     fresh();
     (*f)->SetByteOrder(f, ByteOrder_LittleEndians);
-    EXPECT_EQ((*f)->Write_uint(f, 1u) + (*f)->Printf(f, "%s:%d\n", "x", 5) + (*f)->WriteChar(f, '-', 2), 10);
+    EXPECT_EQ((*f)->Write_uint(f, 1u) + (*f)->Printf(f, "%s:%d\n", "x", 5), 8);
     seek(0);
+    const Tq4_stream stream = (*f)->Stream(f);
     unsigned u = 0;
-    EXPECT_EQ((*f)->Read_uint(f, &u), 4);
+    EXPECT_EQ((*stream)->Read_uint(stream, &u), 4);
     EXPECT_EQ(u, 1u);
     EXPECT_EQ(line(), "x:5");
-    EXPECT_EQ((*f)->LineLength(f), 3u);
-    char rest[9];
-    EXPECT_EQ((*f)->Read(f, rest, sizeof rest), 2u);
-    EXPECT_EQ((*f)->State(f), Tq4_stream_end);
-    const Tq4_stream stream = (*f)->Stream(f);
-    EXPECT_EQ((*stream)->Handle(stream), (*f)->Handle(f));
 }
 
 TEST_F(File, AClosedFileRefusesEverything) {
-    EXPECT_EQ(write("x") + (*f)->Flush(f) + (*f)->Sync(f) + (*f)->Truncate(f, 0), 0);
+    EXPECT_EQ(write("x") + (*f)->Flush(f) + (*f)->Sync(f) + (*f)->Truncate(f, 0) + (*f)->Open(f, nullptr, 0), 0);
     EXPECT_EQ(tell() + seek(0) + size(), -3);
-    EXPECT_STREQ((*f)->Name(f), "");
-    EXPECT_FALSE((*f)->Open(f, nullptr, Tq4_file_read));
-    EXPECT_EQ((*f)->Open(nullptr, "x", 0), 0);
-    EXPECT_EQ((*f)->Name(nullptr), nullptr);
-    EXPECT_EQ((*f)->Write(nullptr, "x", 1), 0);
 }
 
 } // namespace

@@ -4,18 +4,19 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <sstream>
 
 namespace {
 
 constexpr uint64_t Full = Tq4_log_choice::Default_size_limit;
 
-std::tm at(const char *text) {
+std::tm at(const std::string &text) {
     std::tm t{};
-    EXPECT_NE(strptime(text, "%Y-%m-%d %H:%M", &t), nullptr) << text;
+    EXPECT_NE(strptime(text.c_str(), "%Y-%m-%dT%H:%M", &t), nullptr) << text;
     return t;
 }
 
-// A log over a directory tree in memory: every line is ten bytes.
+// A log over a directory tree in memory; every line is ten bytes.
 struct Choice : testing::Test {
     std::map<std::string, uint64_t> files;
     Tq4_log_choice choice;
@@ -29,165 +30,104 @@ struct Choice : testing::Test {
         choice.m_maindir = "main";
         open_path.clear();
     }
-    // Writes a line at a time and gives the file's name within its day; "lost" when no file could be opened.
-    std::string line(const char *time) {
-        std::tm t = at(time);
+    // Writes a line and gives its file, "2026-11-15T14-3[001]"; "lost" when none could be opened.
+    std::string line(const std::string &time) {
+        const std::tm t = at(time);
         if (choice.Due(t)) {
-            open_path = choice.Next(t, [this](const char *path) { return size(path); });
-            if (writable)
-                choice.Opened(files.insert({open_path, 0}).first->second);
-            else
-                choice.Closed(), open_path.clear();
+            open_path = choice.Next(t, [this](const char *path) { return files.count(path) ? files[path] : 0; });
+            writable ? choice.Opened(files[open_path]) : choice.Closed();
+            if (!writable) open_path.clear();
         }
         if (open_path.empty()) return "lost";
         files[open_path] += 10;
         choice.m_filesize += 10;
-        return open_path.substr(open_path.rfind('/') + 1);
+        std::string name = open_path.substr(open_path.rfind("/svc_") + 5);
+        name[name.find(' ')] = 'T';
+        return name.substr(0, name.size() - 4);
     }
-    uint64_t size(const std::string &path) const { return files.count(path) ? files.at(path) : 0; }
-    void fill() { choice.m_filesize = files[open_path] = Full; }
     // What a timer does between lines.
-    bool check(const char *time) {
-        if (!choice.Due(at(time))) return false;
+    std::string check(const std::string &time) {
+        if (!choice.Due(at(time))) return "kept";
         choice.Closed();
         open_path.clear();
-        return true;
+        return "closed";
+    }
+    // Runs a script: a time writes a line, "check:" before it makes it a timer's; other words are events.
+    std::string run(const char *script) {
+        std::istringstream words(script);
+        std::string all;
+        for (std::string word; words >> word;) {
+            if (word == "fill")
+                choice.m_filesize = files[open_path] = Full;
+            else if (word == "restart")
+                restart();
+            else if (word == "lock" || word == "unlock")
+                writable = word == "unlock";
+            else if (word == "raise")
+                choice.m_sizeLimit *= 2;
+            else
+                all += (word.starts_with("check:") ? check(word.substr(6)) : line(word)) + ' ';
+        }
+        return all;
     }
 };
 
-TEST_F(Choice, TheFirstLineOpensAFileInItsDaysDirectory) {
-    EXPECT_EQ(line("2026-11-15 14:37"), "svc_2026-11-15 14-3[001].log");
-    EXPECT_EQ(choice.m_filedir, "main/logfiles-2026/11/2026-11-15");
-    EXPECT_EQ(choice.m_filename, "svc_2026-11-15 14-3[001].log");
-}
-
-// Each story is a row of lines; "fill" fills the open file, "restart" is a new log over the same files.
-struct Story {
-    const char *name;
-    std::vector<std::pair<const char *, const char *>> steps; // time or event, and the file expected
-};
-
-struct Stories : Choice, testing::WithParamInterface<Story> {};
-
-TEST_P(Stories, ChooseTheFile) {
-    for (auto &[time, expected] : GetParam().steps) {
-        if (std::string(time) == "fill")
-            fill();
-        else if (std::string(time) == "restart")
-            restart();
-        else
-            EXPECT_EQ(line(time), expected) << "at " << time;
+TEST_F(Choice, FollowsTheClockAndTheSizes) {
+    const struct {
+        const char *what, *script, *files;
+    } stories[] = {
+        {"quarters share a file until it is full", "2026-11-15T14:00 2026-11-15T14:15 2026-11-15T14:59",
+         "2026-11-15T14-1[001] 2026-11-15T14-1[001] 2026-11-15T14-1[001] "},
+        {"an hour begins a file though the old one has room", "2026-11-15T14:59 2026-11-15T15:00",
+         "2026-11-15T14-4[001] 2026-11-15T15-1[001] "},
+        {"full in the same quarter counts on", "2026-11-15T14:37 fill 2026-11-15T14:37 fill 2026-11-15T14:44",
+         "2026-11-15T14-3[001] 2026-11-15T14-3[002] 2026-11-15T14-3[003] "},
+        {"full in another quarter starts at one", "2026-11-15T14:00 fill 2026-11-15T14:01 fill 2026-11-15T14:45",
+         "2026-11-15T14-1[001] 2026-11-15T14-1[002] 2026-11-15T14-4[001] "},
+        {"the quarter is compared with the stamp, not with the last line",
+         "2026-11-15T14:00 2026-11-15T14:20 fill 2026-11-15T14:20 fill 2026-11-15T14:29",
+         "2026-11-15T14-1[001] 2026-11-15T14-1[001] 2026-11-15T14-2[001] 2026-11-15T14-2[002] "},
+        {"midnight, month and year", "2026-12-31T23:59 2027-01-01T00:00 2028-01-01T00:00",
+         "2026-12-31T23-4[001] 2027-01-01T00-1[001] 2028-01-01T00-1[001] "},
+        {"a late line goes back to its own hour, and the next returns",
+         "2026-11-15T14:59 2026-11-15T15:00 2026-11-15T14:59 2026-11-15T15:00",
+         "2026-11-15T14-4[001] 2026-11-15T15-1[001] 2026-11-15T14-4[001] 2026-11-15T15-1[001] "},
+        {"a restart continues the first file with room",
+         "2026-11-15T14:00 fill 2026-11-15T14:00 restart 2026-11-15T14:01 fill restart 2026-11-15T14:02",
+         "2026-11-15T14-1[001] 2026-11-15T14-1[002] 2026-11-15T14-1[002] 2026-11-15T14-1[003] "},
+        {"a file that cannot be opened is tried again at each line, and every attempt takes a number",
+         "lock 2026-11-15T14:00 2026-11-15T14:00 unlock 2026-11-15T14:00", "lost lost 2026-11-15T14-1[003] "},
+        {"a limit that rises meanwhile does not keep the file closed",
+         "lock 2026-11-15T14:00 raise unlock 2026-11-15T14:00", "lost 2026-11-15T14-1[002] "},
+        {"the timer closes at a new hour, and the next line opens",
+         "2026-11-15T14:10 check:2026-11-15T14:59 check:2026-11-15T15:00 2026-11-15T15:01",
+         "2026-11-15T14-1[001] kept closed 2026-11-15T15-1[001] "},
+        {"while no file is open the timer's question stays open",
+         "check:2026-11-16T00:00 check:2026-11-16T00:00 2026-11-16T00:01", "closed closed 2026-11-16T00-1[001] "},
+    };
+    for (auto &story : stories) {
+        files.clear();
+        restart();
+        EXPECT_EQ(run(story.script), story.files) << story.what;
     }
 }
 
-const Story stories[] = {
-    {"quarters_of_an_hour_share_a_file_until_it_is_full",
-     {{"2026-11-15 14:00", "svc_2026-11-15 14-1[001].log"},
-      {"2026-11-15 14:15", "svc_2026-11-15 14-1[001].log"},
-      {"2026-11-15 14:59", "svc_2026-11-15 14-1[001].log"}}},
-    {"an_hour_begins_a_file_though_the_old_one_has_room",
-     {{"2026-11-15 14:59", "svc_2026-11-15 14-4[001].log"}, {"2026-11-15 15:00", "svc_2026-11-15 15-1[001].log"}}},
-    {"full_in_the_same_quarter_counts_on",
-     {{"2026-11-15 14:37", "svc_2026-11-15 14-3[001].log"},
-      {"fill", ""},
-      {"2026-11-15 14:37", "svc_2026-11-15 14-3[002].log"},
-      {"fill", ""},
-      {"2026-11-15 14:44", "svc_2026-11-15 14-3[003].log"}}},
-    {"full_in_another_quarter_starts_at_one",
-     {{"2026-11-15 14:00", "svc_2026-11-15 14-1[001].log"},
-      {"fill", ""},
-      {"2026-11-15 14:01", "svc_2026-11-15 14-1[002].log"},
-      {"fill", ""},
-      {"2026-11-15 14:45", "svc_2026-11-15 14-4[001].log"}}},
-    {"the_quarter_is_compared_with_the_stamp_not_with_the_last_line",
-     {{"2026-11-15 14:00", "svc_2026-11-15 14-1[001].log"},
-      {"2026-11-15 14:20", "svc_2026-11-15 14-1[001].log"},
-      {"fill", ""},
-      {"2026-11-15 14:20", "svc_2026-11-15 14-2[001].log"},
-      {"fill", ""},
-      {"2026-11-15 14:29", "svc_2026-11-15 14-2[002].log"}}},
-    {"midnight_month_and_year",
-     {{"2026-12-31 23:59", "svc_2026-12-31 23-4[001].log"}, {"2027-01-01 00:00", "svc_2027-01-01 00-1[001].log"}}},
-    {"the_same_hour_of_another_day",
-     {{"2026-11-15 14:00", "svc_2026-11-15 14-1[001].log"},
-      {"2026-11-16 14:00", "svc_2026-11-16 14-1[001].log"},
-      {"2026-12-16 14:00", "svc_2026-12-16 14-1[001].log"},
-      {"2027-12-16 14:00", "svc_2027-12-16 14-1[001].log"}}},
-    {"a_late_line_goes_back_to_its_own_hour_and_the_next_returns",
-     {{"2026-11-15 14:59", "svc_2026-11-15 14-4[001].log"},
-      {"2026-11-15 15:00", "svc_2026-11-15 15-1[001].log"},
-      {"2026-11-15 14:59", "svc_2026-11-15 14-4[001].log"},
-      {"2026-11-15 15:00", "svc_2026-11-15 15-1[001].log"}}},
-    {"a_restart_continues_the_first_file_with_room",
-     {{"2026-11-15 14:00", "svc_2026-11-15 14-1[001].log"},
-      {"fill", ""},
-      {"2026-11-15 14:00", "svc_2026-11-15 14-1[002].log"},
-      {"restart", ""},
-      {"2026-11-15 14:01", "svc_2026-11-15 14-1[002].log"},
-      {"fill", ""},
-      {"restart", ""},
-      {"2026-11-15 14:02", "svc_2026-11-15 14-1[003].log"}}},
-};
-
-INSTANTIATE_TEST_SUITE_P(, Stories, testing::ValuesIn(stories),
-                         [](auto &story) { return std::string(story.param.name); });
-
-TEST_F(Choice, TheIndexWidensBeyondThreeDigits) {
-    line("2026-11-15 14:00");
+TEST_F(Choice, NamesAndDirectoriesHaveTheirForm) {
+    line("2026-11-15T14:37");
+    EXPECT_EQ(open_path, "main/logfiles-2026/11/2026-11-15/svc_2026-11-15 14-3[001].log");
     choice.m_index = 1000;
-    fill();
-    EXPECT_EQ(line("2026-11-15 14:00"), "svc_2026-11-15 14-1[1000].log");
-}
-
-TEST_F(Choice, AFileThatCannotBeOpenedIsTriedAgainAtEachLine) {
-    writable = false;
-    EXPECT_EQ(line("2026-11-15 14:00"), "lost");
-    EXPECT_EQ(line("2026-11-15 14:00"), "lost");
-    writable = true;
-    EXPECT_EQ(line("2026-11-15 14:00"), "svc_2026-11-15 14-1[003].log") << "every attempt has taken a number";
-}
-
-TEST_F(Choice, ALimitThatRisesMeanwhileDoesNotKeepTheFileClosed) {
-    writable = false;
-    line("2026-11-15 14:00");
-    choice.m_sizeLimit *= 2;
-    writable = true;
-    EXPECT_EQ(line("2026-11-15 14:00"), "svc_2026-11-15 14-1[002].log");
-}
-
-TEST_F(Choice, TheTimerClosesAtANewHourAndTheNextLineOpensTheFirstFile) {
-    line("2026-11-15 14:10");
-    EXPECT_FALSE(check("2026-11-15 14:59"));
-    EXPECT_TRUE(check("2026-11-15 15:00"));
-    EXPECT_EQ(choice.m_filename, "");
-    EXPECT_EQ(line("2026-11-15 15:01"), "svc_2026-11-15 15-1[001].log");
-}
-
-TEST_F(Choice, TheTimerPreparesTheDirectoryOfANewDay) {
-    line("2026-11-15 14:10");
-    EXPECT_TRUE(check("2026-11-16 00:00"));
-    EXPECT_EQ(choice.m_filedir, "main/logfiles-2026/11/2026-11-16");
-    EXPECT_TRUE(check("2026-11-16 00:00")) << "no file is open, so the question stays open";
-    EXPECT_EQ(line("2026-11-16 00:01"), "svc_2026-11-16 00-1[001].log");
-}
-
-TEST_F(Choice, AMainDirectoryIsTakenAtTheNextDate) {
-    line("2026-11-15 14:10");
+    EXPECT_EQ(run("fill 2026-11-15T14:37"), "2026-11-15T14-3[1000] ");
     choice.m_maindir = "/elsewhere";
-    line("2026-11-15 15:10");
-    EXPECT_EQ(choice.m_filedir, "main/logfiles-2026/11/2026-11-15");
-    line("2026-11-16 15:10");
+    line("2026-11-15T15:10");
+    EXPECT_EQ(choice.m_filedir, "main/logfiles-2026/11/2026-11-15") << "a main directory counts from the next date";
+    line("2026-11-16T15:10");
     EXPECT_EQ(choice.m_filedir, "/elsewhere/logfiles-2026/11/2026-11-16");
 }
 
 TEST_F(Choice, ABorrowedDirectoryTextOutlivesMidnight) {
-    line("2026-11-15 23:59");
+    line("2026-11-15T23:59");
     const char *borrowed = choice.m_filedir.c_str();
-    for (int i = 0; i < 3; i++) {
-        line("2026-11-16 00:00");
-        line("2026-11-15 23:59");
-    }
-    line("2026-11-16 00:00");
+    run("2026-11-16T00:00 2026-11-15T23:59 2026-11-16T00:00 2026-11-15T23:59 2026-11-16T00:00");
     EXPECT_STREQ(borrowed, "main/logfiles-2026/11/2026-11-15");
 }
 
