@@ -20,6 +20,7 @@
 #include "tq4/string.h"
 #include "tq4/string_array.h"
 #include "tq4/system.h"
+#include "tq4/thread.h"
 #include "tq4/zip.h"
 
 #endif

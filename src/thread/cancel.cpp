@@ -1,4 +1,4 @@
-// cancel: the mark of threads that may be killed at any instruction. The thread module sets it, each thread for itself.
+// cancel: the mark of a thread that may be killed at any instruction. Each thread sets it for itself.
 #include "thread/cancel.hpp"
 
 constinit thread_local bool Tq4_killable = false;

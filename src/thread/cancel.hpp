@@ -10,7 +10,7 @@
 
 #include "platform/multi_platform_pthread.hpp"
 
-// Set on one of our threads while it runs its user's function.
+// Set on one of our threads while it may be killed at the very instruction it is at.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local bool Tq4_killable;
 
 class Tq4_cancel_deferred {
@@ -18,9 +18,11 @@ class Tq4_cancel_deferred {
     const int m_before = m_active ? MP_THREAD_DeferCancel() : 0;
 
 public:
-    Tq4_cancel_deferred() = default;
+    Tq4_cancel_deferred() { Tq4_killable = false; }
     ~Tq4_cancel_deferred() {
-        if (m_active) MP_THREAD_RestoreCancel(m_before);
+        if (!m_active) return;
+        Tq4_killable = true;
+        MP_THREAD_RestoreCancel(m_before);
     }
     Tq4_cancel_deferred(const Tq4_cancel_deferred &) = delete;
     Tq4_cancel_deferred &operator=(const Tq4_cancel_deferred &) = delete;

@@ -1,145 +1,153 @@
-// What a lock and a mutex promise: one holder at a time, and who may enter again.
+// What locks, mutexes and semaphores promise: who may pass, for how long others wait, and their odd answers.
 #include "tq4/lock.h"
 #include "tq4/mutex.h"
+#include "tq4/semaphore.h"
+
+#include <cerrno>
+#include <climits>
 
 #include <gtest/gtest.h>
 
+#include "own.hpp"
 #include "parallel.hpp"
+#include "tq4/event.h"
+#include "tq4/thread.h"
 
 namespace {
 
-template <class Handle> struct Held : testing::Test {
-    Handle m;
-    explicit Held(const Tq4_object_itf *oitf) : m(static_cast<Handle>(oitf->Create(nullptr))), m_oitf(oitf) {}
-    ~Held() override { m_oitf->Delete(m); }
+constexpr unsigned long long_times[] = {TQ4_ALL_ONES, TQ4_ALL_ONES - 1, TQ4_ALL_ONES / 2, 3600000};
 
-    // Two threads count without any other protection: a lost step or a race report means two holders at once.
-    template <class Enter> void expect_one_holder_at_a_time(Enter enter) {
-        constexpr int rounds = 20000;
-        long count = 0;
-        auto work = [&] {
-            for (int i = 0; i < rounds; ++i) {
-                enter();
-                ++count;
-                (*m)->Unlock(m);
-            }
-        };
-        {
-            Parallel other(work);
-            work();
-        }
-        EXPECT_EQ(count, 2 * rounds);
-    }
-
-private:
-    const Tq4_object_itf *m_oitf;
-};
-
-struct Lock : Held<Tq4_lock> {
-    Lock() : Held(Tq4_lock_oitf) {}
-    void enter() { (*m)->Lock(m); }
-    void leave() { (*m)->Unlock(m); }
-};
-
-TEST_F(Lock, HasOneHolderAtATime) {
-    expect_one_holder_at_a_time([this] { enter(); });
-}
-
-TEST_F(Lock, IsFreeOnlyAfterAsManyUnlocksAsLocks) {
-    enter();
-    enter();
-    std::atomic<bool> inside = false;
+// What is sent beside the test has to wait until release is called, and then to succeed.
+template <class Wait, class Release> void expect_waits_for(Release release, Wait wait) {
+    std::atomic<bool> passed = false;
     {
-        Parallel other([&] {
-            enter();
-            inside = true;
-            leave();
-        });
+        Parallel other([&] { passed = wait(); });
         other.AwaitAsleep();
-        leave();
-        other.AwaitAsleep();
-        EXPECT_FALSE(inside);
-        leave();
+        EXPECT_FALSE(passed);
+        release();
     }
-    EXPECT_TRUE(inside);
+    EXPECT_TRUE(passed);
 }
 
-TEST_F(Lock, NullHandlesAreNoLock) {
-    (*m)->Lock(nullptr);
-    (*m)->Unlock(nullptr);
+struct Locks : testing::Test {
+    Tq4_own<Tq4_lock> lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf);
+    Tq4_own<Tq4_mutex> mutex = Tq4_make<Tq4_mutex>(Tq4_mutex_oitf);
+
+    void enter() { (*lock)->Lock(lock.get()); }
+    void leave() { (*lock)->Unlock(lock.get()); }
+    int take(unsigned long ms) { return (*mutex)->Lock(mutex.get(), ms); }
+    int give() { return (*mutex)->Unlock(mutex.get()); }
+    int is_free() { return (*mutex)->IsLocked(mutex.get()); }
+};
+
+// Two threads count without any other protection: a lost step or a race report means two holders at once.
+TEST_F(Locks, HaveOneHolderAtATime) {
+    long by_lock = 0, by_mutex = 0;
+    auto count = [&] {
+        for (int i = 0; i < 20000; ++i) {
+            enter();
+            ++by_lock;
+            leave();
+            take(TQ4_ALL_ONES);
+            ++by_mutex;
+            give();
+        }
+    };
+    {
+        Parallel other(count);
+        count();
+    }
+    EXPECT_EQ(by_lock + by_mutex, 80000);
 }
 
-struct Mutex : Held<Tq4_mutex> {
-    Mutex() : Held(Tq4_mutex_oitf) {}
-    int enter(unsigned long ms = TQ4_ALL_ONES) { return (*m)->Lock(m, ms); }
-    int leave() { return (*m)->Unlock(m); }
-    int is_free() { return (*m)->IsLocked(m); }
-    int enter_elsewhere(unsigned long ms) {
-        int result = -1;
-        Parallel([&] {
-            result = enter(ms);
-            if (result) leave();
-        });
-        return result;
+TEST_F(Locks, AreFreeAfterAsManyUnlocksAsLocks) {
+    enter();
+    enter();
+    leave();
+    expect_waits_for([this] { leave(); }, [this] { return enter(), leave(), true; });
+}
+
+TEST_F(Locks, MutexesWaitAsLongAsTheyAreTold) {
+    EXPECT_EQ(take(0), 1) << "free: a single try is enough";
+    EXPECT_EQ(take(0) + take(5), 0) << "it is not recursive";
+    for (unsigned long ms : long_times) {
+        expect_waits_for([this] { give(); }, [=, this] { return take(ms) && give(); });
+        take(0);
+    }
+    EXPECT_EQ(is_free(), 0);
+    EXPECT_EQ(give(), 1);
+    EXPECT_EQ(is_free() + is_free(), 2) << "asking leaves it free";
+    Tq4_mutex_CreateParams given{.bInitialOwner = 1, .mutexName = "ignored"};
+    mutex = Tq4_make<Tq4_mutex>(Tq4_mutex_oitf, &given);
+    EXPECT_EQ(is_free(), 1);
+}
+
+struct Semaphore : testing::Test {
+    Tq4_own<Tq4_semaphore> s = Tq4_make<Tq4_semaphore>(Tq4_semaphore_oitf);
+
+    void make(unsigned initial) {
+        Tq4_semaphore_CreateParams given{.initsps = initial, .maxsps = 1, .spName = "ignored"};
+        s = Tq4_make<Tq4_semaphore>(Tq4_semaphore_oitf, &given);
+    }
+    int wait(unsigned long ms) { return (*s)->Wait(s.get(), ms); }
+    int post() { return (*s)->Post(s.get()); }
+    int post(unsigned long n) { return (*s)->PostN(s.get(), n); }
+    // How often it can be taken without waiting.
+    int drain() {
+        int count = 0;
+        while (wait(0) == 0) ++count;
+        return count;
     }
 };
 
-TEST_F(Mutex, HasOneHolderAtATime) {
-    expect_one_holder_at_a_time([this] { enter(); });
-}
-
-TEST_F(Mutex, IsGivenWithinTheTimeOrNot) {
-    EXPECT_EQ(enter(0), 1) << "free: a single try is enough";
-    EXPECT_EQ(enter(0), 0) << "it is not recursive";
-    EXPECT_EQ(enter_elsewhere(0), 0);
-    EXPECT_EQ(enter_elsewhere(5), 0);
-    EXPECT_EQ(leave(), 1);
-    EXPECT_EQ(enter_elsewhere(0), 1);
-}
-
-TEST_F(Mutex, WaitsWithoutLimitOrForALongTime) {
-    for (unsigned long ms : {TQ4_ALL_ONES, TQ4_ALL_ONES - 1, TQ4_ALL_ONES / 2, 3600000ul}) {
-        std::atomic<int> result = -1;
-        enter();
-        {
-            Parallel other([&] {
-                result = enter(ms);
-                leave();
-            });
-            other.AwaitAsleep();
-            EXPECT_EQ(result, -1) << ms << " ms must not wrap to a short time";
-            leave();
-        }
-        EXPECT_EQ(result, 1);
+TEST_F(Semaphore, PostsOnceWhateverTheNumber) {
+    EXPECT_EQ(drain(), 100) << "the default";
+    make(3);
+    EXPECT_EQ(drain(), 3) << "the maximum is ignored";
+    EXPECT_EQ(post(), 1);
+    EXPECT_EQ(drain(), 1);
+    for (unsigned long n : {1ul, 5ul, 1ul << 40}) {
+        EXPECT_EQ(post(n), 1);
+        EXPECT_EQ(drain(), 1) << n;
     }
+    EXPECT_EQ(post(0), 0);
+    EXPECT_EQ(drain(), 0);
 }
 
-TEST_F(Mutex, AnswersIsLockedWithOneWhenItIsFree) {
-    EXPECT_EQ(is_free(), 1);
-    enter();
-    EXPECT_EQ(is_free(), 0);
-    leave();
-    EXPECT_EQ(is_free(), 1) << "asking leaves it free";
+TEST_F(Semaphore, WaitsAndFailsAsTheSystemDoes) {
+    make(0);
+    EXPECT_EQ(wait(0), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(wait(5), -1);
+    EXPECT_EQ(errno, ETIMEDOUT);
+    for (unsigned long ms : long_times) expect_waits_for([this] { post(); }, [=, this] { return wait(ms) == 0; });
+    make(INT_MAX);
+    EXPECT_EQ(post() + post(2), 0) << "it is full";
+    make(UINT_MAX);
+    EXPECT_EQ(wait(TQ4_ALL_ONES), -1) << "not valid: more than the system can count";
+    EXPECT_EQ(post() + post(1), 0);
 }
 
-TEST_F(Mutex, StartsFreeWhateverItsParametersSay) {
-    Tq4_mutex_CreateParams given{.bInitialOwner = 1, .mutexName = "ignored"};
-    auto owned = static_cast<Tq4_mutex>(Tq4_mutex_oitf->Create(&given));
-    EXPECT_EQ((*owned)->IsLocked(owned), 1);
-    Tq4_mutex_oitf->Delete(owned);
+TEST_F(Locks, AnswerForNullHandles) {
+    (*lock)->Lock(nullptr);
+    (*lock)->Unlock(nullptr);
+    EXPECT_EQ((*mutex)->Lock(nullptr, 0) + (*mutex)->Unlock(nullptr) + (*mutex)->IsLocked(nullptr), 0);
+    auto semaphore = Tq4_make<Tq4_semaphore>(Tq4_semaphore_oitf);
+    EXPECT_EQ((*semaphore)->Wait(nullptr, 0), 0);
+    EXPECT_EQ((*semaphore)->Post(nullptr), -1);
+    EXPECT_EQ((*semaphore)->PostN(nullptr, 0), -1);
 }
 
-TEST_F(Mutex, NullAndIdentity) {
-    EXPECT_EQ((*m)->Lock(nullptr, TQ4_ALL_ONES), 0);
-    EXPECT_EQ((*m)->Unlock(nullptr), 0);
-    EXPECT_EQ((*m)->IsLocked(nullptr), 0);
-    enter();
-    auto other = static_cast<Tq4_mutex>(Tq4_mutex_oitf->Dup(m));
-    EXPECT_EQ((*other)->IsLocked(other), 1) << "a duplicate is a mutex of its own, and free";
-    EXPECT_EQ(Tq4_mutex_oitf->Equal(m, m), 1);
-    EXPECT_EQ(Tq4_mutex_oitf->Equal(m, other), 0);
-    Tq4_mutex_oitf->Delete(other);
-    leave();
+TEST_F(Locks, AndTheLikeAreEqualOnlyToThemselves) {
+    for (auto *oitf : {Tq4_lock_oitf, Tq4_mutex_oitf, Tq4_event_oitf, Tq4_semaphore_oitf, Tq4_thread_oitf}) {
+        void *one = oitf->Create(nullptr), *other = oitf->Dup(one);
+        oitf->Copy(one, other);
+        oitf->Reset(one);
+        EXPECT_EQ(oitf->Equal(one, one), 1);
+        EXPECT_EQ(oitf->Equal(one, other), 0);
+        oitf->Delete(one);
+        oitf->Delete(other);
+    }
 }
 
 } // namespace

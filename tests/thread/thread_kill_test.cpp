@@ -1,0 +1,260 @@
+// What remains when a thread is killed, ends itself, deletes itself or is stopped by a signal. Each case runs in a
+// process of its own, which must end by itself; leaks and accesses to freed memory are the sanitizers' to find there.
+#include "tq4/thread.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include "own.hpp"
+#include "parallel.hpp"
+#include "tq4/debug.h"
+#include "tq4/event.h"
+
+#if defined(__SANITIZE_THREAD__)
+#define UNDER_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define UNDER_THREAD_SANITIZER 1
+#endif
+#endif
+
+namespace {
+
+// A thread in a child process, and what its function and the test tell each other.
+struct Victim {
+    std::function<unsigned long(Victim &)> work;
+    std::atomic<pid_t> id = 0;
+    std::atomic<bool> returned = false;
+    Tq4_own<Tq4_event> e = Tq4_make<Tq4_event>(Tq4_event_oitf);
+    Tq4_thread t = static_cast<Tq4_thread>(Tq4_thread_oitf->Create("victim"));
+
+    explicit Victim(std::function<unsigned long(Victim &)> function) : work(std::move(function)) {
+        Tq4_debug_api->SetPrint([](int, const char *, va_list) {});
+        auto run = +[](void *victim) {
+            auto *self = static_cast<Victim *>(victim);
+            self->id = gettid();
+            const unsigned long result = self->work(*self);
+            self->returned = true;
+            return result;
+        };
+        (*t)->Init(t, run, this);
+    }
+    void start() {
+        (*t)->Resume(t);
+        while (id == 0) std::this_thread::yield();
+    }
+    bool running() { return (*t)->IsRunning(t); }
+    int wait() { return (*e)->Wait(e.get(), TQ4_ALL_ONES); }
+    void set() { (*e)->Set(e.get()); }
+    void stop(unsigned long ms) { (*t)->WaitFor(t, ms); }
+    void kill(unsigned long code) { (*t)->Kill(t, code); }
+    void remove() { Tq4_thread_oitf->Delete(t); }
+    // Waits until the kernel knows no such thread, and tells whether the function had returned.
+    bool await_end() const {
+        while (thread_state(id) != 'X') std::this_thread::yield();
+        return returned;
+    }
+    bool exit_code_is(uint32_t expected) {
+        uint32_t code = ~expected;
+        return (*t)->GetExitCode(t, &code) == 1 && code == expected;
+    }
+};
+
+void must(bool fact, const char *text, int line) {
+    if (fact) return;
+    std::fprintf(stderr, "line %d: %s\n", line, text);
+    std::_Exit(1);
+}
+#define MUST(fact) must(fact, #fact, __LINE__)
+
+// It calls nothing at all, so that only a kill at any instruction can end it.
+unsigned long deaf(Victim &) {
+    for (;;) asm volatile("" ::: "memory");
+}
+
+void in_a_child(unsigned long (*work)(Victim &), void (*test)(Victim &)) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the child is started anew
+    auto live_and_exit = [&] {
+        {
+            Victim victim(work);
+            test(victim);
+        }
+        std::exit(0);
+    };
+    EXPECT_EXIT(live_and_exit(), testing::ExitedWithCode(0), "");
+}
+
+TEST(ThreadDeathTest, AFunctionThatDoesNotListenIsKilled) {
+    in_a_child(deaf, [](Victim &v) {
+        v.start();
+        v.stop(20);
+        MUST(v.exit_code_is(0));
+        v.await_end();
+        v.remove();
+    });
+    in_a_child(deaf, [](Victim &v) {
+        v.start();
+        v.remove();
+        v.await_end();
+    });
+}
+
+TEST(ThreadDeathTest, AKillIsAtOnceAndTheFirstCodeCounts) {
+    in_a_child(deaf, [](Victim &v) {
+        v.start();
+        v.kill(0x100000007);
+        v.kill(8);
+        MUST(v.exit_code_is(7));
+        MUST(!v.running());
+        v.remove();
+        v.await_end();
+    });
+}
+
+TEST(ThreadDeathTest, AKillBeforeTheStartEndsItWithoutRunningIt) {
+    in_a_child([](Victim &v) { return v.returned = true, 0ul; },
+               [](Victim &v) {
+                   v.kill(3);
+                   MUST(v.exit_code_is(3));
+                   MUST((*v.t)->Resume(v.t) == 0);
+                   v.remove();
+                   MUST(!v.returned);
+               });
+}
+
+TEST(ThreadDeathTest, AKilledWaiterLeavesTheEventUsable) {
+    in_a_child([](Victim &v) { return v.wait() + 0ul; },
+               [](Victim &v) {
+                   v.start();
+                   await_asleep(v.id);
+                   v.kill(1);
+                   v.await_end();
+                   v.set();
+                   MUST(v.wait() == 1);
+                   v.remove();
+               });
+}
+
+TEST(ThreadDeathTest, AThreadMayEndItselfInItsFunction) {
+    in_a_child([](Victim &v) { return v.kill(6), 0ul; },
+               [](Victim &v) {
+                   v.start();
+                   MUST(!v.await_end());
+                   MUST(v.exit_code_is(6));
+                   v.remove();
+               });
+    in_a_child([](Victim &) -> unsigned long { pthread_exit(nullptr); },
+               [](Victim &v) {
+                   v.start();
+                   v.stop(TQ4_ALL_ONES);
+                   MUST(v.exit_code_is(0));
+                   v.remove();
+               });
+}
+
+TEST(ThreadDeathTest, AThreadThatDeletesItselfStaysUsableUntilItsFunctionReturns) {
+    in_a_child(
+        [](Victim &v) {
+            MUST(v.running());
+            v.remove();
+            MUST(!v.running());
+            MUST(std::string((*v.t)->Name(v.t)) == "victim");
+            return 0ul;
+        },
+        [](Victim &v) {
+            v.start();
+            MUST(v.await_end());
+        });
+}
+
+// Neither the quit nor the kill reaches it: Delete goes away, and the record goes with the thread.
+TEST(ThreadDeathTest, DeleteLeavesTheRecordToAThreadThatEvenAKillDoesNotEnd) {
+    in_a_child(
+        [](Victim &v) {
+            pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+            v.wait();
+            MUST(!v.running());
+            return 0ul;
+        },
+        [](Victim &v) {
+            v.start();
+            v.kill(1);
+            v.remove();
+            v.set();
+            MUST(v.await_end());
+        });
+}
+
+TEST(ThreadDeathTest, AQuitSignalEndsTheThreadItArrivesOn) {
+#ifdef UNDER_THREAD_SANITIZER
+    GTEST_SKIP() << "ending a thread from a signal handler is in itself what that sanitizer reports";
+#endif
+    in_a_child(
+        [](Victim &) -> unsigned long {
+            for (;;) pause();
+        },
+        [](Victim &v) {
+            v.start();
+            pthread_kill((*v.t)->GetHandle(v.t), SIGQUIT);
+            v.await_end();
+            v.stop(TQ4_ALL_ONES);
+            v.remove();
+        });
+}
+
+TEST(ThreadDeathTest, AQuitSignalForTheProcessStillEndsIt) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto quit = [] {
+        const rlimit no_core{0, 0};
+        setrlimit(RLIMIT_CORE, &no_core);
+        Victim v(deaf);
+        raise(SIGQUIT);
+    };
+    EXPECT_EXIT(quit(), testing::KilledBySignal(SIGQUIT), "");
+}
+
+// The stop signal stops the whole process: the test lets it go on and tells it so, since the signal takes its time.
+TEST(ThreadDeathTest, SuspendStopsTheProcessUntilItIsContinued) {
+    int told[2];
+    ASSERT_EQ(pipe(told), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        Victim v([](Victim &self) {
+            while (self.running()) std::this_thread::yield();
+            return 2ul;
+        });
+        auto suspend = [&] {
+            MUST((*v.t)->Suspend(v.t) == 1);
+            char byte;
+            MUST(read(told[0], &byte, 1) == 1);
+        };
+        MUST((*v.t)->Suspend(v.t) == 0); // not started
+        v.start();
+        suspend();
+        MUST((*v.t)->Suspend(v.t) == 0);
+        MUST((*v.t)->Resume(v.t) == 1);
+        suspend();
+        v.stop(TQ4_ALL_ONES); // continues it first
+        MUST(v.exit_code_is(2));
+        std::_Exit(0);
+    }
+    int status = 0;
+    for (int stops = 0; stops < 2; ++stops) {
+        waitpid(child, &status, WUNTRACED);
+        ASSERT_TRUE(WIFSTOPPED(status) && WSTOPSIG(status) == SIGSTOP) << status;
+        kill(child, SIGCONT);
+        ASSERT_EQ(write(told[1], "", 1), 1);
+    }
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    close(told[0]);
+    close(told[1]);
+}
+
+} // namespace

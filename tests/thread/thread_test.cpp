@@ -1,0 +1,193 @@
+// What a thread promises: its function runs once or not at all, a quit is never lost, and its end is known.
+#include "tq4/thread.h"
+
+#include <cstdio>
+#include <ctime>
+#include <functional>
+#include <mutex>
+#include <pthread.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "own.hpp"
+#include "parallel.hpp"
+#include "tq4/debug.h"
+
+namespace {
+
+std::mutex print_lock;
+std::vector<std::string> printed;
+
+void print_into_memory(int level, const char *format, va_list args) {
+    char line[256];
+    std::vsnprintf(line, sizeof line, format, args);
+    std::lock_guard guard(print_lock);
+    printed.push_back(std::to_string(level) + " " + line);
+}
+
+struct Thread : testing::Test {
+    std::function<unsigned long()> work = [this] { return run_until_quit(); };
+    std::atomic<int> runs = 0;
+    Tq4_own<Tq4_thread> t = make("tester");
+
+    Thread() { Tq4_debug_api->SetPrint(print_into_memory); }
+    ~Thread() override {
+        t.reset();
+        Tq4_debug_api->SetPrint(nullptr);
+    }
+
+    static Tq4_own<Tq4_thread> make(const char *name) { return Tq4_make<Tq4_thread>(Tq4_thread_oitf, name); }
+    static unsigned long run(void *test) {
+        auto *self = static_cast<Thread *>(test);
+        ++self->runs;
+        return self->work();
+    }
+    unsigned long init() { return (*t)->Init(t.get(), run, this); }
+    unsigned long resume() { return (*t)->Resume(t.get()); }
+    void quit() { (*t)->NotifyQuit(t.get()); }
+    bool running() { return (*t)->IsRunning(t.get()); }
+    unsigned long run_until_quit() {
+        while (running()) std::this_thread::yield();
+        return 0;
+    }
+    int stop() { return (*t)->WaitFor(t.get(), TQ4_ALL_ONES); }
+    short kill(unsigned long code) { return (*t)->Kill(t.get(), code); }
+    int priority() { return (*t)->GetPriority(t.get()); }
+    // The exit code, or "none" while there is none.
+    std::string exit_code() {
+        struct {
+            uint32_t code = 0, behind = 42;
+        } out;
+        const int known = (*t)->GetExitCode(t.get(), &out.code);
+        EXPECT_EQ(out.behind, 42u);
+        return known ? std::to_string(out.code) : "none";
+    }
+    // Runs the function until it returns; the system has a priority to tell only of threads that have not ended.
+    void run_to_end(std::function<unsigned long()> function) {
+        work = std::move(function);
+        EXPECT_EQ(init(), 1u);
+        EXPECT_FALSE(running());
+        EXPECT_EQ(resume(), 1u);
+        while (priority() != -1) std::this_thread::yield();
+    }
+};
+
+TEST_F(Thread, RunsOnceAndTellsTheLow32BitsOfTheResultOnceItIsStopped) {
+    run_to_end([] { return 0x1234567890abcdeful; });
+    EXPECT_EQ(runs, 1);
+    EXPECT_EQ(exit_code(), "none");
+    EXPECT_TRUE(running()) << "the flag is cleared by a quit, not by the end";
+    EXPECT_EQ(resume(), 0u);
+    stop();
+    EXPECT_FALSE(running());
+    EXPECT_EQ(exit_code(), std::to_string(0x90abcdef));
+    EXPECT_EQ((*t)->GetExitCode(t.get(), nullptr), 0);
+    EXPECT_EQ(resume(), 0u);
+}
+
+TEST_F(Thread, KeepsTheFirstFunctionThatGotAThread) {
+    pthread_attr_t usual, huge;
+    pthread_getattr_default_np(&usual);
+    pthread_getattr_default_np(&huge);
+    pthread_attr_setstacksize(&huge, 1ul << 50);
+    pthread_setattr_default_np(&huge);
+    EXPECT_EQ(init(), 0u) << "no thread from the system";
+    pthread_setattr_default_np(&usual);
+    EXPECT_EQ((*t)->Init(t.get(), nullptr, this), 0u);
+    EXPECT_EQ(init(), 1u);
+    auto other = +[](void *) { return 7ul; };
+    EXPECT_EQ((*t)->Init(t.get(), other, nullptr), reinterpret_cast<unsigned long>(&run));
+    pthread_attr_destroy(&usual);
+    pthread_attr_destroy(&huge);
+}
+
+TEST_F(Thread, QuitsBeforeTheStartAreNotLost) {
+    const std::function<void()> quits[] = {[this] { quit(); }, [this] { stop(); }, [this] { kill(9); }};
+    for (auto &ask : quits) {
+        t = make("quitter");
+        init();
+        ask();
+        resume();
+        EXPECT_EQ(stop(), 0);
+        EXPECT_FALSE(running());
+    }
+    EXPECT_EQ(runs, 0);
+}
+
+// The function loops until it sees the quit: a lost one would never end.
+TEST_F(Thread, QuitsThatRaceWithTheStartAreNotLost) {
+    for (int i = 0; i < 300; ++i) {
+        t = make("racer");
+        init();
+        resume();
+        for (int n = i % 30; n > 0; --n) std::this_thread::yield();
+        quit();
+        stop();
+        EXPECT_FALSE(running());
+    }
+}
+
+TEST_F(Thread, OnlyAsksItselfToQuit) {
+    run_to_end([this] {
+        EXPECT_EQ((*t)->GetCurrentId(t.get()), (*t)->GetId(t.get()));
+        EXPECT_EQ(stop(), 0);
+        EXPECT_FALSE(running());
+        EXPECT_EQ(exit_code(), "none") << "it goes on";
+        return 3ul;
+    });
+    stop();
+    EXPECT_EQ(exit_code(), "3");
+}
+
+TEST_F(Thread, TellsWhereItRunsInItsMessages) {
+    printed.clear();
+    std::atomic<pid_t> id = 0;
+    run_to_end([&id] {
+        id = gettid();
+        return 0ul;
+    });
+    char where[64];
+    const auto handle = static_cast<unsigned>((*t)->GetHandle(t.get()));
+    std::snprintf(where, sizeof where, "0 thead[%x:%d   tester] ", handle, id.load());
+    EXPECT_EQ(printed, (std::vector{where + std::string("begin \n"), where + std::string("end \n")}));
+}
+
+TEST_F(Thread, NothingIsSentToAThreadThatHasEnded) {
+    run_to_end([] { return 0ul; });
+    EXPECT_EQ((*t)->Suspend(t.get()), 0u);
+    EXPECT_EQ((*t)->SetPriority(t.get(), 1), 0);
+    EXPECT_EQ(kill(5), 1);
+    EXPECT_EQ(kill(6), 1);
+    EXPECT_EQ(exit_code(), "5") << "the second came too late";
+}
+
+TEST_F(Thread, AnswersBeforeInitAsWhenEnded) {
+    EXPECT_EQ(resume() + (*t)->Suspend(t.get()) + (*t)->GetId(t.get()) + (*t)->GetHandle(t.get()), 0u);
+    EXPECT_EQ(kill(4), 1);
+    EXPECT_EQ(exit_code(), "0");
+    EXPECT_EQ(priority(), -1);
+    EXPECT_EQ(stop(), 0);
+    run_to_end([this] { return running() + 7ul; });
+    stop();
+    EXPECT_EQ(exit_code(), "8") << "a quit before Init is forgotten";
+}
+
+TEST_F(Thread, HasANameAndATime) {
+    EXPECT_LE(static_cast<unsigned long>(std::time(nullptr)) - (*t)->LastActiveTime(t.get()), 2u);
+    const std::string endless(500, 'x');
+    const struct {
+        const char *given;
+        std::string name;
+    } cases[] = {{nullptr, "anonymous"}, {"", ""}, {"名字", "名字"}, {endless.c_str(), endless.substr(0, 127)}};
+    for (auto &[given, name] : cases) {
+        t = make(given);
+        EXPECT_EQ((*t)->Name(t.get()), name);
+    }
+    Tq4_own<Tq4_thread> other(static_cast<Tq4_thread>(Tq4_thread_oitf->Dup(t.get())));
+    EXPECT_STREQ((*other)->Name(other.get()), (*t)->Name(t.get()));
+    EXPECT_STREQ((*t)->Name(nullptr), "");
+    EXPECT_EQ((*t)->WaitFor(nullptr, 0) + (*t)->Kill(nullptr, 1) + (*t)->IsRunning(nullptr), 0);
+}
+
+} // namespace
