@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -81,10 +82,9 @@ unsigned long deaf(Victim &) {
 void in_a_child(unsigned long (*work)(Victim &), void (*test)(Victim &)) {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // the child is started anew
     auto live_and_exit = [&] {
-        {
-            Victim victim(work);
-            test(victim);
-        }
+        auto victim = std::make_unique<Victim>(work); // on the heap: a dead pointer on the stack would hide a leak
+        test(*victim);
+        victim.reset();
         std::exit(0);
     };
     EXPECT_EXIT(live_and_exit(), testing::ExitedWithCode(0), "");
