@@ -74,7 +74,8 @@ struct Tq4_queue_ {
     Tq4_queue_item (*Head)(Tq4_queue q, unsigned long wait);
     /* The last item. */
     Tq4_queue_item (*Tail)(Tq4_queue q, unsigned long wait);
-    /* Unlinks the item of At and gives it to the caller. */
+    /* Unlinks the item of At and gives it to the caller. While more items remain the event is set again, so that it
+     * serves all readers that wait for it. */
     Tq4_queue_item (*RemoveAt)(Tq4_queue q, unsigned long index, unsigned long wait);
     /* RemoveAt the first. */
     Tq4_queue_item (*RemoveHead)(Tq4_queue q, unsigned long wait);

@@ -170,8 +170,8 @@ struct Tq4_string_ {
      * pattern without units, or null, gives 31536000. Takes no string. */
     long (*GetTimePeriod)(const char *pattern);
     /* Appends the Base64 encoding of len bytes (TQ4_ALL_ONES: up to the NUL), with a line feed after every 80
-     * characters, also at the end of the text when it falls there. Returns the whole text. Null bytes append nothing.
-     */
+     * characters that encode whole groups of three bytes: after every 60 bytes, also at the end of the text when it
+     * falls there. A padded group ends the text without one. Returns the whole text. Null bytes append nothing. */
     const char *(*Base64Encode)(Tq4_string s, const void *bytes, unsigned long len);
     /* Appends the bytes that the Base64 text encodes. Carriage returns and line feeds are skipped, the first other
      * character outside the alphabet ends the decoding, an incomplete last group of four is dropped. Returns the whole

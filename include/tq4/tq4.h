@@ -10,6 +10,8 @@
 #include "tq4/file.h"
 #include "tq4/file_api.h"
 #include "tq4/finder.h"
+#include "tq4/intmap.h"
+#include "tq4/key.h"
 #include "tq4/lock.h"
 #include "tq4/log.h"
 #include "tq4/mutex.h"
@@ -19,8 +21,12 @@
 #include "tq4/stream.h"
 #include "tq4/string.h"
 #include "tq4/string_array.h"
+#include "tq4/strmap.h"
+#include "tq4/strmap2.h"
 #include "tq4/system.h"
 #include "tq4/thread.h"
+#include "tq4/value.h"
+#include "tq4/value_table.h"
 #include "tq4/zip.h"
 
 #endif

@@ -29,7 +29,7 @@ struct Tq4_zip_ {
     void (*zip_end)(Tq4_zip z);
     /* Begins to decompress into out, ending a stream that was open. Results as for zip_start. */
     int (*unzip_start)(Tq4_zip z, Tq4_string out);
-    /* Feeds len compressed bytes, up to the NUL when len is negative. Damaged input ends the feed and keeps what came
+    /* Feeds len compressed bytes, none when len is negative. Damaged input ends the feed and keeps what came
      * out. Returns the length of the output string; 0 when no stream was started. */
     long (*unzip)(Tq4_zip z, const void *bytes, long len);
     /* Ends the decompressing stream. */

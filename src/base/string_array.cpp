@@ -118,14 +118,22 @@ void Tq4_string_array_obj::AddCopies(const Tq4_string_array_obj &source, unsigne
         const Text text(source.At(i));
         (*copies)->PutTail(copies.get(), new_item(text.bytes, text.len));
     }
-    const unsigned long size = Size();
-    unsigned long position = before < size ? before : size;
-    while (Tq4_queue_item item = (*copies)->RemoveHead(copies.get(), 0))
-        (*m_queue)->InsertAt(queue(), item, position++);
+    Tq4_queue_item place = before < Size() ? (*m_queue)->At(queue(), before, 0) : nullptr;
+    while (Tq4_queue_item item = (*copies)->RemoveHead(copies.get(), 0)) {
+        if (place)
+            (*place)->AddBefore(place, item);
+        else
+            (*m_queue)->PutTail(queue(), item);
+    }
 }
 
 void Tq4_string_array_obj::Remove(unsigned long index, unsigned long count) {
-    for (; count && index < Size(); --count) Tq4_queue_item_oitf->Delete((*m_queue)->RemoveAt(queue(), index, 0));
+    Tq4_queue_item item = index < Size() ? (*m_queue)->At(queue(), index, 0) : nullptr;
+    for (; item && count; --count) {
+        Tq4_queue_item following = (*item)->Next(item);
+        Tq4_queue_item_oitf->Delete(item);
+        item = following;
+    }
 }
 
 void Tq4_string_array_obj::RemoveTail() { Tq4_queue_item_oitf->Delete((*m_queue)->RemoveTail(queue(), 0)); }

@@ -147,7 +147,8 @@ struct Tq4_zip_obj {
         m_unzip.Start(out);
         return inflateInit2(&m_unzip.strm, raw_deflate);
     }
-    long unzip(const void *bytes, long len) { return m_unzip.Feed(bytes, input_length(bytes, len)); }
+    // Compressed bytes have no terminator: a negative length is none.
+    long unzip(const void *bytes, long len) { return m_unzip.Feed(bytes, len < 0 ? 0 : input_length(bytes, len)); }
     void unzip_end() { m_unzip.End(); }
 };
 

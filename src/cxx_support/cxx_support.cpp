@@ -6,6 +6,7 @@
 #include "module.hpp"
 #include "tq4/string.h"
 #include "tq4/string_array.h"
+#include "tq4/value_table.h"
 
 namespace {
 
@@ -15,6 +16,9 @@ void cxx_delete(void *handle) {
 
 void *cxx_new_string() { return Tq4_string_oitf->Create(nullptr); }
 void *cxx_new_array() { return Tq4_string_array_oitf->Create(nullptr); }
+void *cxx_new_value() { return Tq4_value_oitf->Create(nullptr); }
+void *cxx_new_table() { return Tq4_value_table_oitf->Create(nullptr); }
+void *cxx_new_key() { return Tq4_key_oitf->Create(nullptr); }
 void *cxx_not_available() { return nullptr; }
 
 // A setter for each slot: replaces the hook it is named for.
@@ -25,9 +29,9 @@ constinit Tq4_cxx_support_ api_Tq4_cxx_support = {
     .delete_obj = cxx_delete,
     .new_string = cxx_new_string,
     .new_array = cxx_new_array,
-    .new_value = cxx_not_available,
-    .new_table = cxx_not_available,
-    .new_key = cxx_not_available,
+    .new_value = cxx_new_value,
+    .new_table = cxx_new_table,
+    .new_key = cxx_new_key,
     .new_state = cxx_not_available,
     .set_delete = set_hook<&Tq4_cxx_support_::delete_obj>,
     .set_new_string = set_hook<&Tq4_cxx_support_::new_string>,

@@ -346,6 +346,48 @@ TEST_F(Queue, ManyReadersShareWhatManyWritersPut) {
     EXPECT_EQ((*q)->Count(q), 0u);
 }
 
+// A reader that only looks takes the event but not the item; the reader that removes must still get it.
+TEST_F(Queue, AReaderThatPeeksPassesTheEventOn) {
+    for (int round = 0; round < 200; ++round) {
+        use(1, 1);
+        std::thread peeker([&] { EXPECT_EQ(number((*q)->PeekObj(q, 0, all_ones)), 1); });
+        std::thread second([&] { EXPECT_EQ(number_of((*q)->Head(q, all_ones)), 1); });
+        (*q)->PutTail(q, new_item(1));
+        peeker.join();
+        second.join();
+    }
+}
+
+TEST_F(Queue, OneItemMovedByManyThreadsStaysOneItem) {
+    use(1, 0);
+    fill({1, 2, 3});
+    Tq4_queue_item moving = (*q)->At(q, 1, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 2000; ++i) {
+                (*q)->PutTail(q, moving);
+                (*moving)->ToHead(moving);
+                EXPECT_EQ((*q)->Count(q), 3u);
+            }
+        });
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(content().size(), 3u);
+}
+
+TEST_F(Queue, NullPayloadsAreSeenAndDeletersMayDeleteTheirNeighbours) {
+    use(1, 1);
+    (*q)->PutTail(q, new_item(0));
+    EXPECT_EQ((*q)->PeekObj(q, 0, all_ones), nullptr) << "does not wait: the item is there";
+    (*q)->RemoveAll(q);
+    static Tq4_queue_item neighbour;
+    (*q)->PutTail(q, new_item(1, [](void *) { Tq4_queue_item_oitf->Delete(neighbour); }));
+    neighbour = (*q)->PutTail(q, new_item(2, count_destroyed));
+    (*q)->RemoveAll(q);
+    EXPECT_EQ(destroyed, std::vector<long>{2});
+    (*q)->each(q, nullptr, nullptr);
+}
+
 TEST_F(Queue, AnEmptyQueueTimesOut) {
     use(1, 1);
     EXPECT_EQ((*q)->RemoveHead(q, 10), nullptr);

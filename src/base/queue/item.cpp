@@ -9,12 +9,20 @@ namespace {
 
 // Under the lock of the item's queue, when it has one, runs change(queue); does nothing for an unlinked item.
 template <class Change> auto in_queue(Tq4_queue_item_obj *item, Change change) {
-    using Result = decltype(change(*item->q_ref->qobj));
-    Tq4_queue_ref *ref = item->q_ref;
+    using Result = decltype(change(*item->queue()->qobj));
+    Tq4_queue_ref *ref = item->queue();
     if (!ref) return Result();
     Tq4_guard guard(ref->m_lock);
-    if (item->q_ref != ref) return Result(); // left the queue while we waited for the lock
+    if (item->queue() != ref) return Result(); // left the queue while we waited for the lock
     return change(*ref->qobj);
+}
+
+const Tq4_own<Tq4_lock> no_lock;
+
+// What guards the item's payload: the sort of its queue moves payloads between items.
+const Tq4_own<Tq4_lock> &lock_of(const Tq4_queue_item_obj *item) {
+    const Tq4_queue_ref *ref = item->queue();
+    return ref ? ref->m_lock : no_lock;
 }
 
 } // namespace
@@ -23,7 +31,7 @@ Tq4_queue_item_obj::~Tq4_queue_item_obj() { Reset(); }
 
 // Unlinked, and without a payload; a payload with a deleter is destroyed outside the lock.
 void Tq4_queue_item_obj::Reset() {
-    if (q_ref) Remove();
+    if (queue()) Remove();
     Tq4_queue_deleter deleter = m_del_pf;
     void *payload = Attach(nullptr, nullptr);
     if (deleter) deleter(payload);
@@ -52,10 +60,16 @@ void Tq4_queue_item_obj::ToTail() {
 }
 
 void *Tq4_queue_item_obj::Attach(void *payload, Tq4_queue_deleter deleter) {
+    Tq4_guard guard(lock_of(this));
     void *previous = m_obj;
     m_obj = payload;
     m_del_pf = deleter;
     return previous;
+}
+
+void *Tq4_queue_item_obj::GetAttach() {
+    Tq4_guard guard(lock_of(this));
+    return m_obj;
 }
 
 Tq4_queue_item Tq4_queue_item_obj::Next() {
@@ -79,10 +93,12 @@ template <Side side> Tq4_queue_item AddNextTo(Tq4_queue_item i, Tq4_queue_item o
     if (!i || !other || i == other) return other;
     auto *place = Tq4_record<Tq4_queue_item_obj>(i);
     auto *moved = Tq4_record<Tq4_queue_item_obj>(other);
-    if (!place->q_ref) return other;
-    moved->Remove();
-    in_queue(place,
-             [&](Tq4_queue_obj &queue) { queue.Link(moved, side == Side::before ? &place->node : place->node.next); });
+    if (!place->queue()) return other;
+    if (moved->queue() && moved->queue() != place->queue()) moved->Remove();
+    in_queue(place, [&](Tq4_queue_obj &queue) {
+        if (moved->queue() == &queue.base) queue.Unlink(moved);
+        queue.Link(moved, side == Side::before ? &place->node : place->node.next);
+    });
     return other;
 }
 

@@ -64,21 +64,21 @@ unsigned long Tq4_queue_obj::Count() {
     return base.m_itemCount;
 }
 
-// The items leave the list together, under the lock, and are destroyed outside of it: deleters may use the queue.
+// Each item leaves the list under the lock and is destroyed outside of it, so that deleters may use the queue and its
+// other items.
 void Tq4_queue_obj::RemoveAll() {
-    Tq4_list_node *removed = nullptr; // chained by next, the head first
-    {
-        Tq4_guard guard(base.m_lock);
-        for (Tq4_list_node *node; (node = m_tail.prev) != &m_head; removed = node) {
-            Unlink(item_of(node));
-            node->next = removed;
-        }
-        if (base.m_event) (*base.m_event)->Reset(base.m_event.get());
+    while (Tq4_queue_item item = TakeHeadOrResetEvent()) Tq4_queue_item_oitf->Delete(item);
+}
+
+Tq4_queue_item Tq4_queue_obj::TakeHeadOrResetEvent() {
+    Tq4_guard guard(base.m_lock);
+    if (m_head.next != &m_tail) {
+        Tq4_queue_item_obj *item = item_of(m_head.next);
+        Unlink(item);
+        return item->handle();
     }
-    while (Tq4_list_node *node = removed) {
-        removed = node->next;
-        Tq4_queue_item_oitf->Delete(item_of(node)->handle());
-    }
+    if (base.m_event) (*base.m_event)->Reset(base.m_event.get());
+    return nullptr;
 }
 
 int Tq4_queue_obj::Wait(unsigned long wait) {
@@ -89,13 +89,17 @@ void Tq4_queue_obj::Set() {
     if (base.m_event) (*base.m_event)->Set(base.m_event.get());
 }
 
+// Within the queue a move is one step under the lock.
 void Tq4_queue_obj::Insert(Tq4_queue_item_obj *item, unsigned long index) {
-    if (item->q_ref) item->Remove();
+    if (item->queue() && item->queue() != &base) item->Remove();
     Tq4_guard guard(base.m_lock);
+    if (item->queue() == &base) Unlink(item);
     Link(item, PeekNode(index));
     Set();
 }
 
+// A reader that the event let through takes it from all others: it passes it on while there are items. A kill between
+// the event and the next look would lose it, so it waits until the reader is done.
 template <class Take> auto Tq4_queue_obj::Waiting(unsigned long wait, Take take) {
     const auto look = [&] {
         Tq4_guard guard(base.m_lock);
@@ -103,20 +107,25 @@ template <class Take> auto Tq4_queue_obj::Waiting(unsigned long wait, Take take)
     };
     auto taken = look();
     if (taken || !wait || !base.m_event) return taken;
+    const Tq4_cancel_deferred deferred;
     const Patience patience(wait);
     do {
         if ((*base.m_event)->Wait(base.m_event.get(), patience.left()) < 1) return decltype(taken){};
-        taken = look();
+        Tq4_guard guard(base.m_lock);
+        taken = take();
+        if (taken && base.m_itemCount) Set();
     } while (!taken);
     return taken;
 }
 
 void *Tq4_queue_obj::PeekObj(unsigned long index, unsigned long wait) {
-    Tq4_queue_item_obj *item = nullptr;
-    return Waiting(wait, [&]() -> void * {
-        item = PeekClamped(index);
-        return item ? item->m_obj : nullptr;
+    void *payload = nullptr; // null may be the payload of an item
+    Waiting(wait, [&] {
+        Tq4_queue_item_obj *item = PeekClamped(index);
+        if (item) payload = item->m_obj;
+        return item != nullptr;
     });
+    return payload;
 }
 
 Tq4_queue_item Tq4_queue_obj::At(unsigned long index, unsigned long wait) {
@@ -156,6 +165,7 @@ void Tq4_queue_obj::QSort(Tq4_queue_obj_compare compare, void *param) {
 
 // The visitor may remove the item it is shown.
 void Tq4_queue_obj::Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_visitor visitor, void *param) {
+    if (!visitor) return;
     for (Tq4_list_node *node = from; node != &m_tail && most--;) {
         Tq4_list_node *following = node->next;
         if (visitor(item_of(node)->m_obj, param) != 0) return;
@@ -194,14 +204,14 @@ Tq4_queue_item_obj *Tq4_queue_obj::PeekClamped(unsigned long index) {
 void Tq4_queue_obj::Link(Tq4_queue_item_obj *item, Tq4_list_node *before) {
     if (before != &m_tail) m_seen = nullptr;
     Tq4_list_node_AddNode(before->prev, &item->node);
-    item->q_ref = &base;
+    item->q_ref.store(&base, std::memory_order_relaxed);
     base.m_itemCount = base.m_itemCount + 1;
 }
 
 void Tq4_queue_obj::Unlink(Tq4_queue_item_obj *item) {
     m_seen = nullptr;
     Tq4_list_node_Remove(&item->node);
-    item->q_ref = nullptr;
+    item->q_ref.store(nullptr, std::memory_order_relaxed);
     base.m_itemCount = base.m_itemCount - 1;
 }
 

@@ -4,6 +4,7 @@
 // remembered position; items reach the same lock through q_ref. An item is linked exactly while its q_ref is set.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -25,9 +26,11 @@ struct Tq4_queue_ref {
 };
 
 struct Tq4_queue_item_obj {
-    Tq4_list_node node;             // first: a node of a queue is the item that it starts
-    Tq4_queue_ref *q_ref = nullptr; // borrowed: of the queue the item is linked into, else null
-    void *m_obj = nullptr;          // payload; owned when there is a deleter
+    Tq4_list_node node; // first: a node of a queue is the item that it starts
+    // Of the queue the item is linked into, else null; borrowed. Changed under that queue's lock; read without it only
+    // to find the lock.
+    std::atomic<Tq4_queue_ref *> q_ref = nullptr;
+    void *m_obj = nullptr; // payload; owned when there is a deleter
     Tq4_queue_deleter m_del_pf = nullptr;
 
     ~Tq4_queue_item_obj();
@@ -35,13 +38,14 @@ struct Tq4_queue_item_obj {
     void Copy(const Tq4_queue_item_obj *) {} // an item's place and payload are its own
     bool Equal(const Tq4_queue_item_obj &other) const { return this == &other; }
 
+    Tq4_queue_ref *queue() const { return q_ref.load(std::memory_order_relaxed); }
     Tq4_queue_item handle() { return Tq4_handle_of<Tq4_queue_item>(this); }
     Tq4_queue Queue();
     void Remove();
     void ToHead();
     void ToTail();
     void *Attach(void *payload, Tq4_queue_deleter deleter);
-    void *GetAttach() { return m_obj; }
+    void *GetAttach();
     Tq4_queue_item Next();
     Tq4_queue_item Pre();
 };
@@ -81,6 +85,8 @@ struct Tq4_queue_obj {
     void each(Tq4_queue_visitor visitor, void *param);
     void Range(unsigned long index, int n, Tq4_queue_visitor visitor, void *param);
     void SetOnSwap(Tq4_queue_on_swap function) { on_swap = function; }
+
+    Tq4_queue_item TakeHeadOrResetEvent();
 
     // The rest is called under the lock.
     static Tq4_queue_item_obj *item_of(Tq4_list_node *node) { return reinterpret_cast<Tq4_queue_item_obj *>(node); }

@@ -44,8 +44,11 @@ void Tq4_queue_sort_temp::Sort(Tq4_queue_obj &queue, Tq4_queue_obj_compare compa
     m_sort_param = param;
     m_on_swap = queue.on_swap;
     m_payloads.clear();
-    for (Tq4_list_node *node = queue.m_head.next; node != &queue.m_tail; node = node->next)
+    m_items.clear();
+    for (Tq4_list_node *node = queue.m_head.next; node != &queue.m_tail; node = node->next) {
         m_payloads.push_back({Tq4_queue_obj::item_of(node)->m_obj, Tq4_queue_obj::item_of(node)->m_del_pf});
+        if (m_on_swap) m_items.push_back(Tq4_queue_obj::item_of(node));
+    }
 
     const std::size_t last = m_payloads.size() - 1;
     const int order = Compare(0, last);
@@ -56,8 +59,13 @@ void Tq4_queue_sort_temp::Sort(Tq4_queue_obj &queue, Tq4_queue_obj_compare compa
         SortRanges();
     }
     const Tq4_queue_payload *sorted = m_payloads.data();
-    for (Tq4_list_node *node = queue.m_head.next; node != &queue.m_tail; node = node->next, ++sorted)
-        Tq4_queue_obj::item_of(node)->Attach(sorted->m_obj, sorted->m_del_pf);
+    for (Tq4_list_node *node = queue.m_head.next; node != &queue.m_tail; node = node->next)
+        PutBack(*Tq4_queue_obj::item_of(node), *sorted++);
+}
+
+void Tq4_queue_sort_temp::PutBack(Tq4_queue_item_obj &item, const Tq4_queue_payload &payload) {
+    item.m_obj = payload.m_obj;
+    item.m_del_pf = payload.m_del_pf;
 }
 
 // A comparator that does not answer the exact opposite for the opposite question cannot sort, deliberately.
@@ -140,5 +148,7 @@ int Tq4_queue_sort_temp::Compare(std::size_t a, std::size_t b) {
 void Tq4_queue_sort_temp::Swap(std::size_t a, std::size_t b) {
     if (a == b) return;
     std::swap(m_payloads[a], m_payloads[b]);
-    if (m_on_swap) m_on_swap(m_payloads[a].m_obj, m_payloads[b].m_obj);
+    if (!m_on_swap) return;
+    for (std::size_t place : {a, b}) PutBack(*m_items[place], m_payloads[place]);
+    m_on_swap(m_payloads[a].m_obj, m_payloads[b].m_obj);
 }

@@ -7,6 +7,7 @@
 #include "tq4/queue.h"
 
 struct Tq4_queue_obj;
+struct Tq4_queue_item_obj;
 
 // What moves when two items swap: payloads go with their deleters, the items stay where they are.
 struct Tq4_queue_payload {
@@ -33,8 +34,10 @@ private:
     int Compare(std::size_t a, std::size_t b);
     void Swap(std::size_t a, std::size_t b);
     bool Inconsistent(int first_to_last);
+    static void PutBack(Tq4_queue_item_obj &item, const Tq4_queue_payload &payload);
 
     std::vector<Tq4_queue_payload> m_payloads;
+    std::vector<Tq4_queue_item_obj *> m_items; // only for on_swap, which finds its payloads in their new places
     Tq4_queue_obj_compare m_sort_compfunc = nullptr;
     void *m_sort_param = nullptr; // borrowed
     Tq4_queue_on_swap m_on_swap = nullptr;

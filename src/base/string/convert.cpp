@@ -95,9 +95,12 @@ const char *Tq4_string_obj::Base64Decode(const char *text, unsigned long len) {
 
 // Whole blocks; when the last one was filled up, a byte that says by how much follows.
 long Tq4_string_obj::enc(const void *bytes, unsigned long len, const char *key) {
+    return key ? scramble(bytes, len, key_of(key)) : 0;
+}
+
+long Tq4_string_obj::scramble(const void *bytes, unsigned long len, crypto_quick_key_t round_key) {
     Tq4_operand in(*this, bytes, len);
-    if (!in.size || !key || in.size > Tq4_wbuf_ceiling) return 0;
-    crypto_quick_key_t round_key = key_of(key);
+    if (!in.size || in.size > Tq4_wbuf_ceiling) return 0;
     unsigned long padding = (scrambled_block - in.size % scrambled_block) % scrambled_block;
     uint8_t *out = open_gap(TQ4_ALL_ONES, in.size + padding + (padding != 0));
     if (!out) return 0;
@@ -107,9 +110,12 @@ long Tq4_string_obj::enc(const void *bytes, unsigned long len, const char *key) 
 }
 
 long Tq4_string_obj::dec(const void *bytes, unsigned long len, const char *key) {
+    return key ? unscramble(bytes, len, key_of(key)) : 0;
+}
+
+long Tq4_string_obj::unscramble(const void *bytes, unsigned long len, crypto_quick_key_t round_key) {
     Tq4_operand in(*this, bytes, len);
-    if (!in.size || !key || !reserve(in.size)) return 0;
-    crypto_quick_key_t round_key = key_of(key);
+    if (!in.size || !reserve(in.size)) return 0;
     unsigned long blocks = crypto_quick_dec(&round_key, in, end());
     unsigned long padding = in.size % scrambled_block ? in.data[in.size - 1] : 0;
     set_size(size() + blocks - std::min(padding, blocks)); // a false count takes nothing that was there before

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "base/charset/conversion.hpp"
+#include "base/charset/crypto_quick.hpp"
 #include "base/wbuf.hpp"
 #include "module.hpp"
 #include "tq4/string.h"
@@ -128,6 +129,9 @@ struct Tq4_string_obj {
     long gb18030_2_unicode(const char *text, unsigned long len);
     long enc(const void *bytes, unsigned long len, const char *key);
     long dec(const void *bytes, unsigned long len, const char *key);
+    // The same with a key that is set up already.
+    long scramble(const void *bytes, unsigned long len, crypto_quick_key_t round_key);
+    long unscramble(const void *bytes, unsigned long len, crypto_quick_key_t round_key);
 };
 
 // Bytes given to an operation, readable while the string changes: copied when they lie inside its storage.

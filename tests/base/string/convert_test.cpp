@@ -91,6 +91,12 @@ TEST_F(StringConvert, WhatIsScrambledComesBackWithTheSameKeyOnly) {
         (*s)->dec(s, (*s)->c_str(s) + n, scrambled, "keY");
         EXPECT_NE(text().substr(n + scrambled + n), plain);
     }
+    set("key");
+    (*s)->enc(s, std::string(4000, 'v').data(), 4000, "key");
+    const std::string hidden = text().substr(3);
+    set("key");
+    (*s)->dec(s, hidden.data(), hidden.size(), (*s)->c_str(s)); // the key lies in the string, which has to grow
+    EXPECT_EQ(text(), "key" + std::string(4000, 'v'));
     set("kept");
     EXPECT_EQ((*s)->enc(s, nullptr, 1, "key") + (*s)->enc(s, "a", 0, "key") + (*s)->dec(s, "a", 1, nullptr), 0);
     EXPECT_EQ((*s)->dec(s, "12345678\xff", 9, "key") + (*s)->dec(s, "\x07", 1, "key"), 8);

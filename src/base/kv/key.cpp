@@ -1,0 +1,308 @@
+// key: a tagged record of a number and a string.
+//
+// What the kinds do differently stands in one table: how a kind hashes, which of its numbers identify it, whether its
+// string does, and how its number travels. Kinds 8 to 15 can only come from a peer; they hash to 0 and are told apart
+// by id.
+#include "base/kv/key.hpp"
+
+#include <cctype>
+#include <cstring>
+
+#include "base/byte_reader.hpp"
+#include "base/charset/crypto_quick.hpp"
+#include "base/string/string.hpp"
+#include "tq4/byte_order.h"
+
+static_assert(offsetof(Tq4_key_number, rid.h) == 0);
+
+namespace {
+
+enum class Wire : unsigned char { word32, halves, word64 };
+
+struct Kind {
+    uint64_t (*hash)(Tq4_key_number n, uint64_t text_hash);
+    bool (*same_number)(Tq4_key_number a, Tq4_key_number b);
+    bool has_text; // the string part identifies the key
+    Wire wire;     // of the number
+    bool cipher32; // gives the cipher 4 numeric bytes instead of 8
+};
+
+bool any_number(Tq4_key_number, Tq4_key_number) { return true; }
+bool same_low(Tq4_key_number a, Tq4_key_number b) { return a.rid.l == b.rid.l; }
+bool same_id(Tq4_key_number a, Tq4_key_number b) { return a.id == b.id; }
+uint64_t no_hash(Tq4_key_number, uint64_t) { return 0; }
+
+const Kind foreign = {no_hash, same_id, false, Wire::word64, false};
+const Kind kinds[] = {
+    {no_hash, any_number, false, Wire::word64, false},
+    {[](Tq4_key_number n, uint64_t) -> uint64_t { return n.rid.l; }, same_low, false, Wire::word32, true},
+    {[](Tq4_key_number n, uint64_t) { return n.id; }, same_id, false, Wire::word64, false},
+    // By 16, deliberately not by the 33 of the other kinds.
+    {[](Tq4_key_number n, uint64_t) { return (uint64_t{n.rid.h} << 4) + n.rid.l; }, same_id, false, Wire::halves,
+     false},
+    {[](Tq4_key_number, uint64_t s) { return s; }, any_number, true, Wire::word64, false},
+    {[](Tq4_key_number n, uint64_t s) { return Tq4_key_hash_text_number(s, n.rid.l); }, same_low, true, Wire::word64,
+     true},
+    {[](Tq4_key_number n, uint64_t s) { return Tq4_key_hash_text_number(s, n.id); }, same_id, true, Wire::word64,
+     false},
+    {[](Tq4_key_number n, uint64_t s) {
+         return Tq4_key_hash_text_number(Tq4_key_hash_text_number(s, n.rid.h), n.rid.l);
+     },
+     same_id, true, Wire::word64, false},
+};
+
+const Kind &kind_of(uint32_t type) { return type < std::size(kinds) ? kinds[type] : foreign; }
+
+enum Flags : unsigned { kind_mask = 0x0F, has_number = 0x10, has_string = 0x20, has_bytes = 0x40, ignores_case = 0x80 };
+
+Tq4_key_number halves(uint32_t h, uint32_t l) {
+    Tq4_key_number number;
+    number.rid.h = h;
+    number.rid.l = l;
+    return number;
+}
+
+// Signed bytes: those from 128 on count negative, deliberately, as peers compute it.
+inline uint64_t hashed_byte(uint8_t byte, int nocase) {
+    if (nocase) byte = static_cast<uint8_t>(std::tolower(byte));
+    return static_cast<uint64_t>(static_cast<int8_t>(byte));
+}
+
+constexpr uint64_t power33(int n) { return n ? 33 * power33(n - 1) : 1; }
+
+} // namespace
+
+uint64_t Tq4_key_hash_bytes(Tq4_bytes text, int nocase) {
+    uint64_t h = 0;
+    std::size_t at = 0;
+    // Four steps of h * 33 + c at once: one chain of multiplications for four bytes.
+    for (; text.size - at >= 4; at += 4) {
+        const uint8_t *c = text.data + at;
+        h = h * power33(4) + hashed_byte(c[0], nocase) * power33(3) + hashed_byte(c[1], nocase) * power33(2) +
+            hashed_byte(c[2], nocase) * 33 + hashed_byte(c[3], nocase);
+    }
+    for (; at < text.size; ++at) h = h * 33 + hashed_byte(text.data[at], nocase);
+    return h;
+}
+
+extern "C" {
+
+unsigned long Tq4_key_HashString(const char *text, int nocase) {
+    return text ? Tq4_key_hash_bytes(Tq4_text_bytes(text), nocase) : 0;
+}
+
+unsigned long Tq4_key_HashLong(unsigned long l) { return l; }
+
+unsigned long Tq4_key_HashLS(unsigned long l, const char *text, int nocase) {
+    return Tq4_key_hash_text_number(Tq4_key_HashString(text, nocase), l);
+}
+
+} // extern "C"
+
+// The new string is made before the old one goes: the text may be the key's own.
+void Tq4_key_obj::Set(uint32_t type, Tq4_key_number number, Text text, int nocase) {
+    Tq4_hooked<Tq4_string> fresh;
+    if (text.data) {
+        fresh = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
+        (*fresh)->Memcpy(fresh.get(), text.data, text.len);
+    }
+    m_type = type;
+    iid = number;
+    sid = std::move(fresh);
+    cf = nocase != 0;
+}
+
+void Tq4_key_obj::SetS(const char *text, int len, int nocase) {
+    Set(Tq4_key_type_String, {}, {text, static_cast<unsigned long>(static_cast<long>(len))}, nocase);
+}
+void Tq4_key_obj::SetI(unsigned i, const char *label) { Set(Tq4_key_type_I, halves(0, i), {label, TQ4_ALL_ONES}, 0); }
+void Tq4_key_obj::SetL(unsigned long l, const char *label) { Set(Tq4_key_type_L, {.id = l}, {label, TQ4_ALL_ONES}, 0); }
+void Tq4_key_obj::SetII(unsigned h, unsigned l, const char *label) {
+    Set(Tq4_key_type_II, halves(h, l), {label, TQ4_ALL_ONES}, 0);
+}
+void Tq4_key_obj::SetIS(unsigned i, const char *text, int nocase) {
+    Set(Tq4_key_type_IS, halves(0, i), {text, TQ4_ALL_ONES}, nocase);
+}
+void Tq4_key_obj::SetLS(unsigned long l, const char *text, int nocase) {
+    Set(Tq4_key_type_LS, {.id = l}, {text, TQ4_ALL_ONES}, nocase);
+}
+void Tq4_key_obj::SetIIS(unsigned h, unsigned l, const char *text, int nocase) {
+    Set(Tq4_key_type_IIS, halves(h, l), {text, TQ4_ALL_ONES}, nocase);
+}
+
+void Tq4_key_obj::Copy(const Tq4_key_obj *source) {
+    if (source == this) return;
+    if (!source) return Reset();
+    const Tq4_bytes bytes = source->text();
+    Set(source->m_type, source->iid, {reinterpret_cast<const char *>(bytes.data), bytes.size}, source->cf);
+}
+
+// Null data when there is no string.
+Tq4_bytes Tq4_key_obj::text() const {
+    return sid ? Tq4_record<const Tq4_string_obj>(sid.get())->view() : Tq4_bytes{nullptr, 0};
+}
+
+const char *Tq4_key_obj::GetS() const { return sid ? (*sid)->c_str(sid.get()) : nullptr; }
+
+bool Tq4_key_obj::Equal(const Tq4_key_obj &other) const {
+    if (this == &other) return true;
+    if (m_type != other.m_type) return false;
+    const Kind &kind = kind_of(m_type);
+    if (kind.has_text) {
+        if (!sid != !other.sid) return false;
+        if (sid && !text_is(other.text(), other.cf)) return false;
+    }
+    return kind.same_number(iid, other.iid);
+}
+
+bool Tq4_key_obj::text_is(Tq4_bytes given, int nocase) const {
+    const Tq4_bytes own = text();
+    if (!own.data || !given.data) return own.data == given.data;
+    if (own.size != given.size) return false;
+    if (!cf && !nocase) return std::memcmp(own.data, given.data, own.size) == 0;
+    for (std::size_t i = 0; i < own.size; ++i)
+        if (Tq4_ascii_lower(own.data[i]) != Tq4_ascii_lower(given.data[i])) return false;
+    return true;
+}
+
+bool Tq4_key_obj::text_is(const char *given, int nocase) const { return text_is(Tq4_text_bytes(given), nocase); }
+
+uint64_t Tq4_key_obj::Hash(int nocase) const {
+    const Kind &kind = kind_of(m_type);
+    return kind.hash(iid, kind.has_text && sid ? Tq4_key_hash_bytes(text(), nocase || cf) : 0);
+}
+
+static void dump_number(Tq4_wbuf *to, Wire wire, Tq4_key_number number) {
+    switch (wire) {
+    case Wire::word32:
+        Tq4_wbuf_Write_uint(to, number.rid.l);
+        return;
+    case Wire::halves: // the low half first, unlike in memory
+        Tq4_wbuf_Write_uint(to, number.rid.l);
+        Tq4_wbuf_Write_uint(to, number.rid.h);
+        return;
+    case Wire::word64:
+        Tq4_wbuf_Write_uchar(to, sizeof number.id);
+        Tq4_wbuf_Write_ulong(to, number.id);
+        return;
+    }
+}
+
+// A string of 65,536 bytes or more travels as its first (length modulo 65,536) bytes: the length field has 16 bits.
+void Tq4_key_obj::DumpTo(Tq4_wbuf *to) const {
+    const Tq4_bytes bytes = text();
+    const unsigned flags = (m_type & kind_mask) | (iid.id ? has_number : 0u) | (sid ? has_string : 0u) |
+                           (bytes.size ? has_bytes : 0u) | (cf ? ignores_case : 0u);
+    Tq4_wbuf_Write_uchar(to, static_cast<uint8_t>(flags));
+    if (iid.id) dump_number(to, kind_of(m_type).wire, iid);
+    if (!bytes.size) return;
+    const auto length = static_cast<uint16_t>(bytes.size);
+    Tq4_wbuf_Write_ushort(to, length);
+    Tq4_wbuf_memcat(to, bytes.data, length);
+}
+
+long Tq4_key_obj::Dump(Tq4_string out) const {
+    if (!out) return 0;
+    Tq4_wbuf *to = &Tq4_record<Tq4_string_obj>(out)->m_buf;
+    const uint64_t before = Tq4_wbuf_size(to);
+    DumpTo(to);
+    return static_cast<long>(Tq4_wbuf_size(to) - before);
+}
+
+namespace {
+
+// Reads a key's number. False when the input ends inside it.
+bool import_number(Tq4_byte_reader &in, Wire wire, Tq4_key_number &number) {
+    switch (wire) {
+    case Wire::word32:
+        return in.Read(number.rid.l);
+    case Wire::halves:
+        return in.left() >= sizeof number && in.Read(number.rid.l) && in.Read(number.rid.h);
+    case Wire::word64:
+        break;
+    }
+    uint8_t width = 0;
+    uint32_t narrow = 0;
+    if (!in.Read(width) || in.left() < width) return false;
+    if (width == sizeof number.id) return in.Read(number.id);
+    if (width == sizeof narrow) {
+        in.Read(narrow);
+        number.id = narrow;
+    }
+    return true; // any other width is consumed alone, deliberately: nothing is skipped
+}
+
+} // namespace
+
+int Tq4_key_obj::Import(const char *buf, int len) {
+    Reset();
+    if (len <= 0) return len;
+    Tq4_byte_reader in(buf, len);
+    uint8_t flags = 0;
+    if (!in.Read(flags)) return 0; // no buffer
+    m_type = flags & kind_mask;
+    if (flags & has_number && !import_number(in, kind_of(m_type).wire, iid)) return len;
+    cf = (flags & ignores_case) != 0;
+    if (flags & has_string) {
+        sid = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
+        uint16_t length = 0;
+        if (flags & has_bytes) {
+            if (!in.Read(length)) return len;
+            const Tq4_bytes bytes = in.Take(length);
+            if (!bytes.data) return len;
+            (*sid)->Memcpy(sid.get(), bytes.data, bytes.size);
+        }
+    }
+    return len - static_cast<int>(in.left());
+}
+
+namespace {
+
+// The key as a cipher key: the number in network order, then, for a kind that has one, the text.
+crypto_quick_key_t cipher_key(const Tq4_key_obj &key, Tq4_bytes text) {
+    const Kind &kind = kind_of(key.m_type);
+    uint8_t raw[sizeof key.iid.id];
+    std::size_t width = kind.cipher32 ? sizeof key.iid.rid.l : sizeof key.iid.id;
+    host_net_exchange(kind.cipher32 ? static_cast<const void *>(&key.iid.rid.l) : &key.iid.id, raw, width);
+    const Tq4_bytes pieces[] = {{raw, width}, kind.has_text ? text : Tq4_bytes{nullptr, 0}};
+    crypto_quick_key_t cipher;
+    crypto_quick_init_key(&cipher, pieces, std::size(pieces));
+    return cipher;
+}
+
+} // namespace
+
+long Tq4_key_obj::enc(const char *data, unsigned long len, Tq4_string out) const {
+    return out ? Tq4_record<Tq4_string_obj>(out)->scramble(data, len, cipher_key(*this, text())) : 0;
+}
+
+long Tq4_key_obj::dec(const char *data, unsigned long len, Tq4_string out) const {
+    return out ? Tq4_record<Tq4_string_obj>(out)->unscramble(data, len, cipher_key(*this, text())) : 0;
+}
+
+const Tq4_key_ Tq4_key_itf = {
+    .Dump = Tq4_op<&Tq4_key_obj::Dump>,
+    .Import = Tq4_op<&Tq4_key_obj::Import>,
+    .Hash = Tq4_op<&Tq4_key_obj::Hash>,
+    .SetNoCase = Tq4_op<&Tq4_key_obj::SetNoCase>,
+    .SetS = Tq4_op<&Tq4_key_obj::SetS>,
+    .SetI = Tq4_op<&Tq4_key_obj::SetI>,
+    .SetL = Tq4_op<&Tq4_key_obj::SetL>,
+    .SetII = Tq4_op<&Tq4_key_obj::SetII>,
+    .SetIS = Tq4_op<&Tq4_key_obj::SetIS>,
+    .SetLS = Tq4_op<&Tq4_key_obj::SetLS>,
+    .SetIIS = Tq4_op<&Tq4_key_obj::SetIIS>,
+    .GetType = Tq4_op<&Tq4_key_obj::GetType>,
+    .GetIH = Tq4_op<&Tq4_key_obj::GetIH>,
+    .GetIL = Tq4_op<&Tq4_key_obj::GetIL>,
+    .GetL = Tq4_op<&Tq4_key_obj::GetL>,
+    .GetS = Tq4_op<&Tq4_key_obj::GetS>,
+    .EqualI = Tq4_op<&Tq4_key_obj::EqualI>,
+    .EqualL = Tq4_op<&Tq4_key_obj::EqualL>,
+    .EqualII = Tq4_op<&Tq4_key_obj::EqualII>,
+    .EqualS = Tq4_op<&Tq4_key_obj::EqualS>,
+    .EqualLS = Tq4_op<&Tq4_key_obj::EqualLS>,
+    .enc = Tq4_op<&Tq4_key_obj::enc>,
+    .dec = Tq4_op<&Tq4_key_obj::dec>,
+};
+TQ4_MODULE(key)

@@ -1,0 +1,132 @@
+// value_json: values from JSON text.
+//
+// The parser's events are turned into values as they come. A chain of containers leads from the value being decoded
+// to the one being filled; in an object the value of the pending key is found or made, in an array scalars are appended
+// to the array's own value, which is initialised anew whenever an element of another kind comes: of a mixed array the
+// elements from the last change of kind on remain, deliberately. Objects and arrays in an array make it a table of
+// entries without keys.
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <vector>
+
+#include "base/kv/json_parser/json_parser.hpp"
+#include "base/kv/limits.hpp"
+#include "base/kv/table.hpp"
+#include "base/string/string.hpp"
+
+namespace {
+
+using Value = Tq4_value_obj;
+
+// A container under way; its parent stands before it in the chain.
+struct Tq4_value_Json_Obj {
+    Value *obj; // borrowed: the value being filled
+    bool array_flag;
+};
+
+struct Tq4_value_Json_decode_data {
+    Value *root; // borrowed
+    std::vector<Tq4_value_Json_Obj> chain;
+    Tq4_string_obj temp{nullptr}; // the pending key
+
+    bool in_array() const { return !chain.empty() && chain.back().array_flag; }
+    // The value that a new scalar or container goes to: of the pending member, or the root.
+    Value &member() {
+        if (chain.empty()) return *root;
+        return *Tq4_record<Value>(chain.back().obj->make_table()->InsertS(temp.c_str()));
+    }
+    // The value of a new unkeyed entry at the end of the array being filled.
+    Value &element() { return *Tq4_record<Value>(chain.back().obj->make_table()->InsertAt(INT_MAX)); }
+    Value &array(Tq4_value_type type) {
+        Value &v = *chain.back().obj;
+        if (!v.is(type)) v.Init(type);
+        return v;
+    }
+};
+
+struct Token {
+    const char *text;
+    size_t length;
+
+    // Numbers that do not fit saturate.
+    int integer() const {
+        int number = 0;
+        if (std::from_chars(text, text + length, number).ec == std::errc::result_out_of_range)
+            return *text == '-' ? INT_MIN : INT_MAX;
+        return number;
+    }
+    float single() const { return std::strtof(text, nullptr); }
+};
+
+using Decode = Tq4_value_Json_decode_data;
+
+void open(Decode &data, bool array) {
+    Value &v = data.in_array() ? data.element() : data.member();
+    if (array)
+        v.Reset();
+    else if (!v.is(Tq4_value_Table))
+        v.Init(Tq4_value_Table);
+    data.chain.push_back({&v, array});
+}
+
+void set_integer(Decode &data, int number) {
+    if (data.in_array())
+        data.array(Tq4_value_PINT).AppendElement<Tq4_value_PINT, Tq4_value_PUINT>(number);
+    else
+        data.member().SetScalar<Tq4_value_INT>(number);
+}
+
+void on_float(Decode &data, Token token) {
+    if (data.in_array())
+        data.array(Tq4_value_PFLOAT).AppendFloat(token.single());
+    else
+        data.member().SetFloat(token.single());
+}
+
+void on_string(Decode &data, Token token) {
+    const int length = token.length > INT_MAX ? INT_MAX : static_cast<int>(token.length);
+    if (data.in_array())
+        data.array(Tq4_value_STRINGARRAY).AppendBytes(token.text, length);
+    else
+        data.member().SetString(token.text, length);
+}
+
+// By event.
+using Handler = void (*)(Decode &, Token);
+const Handler handlers[] = {
+    [](Decode &, Token) {},
+    [](Decode &data, Token) { open(data, true); },
+    [](Decode &data, Token) { open(data, false); },
+    [](Decode &data, Token) { data.chain.pop_back(); },
+    [](Decode &data, Token) { data.chain.pop_back(); },
+    [](Decode &data, Token token) { set_integer(data, token.integer()); },
+    on_float,
+    on_string,
+    [](Decode &data, Token token) { data.temp.Memcpy(token.text, token.length); },
+    [](Decode &data, Token) { set_integer(data, 1); },
+    [](Decode &data, Token) { set_integer(data, 0); },
+    [](Decode &, Token) {}, // a null member makes no entry
+};
+static_assert(std::size(handlers) == JSON_NULL + 1);
+
+int on_event(void *userdata, int type, const char *text, size_t length) {
+    handlers[type](*static_cast<Decode *>(userdata), {text, length});
+    return 0;
+}
+
+} // namespace
+
+// The text is copied first: it may lie in the value.
+int Tq4_value_obj::Json_decode(const char *text, int len) {
+    if (!text) return 0;
+    Tq4_string_obj copy(nullptr);
+    copy.Memcpy(text, static_cast<unsigned long>(static_cast<long>(len)));
+    Decode data{.root = this, .chain = {}};
+    json_parser parser;
+    int error = json_parser_init(&parser, nullptr, on_event, &data);
+    if (!error) error = json_parser_string(&parser, reinterpret_cast<const char *>(copy.begin()), copy.size(), nullptr);
+    if (!error) error = json_parser_done(&parser);
+    json_parser_free(&parser);
+    return error == 0;
+}

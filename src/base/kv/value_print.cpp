@@ -1,0 +1,289 @@
+// value_print: values and tables as JSON-shaped text.
+//
+// One printer drives either of two outputs: a caller's printf-like function, which is given the formats below, and a
+// string, which the pieces are appended to directly. Text is printed as it is, without escaping, deliberately.
+#include <charconv>
+#include <cstdarg>
+#include <cstring>
+#include <type_traits>
+
+#include "base/kv/table.hpp"
+#include "base/print.hpp"
+#include "base/string/string.hpp"
+#include "tq4/debug.h"
+
+namespace {
+
+using Value = Tq4_value_obj;
+
+const char *text_of(Tq4_string string) { return string ? (*string)->c_str(string) : ""; }
+
+class Echo_output {
+    const Tq4_echo m_echo;
+    void *const m_context; // borrowed
+
+public:
+    Echo_output(Tq4_echo echo, void *context) : m_echo(echo), m_context(context) {}
+
+    void Text(const char *literal) { m_echo(m_context, literal); }
+    void Quoted(const char *text, const char *after) { m_echo(m_context, "\"%s\"%s", text, after); }
+    void Quoted(const char *text) { m_echo(m_context, "\"%s\"", text); }
+    template <class... Args> void Format(const char *format, Args... args) { m_echo(m_context, format, args...); }
+};
+
+// Appends to a string. The formats that make up most of a text are taken apart here.
+class String_output {
+    Tq4_wbuf *const m_to;
+
+    void Append(const char *text, std::size_t n) { Tq4_wbuf_memcat(m_to, text, n); }
+    void Print(const char *format, ...) {
+        va_list args;
+        va_start(args, format);
+        Tq4_wbuf_print(m_to, format, args);
+        va_end(args);
+    }
+
+public:
+    explicit String_output(Tq4_string out) : m_to(&Tq4_record<Tq4_string_obj>(out)->m_buf) {}
+
+    void Text(const char *literal) { Append(literal, std::strlen(literal)); }
+    void Quoted(const char *text, const char *after = "") {
+        const std::size_t n = std::strlen(text);
+        if (Tq4_wbuf_space(m_to, n + 2) < n + 2) return;
+        Append("\"", 1);
+        Append(text, n);
+        Append("\"", 1);
+        if (*after) Text(after);
+    }
+    template <class... Args> void Format(const char *format, Args... args) { Print(format, args...); }
+    template <class Integer>
+    requires std::is_integral_v<Integer>
+    void Format(const char *format, Integer number) {
+        const bool decimal = format[std::strlen(format) - 1] == 'd' || format[std::strlen(format) - 1] == 'u';
+        if (!decimal) return Print(format, number);
+        char digits[24];
+        Append(digits, static_cast<std::size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits));
+    }
+};
+
+template <class Output> class Printer {
+    Output m_out;
+    const bool m_compact;
+
+public:
+    Printer(Output out, bool compact) : m_out(out), m_compact(compact) {}
+
+    void PrintTable(const Tq4_value_table_obj &table, int indent);
+    void PrintValue(const Value &v, int indent);
+
+private:
+    using Row = void (Printer::*)(const Value &, int indent);
+    static const Row rows[Tq4_value_tags];
+
+    void Tabs(int count) {
+        while (count-- > 0) m_out.Text("\t");
+    }
+    void LineStart(int indent) {
+        if (m_compact) return;
+        m_out.Text("\n");
+        Tabs(indent);
+    }
+    void PrintKey(const Tq4_key_obj &key);
+
+    void Nothing(const Value &, int) {}
+    void Character(const Value &v, int) { m_out.Format("%c", static_cast<int>(static_cast<uint8_t>(v.m_data.word))); }
+    // The word narrowed to the type that the format prints.
+    template <class As, const char *format> void Word(const Value &v, int) {
+        m_out.Format(format, static_cast<As>(v.m_data.word));
+    }
+    void Single(const Value &v, int) { m_out.Format("%f", static_cast<double>(v.m_data.single)); }
+    void Twofold(const Value &v, int) { m_out.Format("%lf", v.m_data.twofold); }
+    void Quoted(const Value &v, int) { m_out.Quoted(text_of(v.m_data.string)); }
+    template <class Element, const char *format> void Packed(const Value &v, int indent);
+    void Strings(const Value &v, int indent);
+    void Nested(const Value &v, int indent) {
+        if (const Tq4_value_table_obj *table = v.table_record()) PrintTable(*table, indent + 1);
+    }
+
+    // The layout of a bracketed list: open, then element(i) for each, then close.
+    template <class Element> void List(unsigned long count, int indent, Element element);
+};
+
+#define TQ4_FORMAT(name, text) constexpr char name[] = text;
+TQ4_FORMAT(d, "%d")
+TQ4_FORMAT(u, "%u")
+TQ4_FORMAT(ld, "%ld")
+TQ4_FORMAT(lu, "%lu")
+TQ4_FORMAT(lx, "%lx")
+TQ4_FORMAT(llu, "%llu") // also for signed numbers, deliberately
+TQ4_FORMAT(ul, "%ul")   // 32 bits and a letter l, deliberately
+TQ4_FORMAT(f, "%f")
+TQ4_FORMAT(lf, "%lf")
+#undef TQ4_FORMAT
+
+template <class Output> const typename Printer<Output>::Row Printer<Output>::rows[Tq4_value_tags] = {
+    &Printer::Nothing,                                // 0
+    &Printer::Character,                              // 1: CHAR
+    &Printer::Character,                              // 2: UCHAR
+    &Printer::template Word<int16_t, d>,              // 3: SHORT
+    &Printer::template Word<uint16_t, u>,             // 4: USHORT
+    &Printer::template Word<int, d>,                  // 5: INT
+    &Printer::template Word<unsigned, u>,             // 6: UINT
+    &Printer::template Word<long, ld>,                // 7: LONG
+    &Printer::template Word<unsigned long, lu>,       // 8: ULONG
+    &Printer::template Word<unsigned long, lx>,       // 9: PTR
+    &Printer::template Word<unsigned long, lx>,       // 10: Ref
+    &Printer::Nothing,                                // 11
+    &Printer::template Word<unsigned long long, llu>, // 12: INT64
+    &Printer::template Word<unsigned long long, llu>, // 13: UINT64
+    &Printer::Single,                                 // 14
+    &Printer::Twofold,                                // 15
+    &Printer::Nothing,                                // 16
+    &Printer::Nothing,                                // 17
+    &Printer::Quoted,                                 // 18: STRING
+    &Printer::Quoted,                                 // 19: PCHAR
+    &Printer::Quoted,                                 // 20: PUCHAR
+    &Printer::template Packed<short, d>,              // 21: PSHORT
+    &Printer::template Packed<unsigned short, u>,     // 22: PUSHORT
+    &Printer::template Packed<int, d>,                // 23: PINT
+    &Printer::template Packed<unsigned, u>,           // 24: PUINT
+    &Printer::template Packed<long, ld>,              // 25: PLONG
+    &Printer::template Packed<unsigned long, ul>,     // 26: PULONG
+    &Printer::template Packed<float, f>,              // 27: PFLOAT
+    &Printer::template Packed<double, f>,             // 28: PDOUBLE
+    &Printer::template Packed<double, lf>,            // 29: PLDOUBLE, taken as doubles, deliberately
+    &Printer::Nothing,                                // 30
+    &Printer::Strings,                                // 31
+    &Printer::Nested,                                 // 32
+    &Printer::Nothing,                                // 33
+};
+
+template <class Output> void Printer<Output>::PrintValue(const Value &v, int indent) {
+    (this->*Tq4_value_row(rows, v.m_type))(v, indent);
+}
+
+template <class Output> template <class Element>
+void Printer<Output>::List(unsigned long count, int indent, Element element) {
+    const int inner = m_compact ? 0 : indent + 1;
+    Tabs(inner);
+    m_out.Text(m_compact ? "[" : "[\n");
+    for (unsigned long i = 0; i < count; ++i) {
+        Tabs(inner);
+        element(i);
+        if (!m_compact) m_out.Text("\n");
+    }
+    Tabs(inner);
+    m_out.Text("]");
+}
+
+template <class Output> template <class Element, const char *format>
+void Printer<Output>::Packed(const Value &v, int indent) {
+    Tq4_string string = v.m_data.string;
+    const unsigned long bytes = string ? static_cast<unsigned long>((*string)->length(string)) : 0;
+    const unsigned long count = bytes / sizeof(Element);
+    const char *elements = count ? (*string)->c_str(string) : nullptr;
+    List(count, indent, [&](unsigned long i) {
+        Element element;
+        std::memcpy(&element, elements + i * sizeof element, sizeof element);
+        m_out.Format(format, element);
+        if (i + 1 < count) m_out.Text(",");
+    });
+}
+
+template <class Output> void Printer<Output>::Strings(const Value &v, int indent) {
+    Tq4_string_array array = v.m_data.array;
+    const unsigned long count = array ? (*array)->Size(array) : 0;
+    if (!m_compact) m_out.Text("\n");
+    List(count, indent,
+         [&](unsigned long i) { m_out.Quoted(text_of((*array)->At(array, i)), i + 1 < count ? "," : ""); });
+}
+
+template <class Output> void Printer<Output>::PrintTable(const Tq4_value_table_obj &table, int indent) {
+    LineStart(indent);
+    bool first = true, array = false;
+    table.EachPair([&](const Tq4_kv_pair &pair) {
+        if (first) {
+            array = pair.key().m_type == Tq4_key_type_Unvalid;
+            m_out.Text(array ? "[" : "{");
+        } else {
+            m_out.Text(",");
+        }
+        first = false;
+        // In an array, strings and tables start their own line, after the tabs of this one.
+        if (!m_compact && !(array && pair.value().m_type >= Tq4_value_ArrayOtherObject)) m_out.Text("\n");
+        if (!m_compact) Tabs(indent);
+        if (!array) {
+            PrintKey(pair.key());
+            m_out.Text(":");
+        }
+        PrintValue(pair.value(), indent);
+        return true;
+    });
+    if (first) m_out.Text("{");
+    LineStart(indent);
+    m_out.Text(array ? "]" : "}");
+}
+
+template <class Output> void Printer<Output>::PrintKey(const Tq4_key_obj &key) {
+    const char *text = text_of(key.sid.get());
+    const unsigned number = key.m_type == Tq4_key_type_LS ? static_cast<unsigned>(key.GetL()) : key.GetIL();
+    switch (key.m_type) {
+    case Tq4_key_type_I:
+        return m_out.Format("\"%u\"", key.GetIL());
+    case Tq4_key_type_L:
+        return m_out.Format("\"%lu\"", key.GetL());
+    case Tq4_key_type_II:
+        return m_out.Format("\"%u_%u\"", key.GetIH(), key.GetIL());
+    case Tq4_key_type_IS:
+    case Tq4_key_type_LS:
+        return m_out.Format("\"%s_%u\"", text, number);
+    // With a colon of its own before the one that follows every key, deliberately.
+    case Tq4_key_type_IIS:
+        return m_out.Format("\"%s_%u\":", text, number);
+    default:
+        return m_out.Quoted(text);
+    }
+}
+
+void print_through_debug(void *, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    Tq4_debug_api->vPrintf(0, format, args);
+    va_end(args);
+}
+
+} // namespace
+
+void Tq4_value_obj::Echo(Tq4_echo echo, void *context, int compact) const {
+    if (echo) Printer(Echo_output(echo, context), compact != 0).PrintValue(*this, 0);
+}
+
+void Tq4_value_obj::Print() const { Echo(print_through_debug, nullptr, 0); }
+
+const char *Tq4_value_obj::Json_encode(Tq4_string out) const {
+    if (!out) {
+        Print();
+        return "";
+    }
+    Printer(String_output(out), true).PrintValue(*this, 0);
+    return (*out)->c_str(out);
+}
+
+void Tq4_value_table_obj::Echo(Tq4_echo echo, void *context, int compact) const {
+    if (echo) Printer(Echo_output(echo, context), compact != 0).PrintTable(*this, 0);
+}
+
+void Tq4_value_table_obj::Print() const { Echo(print_through_debug, nullptr, 0); }
+
+const char *Tq4_value_table_obj::Json_encode(Tq4_string out) const {
+    if (!out) {
+        Print();
+        return "";
+    }
+    Printer(String_output(out), true).PrintTable(*this, 0);
+    return (*out)->c_str(out);
+}
+
+const char *Tq4_value_itf_Json(Tq4_value v, Tq4_string out) {
+    return v ? Tq4_record<Tq4_value_obj>(v)->Json_encode(out) : nullptr;
+}

@@ -1,0 +1,204 @@
+// chains.hpp: the hash chains that all maps are made of.
+//
+// Entries stand in chains by hash modulo the bucket count, the newest first: the order in which maps iterate and in
+// which a look-up meets entries. The number of chains never grows by itself. So that look-ups stay cheap in large maps,
+// an index over the full hashes stands beside the chains once there are more than a few entries a chain. The index
+// answers like the chain where at most one entry can match and its hash is the one asked for; where that is not so,
+// the map asks the chain itself.
+//
+// An entry type derives from Tq4_chained<Entry>. The chains link and unlink entries and never destroy one by
+// themselves.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+template <class Entry> struct Tq4_chained {
+    Entry *pNext = nullptr;
+    Entry *pPrev = nullptr;
+    uint64_t nHashValue = 0; // bucket index
+    uint64_t m_full_hash = 0;
+};
+
+// Where an entry stands: in the chain of bucket modulo the number of chains, and in the index under full. Mostly both
+// are the one hash of its key.
+struct Tq4_chain_hash {
+    uint64_t bucket;
+    uint64_t full;
+    Tq4_chain_hash(uint64_t hash) : bucket(hash), full(hash) {}
+    Tq4_chain_hash(uint64_t bucket_hash, uint64_t full_hash) : bucket(bucket_hash), full(full_hash) {}
+};
+
+// Open addressing over full hashes, half full at most; removal shifts back, so there are no tombstones.
+template <class Entry> class Tq4_hash_index {
+    struct Slot {
+        uint64_t hash;
+        Entry *entry; // borrowed; null when free
+    };
+    std::unique_ptr<Slot[]> m_slots;
+    std::size_t m_mask = 0; // slots - 1
+    unsigned m_shift = 0;
+    std::size_t m_count = 0;
+
+    // The hashes of short texts and small numbers lie close together: spread them.
+    std::size_t home(uint64_t hash) const { return (hash ^ hash >> 32) * 0x9E3779B97F4A7C15u >> m_shift; }
+
+    void Place(const Slot &placed) {
+        std::size_t at = home(placed.hash);
+        while (m_slots[at].entry) at = (at + 1) & m_mask;
+        m_slots[at] = placed;
+    }
+    void Grow() {
+        const std::size_t size = m_slots ? 2 * (m_mask + 1) : 256;
+        auto old = std::make_unique<Slot[]>(size);
+        old.swap(m_slots);
+        const std::size_t old_size = old ? m_mask + 1 : 0;
+        m_mask = size - 1;
+        m_shift = 64u - static_cast<unsigned>(std::countr_zero(size));
+        for (std::size_t i = 0; i < old_size; ++i)
+            if (old[i].entry) Place(old[i]);
+    }
+
+public:
+    explicit operator bool() const { return m_slots != nullptr; }
+
+    void Add(Entry *entry) {
+        if (2 * (m_count + 1) > m_mask) Grow();
+        Place({entry->m_full_hash, entry});
+        ++m_count;
+    }
+    void Remove(const Entry *entry) {
+        std::size_t at = home(entry->m_full_hash);
+        while (m_slots[at].entry != entry) at = (at + 1) & m_mask;
+        std::size_t hole = at;
+        while (m_slots[at = (at + 1) & m_mask].entry) {
+            const std::size_t wanted = home(m_slots[at].hash);
+            if (((at - wanted) & m_mask) < ((at - hole) & m_mask)) continue; // would move in front of its home
+            m_slots[hole] = m_slots[at];
+            hole = at;
+        }
+        m_slots[hole].entry = nullptr;
+        --m_count;
+    }
+    template <class Match> Entry *Find(uint64_t hash, Match match) const {
+        for (std::size_t at = home(hash); m_slots[at].entry; at = (at + 1) & m_mask)
+            if (m_slots[at].hash == hash && match(*m_slots[at].entry)) return m_slots[at].entry;
+        return nullptr;
+    }
+    void Clear() {
+        m_slots.reset();
+        m_mask = m_count = 0;
+    }
+};
+
+template <class Entry> class Tq4_chains {
+    static constexpr std::size_t first_size = 17;
+    static constexpr int indexed_from = 64; // entries; below, the chains are short enough
+
+    Entry *m_first_heads[first_size] = {};
+    std::unique_ptr<Entry *[]> m_other_heads; // after Resize
+    Entry **m_pHashTable = m_first_heads;
+    uint64_t m_nHashTableSize = first_size;
+    int m_nCount = 0;
+    Tq4_hash_index<Entry> m_index;
+
+public:
+    Tq4_chains() = default;
+    Tq4_chains(const Tq4_chains &) = delete;
+    Tq4_chains &operator=(const Tq4_chains &) = delete;
+
+    uint64_t size() const { return m_nHashTableSize; }
+    int count() const { return m_nCount; }
+
+    // A new number of chains, while there are no entries; 0 changes nothing.
+    void Resize(uint64_t heads) {
+        if (m_nCount > 0 || heads == 0 || heads > PTRDIFF_MAX / sizeof(Entry *)) return;
+        m_other_heads.reset(new Entry *[heads]());
+        m_pHashTable = m_other_heads.get();
+        m_nHashTableSize = heads;
+    }
+
+    // The first entry of the hash's chain that matches.
+    template <class Match> Entry *FindInChain(Tq4_chain_hash hash, Match match) const {
+        Entry *entry = m_pHashTable[hash.bucket % m_nHashTableSize];
+        while (entry && !match(*entry)) entry = entry->pNext;
+        return entry;
+    }
+    // The same where at most one entry matches and it was added under this hash.
+    template <class Match> Entry *Find(Tq4_chain_hash hash, Match match) const {
+        return m_index ? m_index.Find(hash.full, match) : FindInChain(hash, match);
+    }
+
+    void Add(Entry *entry, Tq4_chain_hash hash) {
+        entry->m_full_hash = hash.full;
+        entry->nHashValue = hash.bucket % m_nHashTableSize;
+        Entry *&head = m_pHashTable[entry->nHashValue];
+        entry->pNext = head;
+        entry->pPrev = nullptr;
+        if (head) head->pPrev = entry;
+        head = entry;
+        ++m_nCount;
+        if (m_index)
+            m_index.Add(entry);
+        else if (m_nCount == indexed_from)
+            for (Entry *each = First(); each; each = Next(each)) m_index.Add(each);
+    }
+
+    void Unlink(Entry *entry) {
+        (entry->pPrev ? entry->pPrev->pNext : m_pHashTable[entry->nHashValue]) = entry->pNext;
+        if (entry->pNext) entry->pNext->pPrev = entry->pPrev;
+        if (m_index) m_index.Remove(entry);
+        --m_nCount;
+    }
+
+    // By bucket, and within a bucket the newest first; null at the end.
+    Entry *First() const { return m_nCount > 0 ? FirstFrom(0) : nullptr; }
+    Entry *Next(const Entry *entry) const { return entry->pNext ? entry->pNext : FirstFrom(entry->nHashValue + 1); }
+
+    // One step of an iteration whose position is the entry to report next, null before the first step. Gives that
+    // entry and moves the position on; null, and the position null, after the last. The position may be null.
+    Entry *Step(void **position) const {
+        if (!position) return nullptr;
+        Entry *entry = *position ? static_cast<Entry *>(*position) : First();
+        *position = entry ? Next(entry) : nullptr;
+        return entry;
+    }
+
+    // Visits in the same order until visit is non-zero; it may remove the entry it is shown.
+    template <class Visit> void Each(Visit visit) const {
+        for (Entry *entry = First(); entry;) {
+            Entry *following = Next(entry);
+            if (visit(*entry)) return;
+            entry = following;
+        }
+    }
+
+    // Every entry, each chain from its oldest on: adding copies in this order gives the same chains.
+    template <class Visit> void EachOldestFirst(Visit visit) const {
+        for (uint64_t bucket = 0; bucket < m_nHashTableSize; ++bucket) {
+            const Entry *entry = m_pHashTable[bucket];
+            while (entry && entry->pNext) entry = entry->pNext;
+            for (; entry; entry = entry->pPrev) visit(*entry);
+        }
+    }
+
+    // Takes all entries out and hands each to dispose.
+    template <class Dispose> void Clear(Dispose dispose) {
+        for (uint64_t i = 0; i < m_nHashTableSize && m_nCount > 0; ++i)
+            while (Entry *entry = m_pHashTable[i]) {
+                m_pHashTable[i] = entry->pNext;
+                --m_nCount;
+                dispose(entry);
+            }
+        m_index.Clear();
+    }
+
+private:
+    Entry *FirstFrom(uint64_t bucket) const {
+        while (bucket < m_nHashTableSize && !m_pHashTable[bucket]) ++bucket;
+        return bucket < m_nHashTableSize ? m_pHashTable[bucket] : nullptr;
+    }
+};

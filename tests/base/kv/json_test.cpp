@@ -1,0 +1,144 @@
+// What the JSON side promises: RFC 8259 in, the documented shapes out, and an error for everything else.
+#include "base/kv/kv_fixture.hpp"
+
+#include <climits>
+#include <vector>
+
+#include "base/kv/json_parser/json_parser.hpp"
+
+namespace {
+
+// The events of a text, fed in pieces of the given size; an error ends the list as "!code".
+Bytes events(const Bytes &text, std::size_t piece = 1000000, const json_config *config = nullptr) {
+    Bytes seen;
+    json_parser parser;
+    const auto keep = [](void *out, int type, const char *token, size_t length) {
+        static const char names[] = ".[{]}ifsktFn";
+        *static_cast<Bytes *>(out) += names[type] + (token ? Bytes(token, length) : "") + " ";
+        return 0;
+    };
+    int error = json_parser_init(&parser, config, keep, &seen);
+    for (std::size_t at = 0; at < text.size() && !error; at += piece) {
+        const Bytes part = text.substr(at, piece);
+        error = json_parser_string(&parser, part.data(), part.size(), nullptr);
+    }
+    if (!error) error = json_parser_done(&parser);
+    json_parser_free(&parser);
+    return error ? seen + "!" + std::to_string(error) : seen;
+}
+
+TEST(JsonParser, TellsWhatItReads) {
+    const struct {
+        Bytes text, told;
+    } cases[] = {
+        {"{\"a\":[1,-2.5e+3,true,false,null],\"b\":{}}", "{ ka [ i1 f-2.5e+3 t F n ] kb { } } "},
+        {" \t\r\n[ ] ", "[ ] "},
+        {"0", "i0 "},
+        {"-0.0", "f-0.0 "},
+        {"\"\\\"\\\\\\/\\b\\f\\n\\r\\t\"", "s\"\\/\b\f\n\r\t "},
+        {"\"\\u0041\\u00e9\\u4e2d\\uD83D\\uDe00\"", "sA\xc3\xa9\xe4\xb8\xad\xf0\x9f\x98\x80 "},
+        {"\"\\u0000\"", Bytes("s\0 ", 3)},
+        {"\"\xe4\xb8\xad/*#\"", "s\xe4\xb8\xad/*# "},
+        {"", "!8"},
+        {"[1", "[ i1 !8"},
+        {"[1,]", "[ i1 !8"},
+        {"{\"a\"}", "{ ka !8"},
+        {"{1:2}", "{ !8"},
+        {"01", "!8"},
+        {"1.", "!8"},
+        {"-", "!8"},
+        {"tru", "!8"},
+        {"[1}", "[ i1 !4"},
+        {"]", "!3"},
+        {"1,2", "i1 !11"},
+        {",", "!11"},
+        {"[1] 2", "[ i1 ] !8"},
+        {"\"a\x01\"", "!2"},
+        {"\"\\x\"", "!8"},
+        {"\"\\ud83d\"", "!9"},
+        {"\"\\ud83d\\u0041\"", "!9"},
+        {"\"\\ude00\"", "!10"},
+        {"[/*c*/1]", "[ !7"},
+        {"[#c\n1]", "[ !7"},
+    };
+    for (const auto &c : cases)
+        for (std::size_t piece : {std::size_t{1}, std::size_t{3}, std::size_t{1000}})
+            EXPECT_EQ(events(c.text, piece), c.told) << c.text;
+}
+
+TEST(JsonParser, HasLimitsAndComments) {
+    json_config config{};
+    config.allow_c_comments = config.allow_yaml_comments = 1;
+    EXPECT_EQ(events("/* a **/[1,# x\n2/**/]#end", 1, &config), "[ i1 i2 ] ");
+    EXPECT_EQ(events("[/*", 1, &config), "[ !8");
+    config.max_nesting = 2;
+    config.max_data = 4;
+    EXPECT_EQ(events("[[1]]", 1, &config), "[ [ i1 ] ] ");
+    EXPECT_EQ(events("[[[", 1, &config), "[ [ !5");
+    EXPECT_EQ(events("\"1234\"", 1, &config), "s1234 ");
+    EXPECT_EQ(events("\"12345\"", 100, &config), "!6");
+    EXPECT_EQ(events(Bytes(513, '['), 100).substr(512 * 2), "!5") << "512 by default";
+    json_parser parser;
+    json_parser_init(
+        &parser, nullptr, [](void *, int, const char *, size_t) { return 1; }, nullptr);
+    size_t processed = 99;
+    EXPECT_EQ(json_parser_string(&parser, " 1 ", 3, &processed), JSON_ERROR_CALLBACK);
+    EXPECT_EQ(processed, 2u);
+    json_parser_free(&parser);
+}
+
+TEST(JsonDecode, BuildsValuesAndPrintsThemBack) {
+    const struct {
+        const char *text, *printed;
+    } cases[] = {
+        {"{\"a\":1,\"b\":\"x\",\"c\":{\"d\":[1,2]}}", "{\"a\":1,\"b\":\"x\",\"c\":{\"d\":[1,2]}}"},
+        {"[1,true,false]", "[1,1,0]"},
+        {"[0.5,2e0]", "[0.500000,2.000000]"},
+        {"[\"a\",\"b\"]", "[\"a\",\"b\"]"},
+        {"[1,2,\"x\"]", "[\"x\"]"},
+        {"[{\"a\":1},{\"a\":2}]", "[{\"a\":1},{\"a\":2}]"},
+        {"[[1],[2,3]]", "[[1],[2,3]]"},
+        {"{\"n\":null,\"t\":true}", "{\"t\":1}"},
+        {"{\"e\":[],\"o\":{}}", "{\"e\":,\"o\":{}}"},
+        {"{\"a\":1,\"a\":\"z\"}", "{\"a\":\"z\"}"},
+        {"99999999999", "2147483647"},
+        {"-99999999999", "-2147483648"},
+        {"\"text\"", "\"text\""},
+        {"1.5", "1.500000"},
+    };
+    for (const auto &c : cases) EXPECT_EQ(json(decoded(c.text)), c.printed) << c.text;
+    Value v = decoded("[]");
+    EXPECT_EQ((*v)->Type(v.get()), Tq4_value_Unknown);
+    EXPECT_EQ((*v)->Json_decode(v.get(), "{\"kept\":1,", -1), 0) << "text that ends early";
+    EXPECT_EQ((*v)->BaseS(v.get(), "kept"), 1u) << "what was built stays";
+    (*v)->SetString(v.get(), "[7]", -1);
+    EXPECT_EQ((*v)->Json_decode(v.get(), (*v)->GetBytes(v.get(), nullptr), -1), 1) << "its own text";
+    EXPECT_EQ(json(v), "[7]");
+    EXPECT_EQ((*v)->Json_decode(v.get(), nullptr, 3), 0);
+}
+
+TEST(JsonEncode, PrintsEveryTypeAsItIs) {
+    const auto printed = [](auto set) {
+        Value v = new_value();
+        set(v.get());
+        return json(v);
+    };
+    const unsigned long longs[] = {1, (1ul << 32) + 2};
+    const short shorts[] = {-1, 2};
+    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetChar(x, 65); }), "A");
+    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetUInt(x, UINT_MAX); }), "4294967295");
+    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetULong(x, ULONG_MAX); }), "18446744073709551615");
+    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetPtr(x, reinterpret_cast<void *>(0xabcl)); }), "abc");
+    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetInt64(x, -1); }), "18446744073709551615") << "printed as unsigned";
+    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetDouble(x, -2.5); }), "-2.500000");
+    EXPECT_EQ(printed([&](Tq4_value x) { (*x)->SetULongArray(x, longs, 2); }), "[1l,2l]");
+    EXPECT_EQ(printed([&](Tq4_value x) { (*x)->SetShortArray(x, shorts, 2); }), "[-1,2]");
+    EXPECT_EQ(printed([](Tq4_value x) { (*x)->Init(x, Tq4_value_LDOUBLE); }), "");
+    Value v = new_value();
+    (*v)->SetShortArray(v.get(), shorts, 2);
+    String out = new_string();
+    (*v)->Echo(v.get(), append_to, out.get(), 0);
+    EXPECT_EQ(text_of(out.get()), "\t[\n\t-1,\n\t2\n\t]");
+}
+
+} // namespace

@@ -1,0 +1,238 @@
+// What the maps promise: chains by hash modulo the bucket count with the newest first, and look-ups that meet exactly
+// what a walk along the chain would meet, whatever the size. The model is that walk.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <deque>
+#include <random>
+#include <string>
+#include <strings.h>
+#include <vector>
+
+#include "own.hpp"
+#include "tq4/intmap.h"
+#include "tq4/strmap.h"
+#include "tq4/strmap2.h"
+
+namespace {
+
+void *pointer(long n) { return reinterpret_cast<void *>(n); }
+
+// Chains of entries; what an entry is and how it matches is the map's.
+template <class Entry> struct Model {
+    std::vector<std::deque<std::pair<Entry, void *>>> chains{17};
+
+    template <class Match> void *find(unsigned long hash, Match match) {
+        for (auto &[entry, value] : chains[hash % chains.size()])
+            if (match(entry)) return value;
+        return nullptr;
+    }
+    template <class Match> void set(unsigned long hash, Match match, const Entry &fresh, void *value) {
+        auto &chain = chains[hash % chains.size()];
+        for (auto &[entry, held] : chain)
+            if (match(entry)) {
+                held = value;
+                return;
+            }
+        chain.emplace_front(fresh, value);
+    }
+    template <class Match> void *remove(unsigned long hash, Match match) {
+        auto &chain = chains[hash % chains.size()];
+        for (auto at = chain.begin(); at != chain.end(); ++at)
+            if (match(at->first)) {
+                void *value = at->second;
+                chain.erase(at);
+                return value;
+            }
+        return nullptr;
+    }
+    std::vector<void *> values() const {
+        std::vector<void *> all;
+        for (const auto &chain : chains)
+            for (const auto &[entry, value] : chain) all.push_back(value);
+        return all;
+    }
+    int size() const { return static_cast<int>(values().size()); }
+};
+
+template <class Own> std::vector<void *> values_of(const Own &m) {
+    std::vector<void *> all;
+    void *position = nullptr;
+    const char *text;
+    unsigned long number;
+    if ((*m)->Count(m.get()) == 0) return all;
+    do all.push_back((*m)->NextSI(m.get(), &text, &number, &position));
+    while (position);
+    return all;
+}
+
+// A text key or a text with a number, as both string maps know it.
+struct TextKey {
+    std::string text;
+    bool has_number;
+    unsigned long number;
+    bool nocase; // of the entry's own key, in Tq4_strmap
+};
+
+// Random operations on texts that differ in case, with the case flag changed in between while the map is full.
+template <class Own> void walk_like_the_model(const Own &m, unsigned seed, bool entries_have_flags) {
+    std::mt19937 random(seed);
+    Model<TextKey> model;
+    int nocase = 0;
+    for (long step = 1; step < 30000; ++step) {
+        if (random() % 2000 == 0) (*m)->CaseFlag(m.get(), nocase = random() % 2);
+        if (random() % 9000 == 0) (*m)->RemoveAll(m.get()), model = {};
+        std::string text = "key" + std::to_string(random() % 400);
+        if (random() % 2) text[random() % 3] ^= 0x20;
+        const bool with_number = random() % 2;
+        const unsigned long number = with_number ? random() % 3 : 0;
+        const unsigned long hash =
+            with_number ? Tq4_key_HashLS(number, text.c_str(), nocase) : Tq4_key_HashString(text.c_str(), nocase);
+        const auto match = [&](const TextKey &e) {
+            const bool folded = nocase || (entries_have_flags && e.nocase);
+            return e.has_number == with_number && e.number == number && e.text.size() == text.size() &&
+                   (folded ? strcasecmp(e.text.c_str(), text.c_str()) : e.text.compare(text)) == 0;
+        };
+        const char *t = text.c_str();
+        switch (random() % 3) {
+        case 0:
+            with_number ? (*m)->SetAtSI(m.get(), pointer(step), t, number) : (*m)->SetAtS(m.get(), pointer(step), t);
+            model.set(hash, match, {text, with_number, number, nocase != 0}, pointer(step));
+            break;
+        case 1: {
+            void *found = with_number ? (*m)->LookupSI(m.get(), t, number) : (*m)->LookupS(m.get(), t);
+            ASSERT_EQ(found, model.find(hash, match)) << step;
+            break;
+        }
+        default: {
+            if (random() % 2) break;
+            void *gone = with_number ? (*m)->RemoveSI(m.get(), t, number) : (*m)->RemoveS(m.get(), t);
+            ASSERT_EQ(gone, model.remove(hash, match)) << step;
+        }
+        }
+        ASSERT_EQ((*m)->Count(m.get()), model.size());
+    }
+    EXPECT_EQ(values_of(m), model.values());
+}
+
+TEST(Strmap, MeetsWhatAWalkAlongTheChainMeets) {
+    for (unsigned seed : {1u, 2u, 3u}) walk_like_the_model(Tq4_make<Tq4_strmap>(Tq4_strmap_oitf), seed, true);
+}
+
+TEST(Strmap2, MeetsWhatAWalkAlongTheChainMeets) {
+    for (unsigned seed : {1u, 2u, 3u}) walk_like_the_model(Tq4_make<Tq4_strmap2>(Tq4_strmap2_oitf), seed, false);
+}
+
+TEST(Strmap, KeyObjectsThatIgnoreCaseTakeTheirOwnBucketButTheMapsFlag) {
+    auto m = Tq4_make<Tq4_strmap>(Tq4_strmap_oitf);
+    auto folded = Tq4_make<Tq4_key>(Tq4_key_oitf), exact = Tq4_make<Tq4_key>(Tq4_key_oitf);
+    (*folded)->SetS(folded.get(), "ABC", -1, 1);
+    (*exact)->SetS(exact.get(), "ABC", -1, 0);
+    (*m)->SetAtK(m.get(), pointer(1), folded.get());
+    EXPECT_EQ((*m)->LookupK(m.get(), folded.get()), pointer(1));
+    const bool same_bucket = Tq4_key_HashString("ABC", 0) % 17 == Tq4_key_HashString("abc", 0) % 17;
+    EXPECT_EQ((*m)->LookupK(m.get(), exact.get()), same_bucket ? pointer(1) : nullptr);
+    EXPECT_EQ((*m)->LookupS(m.get(), "abc"), nullptr) << "the entry's flag is the map's";
+    for (long i = 2; i < 300; ++i) (*m)->SetAtI(m.get(), pointer(i), static_cast<unsigned long>(i));
+    EXPECT_EQ((*m)->LookupK(m.get(), folded.get()), pointer(1)) << "also once there is an index";
+    EXPECT_EQ((*m)->RemoveK(m.get(), folded.get()), pointer(1));
+}
+
+TEST(Strmap, FormsOfKeyAreDistinctAndIterateByBucketNewestFirst) {
+    auto m = Tq4_make<Tq4_strmap>(Tq4_strmap_oitf);
+    auto key = Tq4_make<Tq4_key>(Tq4_key_oitf);
+    (*m)->SetAtI(m.get(), pointer(1), 1);
+    (*m)->SetAtI(m.get(), pointer(18), 18);
+    (*key)->SetI(key.get(), 1, nullptr);
+    EXPECT_EQ((*m)->LookupK(m.get(), key.get()), nullptr) << "kind 1 is not kind 2";
+    (*key)->SetL(key.get(), 18, nullptr);
+    EXPECT_EQ((*m)->LookupK(m.get(), key.get()), pointer(18));
+    EXPECT_EQ(values_of(m), (std::vector<void *>{pointer(18), pointer(1)}));
+    Tq4_key seen = nullptr;
+    void *position = nullptr;
+    (*m)->NextK(m.get(), &seen, &position);
+    EXPECT_EQ((*seen)->GetL(seen), 18u);
+    (*m)->Init(m.get(), 5);
+    EXPECT_EQ((*m)->HashTableSize(m.get()), 17u) << "not while there are entries";
+    (*m)->RemoveAll(m.get());
+    (*m)->Init(m.get(), 0);
+    (*m)->Init(m.get(), 5);
+    EXPECT_EQ((*m)->HashTableSize(m.get()), 5u);
+    int visits = 0;
+    for (unsigned long i = 0; i < 9; ++i) (*m)->SetAtI(m.get(), pointer(1), i);
+    (*m)->each(
+        m.get(), [](const char *, unsigned long, void *, void *n) { return int{++*static_cast<int *>(n) == 4}; },
+        &visits);
+    EXPECT_EQ(visits, 4);
+    auto copy = Tq4_own<Tq4_strmap>(static_cast<Tq4_strmap>(Tq4_object_Dup(m.get())));
+    EXPECT_TRUE(Tq4_object_Equal(copy.get(), m.get()));
+}
+
+TEST(Strmap2, TextsThatFillTheFieldAreCountedAndNeverFound) {
+    auto m = Tq4_make<Tq4_strmap2>(Tq4_strmap2_oitf);
+    const std::string fits(31, 'x'), fills(32, 'x'), longer(40, 'x');
+    for (const std::string &text : {fits, fills, longer, longer}) (*m)->SetAtS(m.get(), pointer(1), text.c_str());
+    EXPECT_EQ((*m)->Count(m.get()), 4);
+    EXPECT_EQ((*m)->LookupS(m.get(), fits.c_str()), pointer(1));
+    EXPECT_EQ((*m)->LookupS(m.get(), fills.c_str()), nullptr);
+    EXPECT_EQ((*m)->RemoveS(m.get(), longer.c_str()), nullptr);
+    const char *text = nullptr;
+    unsigned long number = 0;
+    void *position = nullptr;
+    do {
+        (*m)->NextSI(m.get(), &text, &number, &position);
+        EXPECT_LE(std::strlen(text), 32u);
+    } while (position);
+}
+
+TEST(Intmap, MeetsWhatAWalkAlongTheChainMeets) {
+    using Keys = std::vector<unsigned long>;
+    for (unsigned arities : {1u, 2u, 3u}) { // with up to so many keys
+        auto m = Tq4_make<Tq4_intmap>(Tq4_intmap_oitf);
+        Model<Keys> model;
+        std::mt19937 random(arities);
+        for (long step = 1; step < 20000; ++step) {
+            const std::size_t given = 1 + random() % arities;
+            Keys k(3, 0);
+            for (std::size_t i = 0; i < given; ++i) k[i] = random() % (i ? 20 : 60) + (random() % 50 ? 0 : ~0ul - 80);
+            const auto match = [&](const Keys &e) {
+                return std::equal(k.begin(), k.begin() + static_cast<long>(given), e.begin());
+            };
+            const unsigned long hash = k[0] + k[1] + k[2];
+            void *found = nullptr, *expected = nullptr;
+            switch (random() % 3) {
+            case 0:
+                given == 1   ? (*m)->SetAt1(m.get(), pointer(step), k[0])
+                : given == 2 ? (*m)->SetAt2(m.get(), pointer(step), k[0], k[1])
+                             : (*m)->SetAt3(m.get(), pointer(step), k[0], k[1], k[2]);
+                model.set(hash, match, k, pointer(step));
+                break;
+            case 1:
+                found = given == 1   ? (*m)->Lookup1(m.get(), k[0])
+                        : given == 2 ? (*m)->Lookup2(m.get(), k[0], k[1])
+                                     : (*m)->Lookup3(m.get(), k[0], k[1], k[2]);
+                expected = model.find(hash, match);
+                break;
+            default:
+                if (random() % 2) break;
+                found = given == 1   ? (*m)->Remove1(m.get(), k[0])
+                        : given == 2 ? (*m)->Remove2(m.get(), k[0], k[1])
+                                     : (*m)->Remove3(m.get(), k[0], k[1], k[2]);
+                expected = model.remove(hash, match);
+            }
+            ASSERT_EQ(found, expected) << step;
+            ASSERT_EQ((*m)->Count(m.get()), model.size());
+        }
+        std::vector<void *> all;
+        (*m)->each(
+            m.get(),
+            [](unsigned long, unsigned long, unsigned long, void *value, void *out) {
+                static_cast<std::vector<void *> *>(out)->push_back(value);
+                return 0;
+            },
+            &all);
+        EXPECT_EQ(all, model.values());
+    }
+}
+
+} // namespace
