@@ -1,4 +1,32 @@
-/* value.h: Tq4_value, one dynamically typed cell: a tag and a word, or what the word owns. */
+/* value.h: Tq4_value, one dynamically typed cell.
+ *
+ * A value is a tag and what the tag says: nothing (0), a number or pointer in one 64-bit word (1 to 10), a number in a
+ * cell of its own (12 to 16), bytes in a Tq4_string (18 to 29; from 21 on they are packed array elements, in host order
+ * and without gaps), a Tq4_string_array (31), or a Tq4_value_table (32). The tags 11, 17, 30 and 33 and above mark
+ * ranges; values get them only by Init or from a peer.
+ *
+ * Ownership: a value owns its string, array or table, which are made and deleted through the hooks of cxx_support.h;
+ * the pointer of a PTR and the value of a Ref are borrowed, and never looked at. What an operation is given is borrowed
+ * for the call, and copied. What a getter returns is borrowed until the value is next set, initialised, reset or
+ * deleted.
+ *
+ * What is given may lie in the value itself (its own text, a table inside it), with three exceptions: the bytes given
+ * to Import; the string given to Dump and Json_encode; and key and text given to a table operation that makes a table
+ * of a value that was none.
+ *
+ * No operation tells of an error. A setter changes the type as it says; a getter that does not fit the type gives 0 or
+ * null; an append that does not fit stores nothing. Text is never converted to a number or a number to text.
+ *
+ * Create ignores its parameter and gives an empty value; so does Reset. Copy gives an equal value with objects of its
+ * own, deep down; PTR and Ref point where they did; a null source does nothing, and the source may lie inside. Equal is
+ * 1 when the tags are the same and the content is: words by their bits, floating numbers as numbers (NaN is never
+ * equal), strings, arrays and tables as their modules say, string arrays thus in their inverted sense. Values of the
+ * tags 0, 11, 17 and 33 are never equal, deliberately, two empty values neither.
+ *
+ * Lengths and counts given are int; a length of -1 means up to the NUL. Null handles give null or 0.
+ *
+ * Threads: a value, with all inside it, belongs to one thread at a time.
+ */
 #ifndef TQ4_VALUE_H
 #define TQ4_VALUE_H
 
@@ -50,15 +78,37 @@ typedef const Tq4_value_ **Tq4_value; /* handle */
 typedef struct Tq4_value_table_ Tq4_value_table_;
 typedef const Tq4_value_table_ **Tq4_value_table; /* handle */
 
-/* A printf-like output function; called on the calling thread. */
+/* A printf-like output function, with formats of Tq4_string's Sprintf; called on the calling thread. */
 typedef void (*Tq4_echo)(void *context, const char *format, ...);
 
 struct Tq4_value_ {
+    /* Appends the value's binary encoding to out and returns its length in bytes, 0 when out is null. String arrays of
+     * 65536 elements or more, and their elements of as many bytes, are cut to that number modulo 65536.
+     * docs/wire-formats.md describes the encoding. */
     long (*Dump)(Tq4_value v, Tq4_string out);
+    /* Makes the value what the first bytes of buf encode and returns how many they are; 0, and an empty value, when buf
+     * is null or len is not positive.
+     *
+     * The bytes may come from anywhere. A tag above 33 leaves the value empty and a number that is cut off leaves it 0;
+     * both consume everything. An array or string that is longer than the input is reported through Printf and log of
+     * the debug interface, at level 0. A string then stays empty and everything is consumed; of a packed array the
+     * elements that are there are read, those missing are 0 (of more than a megabyte of missing elements the rest is
+     * left out), and the result is the position reached; a string array keeps the elements before. Tables inside more
+     * than 512 others are left empty and everything is consumed.
+     *
+     * Stops the process on the assertion "len > 0" when an entry of a table ends with its key.
+     * PTR and Ref arrive as the bare numbers that the peer sent: not to be followed. */
     int (*Import)(Tq4_value v, const char *buf, int len);
+    /* The tag. */
     Tq4_value_type (*Type)(Tq4_value v);
+    /* Empties the value and gives it a type: the number 0, a null pointer, or a new empty string, array or table.
+     * Types above 33 are stored as they are and mean nothing. */
     void (*Init)(Tq4_value v, Tq4_value_type type);
+    /* Makes the value text of exactly len bytes, NULs included (-1: up to the NUL); null is an empty text. The tag
+     * becomes PCHAR, deliberately not STRING. */
     void (*SetString)(Tq4_value v, const char *text, int len);
+    /* Make the value a number of the type in the name, extended to 64 bits: signed types by their sign, others by
+     * zeros. SetInt64 keeps the tag of a value that is UINT64, deliberately, and makes all others INT64. */
     void (*SetChar)(Tq4_value v, signed char value);
     void (*SetShort)(Tq4_value v, short value);
     void (*SetLong)(Tq4_value v, long value);
@@ -70,6 +120,8 @@ struct Tq4_value_ {
     void (*SetUShort)(Tq4_value v, unsigned short value);
     void (*SetULong)(Tq4_value v, unsigned long value);
     void (*SetUInt)(Tq4_value v, unsigned value);
+    /* Make the value a packed array of the type in the name: PSHORT to PDOUBLE, with copies of count elements. Null
+     * elements, or a count that is not positive, give an empty array. */
     void (*SetShortArray)(Tq4_value v, const short *elements, int count);
     void (*SetIntArray)(Tq4_value v, const int *elements, int count);
     void (*SetLongArray)(Tq4_value v, const long *elements, int count);
@@ -78,12 +130,24 @@ struct Tq4_value_ {
     void (*SetUShortArray)(Tq4_value v, const unsigned short *elements, int count);
     void (*SetUIntArray)(Tq4_value v, const unsigned *elements, int count);
     void (*SetULongArray)(Tq4_value v, const unsigned long *elements, int count);
+    /* Make the value a string array or table, equal to the one given. A null one makes it an empty one, and changes
+     * nothing when the value already has that type. */
     void (*SetStringArray)(Tq4_value v, Tq4_string_array array);
     void (*SetTable)(Tq4_value v, Tq4_value_table table);
+    /* Make the value a pointer or a reference to another value, both borrowed for as long as they are in it. */
     void (*SetPtr)(Tq4_value v, const void *pointer);
     void (*SetRef)(Tq4_value v, Tq4_value target);
+    /* Appends the text of string. To a string array it is added as a new element. To text (STRING, PCHAR or PUCHAR) its
+     * bytes are appended. In every case but the string array the tag becomes STRING, deliberately: a packed array's
+     * bytes are text from then on, and any other value is released and has no text. Null is ignored. */
     void (*AppendString)(Tq4_value v, Tq4_string string);
+    /* Appends copies of all elements, which may be its own, when the value is a string array. */
     void (*AppendStringArray)(Tq4_value v, Tq4_string_array array);
+    /* Append an element to a packed array of its width, signed or unsigned. The tag becomes that of the name in every
+     * case, deliberately: a value that is no such array stores nothing, and is only retagged (its text or array is kept
+     * and read with the new width, anything else is released and leaves no elements). Start an array with a Set..Array
+     * operation.
+     * AppendFloat and AppendDouble append when the value is PFLOAT or PDOUBLE, and do nothing at all otherwise. */
     void (*AppendShort)(Tq4_value v, short element);
     void (*AppendLong)(Tq4_value v, long element);
     void (*AppendInt)(Tq4_value v, int element);
@@ -92,22 +156,32 @@ struct Tq4_value_ {
     void (*AppendUInt)(Tq4_value v, unsigned element);
     void (*AppendFloat)(Tq4_value v, float element);
     void (*AppendDouble)(Tq4_value v, double element);
+    /* Appends len bytes (-1: up to the NUL) to text, whose tag becomes PUCHAR, or as a new element of a string array.
+     * Other values, and null bytes, stay as they are. */
     void (*AppendBytes)(Tq4_value v, const char *bytes, int len);
-    /* 39-42, 46-49: one function, which returns the whole 64-bit word; callers narrow it. */
+    /* The integer getters are one function, deliberately: each gives the whole 64-bit word of the tags 1 to 8, 12 and
+     * 13, for the caller to narrow, and 0 for all others. */
     long (*GetChar)(Tq4_value v);
     long (*GetShort)(Tq4_value v);
     long (*GetInt)(Tq4_value v);
     long (*GetLong)(Tq4_value v);
+    /* The number of a FLOAT or DOUBLE, narrowed or widened; 0 for all other types, integers and LDOUBLE too. */
     float (*GetFloat)(Tq4_value v);
     double (*GetDouble)(Tq4_value v);
+    /* The number of an INT64 or UINT64; 0 for all other types, integers in a word too. */
     long (*GetInt64)(Tq4_value v);
+    /* The integer getter again. */
     long (*GetUChar)(Tq4_value v);
     long (*GetUShort)(Tq4_value v);
     long (*GetUInt)(Tq4_value v);
     long (*GetULong)(Tq4_value v);
+    /* The pointer of a PTR, else null. */
     void *(*GetPtr)(Tq4_value v);
+    /* The bytes of a text (STRING, PCHAR or PUCHAR), with a NUL behind them, and their number in *len; else null and 0.
+     * len may be null. */
     char *(*GetBytes)(Tq4_value v, unsigned long *len);
-    /* The unsigned getters are the signed ones of the same width. */
+    /* The first element of a packed array of the width in the name, signed or unsigned, and the number of elements in
+     * *count; else null and 0. count may be null. The unsigned getters are the signed ones, deliberately. */
     short *(*GetShortArray)(Tq4_value v, unsigned long *count);
     int *(*GetIntArray)(Tq4_value v, unsigned long *count);
     long *(*GetLongArray)(Tq4_value v, unsigned long *count);
@@ -116,14 +190,43 @@ struct Tq4_value_ {
     short *(*GetUShortArray)(Tq4_value v, unsigned long *count);
     int *(*GetUIntArray)(Tq4_value v, unsigned long *count);
     long *(*GetULongArray)(Tq4_value v, unsigned long *count);
+    /* The string of a text (STRING, PCHAR or PUCHAR), the string array, the table, and the value that a Ref refers to;
+     * null for other types. */
     Tq4_string (*GetString)(Tq4_value v);
     Tq4_string_array (*GetStringArray)(Tq4_value v);
     Tq4_value_table (*GetValueTable)(Tq4_value v);
     Tq4_value (*GetRef)(Tq4_value v);
+    /* Writes the value as JSON-shaped text through echo, piece by piece. compact non-zero: without line feeds and tabs.
+     *
+     * Integers print in decimal, INT64 as unsigned, deliberately; CHAR and UCHAR as the byte itself; PTR and Ref in
+     * hexadecimal; floating numbers with six decimals; text between quotation marks, up to its NUL and not escaped,
+     * deliberately, so that text with quotation marks or control characters does not read back; packed arrays and
+     * string arrays as lists; PULONG elements in 32 bits and with a letter l behind, PLDOUBLE as twice as many doubles,
+     * deliberately both; tables as value_table.h says, one level further in. Empty values, LDOUBLE and range markers
+     * write nothing.
+     *
+     * A piece is a format of the debug interface and its arguments, at most a text and a number or two texts. */
     void (*Echo)(Tq4_value v, Tq4_echo echo, void *context, int compact);
+    /* Echo to Printf of the debug interface at level 0, not compact. */
     void (*Print)(Tq4_value v);
+    /* Appends what Echo writes compactly to out and returns the whole text of out. With null for out it is Print, and
+     * returns an empty text. */
     const char *(*Json_encode)(Tq4_value v, Tq4_string out);
+    /* Builds the value from len bytes of JSON text (RFC 8259; -1: up to the NUL). 1 on success; 0 when the text is
+     * malformed, ends early, nests deeper than 512, or is null: what was built by then stays.
+     *
+     * An object makes a table with keys of kind 4, or adds to the table that is there; a member sets the value under
+     * its key, the last one of that name counts, and null makes none. An array of numbers or truth values makes PINT or
+     * PFLOAT, of strings a string array, of objects and arrays a table of entries without keys. It starts again with
+     * every change of kind, deliberately: of a mixed array the elements from the last change on remain. An array
+     * without elements leaves the value as it is: empty, when it is new; as an element of another array it is an empty
+     * table. Like objects, arrays are appended to what a value of their type already holds: Reset the value first to
+     * start from nothing. Integers become INT, true and false 1 and 0, what does not fit 32 bits the nearest that does;
+     * other numbers FLOAT, strings PCHAR. */
     int (*Json_decode)(Tq4_value v, const char *text, int len);
+    /* From here on: the operations of the value's table, which value_table.h describes under the same names. Those that
+     * set or insert first make an empty table of a value that is none, and release what it held; all others do nothing
+     * with such a value, do not touch what *key and *len hold, and give null or 0. */
     Tq4_value (*SetSS)(Tq4_value v, const char *key, const char *text);
     Tq4_value (*SetIS)(Tq4_value v, unsigned long key, const char *text);
     Tq4_value (*SetSI)(Tq4_value v, const char *key, long n);

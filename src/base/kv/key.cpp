@@ -234,26 +234,28 @@ bool import_number(Tq4_byte_reader &in, Wire wire, Tq4_key_number &number) {
 
 } // namespace
 
-int Tq4_key_obj::Import(const char *buf, int len) {
-    Reset();
-    if (len <= 0) return len;
-    Tq4_byte_reader in(buf, len);
+bool Tq4_key_read(Tq4_byte_reader &in, Tq4_key_wire &key) {
     uint8_t flags = 0;
-    if (!in.Read(flags)) return 0; // no buffer
-    m_type = flags & kind_mask;
-    if (flags & has_number && !import_number(in, kind_of(m_type).wire, iid)) return len;
-    cf = (flags & ignores_case) != 0;
-    if (flags & has_string) {
-        sid = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
-        uint16_t length = 0;
-        if (flags & has_bytes) {
-            if (!in.Read(length)) return len;
-            const Tq4_bytes bytes = in.Take(length);
-            if (!bytes.data) return len;
-            (*sid)->Memcpy(sid.get(), bytes.data, bytes.size);
-        }
-    }
-    return len - static_cast<int>(in.left());
+    uint16_t length = 0;
+    if (!in.Read(flags)) return false;
+    key.type = flags & kind_mask;
+    if (flags & has_number && !import_number(in, kind_of(key.type).wire, key.number)) return false;
+    key.nocase = flags & ignores_case;
+    if (!(flags & has_string)) return true;
+    key.text = {reinterpret_cast<const uint8_t *>(""), 0};
+    if (!(flags & has_bytes)) return true;
+    if (!in.Read(length) || in.left() < length) return false;
+    key.text = in.Take(length);
+    return true;
+}
+
+int Tq4_key_obj::Import(const char *buf, int len) {
+    Tq4_byte_reader in(buf, len);
+    Tq4_key_wire wire;
+    const bool complete = Tq4_key_read(in, wire);
+    Set(wire.type, wire.number, {reinterpret_cast<const char *>(wire.text.data), wire.text.size}, wire.nocase);
+    if (!buf) return len > 0 ? 0 : len;
+    return complete ? len - static_cast<int>(in.left()) : len;
 }
 
 namespace {

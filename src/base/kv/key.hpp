@@ -16,6 +16,18 @@ union Tq4_key_number {
     } rid;
 };
 
+class Tq4_byte_reader;
+
+// A key as its encoding tells it. What the input ends before keeps its default.
+struct Tq4_key_wire {
+    uint32_t type = Tq4_key_type_Unvalid;
+    Tq4_key_number number;
+    uint8_t nocase = 0;
+    Tq4_bytes text = {nullptr, 0}; // borrowed from the input; null data without a string
+};
+// Reads a key; false when the input ends inside it.
+bool Tq4_key_read(Tq4_byte_reader &in, Tq4_key_wire &key);
+
 struct Tq4_key_obj {
     uint32_t m_type = Tq4_key_type_Unvalid; // a Tq4_key_type, or a kind of 8 to 15 that a peer sent
     Tq4_key_number iid;                     // kinds 1 and 5 use rid.l, 2 and 6 id, 3 and 7 both halves

@@ -4,3 +4,8 @@
 // Levels of tables within tables that encoded bytes or JSON text may ask for: decoding recurses, and so do printing,
 // copying and deleting what it built.
 inline constexpr int Tq4_value_nesting_limit = 512;
+
+// Memory that a count in encoded bytes may claim beyond what the input holds: for elements that the end of the input
+// cut off; and for elements of a width that takes no bytes, since a few bytes suffice to ask for them again and again.
+inline constexpr unsigned long Tq4_value_missing_bytes_limit = 1 << 20;
+inline constexpr unsigned long Tq4_value_widthless_bytes_limit = 4096;

@@ -23,9 +23,12 @@ template <auto Method, Without_table without> struct Nested {
     template <class R, class... A> constexpr operator slot<R, A...>() const {
         return [](Tq4_value handle, A... args) -> R {
             auto *value = Tq4_record<Value>(handle);
-            Table *table = !value                           ? nullptr
-                           : without == Without_table::make ? value->make_table()
-                                                            : value->table_record();
+            Value former; // goes last: key and text may lie in what the table replaces
+            if (without == Without_table::make && value && !value->is(Tq4_value_Table)) {
+                value->Swap(former);
+                value->Init(Tq4_value_Table);
+            }
+            Table *table = value ? value->table_record() : nullptr;
             return table ? (table->*Method)(args...) : R();
         };
     }

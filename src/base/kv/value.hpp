@@ -38,6 +38,7 @@ struct Tq4_value_obj {
     void Reset();
     void Copy(const Tq4_value_obj *source); // null does nothing
     bool Equal(const Tq4_value_obj &other) const;
+    void Swap(Tq4_value_obj &other);
 
     // What kind of storage the tag names.
     bool inline_word() const { return m_type < Tq4_value_INT64; }

@@ -117,8 +117,12 @@ void Tq4_value_obj::Copy(const Tq4_value_obj *source) {
     Tq4_value_obj copy;
     copy.m_type = source->m_type;
     Tq4_value_row(_g_Tq4_value_copy, source->m_type)(copy, *source);
-    std::swap(m_type, copy.m_type);
-    std::swap(m_data, copy.m_data);
+    Swap(copy);
+}
+
+void Tq4_value_obj::Swap(Tq4_value_obj &other) {
+    std::swap(m_type, other.m_type);
+    std::swap(m_data, other.m_data);
 }
 
 bool Tq4_value_obj::Equal(const Tq4_value_obj &other) const {

@@ -86,14 +86,11 @@ void Tq4_value_import_string(Value &v, Input &from) {
     from.ConsumeAll();
 }
 
-// A count says how many elements there are; those that the input does not hold stay zero. A false count may not cost
-// more memory than this beyond what the input is worth: elements missing beyond it are not made.
-constexpr uint64_t most_missing_bytes = 1 << 20;
-
-// Zeroed room for count elements of which the input can hold at most `present` bytes' worth. Null when there are none.
-uint8_t *packed_room(Value &v, uint64_t bytes, uint64_t present) {
+// Zeroed room for the elements that a count announces, those that the input does not hold among them, but for no more
+// bytes than given. Null when there are none.
+uint8_t *packed_room(Value &v, uint64_t bytes, uint64_t most) {
     Tq4_string string = v.own_string();
-    bytes = std::min(bytes, present + most_missing_bytes);
+    bytes = std::min(bytes, most);
     auto *room = bytes ? reinterpret_cast<uint8_t *>((*string)->Extend(string, bytes)) : nullptr;
     if (room) std::memset(room, 0, bytes);
     return room;
@@ -107,7 +104,7 @@ template <unsigned width, const char *message> void import_packed(Value &v, Inpu
         return from.ConsumeAll();
     }
     const uint64_t whole = std::min<uint64_t>(count, from.in.left() / width);
-    uint8_t *room = packed_room(v, uint64_t{count} * width, whole * width);
+    uint8_t *room = packed_room(v, uint64_t{count} * width, whole * width + Tq4_value_missing_bytes_limit);
     const Tq4_bytes bytes = from.in.Take(whole * width);
     for (uint64_t i = 0; room && i < whole; ++i) Tq4_reverse_copy(room + i * width, bytes.data + i * width, width);
     if (whole < count) report(message);
@@ -127,7 +124,8 @@ template <const char *message> void import_packed_long(Value &v, Input &from) {
     const uint64_t left = from.in.left();
     const uint64_t fitting = left < kept ? 0 : taken == 0 ? count : (left - kept) / taken + 1;
     const uint64_t whole = std::min<uint64_t>(count, fitting);
-    uint8_t *room = packed_room(v, count * kept, taken ? whole * kept : 0);
+    uint8_t *room = packed_room(v, count * kept,
+                                taken ? whole * kept + Tq4_value_missing_bytes_limit : Tq4_value_widthless_bytes_limit);
     for (uint64_t i = 0; taken && i < whole; ++i) {
         uint64_t element = 0;
         uint32_t narrow = 0;
@@ -237,7 +235,12 @@ int imported(int len) {
 
 } // namespace
 
-int Tq4_value_obj::Import(const char *buf, int len) { return ImportAt(buf, len, 0); }
+// The bytes may lie in what the value held: it goes last.
+int Tq4_value_obj::Import(const char *buf, int len) {
+    Tq4_value_obj former;
+    Swap(former);
+    return ImportAt(buf, len, 0);
+}
 
 int Tq4_value_obj::ImportAt(const char *buf, int len, int depth) {
     Reset();
@@ -251,7 +254,7 @@ int Tq4_value_obj::ImportAt(const char *buf, int len, int depth) {
     return len - static_cast<int>(from.in.left());
 }
 
-int Tq4_value_table_obj::Import(const char *buf, int len) { return ImportAt(buf, len, 0); }
+int Tq4_value_table_obj::Import(const char *buf, int len) { return ImportAt(buf, len, 1); }
 
 int Tq4_value_table_obj::ImportAt(const char *buf, int len, int depth) {
     Tq4_byte_reader header(buf, len);

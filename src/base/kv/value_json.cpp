@@ -7,7 +7,7 @@
 // entries without keys.
 #include <charconv>
 #include <climits>
-#include <cmath>
+#include <clocale>
 #include <vector>
 
 #include "base/kv/json_parser/json_parser.hpp"
@@ -56,17 +56,22 @@ struct Token {
             return *text == '-' ? INT_MIN : INT_MAX;
         return number;
     }
-    float single() const { return std::strtof(text, nullptr); }
+    // The decimal point is a point whatever the locale.
+    float single() const {
+        static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", nullptr);
+        float number = 0;
+        if (std::from_chars(text, text + length, number).ec == std::errc()) return number;
+        return strtof_l(text, nullptr, c_locale); // infinite, or too small to be anything but 0
+    }
 };
 
 using Decode = Tq4_value_Json_decode_data;
 
+// An array takes the type of its elements as they come; as an element of another one it is an empty table until then.
 void open(Decode &data, bool array) {
-    Value &v = data.in_array() ? data.element() : data.member();
-    if (array)
-        v.Reset();
-    else if (!v.is(Tq4_value_Table))
-        v.Init(Tq4_value_Table);
+    const bool element = data.in_array();
+    Value &v = element ? data.element() : data.member();
+    if (element || !array) v.make_table();
     data.chain.push_back({&v, array});
 }
 

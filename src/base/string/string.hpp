@@ -28,8 +28,10 @@ struct Tq4_string_obj {
     static constexpr unsigned long first_capacity = 16;
 
     Tq4_wbuf m_buf; // the text is m_data .. m_ptr
+    // The first storage of m_buf: a short string is one allocation. Aligned for the numbers that values keep in
+    // strings.
+    alignas(uint64_t) uint8_t m_first[first_capacity];
     Tq4_quote m_quote = {};
-    uint8_t m_first[first_capacity]; // the first storage of m_buf: a short string is one allocation
 
     explicit Tq4_string_obj(const char *text);
     ~Tq4_string_obj();

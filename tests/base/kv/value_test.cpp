@@ -7,9 +7,15 @@
 #include <cstring>
 #include <vector>
 
+#include "base/kv/value_check.hpp"
 #include "tq4/debug.h"
 
 namespace {
+
+Tq4_checked check(const Bytes &bytes) {
+    const std::vector<char> exact(bytes.begin(), bytes.end());
+    return Tq4_value_check(exact.data(), static_cast<int>(exact.size()));
+}
 
 struct ValueTest : testing::Test {
     Value v = new_value(), other = new_value();
@@ -69,6 +75,10 @@ TEST_F(ValueTest, TextRetagsAsItGrows) {
     EXPECT_EQ(bytes(), Bytes("abcde\0", 6));
     (*v)->SetString(v.get(), (*v)->GetBytes(v.get(), nullptr), 3);
     EXPECT_EQ(bytes(), "abc") << "its own text";
+    (*v)->SetSS(v.get(), (*v)->GetBytes(v.get(), nullptr), (*v)->GetBytes(v.get(), nullptr) + 1);
+    (*v)->AppendString((*v)->ValueS(v.get(), "abc"),
+                       (*(*v)->ValueS(v.get(), "abc"))->GetString((*v)->ValueS(v.get(), "abc")));
+    EXPECT_EQ(json(v), "{\"abc\":\"bcbc\"}") << "its own text as key and text of the table that replaces it";
     (*v)->SetInt(v.get(), 1);
     (*v)->AppendString(v.get(), s.get());
     EXPECT_EQ(type(), Tq4_value_STRING) << "retagged, nothing stored";
@@ -94,6 +104,7 @@ TEST_F(ValueTest, ArraysAppendWhereTheyFitAndRetagWhereTheyDoNot) {
     (*v)->AppendDouble(v.get(), 1.5);
     unsigned long n = 0;
     EXPECT_EQ((*v)->GetDoubleArray(v.get(), &n)[1], 1.5);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>((*v)->GetDoubleArray(v.get(), &n)) % alignof(double), 0u);
     EXPECT_EQ(n, 2u);
     EXPECT_EQ((*v)->GetFloatArray(v.get(), nullptr), nullptr);
     (*v)->SetLong(v.get(), 0x1234567);
@@ -200,6 +211,9 @@ TEST_F(ValueTest, EncodesToTheByteAndBack) {
         EXPECT_EQ(import(back, wire + "rest"), static_cast<int>(wire.size())) << c.hex;
         EXPECT_EQ((*back)->Type(back.get()), (*value)->Type(value.get()));
         EXPECT_EQ(dump(back), wire) << c.hex;
+        EXPECT_TRUE(check(wire + "rest").complete) << c.hex;
+        EXPECT_EQ(check(wire + "rest").at, wire.size()) << c.hex;
+        for (std::size_t cut = 0; cut < wire.size(); ++cut) EXPECT_FALSE(check(wire.substr(0, cut)).complete) << c.hex;
     }
     (*v)->Init(v.get(), Tq4_value_LDOUBLE);
     const Bytes extended = from_hex("10 00000000 00003fff8000000000000000");
@@ -246,6 +260,16 @@ TEST_F(ValueImport, ReadsLongsOfOtherWidths) {
     EXPECT_EQ(printed.size(), 2u) << "printed and logged";
     EXPECT_EQ(read("19 00000002 03 0000000000000000"), 6) << "any other width takes nothing";
     EXPECT_TRUE(printed.empty());
+    (*v)->GetLongArray(v.get(), &n);
+    EXPECT_EQ(n, 2u);
+    EXPECT_EQ(read("19 ffffffff 03 0000000000000000"), 6);
+    (*v)->GetLongArray(v.get(), &n);
+    EXPECT_EQ(n, 512u) << "but not memory without end";
+    EXPECT_FALSE(check(from_hex("19 ffffffff 03 0000000000000000")).complete);
+    const Bytes own = from_hex("13 00000002 6162");
+    (*v)->SetString(v.get(), own.data(), static_cast<int>(own.size()));
+    EXPECT_EQ((*v)->Import(v.get(), (*v)->GetBytes(v.get(), nullptr), static_cast<int>(own.size())), 7);
+    EXPECT_EQ(bytes(), "ab") << "from its own bytes";
 }
 
 TEST_F(ValueImport, ReportsWhatIsCutShort) {
@@ -268,6 +292,7 @@ TEST_F(ValueImport, ReportsWhatIsCutShort) {
     for (const auto &c : cases) {
         EXPECT_EQ(read(c.hex), c.consumed) << c.hex;
         EXPECT_EQ(printed, (std::vector<Bytes>{c.message, c.message})) << c.hex;
+        EXPECT_FALSE(check(from_hex(c.hex)).complete) << c.hex;
     }
     EXPECT_EQ(read("15 00000003 0001 00"), 7);
     unsigned long n = 0;
@@ -287,6 +312,37 @@ TEST_F(ValueImport, TakesWrongTagsAndNestingBeyondTheLimitAsTheWholeInput) {
     for (int i = 0; i < 100000; ++i) deep += from_hex("20 00 00000001 00");
     EXPECT_EQ(import(v, deep), static_cast<int>(deep.size()));
     EXPECT_EQ(type(), Tq4_value_Table);
+}
+
+TEST(ValueCheck, NamesTheInnermostPlaceOfTheDamage) {
+    const struct {
+        const char *hex;
+        std::size_t at;
+    } cases[] = {
+        {"", 0},
+        {"22", 0},
+        {"80", 0},
+        {"20 00 000000", 1},
+        {"20 00 00000001", 6},
+        {"20 00 00000001 64 0001", 6},
+        {"20 00 00000001 64 0001 6b", 10},
+        {"20 00 00000001 64 0001 6b 05 000000", 10},
+        {"20 00 00000002 00 01 00", 9},
+        {"20 00 00000002 00 20 00 00000001 00 ff 00 00", 14},
+        {"19 00000002 04 ffffffff 00000001", 0},
+    };
+    for (const auto &c : cases) {
+        const Tq4_checked checked = check(from_hex(c.hex));
+        EXPECT_FALSE(checked.complete) << c.hex;
+        EXPECT_EQ(checked.at, c.at) << c.hex;
+    }
+    Bytes deep = from_hex("00");
+    for (int i = 0; i < 512; ++i) deep = from_hex("20 00 00000001 00") + deep;
+    EXPECT_TRUE(check(deep).complete);
+    EXPECT_EQ(check(from_hex("20 00 00000001 00") + deep).at, 7u * 512);
+    EXPECT_FALSE(Tq4_value_check(nullptr, 5).complete);
+    EXPECT_TRUE(Tq4_value_table_check(deep.data() + 1, static_cast<int>(deep.size()) - 1).complete);
+    EXPECT_EQ(Tq4_value_table_check("\0\0\0\0", 4).at, 0u);
 }
 
 TEST_F(ValueImport, AnEntryOfNothingStopsTheProcess) {

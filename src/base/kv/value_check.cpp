@@ -1,0 +1,163 @@
+// value_check: walks the binary encoding of values and tables without building them.
+//
+// Each tag has a shape; the walk knows how long each shape is. It is as strict as reading is generous: what Import
+// would report, cut, leave out or stop at is damage here.
+#include "base/kv/value_check.hpp"
+
+#include "base/byte_reader.hpp"
+#include "base/kv/key.hpp"
+#include "base/kv/limits.hpp"
+#include "tq4/value.h"
+
+namespace {
+
+enum class Form : uint8_t { fixed, wide, text, packed, packed_wide, texts, table };
+
+struct Shape {
+    Form form;
+    uint8_t width; // in bytes, of the payload or of an element
+};
+
+constexpr Shape shapes[] = {
+    {Form::fixed, 0},       // 0
+    {Form::fixed, 1},       // 1: CHAR
+    {Form::fixed, 1},       // 2: UCHAR
+    {Form::fixed, 2},       // 3: SHORT
+    {Form::fixed, 2},       // 4: USHORT
+    {Form::fixed, 4},       // 5: INT
+    {Form::fixed, 4},       // 6: UINT
+    {Form::wide, 8},        // 7: LONG
+    {Form::wide, 8},        // 8: ULONG
+    {Form::wide, 8},        // 9: PTR
+    {Form::wide, 8},        // 10: Ref
+    {Form::fixed, 0},       // 11
+    {Form::fixed, 8},       // 12: INT64
+    {Form::fixed, 8},       // 13: UINT64
+    {Form::fixed, 4},       // 14: FLOAT
+    {Form::fixed, 8},       // 15: DOUBLE
+    {Form::fixed, 16},      // 16: LDOUBLE
+    {Form::fixed, 0},       // 17
+    {Form::text, 1},        // 18: STRING
+    {Form::text, 1},        // 19: PCHAR
+    {Form::text, 1},        // 20: PUCHAR
+    {Form::packed, 2},      // 21: PSHORT
+    {Form::packed, 2},      // 22: PUSHORT
+    {Form::packed, 4},      // 23: PINT
+    {Form::packed, 4},      // 24: PUINT
+    {Form::packed_wide, 8}, // 25: PLONG
+    {Form::packed_wide, 8}, // 26: PULONG
+    {Form::packed, 4},      // 27: PFLOAT
+    {Form::packed, 8},      // 28: PDOUBLE
+    {Form::packed, 16},     // 29: PLDOUBLE
+    {Form::fixed, 0},       // 30
+    {Form::texts, 1},       // 31: STRINGARRAY
+    {Form::table, 0},       // 32
+    {Form::fixed, 0},       // 33
+};
+static_assert(std::size(shapes) == Tq4_value_End + 1);
+
+class Walk {
+    Tq4_byte_reader m_in;
+    const uint8_t *const m_begin = m_in.at();
+    const uint8_t *m_damaged = nullptr;
+
+public:
+    Walk(const char *buf, int len) : m_in(buf, len) {}
+
+    Tq4_checked Result(bool complete) const {
+        const uint8_t *at = complete ? m_in.at() : m_damaged;
+        return {complete, static_cast<std::size_t>(at - m_begin)};
+    }
+
+    // A value inside so many tables.
+    bool Value(int depth) {
+        const uint8_t *start = m_in.at();
+        return Payload(depth) || Damaged(start);
+    }
+
+    bool Table(int depth) {
+        const uint8_t *start = m_in.at();
+        uint8_t case_flag;
+        uint32_t entries;
+        if (!m_in.Read(case_flag) || !m_in.Read(entries)) return Damaged(start);
+        for (; entries; --entries) {
+            const uint8_t *entry = m_in.at();
+            Tq4_key_wire key;
+            if (!Tq4_key_read(m_in, key)) return Damaged(entry);
+            if (!Value(depth)) return false;
+        }
+        return true;
+    }
+
+private:
+    // The innermost place is told, which is the first to come here.
+    bool Damaged(const uint8_t *at) {
+        if (!m_damaged) m_damaged = at;
+        return false;
+    }
+
+    bool Skip(uint64_t bytes) { return bytes <= m_in.left() && (m_in.Take(bytes), true); }
+
+    bool Payload(int depth) {
+        uint8_t tag;
+        if (!m_in.Read(tag) || tag >= std::size(shapes)) return false;
+        const Shape shape = shapes[tag];
+        switch (shape.form) {
+        case Form::fixed:
+            return Skip(shape.width);
+        case Form::wide:
+            return Wide();
+        case Form::text:
+        case Form::packed: {
+            uint32_t count;
+            return m_in.Read(count) && Skip(uint64_t{count} * shape.width);
+        }
+        case Form::packed_wide:
+            return PackedWide();
+        case Form::texts:
+            return Texts();
+        case Form::table:
+            return depth < Tq4_value_nesting_limit && Table(depth + 1);
+        }
+        return false;
+    }
+
+    // Any other width than 8 and 4 takes no bytes.
+    static uint64_t taken_by(uint8_t width) { return width == 8 || width == 4 ? width : 0; }
+
+    bool Wide() {
+        uint8_t width;
+        return m_in.Read(width) && Skip(taken_by(width));
+    }
+
+    // Every element is asked to leave 8 bytes, however many it takes.
+    bool PackedWide() {
+        uint32_t count;
+        uint8_t width;
+        if (!m_in.Read(count) || !m_in.Read(width)) return false;
+        if (count == 0) return true;
+        const uint64_t taken = taken_by(width);
+        if (!taken && count * uint64_t{8} > Tq4_value_widthless_bytes_limit) return false;
+        return m_in.left() >= (count - 1) * taken + 8 && Skip(count * taken);
+    }
+
+    bool Texts() {
+        uint16_t count, length;
+        if (!m_in.Read(count)) return false;
+        for (; count; --count)
+            if (!m_in.Read(length) || !Skip(length)) return false;
+        return true;
+    }
+};
+
+} // namespace
+
+Tq4_checked Tq4_value_check(const char *buf, int len) {
+    Walk walk(buf, len);
+    return walk.Result(walk.Value(0));
+}
+
+Tq4_checked Tq4_value_table_check(const char *buf, int len) {
+    Walk walk(buf, len);
+    return walk.Result(walk.Table(1));
+}
