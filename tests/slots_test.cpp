@@ -124,6 +124,11 @@ const Table tables[] = {
     TQ4_SLOTS(Tq4_finder_, table_of(Tq4_finder_oitf), Find, Count, Path, Name, Size, Type, each),
     TQ4_SLOTS(Tq4_log_, table_of(Tq4_log_oitf), Init, SizeLimit, LineLimit, Printf, vPrintf, Printf_t, vPrintf_t,
               HexLog, HexPrint, Write, Level, MainDir, DirInfo, FFlush, CheckFile),
+    TQ4_SLOTS(Tq4_sockaddr_, table_of(Tq4_sockaddr_oitf), EqualIp, Exchange, Init, Init2, ReInit, ip, port, Info,
+              sin_addr, sin_port),
+    TQ4_SLOTS(Tq4_socket_api_, Tq4_sock_api, Init, Error, SetError, OpenUdp, OpenTcp, Connect, OpenUdp2, OpenTcp2,
+              Connect2, Listen, Accept, Close, Wait, Write, Send, Read, RecvFrom, Reuse, BroadCast, NoDelay, AllError,
+              Block, GetRoutingInf, GetLocalAddr, GetRemoteAddr),
 };
 
 TEST(Slots, StandInTheirRecordedOrder) {

@@ -18,6 +18,8 @@
 #include "tq4/object.h"
 #include "tq4/queue.h"
 #include "tq4/semaphore.h"
+#include "tq4/sock_api.h"
+#include "tq4/sockaddr.h"
 #include "tq4/stream.h"
 #include "tq4/string.h"
 #include "tq4/string_array.h"

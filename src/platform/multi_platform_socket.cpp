@@ -1,16 +1,19 @@
-// multi_platform_socket: waiting on a socket, connecting without waiting, and resolving names.
+// multi_platform_socket: socket calls, waiting on a socket, connecting without waiting, and resolving names.
 //
 // MP_SOCK_Wait answers as select would for one descriptor, but asks poll: select's sets end at descriptor 1023, and a
 // service may have many more. The time that has passed is taken from the steady clock.
 #include "platform/multi_platform_socket.hpp"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <fcntl.h>
-#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -34,6 +37,13 @@ int poll_one(pollfd &watched, long ms) {
 int bad_descriptor() {
     errno = EBADF;
     return -1;
+}
+
+// A system call, made again while a signal interrupts it.
+template <class Call> auto restarted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) result = call();
+    return result;
 }
 
 // Makes a resolved address the any-address of its family.
@@ -91,4 +101,72 @@ int MP_SOCK_AnsyConnect(int socket, const sockaddr *address, socklen_t length) {
     if (connect(socket, address, length) == 0) return 1;
     // An interrupted connect goes on by itself, exactly as one in progress.
     return errno == EINPROGRESS || errno == EALREADY || errno == EINTR ? 0 : -1;
+}
+
+int MP_SOCK_Open(int family, int type) { return socket(family, type | SOCK_CLOEXEC, 0); }
+
+int MP_SOCK_Bind(int socket, const sockaddr *address, socklen_t length) { return bind(socket, address, length) == 0; }
+
+int MP_SOCK_Connect(int socket, const sockaddr *address, socklen_t length) {
+    // Made again after a signal, connect goes on waiting; where it was decided meanwhile, the socket is connected.
+    bool again = false;
+    while (connect(socket, address, length) != 0) {
+        if (errno == EISCONN) return again;
+        if (errno == EINPROGRESS || errno == EALREADY) {
+            if (MP_SOCK_Wait(socket, -1, wait_for_writing) <= 0) return 0;
+            int error = 0;
+            socklen_t size = sizeof error;
+            getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size);
+            errno = error;
+            return error == 0;
+        }
+        if (errno != EINTR) return 0;
+        again = true;
+    }
+    return 1;
+}
+
+int MP_SOCK_Listen(int socket, int backlog) { return listen(socket, backlog); }
+
+int MP_SOCK_Accept(int socket, sockaddr *peer, socklen_t *length) {
+    return restarted([=] { return accept4(socket, peer, length, SOCK_CLOEXEC); });
+}
+
+long MP_SOCK_Send(int socket, const void *bytes, std::size_t n, const sockaddr *to, socklen_t length) {
+    return restarted([=] { return sendto(socket, bytes, n, MSG_NOSIGNAL, to, length); });
+}
+
+long MP_SOCK_Receive(int socket, void *room, std::size_t n, sockaddr *from, socklen_t *length) {
+    return restarted([=] { return recvfrom(socket, room, n, 0, from, length); });
+}
+
+long MP_SOCK_NextDatagram(int socket) {
+    int waiting = 0;
+    const int asked = ioctl(socket, FIONREAD, &waiting);
+    if (asked < 0) return asked;
+    // 0 stands for an empty datagram and for none.
+    return waiting ? waiting : restarted([=] { return recv(socket, nullptr, 0, MSG_PEEK | MSG_TRUNC); });
+}
+
+int MP_SOCK_LocalAddress(int socket, sockaddr *address, socklen_t *length) {
+    return getsockname(socket, address, length) == 0;
+}
+
+int MP_SOCK_PeerAddress(int socket, sockaddr *address, socklen_t *length) {
+    return getpeername(socket, address, length) == 0;
+}
+
+int MP_SOCK_SetOption(int socket, MP_SOCK_Option option, int on) {
+    struct Place {
+        int level, name;
+    };
+    constexpr Place places[] = {
+        {SOL_SOCKET, SO_REUSEADDR}, {SOL_SOCKET, SO_BROADCAST}, {IPPROTO_TCP, TCP_NODELAY}, {IPPROTO_IP, IP_RECVERR}};
+    const int value = on != 0;
+    return setsockopt(socket, places[option].level, places[option].name, &value, sizeof value) == 0;
+}
+
+const char *MP_SOCK_HostText(int family, const void *host, char *text, std::size_t room) {
+    if (room && !inet_ntop(family, host, text, static_cast<socklen_t>(room))) *text = 0;
+    return text;
 }

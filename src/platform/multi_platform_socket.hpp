@@ -1,11 +1,14 @@
-// multi_platform_socket: waiting on a socket, connecting without waiting, and resolving names.
+// multi_platform_socket: socket calls, waiting on a socket, connecting without waiting, and resolving names.
 //
 // Descriptors are borrowed. Results stand at each function; the reason of a failure is MP_SOCK_GetLastError().
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <netdb.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 
 // The calling thread's system error number.
 int MP_SOCK_GetLastError();
@@ -28,3 +31,35 @@ int MP_SOCK_Opt_Block(int socket, int blocking);
 // Starts to connect a socket, which MP_SOCK_Opt_Block has made non-blocking. 1 when connected now, 0 when in progress
 // (the socket becomes writable when it is decided), -1 when it failed.
 int MP_SOCK_AnsyConnect(int socket, const sockaddr *address, socklen_t length);
+
+// --- Socket calls. A signal does not end one, and a peer that has gone raises no SIGPIPE ---
+
+// A new socket of a family and a type (SOCK_STREAM, SOCK_DGRAM), close-on-exec. Owned by the caller; -1 on failure.
+int MP_SOCK_Open(int family, int type);
+// 1/0.
+int MP_SOCK_Bind(int socket, const sockaddr *address, socklen_t length);
+// Connects and waits until that is decided, in non-blocking mode too. 1/0.
+int MP_SOCK_Connect(int socket, const sockaddr *address, socklen_t length);
+// 0, or -1 on failure.
+int MP_SOCK_Listen(int socket, int backlog);
+// The next connection, close-on-exec, and its peer's address, for which *length is the room and then the length. Owned
+// by the caller; -1 on failure.
+int MP_SOCK_Accept(int socket, sockaddr *peer, socklen_t *length);
+// Sends up to n bytes to an address, null: to the peer that the socket is connected to. Returns how many, or -1.
+long MP_SOCK_Send(int socket, const void *bytes, std::size_t n, const sockaddr *to, socklen_t length);
+// Receives up to n bytes, the rest of a datagram is lost, and the sender's address as for MP_SOCK_Accept. Returns how
+// many, or -1.
+long MP_SOCK_Receive(int socket, void *room, std::size_t n, sockaddr *from, socklen_t *length);
+// The length of the datagram that the next MP_SOCK_Receive gets. When none is there, waits for it unless the socket is
+// in non-blocking mode. Negative on failure.
+long MP_SOCK_NextDatagram(int socket);
+// The socket's own address, or its peer's, as for MP_SOCK_Accept. 1/0.
+int MP_SOCK_LocalAddress(int socket, sockaddr *address, socklen_t *length);
+int MP_SOCK_PeerAddress(int socket, sockaddr *address, socklen_t *length);
+
+enum MP_SOCK_Option { MP_SOCK_Reuse, MP_SOCK_Broadcast, MP_SOCK_NoDelay, MP_SOCK_AllErrors };
+// Turns an option on (non-zero) or off. 1/0.
+int MP_SOCK_SetOption(int socket, MP_SOCK_Option option, int on);
+
+// The bytes of a host address of IPv4 or IPv6 as text, "" for another family or too little room. Returns text.
+const char *MP_SOCK_HostText(int family, const void *host, char *text, std::size_t room);

@@ -1,0 +1,119 @@
+// Addresses from text and from the system's form, of every family.
+#include <cstring>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <string>
+#include <sys/un.h>
+
+#include <gtest/gtest.h>
+
+#include "own.hpp"
+#include "tq4/sockaddr.h"
+
+namespace {
+
+struct Address {
+    Tq4_own<Tq4_sockaddr> own = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
+    Tq4_sockaddr a = own.get();
+
+    Address() = default;
+    Address(const char *text, int port) { EXPECT_EQ(init(text, port), 1) << text; }
+    int init(const char *text, int port) { return (*a)->Init(a, text, port); }
+    const addrinfo &info() const { return *(*a)->Info(a); }
+    std::string shown() const {
+        return std::to_string(info().ai_family) + " " + (*a)->ip(a) + " " + std::to_string((*a)->port(a));
+    }
+    bool is(const char *text) const { return (*a)->EqualIp(a, text); }
+    bool operator==(const Address &other) const { return Tq4_object_Equal(a, other.a); }
+};
+
+const std::string longest_path = "/" + std::string(sizeof(sockaddr_un::sun_path) - 2, 'x');
+
+TEST(SockAddr, IsMadeFromText) {
+    const struct {
+        const char *text;
+        int port;
+        std::string shown;
+        socklen_t length;
+    } cases[] = {
+        {"127.0.0.1", 80, "2 127.0.0.1 80", sizeof(sockaddr_in)},
+        {"::1", 65536 + 7, "10 ::1 7", sizeof(sockaddr_in6)},
+        {"255.1.2.3", -1, "2 255.1.2.3 65535", sizeof(sockaddr_in)},
+        {nullptr, 9, "2 0.0.0.0 9", sizeof(sockaddr_in)},
+        {"", 9, "2 0.0.0.0 9", sizeof(sockaddr_in)},
+        {"/tmp/x", 9, "1 /tmp/x 0", sizeof(sa_family_t) + 7},
+        {longest_path.c_str(), 0, "1 " + longest_path + " 0", sizeof(sockaddr_un)},
+    };
+    for (const auto &each : cases) {
+        Address address(each.text, each.port);
+        EXPECT_EQ(address.shown(), each.shown);
+        EXPECT_EQ(address.info().ai_addrlen, each.length) << each.shown;
+        EXPECT_EQ(address.info().ai_addr->sa_family, address.info().ai_family);
+        EXPECT_TRUE(address.is(each.text)) << each.shown;
+        Address again;
+        EXPECT_EQ((*again.a)->Init2(again.a, address.info().ai_addr, each.length), 1);
+        EXPECT_EQ(again.shown(), each.shown);
+        EXPECT_TRUE(again == address);
+    }
+}
+
+TEST(SockAddr, StaysAsItWasWhenItCannotBeSet) {
+    Address address("127.0.0.1", 80);
+    EXPECT_EQ(address.init((longest_path + "x").c_str(), 0), 0) << "a path is never cut";
+    EXPECT_EQ(address.init("no such host", 80), 0);
+    EXPECT_EQ((*address.a)->Init2(address.a, nullptr, 128), 0);
+    EXPECT_EQ((*address.a)->Init2(address.a, Address("::1", 1).info().ai_addr, 16), 0) << "too short for its family";
+    EXPECT_EQ((*address.a)->Init2(address.a, address.info().ai_addr, 1), 0);
+    EXPECT_EQ(address.shown(), "2 127.0.0.1 80");
+}
+
+TEST(SockAddr, NamesTheSameHostWhateverThePort) {
+    Address ipv4("127.0.0.1", 80), ipv6("::1", 80), local("/tmp/x", 0);
+    EXPECT_TRUE(ipv4.is("localhost") || ipv6.is("localhost"));
+    EXPECT_FALSE(ipv4.is("127.0.0.2"));
+    EXPECT_FALSE(ipv4.is("::1"));
+    EXPECT_FALSE(ipv6.is("::2"));
+    EXPECT_FALSE(ipv4.is("/tmp/x"));
+    EXPECT_FALSE(local.is("/tmp/y"));
+    EXPECT_FALSE(local.is("127.0.0.1"));
+    EXPECT_FALSE(Address() == ipv4);
+    EXPECT_FALSE(ipv4 == Address("127.0.0.1", 81));
+    EXPECT_FALSE(local == Address("/tmp/y", 0));
+}
+
+TEST(SockAddr, GivesNumbersInBothOrders) {
+    Address address("1.2.3.4", 0x1234), ipv6("::1", 0x1234);
+    EXPECT_EQ((*address.a)->sin_addr(address.a, 1), 0x01020304ul);
+    EXPECT_EQ((*address.a)->sin_addr(address.a, 0), htonl(0x01020304));
+    EXPECT_EQ((*address.a)->sin_port(address.a, 5), 0x1234);
+    EXPECT_EQ((*address.a)->sin_port(address.a, 0), htons(0x1234));
+    EXPECT_EQ((*ipv6.a)->sin_addr(ipv6.a, 1), 0ul);
+    EXPECT_EQ((*ipv6.a)->sin_port(ipv6.a, 0), htons(0x1234));
+}
+
+TEST(SockAddr, IsCopiedExchangedAndReset) {
+    Address one("1.2.3.4", 5), other("/tmp/x", 0);
+    (*one.a)->Exchange(one.a, other.a);
+    EXPECT_EQ(one.shown() + ", " + other.shown(), "1 /tmp/x 0, 2 1.2.3.4 5");
+    EXPECT_EQ(one.info().ai_addr->sa_family, AF_UNIX) << "each keeps a record of its own";
+    Address copy;
+    copy.own.reset(static_cast<Tq4_sockaddr>(Tq4_object_Dup(one.a)));
+    copy.a = copy.own.get();
+    EXPECT_TRUE(copy == one);
+    Tq4_sockaddr_oitf->Reset(one.a);
+    EXPECT_TRUE(one == Address());
+    EXPECT_EQ(one.shown(), "0  0");
+    EXPECT_EQ(copy.shown(), "1 /tmp/x 0");
+}
+
+TEST(SockAddr, FollowsWhatIsWrittenIntoTheRecord) {
+    Address address("/tmp/x", 0), source("::1", 8);
+    std::memcpy(address.info().ai_addr, source.info().ai_addr, sizeof(sockaddr_in6));
+    EXPECT_EQ((*address.a)->ReInit(address.a), 0) << "the length is still that of the path";
+    EXPECT_EQ(address.shown(), "1 /tmp/x 0");
+    (*address.a)->Info(address.a)->ai_addrlen = sizeof(sockaddr_in6);
+    EXPECT_EQ((*address.a)->ReInit(address.a), 1);
+    EXPECT_TRUE(address == source);
+}
+
+} // namespace

@@ -1,0 +1,186 @@
+// Socket calls between sockets of every family on this host.
+#include <cerrno>
+#include <climits>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+#include "own.hpp"
+#include "support/temp_dir.hpp"
+#include "support/threads.hpp"
+#include "tq4/sock_api.h"
+
+namespace {
+
+const Tq4_socket_api_ &api = *Tq4_sock_api;
+
+struct Socket {
+    int number;
+    Socket(int opened) : number(opened) {
+        EXPECT_GE(opened, 0) << api.Error();
+        EXPECT_TRUE(fcntl(opened, F_GETFD) & FD_CLOEXEC);
+    }
+    Socket(const Socket &) = delete;
+    ~Socket() { shut(); }
+    operator int() const { return number; }
+    void shut() { api.Close(std::exchange(number, -1)); }
+};
+
+struct SockApi : testing::TestWithParam<const char *> {
+    Temp_dir directory;
+    Tq4_own<Tq4_sockaddr> kept[3] = {make(), make(), make()};
+    Tq4_sockaddr address = kept[0].get(), peer = kept[1].get(), other = kept[2].get();
+    Tq4_own<Tq4_string> text = Tq4_make<Tq4_string>(Tq4_string_oitf);
+
+    static Tq4_own<Tq4_sockaddr> make() { return Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf); }
+    std::string host(const char *name) const { return *GetParam() ? GetParam() : directory / name; }
+    bool local() const { return !*GetParam(); }
+    // Sets an address to one that a socket of this family can be bound to.
+    void bindable(Tq4_sockaddr to, const char *name) { EXPECT_EQ((*to)->Init(to, host(name).c_str(), 0), 1); }
+    int receive(int socket, Tq4_sockaddr from) { return api.RecvFrom(socket, text.get(), from); }
+    std::string received() const {
+        return {(*text)->c_str(text.get()), static_cast<size_t>((*text)->length(text.get()))};
+    }
+    static int option(int socket, int level, int name) {
+        int value = -1;
+        socklen_t size = sizeof value;
+        getsockopt(socket, level, name, &value, &size);
+        return value;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Family, SockApi, testing::Values("127.0.0.1", "::1", ""));
+
+TEST_P(SockApi, StreamsConnectAndCarryBytes) {
+    bindable(address, "listener");
+    Socket listener = api.OpenTcp2(address, 1);
+    EXPECT_EQ(option(listener, SOL_SOCKET, SO_REUSEADDR), 1);
+    EXPECT_EQ(api.Listen(listener, 4), 0);
+    EXPECT_EQ(api.GetLocalAddr(listener, address), 1);
+    Socket near = api.Connect2(address, -1), far = api.Accept(listener, peer);
+    EXPECT_EQ(api.GetRemoteAddr(near, other), 1);
+    EXPECT_TRUE(Tq4_object_Equal(address, other));
+    EXPECT_EQ(api.GetLocalAddr(near, other), 1);
+    EXPECT_TRUE(Tq4_object_Equal(peer, other) || local()) << "an unbound local socket has no name";
+
+    char room[16] = {};
+    EXPECT_EQ(api.Wait(far, 0, Tq4_wait_read), 0);
+    EXPECT_EQ(api.Write(near, "hello", TQ4_ALL_ONES), 5);
+    EXPECT_EQ(api.Wait(far, TQ4_ALL_ONES, Tq4_wait_read), 1);
+    EXPECT_EQ(api.Read(far, room, sizeof room), 5);
+    EXPECT_STREQ(room, "hello");
+    far.shut();
+    EXPECT_EQ(api.Read(near, room, sizeof room), 0);
+    while (api.Write(near, "x", 1) > 0) continue; // and no SIGPIPE
+    EXPECT_EQ(api.Error(), EPIPE);
+}
+
+TEST_P(SockApi, DatagramsKeepTheirSizeAndTellTheirSender) {
+    bindable(address, "one");
+    bindable(peer, "two");
+    Socket one = api.OpenUdp2(address, 1), two = api.OpenUdp2(peer, 1);
+    api.GetLocalAddr(one, address);
+    api.GetLocalAddr(two, peer);
+    const std::string large(20000, 'z');
+    for (const std::string &sent : {std::string("a\0b", 3), std::string(), large}) {
+        EXPECT_EQ(api.Send(one, peer, sent.data(), sent.size()), static_cast<int>(sent.size()));
+        EXPECT_EQ(receive(two, other), static_cast<int>(sent.size()));
+        EXPECT_EQ(received(), sent);
+        EXPECT_TRUE(Tq4_object_Equal(address, other));
+    }
+    Waiting_call waiter([&] { return receive(two, other); });
+    waiter.interrupt();
+    EXPECT_FALSE(waiter.done());
+    EXPECT_EQ(api.Send(one, peer, "late", TQ4_ALL_ONES), 4);
+    EXPECT_EQ(waiter.result(), 4) << "what came while it waited is whole";
+    EXPECT_EQ(received(), "late");
+    api.Block(two, 0);
+    EXPECT_EQ(receive(two, other), -1);
+    EXPECT_EQ(received(), "");
+}
+
+TEST_P(SockApi, AFailedConnectClosesOnlyWhatItOpened) {
+    bindable(address, "listener");
+    Socket listener = api.OpenTcp2(address, 1);
+    api.GetLocalAddr(listener, address);
+    EXPECT_EQ(api.Connect2(address, -1), -1) << "bound and not listening";
+    EXPECT_EQ(api.Error(), ECONNREFUSED);
+    for (int blocking : {1, 0}) {
+        Socket given = api.OpenTcp2(address, 0);
+        api.Block(given, blocking);
+        EXPECT_EQ(api.Connect2(address, given), -1);
+        EXPECT_EQ(api.Error(), ECONNREFUSED);
+        EXPECT_GE(fcntl(given, F_GETFD), 0) << "still open";
+    }
+    api.Listen(listener, 4);
+    Socket given = api.OpenTcp2(address, 0);
+    api.Block(given, 0);
+    EXPECT_EQ(api.Connect2(address, given), given.number) << "waits in non-blocking mode too";
+    EXPECT_EQ(api.OpenTcp2(address, 1), -1) << "taken";
+    EXPECT_EQ(api.Error(), EADDRINUSE);
+}
+
+TEST_P(SockApi, TheWayToAnAddressOfThisHostStartsThere) {
+    bindable(address, "nowhere");
+    EXPECT_EQ(api.GetRoutingInf(address, other), !local());
+    EXPECT_EQ((*other)->EqualIp(other, GetParam()), !local());
+    EXPECT_EQ((*other)->port(other), 0);
+}
+
+TEST(SockApiCalls, OpenByHostAndPortAndSetOptions) {
+    Socket tcp = api.OpenTcp("127.0.0.1", 0, 1), udp = api.OpenUdp2(nullptr, 1);
+    EXPECT_EQ(api.Listen(tcp, 1), 0);
+    auto own = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
+    api.GetLocalAddr(tcp, own.get());
+    Socket connected = api.Connect("127.0.0.1", (*own)->port(own.get()));
+    Socket bound = api.OpenUdp("127.0.0.1", 0, 1);
+    EXPECT_EQ(api.OpenUdp("no such host", 1, 1), -1);
+    EXPECT_EQ(api.OpenTcp("no such host", 1, 1), -1);
+    EXPECT_EQ(api.Connect("no such host", 1), -1);
+    EXPECT_EQ(api.OpenTcp2(nullptr, 0), -1);
+
+    api.GetLocalAddr(udp, own.get());
+    EXPECT_EQ((*own)->port(own.get()), 0) << "without an address there is nothing to bind to";
+    for (int on : {7, 0}) {
+        api.Reuse(udp, on);
+        api.BroadCast(udp, on);
+        api.AllError(udp, on);
+        api.NoDelay(connected, on);
+        api.Block(connected, on);
+        EXPECT_EQ(SockApi::option(udp, SOL_SOCKET, SO_REUSEADDR), on != 0);
+        EXPECT_EQ(SockApi::option(udp, SOL_SOCKET, SO_BROADCAST), on != 0);
+        EXPECT_EQ(SockApi::option(udp, IPPROTO_IP, IP_RECVERR), on != 0);
+        EXPECT_EQ(SockApi::option(connected, IPPROTO_TCP, TCP_NODELAY), on != 0);
+        EXPECT_EQ((fcntl(connected, F_GETFL) & O_NONBLOCK) == 0, on != 0);
+    }
+}
+
+TEST(SockApiCalls, FailWithoutASocket) {
+    char room[4];
+    auto text = Tq4_make<Tq4_string>(Tq4_string_oitf, "old");
+    api.Init();
+    api.SetError(EDOM);
+    EXPECT_EQ(api.Error(), EDOM);
+    EXPECT_EQ(api.Read(-1, room, sizeof room), -1);
+    EXPECT_EQ(api.Error(), EBADF);
+    EXPECT_EQ(api.Write(-1, "x", 1), -1);
+    EXPECT_EQ(api.Send(-1, nullptr, "x", 1), -1);
+    EXPECT_EQ(api.Wait(-1, 0, 0), -1);
+    EXPECT_EQ(api.Accept(-1, nullptr), -1);
+    EXPECT_LT(api.RecvFrom(-1, text.get(), nullptr), 0);
+    EXPECT_EQ(api.GetLocalAddr(-1, nullptr), 0);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(api.Write(ends[1], "pipes too", 5), 5);
+    EXPECT_EQ(api.Read(ends[0], room, sizeof room), 4);
+    api.Close(ends[0]);
+    api.Close(ends[1]);
+}
+
+} // namespace
