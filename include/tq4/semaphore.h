@@ -2,9 +2,9 @@
  *
  * A semaphore whose system part could not be made (an initial count above the system's limit) is not valid: Wait
  * gives -1, Post and PostN give 0.
- * Object-level: Create takes a Tq4_semaphore_CreateParams or null; Reset and Copy do nothing; a semaphore equals only
- * itself; Dup gives a new semaphore with the default count. Delete posts once first, which frees one waiter; a thread
- * that is still in Wait when the memory goes is the caller's mistake.
+ * Object-level: Create takes a Tq4_semaphore_CreateParams or null; Reset brings the initial count back; Copy does
+ * nothing; a semaphore equals only itself; Dup gives a new semaphore with the same initial count. Delete posts once
+ * first, which frees one waiter; a thread that is still in Wait when the memory goes is the caller's mistake.
  *
  * Threads: every operation may be called from any thread.
  */

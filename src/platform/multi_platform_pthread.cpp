@@ -103,6 +103,12 @@ int MP_THREAD_Semaphore_trywait(MP_THREAD_Semaphore *semaphore) {
     return wait_through_signals([=] { return sem_trywait(semaphore); });
 }
 
+int MP_THREAD_Semaphore_count(MP_THREAD_Semaphore *semaphore) {
+    int count = 0;
+    sem_getvalue(semaphore, &count);
+    return count;
+}
+
 int MP_THREAD_event_init(MP_THREAD_event *event, MP_THREAD_mutex *mutex) {
     if (!MP_THREAD_mutex_init(mutex, 0, nullptr)) return 0;
     if (pthread_cond_init(event, nullptr) == 0) return 1;

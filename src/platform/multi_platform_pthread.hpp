@@ -67,6 +67,8 @@ int MP_THREAD_Semaphore_post(MP_THREAD_Semaphore *semaphore, long count);
 int MP_THREAD_Semaphore_wait(MP_THREAD_Semaphore *semaphore, unsigned long ms);
 // Takes one if there is one. 0, or -1 with the system error EAGAIN.
 int MP_THREAD_Semaphore_trywait(MP_THREAD_Semaphore *semaphore);
+// The count at the moment of the call.
+int MP_THREAD_Semaphore_count(MP_THREAD_Semaphore *semaphore);
 
 // --- Events: a condition and its mutex. They do not latch: a signal that nobody waits for is lost ---
 

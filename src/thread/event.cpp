@@ -16,31 +16,33 @@
 struct Tq4_event_obj : Tq4_identity {
     MP_THREAD_event m_cond;
     MP_THREAD_mutex m_mutex;
-    bool m_isSet = false;    // under m_mutex
-    bool m_isManuSet = true; // constant once others know the event
-    unsigned m_waiters = 0;  // threads in AwaitFlag; under m_mutex
+    bool m_isSet;     // under m_mutex
+    bool m_isManuSet; // constant once others know the event, like m_initial
+    bool m_initial;   // m_isSet of a new event
 
     explicit Tq4_event_obj(const Tq4_event_CreateParams *given) {
+        constexpr Tq4_event_CreateParams defaults{.bManualReset = 1, .bInitialState = 0};
+        if (!given) given = &defaults;
         MP_THREAD_event_init(&m_cond, &m_mutex);
-        if (!given) return;
         m_isManuSet = given->bManualReset;
-        m_isSet = given->bInitialState;
+        m_isSet = m_initial = given->bInitialState;
     }
     ~Tq4_event_obj() { MP_THREAD_event_destroy(&m_cond, &m_mutex); }
-    void Duplicate(const Tq4_event_obj &source) { m_isManuSet = source.m_isManuSet; }
+    void Duplicate(const Tq4_event_obj &source) {
+        m_isManuSet = source.m_isManuSet;
+        m_isSet = m_initial = source.m_initial;
+    }
+    void Reset() { m_initial ? Set() : Clear(); }
 
     void Set();
-    void Reset();
+    void Clear();
     int Wait(unsigned long milliseconds);
     void *GetHandle() { return &m_cond; }
 
 private:
     void AwaitFlag(unsigned long milliseconds);
     void AwaitFlagUntilTimeout(unsigned long milliseconds);
-    void Wake() {
-        if (m_waiters == 0) return;
-        m_isManuSet ? MP_THREAD_event_signal_all(&m_cond) : MP_THREAD_event_signal(&m_cond);
-    }
+    void Wake() { m_isManuSet ? MP_THREAD_event_signal_all(&m_cond) : MP_THREAD_event_signal(&m_cond); }
     static void KilledInWait(void *event);
 };
 
@@ -52,7 +54,7 @@ void Tq4_event_obj::Set() {
     MP_THREAD_mutex_unlock(&m_mutex);
 }
 
-void Tq4_event_obj::Reset() {
+void Tq4_event_obj::Clear() {
     Tq4_cancel_deferred deferred;
     MP_THREAD_mutex_lock(&m_mutex);
     m_isSet = false;
@@ -71,14 +73,12 @@ int Tq4_event_obj::Wait(unsigned long milliseconds) {
 }
 
 void Tq4_event_obj::AwaitFlag(unsigned long milliseconds) {
-    ++m_waiters;
     pthread_cleanup_push(KilledInWait, this);
     if (milliseconds == TQ4_ALL_ONES)
         while (!m_isSet) MP_THREAD_event_wait(&m_cond, TQ4_ALL_ONES, &m_mutex);
     else
         AwaitFlagUntilTimeout(milliseconds);
     pthread_cleanup_pop(0);
-    --m_waiters;
 }
 
 // The time gone is measured on the steady clock and rounded: the system's deadline is on the wall clock, which may be
@@ -95,14 +95,13 @@ void Tq4_event_obj::AwaitFlagUntilTimeout(unsigned long milliseconds) {
 void Tq4_event_obj::KilledInWait(void *event) {
     Tq4_forget_killed_frames();
     auto *killed = static_cast<Tq4_event_obj *>(event);
-    --killed->m_waiters;
     if (killed->m_isSet) killed->Wake();
     MP_THREAD_mutex_unlock(&killed->m_mutex);
 }
 
 const Tq4_event_ Tq4_event_itf = {
     .Set = Tq4_op<&Tq4_event_obj::Set>,
-    .Reset = Tq4_op<&Tq4_event_obj::Reset>,
+    .Reset = Tq4_op<&Tq4_event_obj::Clear>,
     .Wait = Tq4_op<&Tq4_event_obj::Wait>,
     .GetHandle = Tq4_op<&Tq4_event_obj::GetHandle>,
 };

@@ -104,6 +104,13 @@ TEST_F(Semaphore, PostsOnceWhateverTheNumber) {
     EXPECT_EQ(drain(), 100) << "the default";
     make(3);
     EXPECT_EQ(drain(), 3) << "the maximum is ignored";
+    for (int posts : {0, 5}) {
+        for (int i = 0; i < posts; ++i) post();
+        Tq4_semaphore_oitf->Reset(s.get());
+        EXPECT_EQ(drain(), 3);
+    }
+    s.reset(static_cast<Tq4_semaphore>(Tq4_semaphore_oitf->Dup(s.get())));
+    EXPECT_EQ(drain(), 3) << "as the source began";
     EXPECT_EQ(post(), 1);
     EXPECT_EQ(drain(), 1);
     for (unsigned long n : {1ul, 5ul, 1ul << 40}) {
