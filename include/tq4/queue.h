@@ -52,7 +52,8 @@ struct Tq4_queue_ {
     void (*QSort)(Tq4_queue q, Tq4_queue_obj_compare compare, void *param);
     /* The number of linked items. */
     unsigned long (*Count)(Tq4_queue q);
-    /* Deletes all items, from the head on, and resets the event. */
+    /* Takes all items out in one step, resets the event, and deletes them from the head on, outside the lock. What a
+     * deleter inserts stays. */
     void (*RemoveAll)(Tq4_queue q);
     /* Waits for the event: 1 when it was or became set, 0 on time-out or without an event. The event resets by itself.
      */

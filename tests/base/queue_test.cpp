@@ -375,16 +375,24 @@ TEST_F(Queue, OneItemMovedByManyThreadsStaysOneItem) {
     EXPECT_EQ(content().size(), 3u);
 }
 
-TEST_F(Queue, NullPayloadsAreSeenAndDeletersMayDeleteTheirNeighbours) {
+TEST_F(Queue, DeletersMayDeleteTheirNeighboursAndUseTheQueue) {
     use(1, 1);
-    (*q)->PutTail(q, new_item(0));
-    EXPECT_EQ((*q)->PeekObj(q, 0, all_ones), nullptr) << "does not wait: the item is there";
-    (*q)->RemoveAll(q);
     static Tq4_queue_item neighbour;
-    (*q)->PutTail(q, new_item(1, [](void *) { Tq4_queue_item_oitf->Delete(neighbour); }));
-    neighbour = (*q)->PutTail(q, new_item(2, count_destroyed));
+    static Tq4_queue used;
+    used = q;
+    const auto busy = [](void *) {
+        EXPECT_EQ((*used)->Count(used), 0u) << "all left in one step";
+        (*neighbour)->ToHead(neighbour);
+        Tq4_queue_item_oitf->Delete(neighbour);
+        (*used)->PutTail(used, new_item(0));
+    };
+    (*q)->PutTail(q, new_item(1, busy));
+    neighbour = put(2);
+    put(3);
     (*q)->RemoveAll(q);
-    EXPECT_EQ(destroyed, std::vector<long>{2});
+    EXPECT_EQ(destroyed, (std::vector<long>{2, 3}));
+    EXPECT_EQ((*q)->Count(q), 1u) << "what came meanwhile stays";
+    EXPECT_EQ((*q)->PeekObj(q, 0, all_ones), nullptr) << "the payload; does not wait: the item is there";
     (*q)->each(q, nullptr, nullptr);
 }
 

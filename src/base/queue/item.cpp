@@ -2,6 +2,8 @@
 //
 // An item reaches its queue's lock through q_ref. Whoever moves an item between queues serialises that itself; within
 // one queue, items and queue operations may be used from any thread when the queue is thread-safe.
+#include <utility>
+
 #include "base/queue/queue.hpp"
 #include "thread/lock.hpp"
 
@@ -17,24 +19,21 @@ template <class Change> auto in_queue(Tq4_queue_item_obj *item, Change change) {
     return change(*ref->qobj);
 }
 
-const Tq4_own<Tq4_lock> no_lock;
-
-// What guards the item's payload: the sort of its queue moves payloads between items.
-const Tq4_own<Tq4_lock> &lock_of(const Tq4_queue_item_obj *item) {
+// The queue's lock guards the payload too: the sort moves payloads between items.
+template <class Use> auto with_payload(const Tq4_queue_item_obj *item, Use use) {
     const Tq4_queue_ref *ref = item->queue();
-    return ref ? ref->m_lock : no_lock;
+    if (!ref) return use();
+    Tq4_guard guard(ref->m_lock);
+    return use();
 }
 
 } // namespace
 
-Tq4_queue_item_obj::~Tq4_queue_item_obj() { Reset(); }
-
 // Unlinked, and without a payload; a payload with a deleter is destroyed outside the lock.
 void Tq4_queue_item_obj::Reset() {
     if (queue()) Remove();
-    Tq4_queue_deleter deleter = m_del_pf;
-    void *payload = Attach(nullptr, nullptr);
-    if (deleter) deleter(payload);
+    void *payload = std::exchange(m_obj, nullptr);
+    if (Tq4_queue_deleter deleter = std::exchange(m_del_pf, nullptr)) deleter(payload);
 }
 
 Tq4_queue Tq4_queue_item_obj::Queue() {
@@ -60,16 +59,14 @@ void Tq4_queue_item_obj::ToTail() {
 }
 
 void *Tq4_queue_item_obj::Attach(void *payload, Tq4_queue_deleter deleter) {
-    Tq4_guard guard(lock_of(this));
-    void *previous = m_obj;
-    m_obj = payload;
-    m_del_pf = deleter;
-    return previous;
+    return with_payload(this, [=, this] {
+        m_del_pf = deleter;
+        return std::exchange(m_obj, payload);
+    });
 }
 
 void *Tq4_queue_item_obj::GetAttach() {
-    Tq4_guard guard(lock_of(this));
-    return m_obj;
+    return with_payload(this, [this] { return m_obj; });
 }
 
 Tq4_queue_item Tq4_queue_item_obj::Next() {

@@ -31,6 +31,16 @@ inline void Tq4_list_node_Remove(Tq4_list_node *node) {
     *node = {};
 }
 
+// Moves all nodes between two sentinels behind `after`, in their order; there is at least one.
+inline void Tq4_list_node_Splice(Tq4_list_node *after, Tq4_list_node *head, Tq4_list_node *tail) {
+    head->next->prev = after;
+    tail->prev->next = after->next;
+    after->next->prev = tail->prev;
+    after->next = head->next;
+    head->next = tail;
+    tail->prev = head;
+}
+
 // The outermost node reached from any node of the list: the head or tail sentinel.
 Tq4_list_node *Tq4_list_node_PeekHead(Tq4_list_node *from);
 Tq4_list_node *Tq4_list_node_PeekTail(Tq4_list_node *from);

@@ -42,7 +42,9 @@ Tq4_queue_obj::Tq4_queue_obj(const Tq4_queue_CreateParams *given) : base{this, {
     EventSync(given->event_sync_flag);
 }
 
-Tq4_queue_obj::~Tq4_queue_obj() { RemoveAll(); }
+Tq4_queue_obj::~Tq4_queue_obj() {
+    while (m_head.next != &m_tail) Tq4_queue_item_oitf->Delete(item_of(m_head.next)->handle());
+}
 
 void Tq4_queue_obj::ThreadSafe(int on) {
     if (!on)
@@ -64,21 +66,24 @@ unsigned long Tq4_queue_obj::Count() {
     return base.m_itemCount;
 }
 
-// Each item leaves the list under the lock and is destroyed outside of it, so that deleters may use the queue and its
-// other items.
+// All items leave in one step, for a queue of their own. They are destroyed outside of the lock, so that deleters may
+// use the queue and the other items.
 void Tq4_queue_obj::RemoveAll() {
-    while (Tq4_queue_item item = TakeHeadOrResetEvent()) Tq4_queue_item_oitf->Delete(item);
+    Tq4_own<Tq4_queue> leaving; // destroyed after the guard
+    Tq4_guard guard(base.m_lock);
+    if (base.m_event) (*base.m_event)->Reset(base.m_event.get());
+    if (base.m_itemCount == 0) return;
+    leaving = Tq4_make<Tq4_queue>(Tq4_queue_oitf);
+    MoveAll(*Tq4_record<Tq4_queue_obj>(leaving.get()));
 }
 
-Tq4_queue_item Tq4_queue_obj::TakeHeadOrResetEvent() {
-    Tq4_guard guard(base.m_lock);
-    if (m_head.next != &m_tail) {
-        Tq4_queue_item_obj *item = item_of(m_head.next);
-        Unlink(item);
-        return item->handle();
-    }
-    if (base.m_event) (*base.m_event)->Reset(base.m_event.get());
-    return nullptr;
+void Tq4_queue_obj::MoveAll(Tq4_queue_obj &to) {
+    for (Tq4_list_node *node = m_head.next; node != &m_tail; node = node->next)
+        item_of(node)->q_ref.store(&to.base, std::memory_order_relaxed);
+    Tq4_list_node_Splice(&to.m_head, &m_head, &m_tail);
+    to.base.m_itemCount = base.m_itemCount;
+    base.m_itemCount = 0;
+    m_seen = nullptr;
 }
 
 int Tq4_queue_obj::Wait(unsigned long wait) {
@@ -89,60 +94,75 @@ void Tq4_queue_obj::Set() {
     if (base.m_event) (*base.m_event)->Set(base.m_event.get());
 }
 
-// Within the queue a move is one step under the lock.
+// The usual cases, here and in Read, stand apart: a queue without a lock pays only for looking.
 void Tq4_queue_obj::Insert(Tq4_queue_item_obj *item, unsigned long index) {
+    if (!base.m_lock && !item->queue()) return Place(item, index);
+    MoveTo(item, index);
+}
+
+// Within the queue a move is one step under the lock.
+[[gnu::noinline]] void Tq4_queue_obj::MoveTo(Tq4_queue_item_obj *item, unsigned long index) {
     if (item->queue() && item->queue() != &base) item->Remove();
     Tq4_guard guard(base.m_lock);
     if (item->queue() == &base) Unlink(item);
+    Place(item, index);
+}
+
+void Tq4_queue_obj::Place(Tq4_queue_item_obj *item, unsigned long index) {
     Link(item, PeekNode(index));
     Set();
 }
 
+template <Tq4_queue_obj::Step step> Tq4_queue_obj::Found Tq4_queue_obj::Read(unsigned long index, unsigned long wait) {
+    if (wait && base.m_event) return Await<step>(index, wait);
+    return base.m_lock ? ReadUnderLock<step>(index) : (this->*step)(index);
+}
+
+template <Tq4_queue_obj::Step step>
+[[gnu::noinline]] Tq4_queue_obj::Found Tq4_queue_obj::ReadUnderLock(unsigned long index) {
+    Tq4_guard guard(base.m_lock);
+    return (this->*step)(index);
+}
+
 // A reader that the event let through takes it from all others: it passes it on while there are items. A kill between
 // the event and the next look would lose it, so it waits until the reader is done.
-template <class Take> auto Tq4_queue_obj::Waiting(unsigned long wait, Take take) {
-    const auto look = [&] {
-        Tq4_guard guard(base.m_lock);
-        return take();
-    };
-    auto taken = look();
-    if (taken || !wait || !base.m_event) return taken;
+template <Tq4_queue_obj::Step step>
+[[gnu::noinline]] Tq4_queue_obj::Found Tq4_queue_obj::Await(unsigned long index, unsigned long wait) {
+    Found found = Read<step>(index, 0);
+    if (found.item) return found;
     const Tq4_cancel_deferred deferred;
     const Patience patience(wait);
-    do {
-        if ((*base.m_event)->Wait(base.m_event.get(), patience.left()) < 1) return decltype(taken){};
+    while (!found.item && Wait(patience.left()) >= 1) {
         Tq4_guard guard(base.m_lock);
-        taken = take();
-        if (taken && base.m_itemCount) Set();
-    } while (!taken);
-    return taken;
+        found = (this->*step)(index);
+        if (found.item && base.m_itemCount) Set();
+    }
+    return found;
+}
+
+Tq4_queue_obj::Found Tq4_queue_obj::Look(unsigned long index) {
+    Tq4_queue_item_obj *item = PeekClamped(index);
+    return item ? Found{item->handle(), item->m_obj} : Found{};
+}
+
+Tq4_queue_obj::Found Tq4_queue_obj::Take(unsigned long index) {
+    Tq4_queue_item_obj *item = PeekClamped(index);
+    if (!item) return {};
+    Unlink(item);
+    if (base.m_itemCount) Set();
+    return {item->handle(), item->m_obj};
 }
 
 void *Tq4_queue_obj::PeekObj(unsigned long index, unsigned long wait) {
-    void *payload = nullptr; // null may be the payload of an item
-    Waiting(wait, [&] {
-        Tq4_queue_item_obj *item = PeekClamped(index);
-        if (item) payload = item->m_obj;
-        return item != nullptr;
-    });
-    return payload;
+    return Read<&Tq4_queue_obj::Look>(index, wait).payload;
 }
 
 Tq4_queue_item Tq4_queue_obj::At(unsigned long index, unsigned long wait) {
-    return Waiting(wait, [&]() -> Tq4_queue_item {
-        Tq4_queue_item_obj *item = PeekClamped(index);
-        return item ? item->handle() : nullptr;
-    });
+    return Read<&Tq4_queue_obj::Look>(index, wait).item;
 }
 
 Tq4_queue_item Tq4_queue_obj::RemoveAt(unsigned long index, unsigned long wait) {
-    return Waiting(wait, [&]() -> Tq4_queue_item {
-        Tq4_queue_item_obj *item = PeekClamped(index);
-        if (!item) return nullptr;
-        Unlink(item);
-        if (base.m_itemCount) Set();
-        return item->handle();
-    });
+    return Read<&Tq4_queue_obj::Take>(index, wait).item;
 }
 
 void Tq4_queue_obj::each(Tq4_queue_visitor visitor, void *param) {
@@ -173,9 +193,9 @@ void Tq4_queue_obj::Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_vis
     }
 }
 
-Tq4_list_node *Tq4_queue_obj::PeekNode(unsigned long index) {
+// The node at an index below the count.
+Tq4_list_node *Tq4_queue_obj::WalkTo(unsigned long index) {
     const uint64_t count = base.m_itemCount;
-    if (index >= count) return &m_tail;
     Tq4_list_node *from = &m_head;
     uint64_t steps = index + 1;
     int direction = +1;

@@ -33,7 +33,10 @@ struct Tq4_queue_item_obj {
     void *m_obj = nullptr; // payload; owned when there is a deleter
     Tq4_queue_deleter m_del_pf = nullptr;
 
-    ~Tq4_queue_item_obj();
+    ~Tq4_queue_item_obj() {
+        if (queue()) Remove();
+        if (m_del_pf) m_del_pf(m_obj);
+    }
     void Reset();
     void Copy(const Tq4_queue_item_obj *) {} // an item's place and payload are its own
     bool Equal(const Tq4_queue_item_obj &other) const { return this == &other; }
@@ -86,14 +89,28 @@ struct Tq4_queue_obj {
     void Range(unsigned long index, int n, Tq4_queue_visitor visitor, void *param);
     void SetOnSwap(Tq4_queue_on_swap function) { on_swap = function; }
 
-    Tq4_queue_item TakeHeadOrResetEvent();
-
     // The rest is called under the lock.
     static Tq4_queue_item_obj *item_of(Tq4_list_node *node) { return reinterpret_cast<Tq4_queue_item_obj *>(node); }
-    Tq4_list_node *PeekNode(unsigned long index);         // the tail sentinel past the end
+    Tq4_list_node *PeekNode(unsigned long index) { return index < base.m_itemCount ? WalkTo(index) : &m_tail; }
     Tq4_queue_item_obj *PeekClamped(unsigned long index); // the last item past the end; null when empty
+    Tq4_list_node *WalkTo(unsigned long index);
     void Link(Tq4_queue_item_obj *item, Tq4_list_node *before);
     void Unlink(Tq4_queue_item_obj *item);
+    void MoveAll(Tq4_queue_obj &to); // an empty one
     void Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_visitor visitor, void *param);
-    template <class Take> auto Waiting(unsigned long wait, Take take);
+    void Place(Tq4_queue_item_obj *item, unsigned long index);
+    struct Found {
+        Tq4_queue_item item; // null for none
+        void *payload;
+    };
+    Found Look(unsigned long index);
+    Found Take(unsigned long index);
+
+private:
+    void MoveTo(Tq4_queue_item_obj *item, unsigned long index);
+    // The readers, of which each is a step: what it does once it has the lock.
+    using Step = Found (Tq4_queue_obj::*)(unsigned long index);
+    template <Step step> Found Read(unsigned long index, unsigned long wait);
+    template <Step step> Found ReadUnderLock(unsigned long index);
+    template <Step step> Found Await(unsigned long index, unsigned long wait);
 };
