@@ -36,9 +36,10 @@ typedef struct Tq4_file_api_ {
     /* Lines in a regular file: its line feeds, and one more when the last line has none. -1 when it cannot be read. */
     long (*LineCount)(const char *path);
 
-    /* Makes `to` a copy of the regular file `from`, with its permission bits; an existing regular file is replaced.
-     * The copy is made beside it and renamed over it, so `to` is always either whole or as it was. 1; 0 on failure and
-     * when something else than a regular file (a link, a directory, a device) stands at `to`. */
+    /* Makes `to` a copy of the regular file `from`, with its permission bits but without those that set the user or the
+     * group of who runs it; an existing regular file is replaced. The copy is made beside it and renamed over it, so
+     * `to` is always either whole or as it was. 1; 0 on failure and when something else than a regular file (a link, a
+     * directory, a device) stands at `to`. */
     int (*Copy)(const char *from, const char *to);
     /* Renames a file or a directory, replacing a file that stands at `to`. A regular file whose new place is on
      * another file system is copied, then deleted. 1/0. */

@@ -92,9 +92,11 @@ long LineCount(const char *path) {
 // A name beside the path for a file in the making.
 std::string beside(const char *path) { return std::string(path) + ".XXXXXX"; }
 
+constexpr mode_t Permission_bits = 0777; // a copy that runs as its owner would be another owner's
+
 bool copy_content(int from, int to, mode_t mode) {
     return each_block(from, [to](const char *bytes, long n) { return write_all(to, bytes, n); }) &&
-           MP_FileSetMode(to, mode);
+           MP_FileSetMode(to, mode & Permission_bits);
 }
 
 int Copy(const char *from, const char *to) {

@@ -80,11 +80,11 @@ TEST_F(File_api, CountsLinesAlsoAnUnendedLastOne) {
 
 TEST_F(File_api, CopiesContentAndModeOverAnExistingFile) {
     const std::string bytes = std::string(100000, 'a') + std::string(100000, '\0') + "end";
-    chmod(make("from", bytes).c_str(), 0751);
+    chmod(make("from", bytes).c_str(), 06751);
     make("to", "old");
     EXPECT_EQ(copy("from", "to"), 1);
     EXPECT_EQ(content("to"), bytes);
-    EXPECT_EQ(mode_of("to"), 0751u);
+    EXPECT_EQ(mode_of("to"), 0751u) << "a copy does not run as its owner";
     EXPECT_EQ(copy("from", "from"), 1);
     EXPECT_EQ(content("from"), bytes) << "a copy onto itself loses nothing";
     EXPECT_EQ(names(), (Names{"from", "to"}));
