@@ -17,26 +17,12 @@
 
 #include <tq4/tq4.h>
 
+#include "object.hpp"
+
 namespace {
 
 constexpr int File_size = 4 << 20;
 constexpr std::size_t Piece_size = 65536;
-
-// An object of a module, deleted with its scope.
-template <class Handle> class Object {
-public:
-    explicit Object(const Tq4_object_itf *module, const void *param = nullptr)
-        : m_module(module), m_handle(static_cast<Handle>(module->Create(param))) {}
-    ~Object() { m_module->Delete(m_handle); }
-    Object(const Object &) = delete;
-    Object &operator=(const Object &) = delete;
-    operator Handle() const { return m_handle; }
-    auto operator->() const { return *m_handle; }
-
-private:
-    const Tq4_object_itf *m_module;
-    Handle m_handle;
-};
 
 double seconds_since(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
