@@ -248,7 +248,10 @@ int json_parser_string(json_parser *parser, const char *text, size_t length, siz
     return error;
 }
 
-int json_parser_char(json_parser *parser, unsigned char byte) { return step(parser, static_cast<char>(byte)); }
+int json_parser_char(json_parser *parser, unsigned char byte) {
+    const char text = static_cast<char>(byte);
+    return json_parser_string(parser, &text, 1, nullptr);
+}
 
 int json_parser_done(json_parser *parser) {
     if (in_number(parser->state))

@@ -213,11 +213,9 @@ constexpr void add_numbers(Table &table) {
 }
 
 constexpr void add_strings_and_comments(Table &table) {
-    // Strings.
-    anything(table, STATE_ST, STATE_ST);
+    // Strings; their plain bytes are taken in runs and do not come here, what does is no byte of a string.
     on(table, {STATE_ST}, {C_QUOTE}, STATE_SE);
     on(table, {STATE_ST}, {C_BACKS}, STATE_ES);
-    on(table, {STATE_ST}, {C_ERROR, C_LFEED}, STATE_XX);
     on(table, {STATE_ES}, {C_QUOTE, C_BACKS, C_SLASH, C_LOW_B, C_LOW_F, C_LOW_N, C_LOW_R, C_LOW_T}, STATE_EX);
     on(table, {STATE_ES, STATE_D2}, {C_LOW_U}, STATE_U1);
     on(table, {STATE_D1}, {C_BACKS}, STATE_D2);
