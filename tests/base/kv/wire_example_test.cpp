@@ -2,16 +2,19 @@
 #include "base/kv/kv_fixture.hpp"
 
 #include <fstream>
-#include <regex>
+#include <sstream>
 
 namespace {
 
 TEST(WireFormats, TheWorkedExampleIsWhatIsWritten) {
     std::ifstream page(TQ4_WIRE_FORMATS);
-    Bytes hex, line;
-    const std::regex bytes("^    ((?:[0-9a-f]{2} {1,2})+) +\\S.*");
-    for (std::smatch match; std::getline(page, line);)
-        if (std::regex_match(line, match, bytes)) hex += match[1];
+    Bytes hex, line, word;
+    while (std::getline(page, line)) {
+        std::istringstream words(line.starts_with("    ") ? line : "");
+        // Two hexadecimal digits a word, up to the words that explain them.
+        while (words >> word && word.size() == 2 && word.find_first_not_of("0123456789abcdef") == word.npos)
+            hex += word;
+    }
     Value v = new_value();
     (*(*v)->InsertS(v.get(), "id"))->SetInt((*v)->InsertS(v.get(), "id"), 7);
     (*v)->SetSS(v.get(), "name", "Ada");
