@@ -129,6 +129,7 @@ const Table tables[] = {
     TQ4_SLOTS(Tq4_socket_api_, Tq4_sock_api, Init, Error, SetError, OpenUdp, OpenTcp, Connect, OpenUdp2, OpenTcp2,
               Connect2, Listen, Accept, Close, Wait, Write, Send, Read, RecvFrom, Reuse, BroadCast, NoDelay, AllError,
               Block, GetRoutingInf, GetLocalAddr, GetRemoteAddr),
+    TQ4_SLOTS(Tq4_app_, Tq4_app, SetInfo, AddCmd, Run, Register, Find, ArgK, ArgV),
 };
 
 TEST(Slots, StandInTheirRecordedOrder) {

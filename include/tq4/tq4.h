@@ -3,6 +3,7 @@
 #define TQ4_TQ4_H
 
 #include "tq4/api.h"
+#include "tq4/app.h"
 #include "tq4/byte_order.h"
 #include "tq4/cxx_support.h"
 #include "tq4/debug.h"

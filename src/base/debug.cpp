@@ -3,10 +3,13 @@
 // One global record of two sinks that a host may exchange, and what it wants kept beside them. It is set at start-up
 // by one thread and then only read, so there is no lock. The built-in sinks keep nothing between calls: each formats
 // into a string of its own, with the string's engine, so that a format means the same to every sink.
-#include "tq4/debug.h"
+#include "base/debug.hpp"
 #include "own.hpp"
 #include "platform/multi_platform_system.hpp"
+#include "tq4/debug.h"
 #include "tq4/string.h"
+
+void (*Tq4_debug_write_failed)() = nullptr;
 
 namespace {
 
@@ -41,7 +44,10 @@ void print_built_in(int, const char *format, va_list args) {
     const char *bytes = (*text)->c_str(text.get());
     for (long left = (*text)->length(text.get()), written; left > 0; left -= written, bytes += written) {
         written = MP_Write(standard_output, bytes, static_cast<std::size_t>(left));
-        if (written < 1) break;
+        if (written < 1) {
+            if (void (*tell)() = Tq4_debug_write_failed) tell();
+            break;
+        }
     }
 }
 

@@ -4,11 +4,13 @@
 // same moment counts as success: what matters is that it is there afterwards.
 #include "platform/multi_platform_fs.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -175,6 +177,15 @@ int MP_FileRename(const char *from, const char *to) { return from && to && renam
 int MP_FileDelete(const char *path) { return path && unlink(path) == 0; }
 
 int MP_DirMake(const char *path, mode_t mode) { return path && make_directory(path, mode); }
+
+int MP_LockDirectoryOf(const char *path) {
+    const std::string_view whole = path ? path : "";
+    const std::string directory(whole.substr(0, std::min(whole.rfind('/'), whole.size())));
+    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0 || restarted([=] { return flock(descriptor, LOCK_EX); }) == 0) return descriptor;
+    close(descriptor);
+    return -1;
+}
 
 int MP_DirRemove(const char *path) { return path && rmdir(path) == 0; }
 

@@ -75,6 +75,9 @@ int MP_FileDelete(const char *path);
 
 // Makes one directory. 1 when it is there afterwards, else 0.
 int MP_DirMake(const char *path, mode_t mode);
+// Opens the directory that holds path and waits until this process alone has it locked; closing the descriptor, which
+// the caller owns, gives it free. -1 when there is no such directory or it may not be read.
+int MP_LockDirectoryOf(const char *path);
 // Removes an empty directory. 1/0.
 int MP_DirRemove(const char *path);
 // The names in a directory, without "." and "..", in no order. 1, or 0 when it cannot be read to its end.

@@ -1,0 +1,111 @@
+/* app.h: the console application: the main of a service program.
+ *
+ * A service gives a start and a stop function to Run, and is then a program that runs in three ways:
+ *
+ *     static int start(int argc, char **argv) { ... return 1; }      // 0 refuses
+ *     static void stop(void) { ... }
+ *
+ *     int main(int argc, char **argv) {
+ *         Tq4_app->SetInfo("1.0", __DATE__, "somebody");
+ *         Tq4_app->AddCmd("status", "s", show_status, "what the service does");
+ *         return Tq4_app->Run(argc, argv, start, stop);
+ *     }
+ *
+ * - standalone (the default): the service and a command line in one process;
+ * - as a daemon ("--service=start"): the service in the background, which listens for shells on a local socket;
+ * - as a shell, whenever a daemon of this program runs already: a command line whose commands for the service go there.
+ *
+ * There is one application in a process. Its name is the executable's, and so is its place: the control socket is
+ * "tq4_run_var/NAME/__1pipe__" in the executable's directory (at most 107 bytes with it), usable by the owner and the
+ * group. docs/writing-a-service.md tells it at length.
+ *
+ * The first call into the frame prepares the process: it seeds the random generator and makes the application log
+ * ("Tq4_app", level 100), to which all lines of the debug interface's log go from then on. Console output goes through
+ * the debug interface's Printf, to descriptor 1.
+ *
+ * Threads: SetInfo, AddCmd and Run belong to the main thread; the other operations may be called from any.
+ */
+#ifndef TQ4_APP_H
+#define TQ4_APP_H
+
+#include "tq4/api.h"
+
+TQ4_BEGIN_DECLS
+
+/* How the program runs. */
+typedef enum Tq4_app_run_type {
+    Tq4_app_run_type_cmdonly = 0,    /* a shell attached to a daemon */
+    Tq4_app_run_type_standalone = 1, /* service and command line in one process: the default */
+    Tq4_app_run_type_daemon = 2      /* in the background */
+} Tq4_app_run_type;
+
+/* Runs a console command. rest is what follows the command's name on the line, without leading blanks, "" for nothing;
+ * borrowed for the call. Runs on the main thread. What it prints through the debug interface or the C library's
+ * standard output reaches whoever typed the command, before the next prompt. */
+typedef void (*Tq4_app_cmd_handle)(const char *rest);
+/* Starts the service, with the arguments of Run. 0 refuses; anything else lets it run. Threads that the service needs
+ * are made here and not before Run: a daemon is a new process. */
+typedef int (*Tq4_app_start)(int argc, char **argv);
+/* Stops the service; also called when the start function refused. */
+typedef void (*Tq4_app_stop)(void);
+/* Deletes a registered object. */
+typedef void (*Tq4_app_delete)(void *object);
+
+typedef struct Tq4_app_ {
+    /* The texts that the version option and command print (copied; null: empty). */
+    void (*SetInfo)(const char *version, const char *build_time, const char *author);
+    /* Adds a console command, known by its name and by its shortcut (null or "": none; shortcuts are looked up before
+     * names). The texts are copied. It runs in the process where it is typed, in a shell too, and reading goes on after
+     * it. A command of the same name takes the place of the earlier one; a null or empty name or a null handler is
+     * ignored. */
+    void (*AddCmd)(const char *name, const char *shortcut, Tq4_app_cmd_handle handler, const char *comment);
+    /* Runs the application and returns when it ends. The arguments are main's, borrowed until the process ends; those
+     * that the frame does not know are the program's (ArgK and ArgV). A null start always succeeds, a null stop does
+     * nothing. With "--service=start" it returns in the daemon only; the process that was called ends with code 0.
+     *
+     *     --help, -h                          lists the options
+     *     --version, -v                       prints the texts of SetInfo
+     *     --charset=utf8, -utf8               console output in UTF-8
+     *     --charset=gb18030, -gb              console output in GB18030
+     *     --service=start, -start             runs as a daemon
+     *     --service=stop, -stop               stops the daemon and shows what it answers
+     *
+     * Signals: from before the start function until after the stop function SIGTERM and SIGINT stop the service in
+     * order, SIGHUP lets the application log look for its file (CheckFile of tq4/log.h), and a broken pipe is an error
+     * like others; afterwards what the program had installed is back. A shell that gets SIGTERM or SIGINT leaves.
+     * Standalone, with standard input closed or at its end from the start (and not a terminal), the service runs until
+     * a signal stops it.
+     *
+     * When NOTIFY_SOCKET is set in the environment, the supervisor there is told "READY=1" after the start function
+     * and "STOPPING=1" before the stop function.
+     *
+     * Returns 1, also for the options that only print and for a standalone start that refuses; -1 or -2 when the
+     * daemon's control socket cannot be made or listened on, -3 when its start function refused, -100 when a shell or
+     * "--service=stop" does not reach the daemon. */
+    int (*Run)(int argc, char **argv, Tq4_app_start start, Tq4_app_stop stop);
+    /* Keeps an object for the whole process. At its normal end all are deleted, the last one first, each by its delete
+     * function (null: it is only forgotten). The name (copied) finds the object; a name given again finds the newer
+     * one. Null name: it is kept and not found. A null object is ignored. */
+    void (*Register)(const char *name, void *object, Tq4_app_delete delete_object);
+    /* The object registered under the name; null when there is none. Borrowed. */
+    void *(*Find)(const char *name);
+    /* Walk the arguments of Run: an argument that starts with '-' and goes on is the name of an option, every other one
+     * is a value. *cursor starts at 0.
+     *
+     *     int at = 0;
+     *     const char *name, *value;
+     *     while (Tq4_app->ArgK(&at, &name))
+     *         while (Tq4_app->ArgV(&at, &value)) ...
+     *
+     * ArgK goes on to the next name, over values, stores it and returns 1; 0 when there is none. ArgV stores the next
+     * argument when that is a value and returns 1; 0 when it is a name or the end, and then the cursor stays. Both give
+     * 0 when a pointer is null and before Run. */
+    int (*ArgK)(int *cursor, const char **name);
+    int (*ArgV)(int *cursor, const char **value);
+} Tq4_app_;
+
+extern TQ4_API const Tq4_app_ *const Tq4_app;
+
+TQ4_END_DECLS
+
+#endif

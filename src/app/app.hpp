@@ -1,0 +1,110 @@
+// app.hpp: the application's record.
+//
+// Threads: the main thread alone, except where a group of fields says otherwise.
+#pragma once
+
+#include <atomic>
+#include <cstdio>
+#include <deque>
+#include <mutex>
+#include <string>
+
+#include "app/command_loop.hpp"
+#include "own.hpp"
+#include "tq4/app.h"
+#include "tq4/log.h"
+#include "tq4/queue.h"
+#include "tq4/stream.h"
+#include "tq4/strmap.h"
+#include "tq4/value_table.h"
+
+// A command-line option.
+struct Tq4_app_arg {
+    const char *m_arg_name;
+    const char *m_arg_shortcut;
+    const char *m_comment;
+    // False: the run ends with *result.
+    bool (*m_arg_handle)(int *result);
+};
+
+struct Tq4_app_obj {
+    using Text = Tq4_hooked<Tq4_string>;
+    using Table = Tq4_hooked<Tq4_value_table>;
+
+    Text m_pathbuffer, m_namebuffer, m_version, m_build_time, m_author;
+    const char *m_name;                // the executable's; borrowed from m_namebuffer
+    const char *m_path;                // its directory; borrowed from m_pathbuffer
+    int m_argc = 0;                    // of Run
+    char **m_argv = nullptr;           // borrowed
+    Table m_arg_cmds;                  // options by name: Tq4_app_arg
+    Tq4_own<Tq4_strmap> m_arg_shotcut; // by shortcut
+    Table m_cmds;                      // commands by name: Tq4_app_cmd
+    Tq4_own<Tq4_strmap> m_cmd_shotcut; // by shortcut
+    Tq4_app_run_type m_run_type = Tq4_app_run_type_standalone;
+    Text m_pipe;                                     // path of the control socket
+    long m_start_sec = 0, m_start_usec = 0;          // when the frame was first used
+    Tq4_own<Tq4_log> m_log;                          // for all threads
+    Tq4_own<Tq4_queue> m_global_obj;                 // registered objects, the last one first; under m_registry
+    Tq4_own<Tq4_strmap> m_obj_map;                   // the same by name; under m_registry
+    std::atomic<int> m_charset = 0;                  // of the console: 0 UTF-8, 1 GB18030; any thread reads
+    int m_listen_sock = -1;                          // owned
+    Tq4_own<Tq4_stream> m_stream;                    // the console's input
+    void *readline_dll = nullptr;                    // stays loaded: readline keeps state of its own
+    char *(*readline)(const char *prompt) = nullptr; // null: the built-in reader
+    void (*add_history)(const char *line);
+
+    std::deque<Tq4_app_cmd> m_cmd_records; // what m_cmds and m_cmd_shotcut lead to
+    std::mutex m_registry;
+    Tq4_app_stop m_stop = nullptr; // of Run
+    bool m_ending = false;         // a signal, or the end of the daemon, ends what is being done
+    unsigned long m_lines = 0;     // read in this conversation
+
+    // The one there is, made when it is first used.
+    static Tq4_app_obj &The();
+
+    Tq4_app_obj();
+    ~Tq4_app_obj();
+    Tq4_app_obj(const Tq4_app_obj &) = delete;
+    Tq4_app_obj &operator=(const Tq4_app_obj &) = delete;
+
+    void SetInfo(const char *version, const char *build_time, const char *author);
+    void AddCmd(const char *name, const char *shortcut, Tq4_app_cmd_handle handler, const char *comment, bool local,
+                bool exits);
+    void Register(const char *name, void *object, Tq4_app_delete delete_object);
+    void *Find(const char *name);
+    const Tq4_app_cmd *FindCmd(const char *word) const;
+    void SetCharset(int gb18030);
+    void PrintOptions() const;
+    void PrintCommands() const;
+    void PrintVersion() const;
+    // The next option's name, or value, at or after *cursor.
+    bool ArgK(int *cursor, const char **name) const;
+    bool ArgV(int *cursor, const char **value) const;
+
+    // run.cpp: the ways to run.
+    int Run(int argc, char **argv, Tq4_app_start start, Tq4_app_stop stop);
+    int RunStandalone(Tq4_app_start start);
+    int RunDaemon(Tq4_app_start start);
+    int RunShell(int connection);
+    int RunStopOption();
+
+private:
+    bool ParseOptions(int *result);
+    bool Start(Tq4_app_start start);
+    void Stop();
+    bool Await(int descriptor, long ms);
+    void Announce(const char *format) const;
+    void Greet(const char *format) const;
+    int OpenControl();
+    void CloseControl();
+    void ServeShells();
+    Tq4_app_farewell ServeShell(int connection);
+
+    // console.cpp: what is typed.
+    Tq4_app_farewell Converse(int connection);
+    Tq4_app_line ReadLine(std::string *line, bool edit);
+    Tq4_app_line ReadPlain(std::string *line);
+    Tq4_app_line ReadEdited(std::string *line);
+    bool LoadReadline();
+    static int ReadlineCharacter(std::FILE *);
+};

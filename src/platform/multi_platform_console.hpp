@@ -1,0 +1,65 @@
+// multi_platform_console: what a console program and a daemon need of the system: the standard descriptors, the way
+// into the background, signals that can be waited for, and the supervisor.
+//
+// Results are 1/0 unless a function says otherwise.
+#pragma once
+
+#include <cstddef>
+#include <sys/types.h>
+
+// --- Descriptors 0 to 2 ---
+
+// Opens those that are closed on the null device, so that no file or socket gets their numbers.
+void MP_OpenStandardDescriptors();
+// Puts all three on the null device: 0 for reading, 1 and 2 for reading and writing. They are open at any moment.
+void MP_DetachStandardDescriptors();
+// Puts all three on the descriptor, which stays open.
+void MP_AttachStandardDescriptors(int descriptor);
+// Hands what the C library holds for standard output to the system. 0 when that refuses some, which is dropped.
+int MP_FlushStandardOutput();
+// Writes all bytes. 0 when the system refuses some.
+int MP_WriteAll(int descriptor, const void *bytes, std::size_t size);
+// 1 when the descriptor is a terminal.
+int MP_IsTerminal(int descriptor);
+
+// --- The background ---
+
+// Sets the mask of permission bits that new files do not get; returns the mask before.
+mode_t MP_SetFileMask(mode_t mask);
+// Goes on as a child of a child: without a terminal, in a session of its own that it does not lead. The processes left
+// behind end without running what is registered for their exit, with code 0, the first one with the exit code of a
+// caller that got no second process. 0 when the system gives no process: then the caller is the last of them there is.
+int MP_EnterBackground();
+
+// --- A connection whose peer may not read ---
+
+// From now on a write to the socket fails after it has waited so long for the peer to read.
+int MP_SOCK_SendTimeout(int socket, long ms);
+// Ends a connection: reading meets the end (how 0), the peer does (1), both (2). The descriptor stays open.
+void MP_SOCK_Shutdown(int socket, int how);
+
+// --- Events: signals, and what threads tell the main thread ---
+
+enum MP_Event : unsigned {
+    MP_Event_none = 0,
+    MP_Event_stop = 1,   // SIGTERM or SIGINT
+    MP_Event_reopen = 2, // SIGHUP
+    MP_Event_ended = 4   // raised by the program alone
+};
+
+// Lets SIGTERM, SIGINT and SIGHUP raise events instead of ending the process, and SIGPIPE do nothing. What was
+// installed before is kept for MP_Events_Close. Programs that the process starts are not affected.
+int MP_Events_Open();
+// Installs again what was there before; events not yet taken are forgotten.
+void MP_Events_Close();
+// Raises an event. From any thread, or a signal handler.
+void MP_Events_Raise(MP_Event event);
+// Waits until an event is raised or the descriptor (-1: none) can be read without waiting, is at its end or failed, at
+// most ms milliseconds (negative: without limit). Takes the events and returns them, joined. *readable tells about the
+// descriptor, also when there are events (null: not asked).
+unsigned MP_Events_Wait(int descriptor, long ms, bool *readable);
+
+// --- The supervisor ---
+
+// Sends one datagram to a local socket: a path, or a name in the abstract space when it starts with '@'. Never waits.
+int MP_SendToSupervisor(const char *socket, const char *text);

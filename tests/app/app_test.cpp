@@ -1,0 +1,349 @@
+// The console from outside: a service, its daemon and its shells as real processes, on pipes, terminals and raw
+// sockets.
+//
+// Each test has a directory of its own with a copy of the program in it, since the control socket lies beside that. The
+// tests adopt daemons, so that each is waited for and none is left behind; what a sanitizer finds in one lies in a
+// file.
+#include <csignal>
+#include <cstddef>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include "app/process.hpp"
+#include "support/temp_dir.hpp"
+#include "tq4/string.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string prompt = "svc> ";
+const std::string unknown = "不识别的命令，请输入h(help) 获取帮助\n";
+const std::string welcome = "欢迎使用svc服务，请输入命令来控制服务器，输入help(h)获得命令帮助\n";
+const std::string goodbye = "服务程序 svc 准备退出....\n服务程序 svc 安全退出完成。\n";
+const std::string started = "\n\n请输入指令，如需帮助，请输入h(help)\n";
+
+std::string content(const fs::path &path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+std::string gb18030(const char *utf8) {
+    const auto s = static_cast<Tq4_string>(Tq4_string_oitf->Create(nullptr));
+    (*s)->utf8_2_gb18030(s, utf8, TQ4_ALL_ONES);
+    std::string text((*s)->c_str(s));
+    Tq4_string_oitf->Delete(s);
+    return text;
+}
+
+struct Console : testing::Test {
+    Temp_dir dir;
+    const std::string program = dir / "svc", trace = dir / "trace", socket_path = dir / "tq4_run_var/svc/__1pipe__";
+    pid_t daemon = -1;
+
+    Console() {
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+        fs::copy_file(TQ4_TEST_SERVICE, program);
+    }
+    ~Console() override {
+        if (daemon > 0) kill(daemon, SIGKILL), wait_for(daemon);
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left behind";
+        for (const auto &file : fs::directory_iterator(dir.path()))
+            if (file.path().filename().string().starts_with("san.")) ADD_FAILURE() << content(file.path());
+    }
+    Process run(const std::vector<std::string> &arguments, Process::Console console = Process::Pipes,
+                const std::vector<std::string> &settings = {}) {
+        std::vector<std::string> command{program}, environment{"TRACE=" + trace};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        environment.insert(environment.end(), settings.begin(), settings.end());
+        for (const char *name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+            const char *options = std::getenv(name);
+            environment.push_back(std::string(name) + "=" + (options ? options : "") + ":log_path=" + (dir / "san"));
+        }
+        return Process(command, environment, console);
+    }
+    // Runs it to its end, and gives what it said and its exit code.
+    std::string say(const std::vector<std::string> &arguments, const std::string &typed = "") {
+        Process p = run(arguments);
+        p.send(typed);
+        p.end_input();
+        const std::string said = p.rest();
+        return said + "=" + std::to_string(p.wait());
+    }
+    void start_daemon() {
+        EXPECT_EQ(say({"-start"}), "=0");
+        Client client(socket_path);
+        client.expect(welcome + prompt);
+        client.send("pid\n");
+        daemon = std::stoi(client.expect("\n"));
+    }
+    int end_of_daemon() { return wait_for(std::exchange(daemon, -1)); }
+    // Some shell gets an answer of the daemon.
+    void expect_service() {
+        Client client(socket_path);
+        client.expect(welcome + prompt);
+        client.send("pid\n");
+        EXPECT_EQ(client.expect(prompt), std::to_string(daemon) + "\n" + prompt);
+    }
+};
+
+// What the service has said after the greeting.
+std::string conversation(const std::string &said) { return said.substr(said.find(started) + started.size()); }
+
+TEST_F(Console, OptionsThatPrintDoNotStartAnything) {
+    const std::string help = R"(        参数         [缩写] :  描述
+--charset=utf8       [-utf8   ] : console print in utf8 charset
+--charset=gb18030    [-gb     ] : console print in gb18030 charset
+--service=start      [-start  ] : 以后台服务模式启动程序
+--service=stop       [-stop   ] : 停止先前以后台服务方式运行的进程
+--help               [-h      ] : 显示帮助
+--version            [-v      ] : 显示版本
+)";
+    const std::string version = "svc    \n版本号:1.2\n编译时间：today\n作者:测试\n";
+    for (const char *option : {"-h", "--help"}) EXPECT_EQ(say({option}), help + "=1");
+    for (const char *option : {"-v", "--version"}) EXPECT_EQ(say({"-utf8", option}), version + "=1");
+    EXPECT_EQ(say({"-gb", "-v"}), gb18030(version.c_str()) + "=1");
+    for (const char *option : {"-stop", "--service=stop"}) EXPECT_EQ(say({option}), "svc 服务没有运行\n=1");
+    EXPECT_FALSE(fs::exists(trace));
+}
+
+TEST_F(Console, StandaloneIsServiceAndCommandLineInOne) {
+    const std::string said = say({"--charset=utf8"}, "q\n");
+    const std::string listed = R"(svc服务运行于独立模式（服务+命令行交互一体）
+        指令         [缩写] :  描述
+help                 [h    ] : 显示帮助
+version              [v    ] : 显示版本
+quit                 [q    ] : 退出交互，对于独立运行程序，意味着完整退出，对于后台服务，意味着服务还继续
+stop                 [     ] : 停止后台服务和前台交互
+utf8                 [utf  ] : console print in utf8 charset
+gb18030              [gb   ] : console print in gb18030 charset
+echo                 [e    ] : print the rest
+)";
+    EXPECT_EQ(said.substr(0, listed.size()), listed);
+    EXPECT_TRUE(said.ends_with("found                [     ] : look an object up\n\n" + started + prompt + "=1"))
+        << said;
+    EXPECT_EQ(content(trace), "start 2\nstop\ndelete second\ndelete first\n");
+}
+
+TEST_F(Console, LinesAreAWordAndTheRest) {
+    const struct {
+        std::string typed, answer;
+    } cases[] = {
+        {"e a  b \n", "a  b \n" + prompt},
+        {" \t e\t \tx\r\n", "x\n" + prompt},
+        {"e\n", "\n" + prompt},
+        {"\n \t\n\r\n", prompt + prompt + prompt},
+        {"echo x\n", "the shortcut\n" + prompt},
+        {"stdio x\ne y\n", "x" + prompt + "y\n" + prompt},
+        {"found second\nfound third\n", "second\n" + prompt + "nothing\n" + prompt},
+        {"nonsense\n", unknown + prompt},
+        {"E x\n", unknown + prompt},
+        {std::string("q\0\ne\0 x\n", 8), unknown + prompt + unknown + prompt},
+        {"e " + std::string(100000, 'y') + "\ne z\n", unknown + prompt + "z\n" + prompt},
+        {"gb\nv\nutf\ne 中\n",
+         prompt + gb18030("svc    \n版本号:1.2\n编译时间：today\n作者:测试\n") + prompt + prompt + "中\n" + prompt},
+        {"e half", "half\n" + prompt},
+        {"stop\ne x\n", ""},
+    };
+    for (const auto &each : cases)
+        EXPECT_EQ(conversation(say({}, each.typed)), prompt + each.answer + "=1") << each.typed;
+}
+
+TEST_F(Console, UnattendedItRunsUntilASignalAndTellsTheSupervisor) {
+    for (const bool abstract : {false, true}) {
+        std::string name = dir / (abstract ? "abstract" : "notify");
+        if (abstract) name[0] = '\0';
+        sockaddr_un address = local_address(name);
+        const int bound = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size() + !abstract);
+        ASSERT_EQ(bind(bound, reinterpret_cast<sockaddr *>(&address), size), 0);
+        const auto told = [&] {
+            char text[100];
+            return std::string(text, await_input(bound) ? static_cast<std::size_t>(recv(bound, text, 100, 0)) : 0);
+        };
+        if (abstract) name[0] = '@';
+        Process p = run({}, abstract ? Process::Pipes : Process::No_input, {"NOTIFY_SOCKET=" + name});
+        p.end_input();
+        EXPECT_EQ(told(), "READY=1");
+        p.expect(prompt);
+        kill(p.pid(), SIGHUP);
+        kill(p.pid(), abstract ? SIGTERM : SIGINT);
+        EXPECT_EQ(told(), "STOPPING=1");
+        EXPECT_EQ(p.wait(), 1);
+        close(bound);
+    }
+    EXPECT_EQ(content(trace).find("start 1\nstop\ndelete second\ndelete first\nstart"), 0u);
+}
+
+TEST_F(Console, ASignalEndsAnAttendedConversationInOrder) {
+    for (const auto console : {Process::Pipes, Process::Terminal}) {
+        Process p = run({}, console);
+        p.expect(prompt);
+        p.send("half a line");
+        kill(p.pid(), SIGTERM);
+        EXPECT_EQ(p.wait(), 1);
+    }
+    EXPECT_EQ(content(trace).find("start 1\nstop\n"), 0u);
+}
+
+TEST_F(Console, ShellsComeAndGoAndStopEndsBoth) {
+    start_daemon();
+    {
+        Process shell = run({}, Process::Terminal);
+        shell.expect("svc服务程序已经运行，现在进入命令交互模式\r\n"
+                     "svc服务运行于命令交互模式（实际服务在后台进程）\r\n");
+        shell.expect("欢迎使用svc服务");
+        shell.send("nonsense\n");
+        shell.expect("不识别的命令");
+        shell.send("pid\n"); // a program's command runs where it is typed
+        shell.expect(std::to_string(shell.pid()) + "\r\n");
+        shell.send("q\n");
+        EXPECT_EQ(shell.wait(), 1);
+    }
+    expect_service();
+    Process shell = run({"-start"}, Process::Terminal);
+    shell.expect("欢迎使用svc服务");
+    shell.send("stop\n");
+    shell.expect("服务程序 svc 准备退出....\r\n服务程序 svc 安全退出完成。\r\n");
+    EXPECT_EQ(shell.wait(), 1);
+    EXPECT_EQ(end_of_daemon(), 1);
+    EXPECT_FALSE(fs::exists(socket_path));
+    EXPECT_EQ(content(trace), "start 2\nstop\ndelete second\ndelete first\n");
+}
+
+TEST_F(Console, TheStopOptionShowsTheEndAndANewDaemonCanBeStarted) {
+    for (int round = 0; round < 3; ++round) {
+        start_daemon();
+        EXPECT_EQ(say({"-stop"}), welcome + prompt + goodbye + "=1");
+        EXPECT_FALSE(fs::exists(socket_path));
+        EXPECT_EQ(end_of_daemon(), 1);
+    }
+}
+
+TEST_F(Console, TheDaemonIsDetachedAndForOwnerAndGroupAlone) {
+    start_daemon();
+    expect_service(); // the shell that told the pid has gone
+    for (const char *path : {"tq4_run_var", "tq4_run_var/svc", "tq4_run_var/svc/__1pipe__"}) {
+        struct stat status;
+        ASSERT_EQ(stat((dir / path).c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0770u) << path;
+    }
+    EXPECT_NE(getsid(daemon), getsid(0));
+    EXPECT_NE(getsid(daemon), daemon);
+    Client silent(socket_path);
+    silent.expect(welcome + prompt);
+    kill(daemon, SIGHUP);
+    kill(daemon, SIGTERM); // also while a shell is attached
+    EXPECT_EQ(silent.rest(), goodbye);
+    EXPECT_EQ(end_of_daemon(), 1);
+    std::string log;
+    for (const auto &file : fs::recursive_directory_iterator(dir / "log_files"))
+        if (file.is_regular_file()) log += content(file.path());
+    for (const char *line : {"svc 运行于后台模式\n", "服务程序 svc 安全退出完成。\n"})
+        EXPECT_NE(log.find(line), std::string::npos) << log;
+}
+
+TEST_F(Console, ARefusedStartLeavesNothing) {
+    EXPECT_EQ(say({"--refuse"}), "=1");
+    EXPECT_EQ(say({"-start", "--refuse"}), "=0");
+    int status = 0;
+    ASSERT_GT(waitpid(-1, &status, 0), 0) << "the daemon was adopted";
+    EXPECT_EQ(static_cast<signed char>(WEXITSTATUS(status)), -3);
+    EXPECT_FALSE(fs::exists(socket_path));
+    const std::string once = "\nstop\ndelete second\ndelete first\n";
+    EXPECT_EQ(content(trace), "start 2" + once + "start 3" + once);
+}
+
+TEST_F(Console, ADeadDaemonIsToldFromALivingOne) {
+    start_daemon();
+    kill(daemon, SIGKILL);
+    EXPECT_EQ(end_of_daemon(), -SIGKILL);
+    EXPECT_EQ(say({"-stop"}), "连接svc服务程序失败，请检查服务程序是否正常运行\n=" + std::to_string(-100 & 255));
+    EXPECT_EQ(conversation(say({}, "q\n")), prompt + "=1") << "standalone";
+    start_daemon();
+    EXPECT_EQ(say({"-stop"}), welcome + prompt + goodbye + "=1");
+    EXPECT_EQ(end_of_daemon(), 1);
+}
+
+TEST_F(Console, AControlSocketThatCannotBeMadeIsTold) {
+    std::ofstream(dir / "tq4_run_var") << "in the way";
+    EXPECT_EQ(say({"-start"}), "创建管道" + socket_path + "失败\n=255");
+    fs::remove(dir / "tq4_run_var");
+    fs::create_directories(socket_path);
+    EXPECT_EQ(say({"-start"}), "创建管道" + socket_path + "失败\n=255");
+    EXPECT_TRUE(fs::is_directory(socket_path)) << "what is no socket stays";
+    EXPECT_FALSE(fs::exists(trace));
+}
+
+TEST_F(Console, ShellsThatMisbehaveDoNotDisturbTheNext) {
+    start_daemon();
+    const std::string noise = [] {
+        std::string bytes;
+        for (int i = 0; i < 10000; ++i) bytes += static_cast<char>(i * 7919 >> 3);
+        return bytes + "\n";
+    }();
+    const struct {
+        const char *what;
+        std::string typed, answer;
+    } cases[] = {
+        {"leaves at once", "", ""},
+        {"leaves in the middle of a word", "e one\nsto", "one\n"},
+        {"is half typed and complete together", "e one\npid", "one\n"},
+        {"sends binary data", noise, unknown},
+        {"never ends its line", std::string(200000, 'x'), welcome},
+        {"leaves while it is told much", "flood 1000\n", "xxx"},
+    };
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.what);
+        Client client(socket_path);
+        client.send(each.typed);
+        client.expect(each.answer);
+        client.hang_up();
+        expect_service();
+    }
+    Client deaf(socket_path); // never reads: after a while it is cut off
+    deaf.send("flood 100000\n");
+    expect_service();
+    EXPECT_EQ(say({"-stop"}), welcome + prompt + goodbye + "=1");
+    EXPECT_EQ(end_of_daemon(), 1);
+}
+
+TEST_F(Console, AShellOnPipesShowsEverythingThatWasAnswered) {
+    start_daemon();
+    const std::string said = say({"-gb"}, "e 中\nq\n");
+    EXPECT_NE(said.find(gb18030("中\n")), std::string::npos);
+    EXPECT_NE(said.find(gb18030(welcome.c_str())), std::string::npos) << "the daemon's words in the shell's charset";
+    Process shell = run({});
+    shell.expect(welcome);
+    kill(daemon, SIGTERM); // the shell leaves with the daemon
+    EXPECT_NE(shell.rest().find(goodbye), std::string::npos);
+    EXPECT_EQ(shell.wait(), 1);
+    EXPECT_EQ(end_of_daemon(), 1);
+}
+
+TEST_F(Console, LinesAreEditedWhereReadlineIsInstalled) {
+    const std::string again = "\x1b[A\n"; // the cursor key, and enter
+    std::ofstream(dir / "libreadline.so") << "no library";
+    for (const bool plain : {true, false}) {
+        Process p = run({}, Process::Terminal, {"TERM=vt100", "LD_LIBRARY_PATH=" + (plain ? dir.path() : "")});
+        p.expect(prompt);
+        p.send("pid\n");
+        p.expect(std::to_string(p.pid()) + "\r\n");
+        p.expect(prompt);
+        p.send(again);
+        const std::string answer = p.expect("\r\n") + p.expect("\r\n");
+        p.send("q\n");
+        const bool kept = answer.find(std::to_string(p.pid())) != std::string::npos;
+        EXPECT_NE(kept, answer.find("不识别的命令") != std::string::npos) << answer;
+        if (plain)
+            EXPECT_FALSE(kept);
+        else if (!kept)
+            GTEST_SKIP() << "libreadline.so is not installed here";
+    }
+}
+
+} // namespace

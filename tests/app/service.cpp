@@ -1,0 +1,64 @@
+// service: the program that the tests of the console run. It appends what happens to it to the file that TRACE in the
+// environment names.
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <unistd.h>
+
+#include <tq4/tq4.h>
+
+namespace {
+
+void print(const std::string &line) { Tq4_debug_api->Printf(0, "%s\n", line.c_str()); }
+
+void trace(const std::string &event) {
+    if (const char *path = std::getenv("TRACE")) std::ofstream(path, std::ios::app) << event << "\n";
+}
+
+// Every option with its values.
+std::string arguments() {
+    int at = 0;
+    const char *name, *value;
+    std::string text;
+    while (Tq4_app->ArgV(&at, &value)) text += value + std::string(";");
+    while (Tq4_app->ArgK(&at, &name)) {
+        text += name;
+        while (Tq4_app->ArgV(&at, &value)) text += std::string(" = ") + value;
+        text += ";";
+    }
+    return text;
+}
+
+int start(int argc, char **) {
+    trace("start " + std::to_string(argc));
+    for (const char *name : {"first", "second"})
+        Tq4_app->Register(name, const_cast<char *>(name),
+                          [](void *object) { trace("delete " + std::string(static_cast<char *>(object))); });
+    return arguments().find("--refuse") == std::string::npos;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    Tq4_app->SetInfo("1.2", "today", "测试");
+    Tq4_app->AddCmd(
+        "echo", "e", [](const char *rest) { print(rest); }, "print the rest");
+    Tq4_app->AddCmd(
+        "stdio", nullptr, [](const char *rest) { std::fputs(rest, stdout); }, "print by the C library");
+    Tq4_app->AddCmd(
+        "which", "echo", [](const char *) { print("the shortcut"); }, "has a name for a shortcut");
+    Tq4_app->AddCmd(
+        "pid", "p", [](const char *) { print(std::to_string(getpid())); }, "this process");
+    Tq4_app->AddCmd(
+        "arguments", "a", [](const char *) { print(arguments()); }, "the command line");
+    const auto flood = [](const char *rest) {
+        for (long lines = std::atol(rest); lines > 0; --lines) print(std::string(1000, 'x'));
+    };
+    Tq4_app->AddCmd("flood", "", flood, "print many lines");
+    const auto find = [](const char *rest) {
+        const auto object = static_cast<const char *>(Tq4_app->Find(rest));
+        print(object ? object : "nothing");
+    };
+    Tq4_app->AddCmd("found", nullptr, find, "look an object up");
+    return Tq4_app->Run(argc, argv, start, [] { trace("stop"); });
+}
