@@ -46,7 +46,7 @@ struct Tq4_key_ {
     long (*Dump)(Tq4_key k, Tq4_string out);
     /* Makes the key what the first bytes of buf encode and returns how many they are. When the encoding runs past len,
      * the result is len, and the key has what came before; a len of 0 or less, which is also the result, leaves it
-     * empty, and so does a null buf, with 0. The bytes must not be the key's own string. */
+     * empty, and so does a null buf, with 0. */
     int (*Import)(Tq4_key k, const char *buf, int len);
     /* The hash that maps use, in wrapping 64-bit arithmetic from the hash s of the string (see Tq4_key_HashString; over
      * all its bytes, ignoring case when nocase or the key's flag is non-zero, 0 without a string). By kind: 0; l; the

@@ -10,9 +10,8 @@
  * for the call, and copied. What a getter returns is borrowed until the value is next set, initialised, reset or
  * deleted.
  *
- * What is given may lie in the value itself (its own text, a table inside it), with three exceptions: the bytes given
- * to Import; the string given to Dump and Json_encode; and key and text given to a table operation that makes a table
- * of a value that was none.
+ * What is given may lie in the value itself (its own text, a table inside it), but for the string given to Dump and
+ * Json_encode.
  *
  * No operation tells of an error. A setter changes the type as it says; a getter that does not fit the type gives 0 or
  * null; an append that does not fit stores nothing. Text is never converted to a number or a number to text.

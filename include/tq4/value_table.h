@@ -14,8 +14,8 @@
  *
  * Ownership: the table owns its keys and values, which are made and deleted through the hooks of cxx_support.h. Keys
  * and values returned are borrowed until their entry is removed or the table is reset, imported, copied to or deleted;
- * a key must not be changed by the caller but through ModifyKey. Texts and keys given are copied and may be the table's
- * own; bytes given to Import, and strings to Dump, must not lie in it.
+ * a key must not be changed by the caller but through ModifyKey. Texts, keys and bytes given are copied and may be the
+ * table's own; strings given to Dump must not lie in it.
  *
  * Look-up, insertion and removal by key cost the same at any size; a position costs the way from the nearest of the
  * ends and the position asked for last, so that a walk by At in order is linear in all.

@@ -282,6 +282,17 @@ void Tq4_value_table_obj::Reset() {
     m_case = 0;
 }
 
+// Empties the table as Reset does, and gives its entries, if there are any, to the caller.
+Tq4_own<Tq4_queue> Tq4_value_table_obj::Detach() {
+    Tq4_own<Tq4_queue> entries;
+    if (Count()) {
+        entries = std::move(m_list);
+        m_list = Tq4_make<Tq4_queue>(Tq4_queue_oitf);
+    }
+    Reset();
+    return entries;
+}
+
 // The copies are complete before the old entries go: the source may lie in one of them.
 void Tq4_value_table_obj::Copy(const Tq4_value_table_obj *source) {
     if (source == this) return;

@@ -108,6 +108,7 @@ private:
     void RegisterByKey(Tq4_queue_item item);
     void Unregister(Tq4_queue_item item);
     void Delete(Tq4_queue_item item);
+    Tq4_own<Tq4_queue> Detach();
     void LinkCopies(Tq4_own<Tq4_queue> copies, uint8_t case_flag);
     Tq4_queue_item ItemAt(int index) const;
     Tq4_value Show(Tq4_queue_item item, Tq4_key *key) const;

@@ -263,7 +263,7 @@ int Tq4_value_table_obj::ImportAt(const char *buf, int len, int depth) {
     if (header.left() < sizeof case_flag + sizeof count) return 0;
     header.Read(case_flag);
     header.Read(count);
-    Reset();
+    const Tq4_own<Tq4_queue> former = Detach(); // goes last: the bytes may lie in it
     m_case = case_flag;
     index().CaseFlag(case_flag);
     int at = len - static_cast<int>(header.left());

@@ -122,27 +122,54 @@ TEST(JsonDecode, BuildsValuesAndPrintsThemBack) {
 }
 
 TEST(JsonEncode, PrintsEveryTypeAsItIs) {
-    const auto printed = [](auto set) {
-        Value v = new_value();
-        set(v.get());
-        return json(v);
+    const struct {
+        const char *encoded, *compact;
+    } cases[] = {
+        {"00", ""},
+        {"01 41", "A"},
+        {"02 42", "B"},
+        {"03 fffe", "-2"},
+        {"04 fffe", "65534"},
+        {"05 fffffffe", "-2"},
+        {"06 fffffffe", "4294967294"},
+        {"07 08 ffffffffffffffff", "-1"},
+        {"08 08 ffffffffffffffff", "18446744073709551615"},
+        {"09 08 0000000000000abc", "abc"},
+        {"0a 08 0000000000000abc", "abc"},
+        {"0c ffffffffffffffff", "18446744073709551615"},
+        {"0d 0000000000000005", "5"},
+        {"0e c0200000", "-2.500000"},
+        {"0f c004000000000000", "-2.500000"},
+        {"10 00000000 00003fff8000000000000000", ""},
+        {"12 00000003 226109", "\"\"a\t\""},
+        {"14 00000003 610062", "\"a\""},
+        {"15 00000002 ffff 0002", "[-1,2]"},
+        {"16 00000001 ffff", "[65535]"},
+        {"17 00000001 ffffffff", "[-1]"},
+        {"18 00000001 ffffffff", "[4294967295]"},
+        {"19 00000001 08 ffffffffffffffff", "[-1]"},
+        {"1a 00000002 08 0000000000000001 0000000100000002", "[1l,2l]"},
+        {"1b 00000001 3fc00000", "[1.500000]"},
+        {"1c 00000001 3ff8000000000000", "[1.500000]"},
+        {"1d 00000001 3ff8000000000000 4000000000000000", "[2.000000,1.500000]"},
+        {"1f 0002 0001 61 0001 62", "[\"a\",\"b\"]"},
+        {"1e", ""},
     };
-    const unsigned long longs[] = {1, (1ul << 32) + 2};
-    const short shorts[] = {-1, 2};
-    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetChar(x, 65); }), "A");
-    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetUInt(x, UINT_MAX); }), "4294967295");
-    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetULong(x, ULONG_MAX); }), "18446744073709551615");
-    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetPtr(x, reinterpret_cast<void *>(0xabcl)); }), "abc");
-    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetInt64(x, -1); }), "18446744073709551615") << "printed as unsigned";
-    EXPECT_EQ(printed([](Tq4_value x) { (*x)->SetDouble(x, -2.5); }), "-2.500000");
-    EXPECT_EQ(printed([&](Tq4_value x) { (*x)->SetULongArray(x, longs, 2); }), "[1l,2l]");
-    EXPECT_EQ(printed([&](Tq4_value x) { (*x)->SetShortArray(x, shorts, 2); }), "[-1,2]");
-    EXPECT_EQ(printed([](Tq4_value x) { (*x)->Init(x, Tq4_value_LDOUBLE); }), "");
+    const auto echoed = [](const Value &v, int compact) {
+        String out = new_string();
+        (*v)->Echo(v.get(), append_to, out.get(), compact);
+        return text_of(out.get());
+    };
     Value v = new_value();
-    (*v)->SetShortArray(v.get(), shorts, 2);
-    String out = new_string();
-    (*v)->Echo(v.get(), append_to, out.get(), 0);
-    EXPECT_EQ(text_of(out.get()), "\t[\n\t-1,\n\t2\n\t]");
+    for (const auto &c : cases) {
+        import(v, from_hex(c.encoded));
+        EXPECT_EQ(json(v), c.compact) << c.encoded;
+        EXPECT_EQ(echoed(v, 1), c.compact) << c.encoded;
+    }
+    import(v, from_hex("15 00000002 ffff 0002"));
+    EXPECT_EQ(echoed(v, 0), "\t[\n\t-1,\n\t2\n\t]");
+    import(v, from_hex("1f 0002 0001 61 0001 62"));
+    EXPECT_EQ(echoed(v, 0), "\n\t[\n\t\"a\",\n\t\"b\"\n\t]");
 }
 
 } // namespace

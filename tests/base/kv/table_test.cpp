@@ -293,6 +293,15 @@ TEST(TableEncoding, EmptyTablesAreFiveBytesAndAResultOfZero) {
     EXPECT_EQ(import(t, from_hex("01 00000009")), 5) << "fewer entries than announced";
     EXPECT_EQ((*t)->Count(t.get()), 0u);
     EXPECT_EQ(dump(t)[0], 1) << "the case flag came along";
+
+    const Bytes wire = from_hex("00 00000001 6400026162 0500000007");
+    Tq4_value blob = (*t)->InsertS(t.get(), "blob");
+    (*blob)->SetString(blob, wire.data(), static_cast<int>(wire.size()));
+    unsigned long n = 0;
+    const char *own = (*t)->BytesS(t.get(), "blob", &n);
+    EXPECT_EQ((*t)->Import(t.get(), own, static_cast<int>(n)), static_cast<int>(wire.size()));
+    EXPECT_EQ((*t)->BaseS(t.get(), "ab"), 7u) << "from the bytes of one of its own values";
+    EXPECT_EQ((*t)->Count(t.get()), 1u);
 }
 
 } // namespace
