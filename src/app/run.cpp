@@ -214,6 +214,7 @@ int Tq4_app_obj::RunShell(int connection) {
     auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "console_display");
     (*thread)->Init(thread.get(), display_output, &connection);
     (*thread)->Resume(thread.get());
+    MP_SOCK_SendTimeout(connection, Leave_wait); // a daemon that does not read does not keep the shell
     const auto said = Converse(connection);
     // The daemon meets the end of what was typed, answers all of it and ends the connection. After "stop" that takes
     // what stopping takes.
