@@ -5,6 +5,7 @@
 #include "tq4/api.h"
 #include "tq4/app.h"
 #include "tq4/byte_order.h"
+#include "tq4/config.h"
 #include "tq4/cxx_support.h"
 #include "tq4/debug.h"
 #include "tq4/event.h"

@@ -8,12 +8,11 @@
 #include <cerrno>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "file/replace.hpp"
 #include "file/walk.hpp"
 #include "platform/multi_platform_fs.hpp"
-#include "platform/multi_platform_system.hpp"
 
 namespace {
 
@@ -23,16 +22,14 @@ constexpr unsigned long Block_size = 65536;
 class Open_file {
 public:
     explicit Open_file(int descriptor) : m_descriptor(descriptor) {}
-    ~Open_file() { Close(); }
+    ~Open_file() {
+        if (m_descriptor >= 0) MP_FileClose(m_descriptor);
+    }
     Open_file(const Open_file &) = delete;
     Open_file &operator=(const Open_file &) = delete;
 
     explicit operator bool() const { return m_descriptor >= 0; }
     int get() const { return m_descriptor; }
-    bool Close() {
-        const int descriptor = std::exchange(m_descriptor, -1);
-        return descriptor >= 0 && MP_FileClose(descriptor);
-    }
 
 private:
     int m_descriptor;
@@ -46,16 +43,6 @@ template <class Use> bool each_block(int descriptor, Use use) {
         if (n <= 0) return n == 0;
         if (!use(block.get(), n)) return false;
     }
-}
-
-bool write_all(int descriptor, const char *bytes, long n) {
-    while (n > 0) {
-        const long written = MP_Write(descriptor, bytes, static_cast<unsigned long>(n));
-        if (written <= 0) return false;
-        bytes += written;
-        n -= written;
-    }
-    return true;
 }
 
 int Exist(const char *path) {
@@ -89,28 +76,16 @@ long LineCount(const char *path) {
     return whole ? lines + (last != '\n') : -1;
 }
 
-// A name beside the path for a file in the making.
-std::string beside(const char *path) { return std::string(path) + ".XXXXXX"; }
-
 constexpr mode_t Permission_bits = 0777; // a copy that runs as its owner would be another owner's
-
-bool copy_content(int from, int to, mode_t mode) {
-    return each_block(from, [to](const char *bytes, long n) { return write_all(to, bytes, n); }) &&
-           MP_FileSetMode(to, mode & Permission_bits);
-}
 
 int Copy(const char *from, const char *to) {
     MP_FileInfo source, target;
     if (!MP_GetFileInfo(from, 1, &source) || source.type != Tq4_file_type_regular || !to) return 0;
     if (MP_GetFileInfo(to, 0, &target) && target.type != Tq4_file_type_regular) return 0;
     const Open_file in(MP_SafeOpen(from, O_RDONLY, 0));
-    std::string made = beside(to);
-    if (!in || MP_TempFile(made.data())) return 0;
-    Open_file out(MP_SafeOpen(made.c_str(), O_WRONLY, 0));
-    if (out && copy_content(in.get(), out.get(), source.mode) && out.Close() && MP_FileRename(made.c_str(), to))
-        return 1;
-    MP_FileDelete(made.c_str());
-    return 0;
+    return in && Tq4_replace_file(to, source.mode & Permission_bits, [&in](int out) {
+               return each_block(in.get(), [out](const char *bytes, long n) { return Tq4_write_all(out, bytes, n); });
+           });
 }
 
 int Rename(const char *from, const char *to) {

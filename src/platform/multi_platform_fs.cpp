@@ -172,6 +172,13 @@ int MP_GetOpenFileInfo(int descriptor, MP_FileInfo *info) {
     return describe(fstat(descriptor, &status), status, info);
 }
 
+std::string MP_ResolvePath(const char *path) {
+    char *resolved = realpath(path, nullptr); // owned
+    std::string result = resolved ? resolved : path;
+    std::free(resolved);
+    return result;
+}
+
 int MP_FileRename(const char *from, const char *to) { return from && to && rename(from, to) == 0; }
 
 int MP_FileDelete(const char *path) { return path && unlink(path) == 0; }

@@ -68,6 +68,9 @@ int MP_GetFileInfo(const char *path, int follow, MP_FileInfo *info);
 // The same for an open file.
 int MP_GetOpenFileInfo(int descriptor, MP_FileInfo *info);
 
+// The path of what stands at a path, without links in it; the path as it is when nothing does.
+std::string MP_ResolvePath(const char *path);
+
 // Renames a file or a directory within a file system; a file at `to` is replaced. 1/0.
 int MP_FileRename(const char *from, const char *to);
 // Deletes a file, or a link itself. 1/0.

@@ -1,0 +1,466 @@
+// Settings: how a file is read, what stands in a tree afterwards, and that writing it loses nothing.
+#include <cfloat>
+#include <climits>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <type_traits>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "own.hpp"
+#include "support/temp_dir.hpp"
+#include "tq4/config.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+
+std::string content(const std::string &path) {
+    std::stringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+struct Config : testing::Test {
+    Temp_dir directory;
+    std::string file = directory / "settings.ini";
+    Tq4_own<Tq4_config> own = Tq4_make<Tq4_config>(Tq4_config_oitf);
+    Tq4_config s = own.get();
+
+    void read(const std::string &text) {
+        std::ofstream(file) << text;
+        EXPECT_EQ((*s)->Read(s, file.c_str()), 1);
+    }
+    std::string dumped() {
+        unlink(file.c_str()); // replacing waits for the disk
+        EXPECT_EQ((*s)->Dump(s, file.c_str()), 1);
+        return content(file);
+    }
+    // What is written, after checking that it stays the same when it is read and written again.
+    std::string stable_dump() {
+        const std::string first = dumped();
+        EXPECT_EQ((*s)->Read(s, file.c_str()), 1);
+        EXPECT_EQ(dumped(), first);
+        return first;
+    }
+    std::string value(const char *path, const char *key) {
+        if (!(*s)->SetSection(s, path)) return "no section";
+        const char *text = (*s)->ReadString(s, key, nullptr);
+        return text ? text : "no key";
+    }
+    Texts keys() {
+        Texts found;
+        for (const char *key = (*s)->GetFirstKey(s); key; key = (*s)->GetNextKey(s)) found.push_back(key);
+        return found;
+    }
+    Texts children() {
+        Texts found;
+        for (unsigned long i = 0; const char *name = (*s)->GetChildSectionName(s, i); ++i) found.push_back(name);
+        return found;
+    }
+    void set(const char *key, const char *text) { EXPECT_EQ((*s)->WriteString(s, key, text), 1) << key; }
+};
+
+TEST_F(Config, ARichFileIsWrittenAsItWasUnderstood) {
+    read("\xEF\xBB\xBF  // the first comment\r\n"
+         "\n"
+         "name=relay\n"
+         "url = \"http://host/\"  the // way in\n"
+         "\tport = 0x1f90 // hexadecimal\n"
+         "half = \"open // and commented\n"
+         "empty =\n"
+         "name = again\n"
+         "; about the server\n"
+         "/* several\n"
+         "   lines\n"
+         "\n"
+         "end */ [ server ] // suffix\n"
+         "[broken\n"
+         "<broken\n"
+         "no assignment\n"
+         "= no key\n"
+         "host = a = b\n"
+         "<tls> nested\n"
+         "file = /etc/key\n"
+         "</any name> # behind a tag\n"
+         "retries = 3\n"
+         "[other]\n"
+         "</other>\n"
+         "at root = yes\n"
+         "[server]\n"
+         "host = second\n"
+         "# the last comment\n");
+    EXPECT_EQ(stable_dump(), "// the first comment\n"
+                             "name = relay\n"
+                             "url = \"http://host/\" \tthe // way in\n"
+                             "port = 0x1f90 \t// hexadecimal\n"
+                             "half = \"open \t// and commented\n"
+                             "empty = \n"
+                             "at root = yes\n"
+                             "\n"
+                             "name = again\n"
+                             "; about the server\n"
+                             "/* several\n"
+                             "lines\n"
+                             "\n"
+                             "end */\n"
+                             "[server] // suffix\n"
+                             "[broken\n"
+                             "<broken\n"
+                             "no assignment\n"
+                             "= no key\n"
+                             "host = a = b\n"
+                             "# behind a tag\n"
+                             "retries = 3\n"
+                             "<tls> nested\n"
+                             "file = /etc/key\n"
+                             "</tls>\n"
+                             "\n"
+                             "[server]\n"
+                             "host = second\n"
+                             "\n"
+                             "[other]\n"
+                             "# the last comment\n");
+    EXPECT_EQ(value("", "url"), "http://host/");
+    EXPECT_EQ(value("", "half"), "\"open");
+    EXPECT_EQ(value("", "name"), "relay") << "the first of two";
+    EXPECT_EQ(value("server[1]", "host"), "second");
+    EXPECT_EQ(value("server.tls", "file"), "/etc/key");
+    EXPECT_STREQ((*s)->FileName(s), file.c_str());
+}
+
+TEST_F(Config, APathLeadsFromTheRootAsFarAsItGoes) {
+    read("[srv]\n<a>\n<b>\n</b>\n</a>\n[srv]\n<a>\nk=1\n[<srv[x]>]\n[]\nk=2\n<srv[x]>\n[dot.ted]\n");
+    const struct {
+        const char *path;
+        bool found;
+        const char *reached;
+    } cases[] = {
+        {"srv.a.b", true, "srv.a.b"},   {"srv[0]", true, "srv[0]"},
+        {"srv[1].a", true, "srv[1].a"}, {"srv[01].a[0]", true, "srv[01].a[0]"},
+        {"srv[2]", false, ""},          {"srv[99999999999999999999]", false, ""},
+        {"srv[-1]", false, ""},         {"srv[1].a.b", false, "srv[1].a"},
+        {"srv[1", false, ""},           {"srv[]", false, ""},
+        {"srv.", false, "srv"},         {".srv[x]", true, ".srv[x]"},
+        {"dot.ted", false, ""},         {"", true, ""},
+    };
+    for (const auto &each : cases) {
+        (*s)->SetSection(s, "srv.a");
+        const char *path = (*s)->SetSection(s, "%s", each.path);
+        EXPECT_STREQ(path, each.found ? each.path : nullptr);
+        EXPECT_STREQ((*s)->GetSection(s), each.reached) << each.path;
+    }
+    (*s)->SetSection(s, "srv.a");
+    EXPECT_STREQ((*s)->SetSection(s, nullptr), "");
+    EXPECT_STREQ((*s)->SetSection(s, "%s[%d].%c", "srv", 1, 'a'), "srv[1].a");
+    EXPECT_STREQ((*s)->SetSection(s, (*s)->GetSection(s)), "srv[1].a") << "its own text";
+    EXPECT_EQ(keys(), Texts{"k"});
+}
+
+TEST_F(Config, TheCursorMovesUpAndDown) {
+    read("[srv]\n<in>\n<in>\n</in>\n</in>\n<in>\nk=1\n[x.y]\nk=2\n");
+    EXPECT_EQ(children(), (Texts{"srv", "x.y"}));
+    EXPECT_EQ((*s)->ToChildSection(s, "srv", 1), nullptr);
+    EXPECT_EQ((*s)->ToChildSection(s, nullptr, 0), nullptr);
+    EXPECT_STREQ((*s)->ToChildSection(s, "srv", 0), "srv");
+    EXPECT_EQ((*s)->GetChildSectionCount(s, "in"), 2);
+    EXPECT_EQ((*s)->GetChildSectionCount(s, "no"), 0);
+    EXPECT_STREQ((*s)->ToChildSection(s, "in", 1), "srv.in[1]");
+    EXPECT_EQ((*s)->GetKVCount(s), 1);
+    EXPECT_EQ((*s)->ToChildSection(s, "in", TQ4_ALL_ONES), nullptr);
+    EXPECT_STREQ((*s)->GetSection(s), "srv.in[1]");
+    (*s)->ToParentSection(s);
+    EXPECT_STREQ((*s)->GetSection(s), "srv");
+    (*s)->ToParentSection(s);
+    (*s)->ToParentSection(s);
+    EXPECT_STREQ((*s)->ToChildSection(s, "x.y", 0), "x.y") << "a dot is no hindrance here";
+    (*s)->ToTopSection(s);
+    EXPECT_STREQ((*s)->GetSection(s), "");
+}
+
+TEST_F(Config, SectionsAreAddedAndRemovedWithAllThatIsInThem) {
+    read("[a]\nk=0\n<in>\n</in>\n[a]\nk=1\n[a]\nk=2\n[b]\n");
+    (*s)->RemoveSection(s);
+    EXPECT_EQ(children(), (Texts{"a", "b"})) << "the root stays";
+    (*s)->RemoveChildSection(s, "a", 0);
+    EXPECT_EQ(value("a", "k"), "1") << "the head of a chain goes";
+    (*s)->ToTopSection(s);
+    (*s)->AddSection(s, "a");
+    EXPECT_STREQ((*s)->SetSection(s, "a[2]"), "a[2]");
+    set("k", "3");
+    (*s)->AddSection(s, "in");
+    (*s)->SetSection(s, "a[1]");
+    (*s)->RemoveSection(s);
+    EXPECT_STREQ((*s)->GetSection(s), "");
+    EXPECT_EQ(value("a[1]", "k"), "3");
+    (*s)->RemoveKey(s, "k");
+    (*s)->RemoveKey(s, "k");
+    (*s)->RemoveChildSection(s, "in", 1);
+    EXPECT_EQ(stable_dump(), "[a]\nk = 1\n\n[a]\n<in>\n</in>\n\n[b]\n");
+}
+
+TEST_F(Config, KeysAreIteratedWhileTheyAreRemoved) {
+    for (int i = 0; i < 100; ++i) (*s)->WriteInt(s, ("k" + std::to_string(i)).c_str(), i, 0);
+    EXPECT_EQ((*s)->GetKVCount(s), 100);
+    EXPECT_EQ(keys()[99], "k99");
+    Texts seen;
+    for (const char *key = (*s)->GetFirstKey(s); key; key = (*s)->GetNextKey(s)) {
+        seen.push_back(key);
+        if (seen.size() % 2) (*s)->RemoveKey(s, seen.back().c_str());
+    }
+    EXPECT_EQ(seen.size(), 100u) << "none is passed over";
+    EXPECT_EQ(keys().size(), 50u);
+    EXPECT_EQ(value("", "k98"), "no key");
+    EXPECT_EQ(value("", "k99"), "99");
+}
+
+TEST_F(Config, TextsAreReadAsNumbersAndCharacters) {
+    const struct {
+        const char *text;
+        long number;
+        int c;
+        double real;
+    } cases[] = {
+        {"12", 12, '1', 12},
+        {"010", 16, '0', 10},
+        {"0x1f", 31, 31, 0x1f},
+        {"0x12x41", 0x41, 0x41, 0x12},
+        {"-0x10", 0, '-', -16},
+        {"-7.5e1x", -7, '-', -75},
+        {"0", 0, '0', 0},
+        {"", 0, 0, 0},
+        {"\\n", 0, '\n', 0},
+        {"\\0", 0, 0, 0},
+        {"\\\\", 0, '\\', 0},
+        {"\\space", 0, ' ', 0},
+        {"\\", 0, ' ', 0},
+        {"99999999999999999999", LONG_MAX, '9', 1e20},
+        {"0xffffffffffffffffff", -1, -1, 0x1p72},
+        {"\"  010", 0, '"', 0},
+    };
+    for (const auto &each : cases) {
+        set("k", each.text);
+        char c = 'x';
+        long number = 5;
+        short narrow = 5;
+        unsigned char byte = 5;
+        double real = 5;
+        EXPECT_EQ((*s)->ReadChar(s, "k", &c) + (*s)->ReadLong(s, "k", &number) + (*s)->ReadShort(s, "k", &narrow) +
+                      (*s)->ReadUChar(s, "k", &byte) + (*s)->ReadDouble(s, "k", &real),
+                  5);
+        EXPECT_EQ(c, each.c) << each.text;
+        EXPECT_EQ(number, each.number) << each.text;
+        EXPECT_EQ(narrow, static_cast<short>(each.number)) << each.text;
+        EXPECT_EQ(byte, static_cast<unsigned char>(each.number)) << each.text;
+        EXPECT_DOUBLE_EQ(real, each.real) << each.text;
+    }
+    int untouched = 5;
+    EXPECT_EQ((*s)->ReadInt(s, "missing", &untouched), 0);
+    EXPECT_EQ((*s)->ReadInt(s, nullptr, &untouched), 0);
+    EXPECT_EQ(untouched, 5);
+    EXPECT_STREQ((*s)->ReadString(s, "missing", "instead"), "instead");
+}
+
+// What writing a value stores, and that reading gives it back.
+template <class T> std::string stored(Tq4_config s, int written, int (*read)(Tq4_config, const char *, T *),
+                                      std::type_identity_t<T> expected) {
+    T value{};
+    EXPECT_EQ(written, 1);
+    EXPECT_EQ(read(s, "k", &value), 1);
+    EXPECT_EQ(value, expected);
+    return (*s)->ReadString(s, "k", "");
+}
+#define TQ4_STORED(Name, value, ...)                                                                                   \
+    stored(s, (*s)->Write##Name(s, "k", value __VA_OPT__(, ) __VA_ARGS__), (*s)->Read##Name, value)
+
+TEST_F(Config, NumbersAndCharactersAreWrittenAsTheyAreReadBack) {
+    EXPECT_EQ(TQ4_STORED(Short, SHRT_MIN, 0), "-32768");
+    EXPECT_EQ(TQ4_STORED(Short, short{-1}, 1), "0xffffffff");
+    EXPECT_EQ(TQ4_STORED(Int, INT_MIN, 0), "-2147483648");
+    EXPECT_EQ(TQ4_STORED(Int, -2, 1), "0xfffffffe");
+    EXPECT_EQ(TQ4_STORED(Long, LONG_MIN, 0), "-9223372036854775808");
+    EXPECT_EQ(TQ4_STORED(Long, -1L, 1), "0xffffffffffffffff");
+    EXPECT_EQ(TQ4_STORED(UChar, (unsigned char)200, 0), "200");
+    EXPECT_EQ(TQ4_STORED(UChar, (unsigned char)200, 1), "0xc8");
+    EXPECT_EQ(TQ4_STORED(UShort, (unsigned short)65535, 1), "0xffff");
+    EXPECT_EQ(TQ4_STORED(UInt, UINT_MAX, 0), "4294967295");
+    EXPECT_EQ(TQ4_STORED(ULong, ULONG_MAX, 0), "18446744073709551615");
+    EXPECT_EQ(TQ4_STORED(ULong, 0x12345678UL, 1), "0x12345678");
+    (*s)->WriteULong(s, "k", 0xabc12345678UL, 1);
+    EXPECT_EQ(value("", "k"), "0x12345678") << "the low half";
+    EXPECT_EQ(TQ4_STORED(Float, 0.5f), "0.500000");
+    EXPECT_EQ(TQ4_STORED(Double, -DBL_MAX).size(), 317u);
+    const std::map<char, std::string> special = {{' ', "\\space"}, {'\t', "\\t"}, {'\n', "\\n"}, {'\r', "\\r"},
+                                                 {'\\', "\\\\"},   {0, "0x0"},    {127, "0x7f"}, {-1, "0xff"}};
+    for (int code = CHAR_MIN; code <= CHAR_MAX; ++code) {
+        const char c = static_cast<char>(code);
+        const std::string text = TQ4_STORED(Char, c);
+        const bool plain = c > ' ' && c < 127 && c != '\\';
+        EXPECT_EQ(text, special.count(c) ? special.at(c) : plain ? std::string(1, c) : text);
+        EXPECT_TRUE(plain || text.size() > 1) << code;
+    }
+}
+
+TEST_F(Config, BytesArriveWithANulOverTheLast) {
+    set("k", "hello");
+    set("none", "");
+    for (unsigned long size : {0ul, 1ul, 3ul, 5ul, 9ul}) {
+        char room[10] = "xxxxxxxxx";
+        const unsigned long copied = std::min(size, 5ul);
+        EXPECT_EQ((*s)->ReadBytes(s, "k", room, size), 1);
+        EXPECT_EQ(std::string(room, 9),
+                  (copied ? std::string("hello", copied - 1) + '\0' : "") + std::string(9 - copied, 'x'));
+        EXPECT_EQ((*s)->ReadBytes(s, "none", room, size), 1);
+        EXPECT_EQ((*s)->ReadBytes(s, "missing", room, size), 0);
+    }
+}
+
+TEST_F(Config, NoTextWrittenIsLost) {
+    read("quoted = \"a\" // said\nplain = v // say \"x\"\n");
+    const Texts texts = {"",        " ",     " padded\t", "a // b", "\"",           "\"x\"", "say \"x\" // y",
+                         "a=b;#[<", "/* */", "\r",        "\\n",    "\xE4\xB8\xAD", "//",    std::string(2000, 'v')};
+    for (const std::string &text : texts) {
+        for (const char *key : {"quoted", "plain", "new"}) set(key, text.c_str());
+        stable_dump();
+        for (const char *key : {"quoted", "plain", "new"}) EXPECT_EQ(value("", key), text) << key;
+    }
+    EXPECT_EQ((*s)->WriteString(s, "plain", (*s)->ReadString(s, "plain", "")), 1) << "its own text";
+    EXPECT_EQ(value("", "plain"), texts.back());
+    for (const std::string &text : {std::string("two\nlines"), std::string(2048, 'v')})
+        EXPECT_EQ((*s)->WriteString(s, "plain", text.c_str()), 0) << "a file could not hold it";
+    for (const char *key : {"", "a=b", " a", "a\n", "// a", "/*a", ";a", "#a", "[a", "<a"})
+        EXPECT_EQ((*s)->WriteInt(s, key, 1, 0), 0) << key;
+    for (const char *name : {"a\nb", " a", "[>]"}) (*s)->AddSection(s, name);
+    EXPECT_EQ(children(), Texts());
+}
+
+// Files whose parts would mean something else where they are written, if they were written as they are.
+TEST_F(Config, OddFilesKeepTheirMeaning) {
+    const std::string k2046(2046, 'k');
+    const std::pair<std::string, std::string> cases[] = {
+        {"<x>\nk=1\nk=2\n</x>\nj=5\n", "// k=2\nj = 5\n\n[x]\nk = 1\n"},
+        {"[b]\nk=1\nk=2\n[a]\n[b]\n", "[b]\nk = 1\n\n[b]\n\n// k=2\n[a]\n"},
+        {"[a]\n<b>\nk=1\nk=2\n", "[a]\n<b>\nk = 1\n</b>\n// k=2\n"},
+        {"[x]\nk=1\n<a]b> s\nk=2\n</>\n</>\n<c]d>\nk=3\n[y]\n",
+         "[x]\nk = 1\n<a]b> s\nk = 2\n</a]b>\n</x>\n\n<c]d>\nk = 3\n</c]d>\n\n[y]\n"},
+        {"k=" + k2046 + "\n", "k=" + k2046 + "\n"},
+        {"[" + k2046 + "]\n<" + k2046 + ">\n", "[" + k2046 + "]\n<" + k2046 + ">\n</" + k2046.substr(1) + ">\n"},
+        {"\n\xEF\xBB\xBFk=1\n", "\n\xEF\xBB\xBFk = 1\n"},
+        {"/*/ k=1\n*/ j=2 /*\n", "/*/ k=1\n*/\nj = 2 /*\n"},
+        {"a=1\n/* open\nb=2\n", "a = 1\n/* open\nb=2\n"},
+        {"a=b//c\nd=//e\n", "a = b \t//c\nd =  \t//e\n"},
+        {"k=1\n" + std::string(2049, 'x') + "\nj=2\n" + std::string(300000, 'y') + "=1\ni=3", "k = 1\nj = 2\ni = 3\n"},
+        {std::string("a\0b = c\0d\n", 10), std::string("a\0b = c\0d\n", 10)},
+        {"</a>\n</b>\n>\n]\nk=1\n", ">\n]\nk = 1\n"},
+    };
+    for (const auto &[text, expected] : cases) {
+        read(text);
+        EXPECT_EQ(stable_dump(), expected);
+    }
+    (*s)->RemoveKey(s, "k");
+    EXPECT_EQ(stable_dump(), "");
+    read("k=1\nk=2\nj=3\n");
+    (*s)->RemoveKey(s, "k");
+    EXPECT_EQ(stable_dump(), "// k=2\nj = 3\n") << "a removed key does not come back";
+}
+
+TEST_F(Config, DepthAndNumberAreBoundedByMemoryAlone) {
+    std::string text;
+    for (int i = 0; i < 100000; ++i) text += "<d>\n";
+    read(text);
+    EXPECT_EQ(stable_dump().substr(0, 12), "[d]\n<d>\n<d>\n");
+    (*s)->SetSection(s, "d.d");
+    (*s)->RemoveSection(s);
+    EXPECT_EQ(stable_dump(), "[d]\n");
+    text.clear();
+    for (int i = 0; i < 100000; ++i) text += "key " + std::to_string(i) + " = " + std::to_string(i) + "\n[a]\n</>\n";
+    read(text);
+    EXPECT_EQ((*s)->GetKVCount(s), 100000);
+    EXPECT_EQ((*s)->GetChildSectionCount(s, "a"), 100000);
+    EXPECT_EQ(value("", "key 77777"), "77777");
+}
+
+TEST_F(Config, RandomTreesAreReadBackAsTheyWereWritten) {
+    std::mt19937 random(2026);
+    const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    const Texts names = {"a", "b", "c.d", "e]f", "g h", ""}, texts = {"1", "", " x ", "a//b", "\"", "=", "\xFF"};
+    for (int round = 0; round < 200; ++round) {
+        Tq4_config_oitf->Reset(s);
+        for (int step = 0; step < 60; ++step) {
+            const std::string &name = names[static_cast<size_t>(pick(6))];
+            switch (pick(8)) {
+            case 0:
+                (*s)->AddSection(s, name.c_str());
+                break;
+            case 1:
+                (*s)->ToParentSection(s);
+                break;
+            case 2:
+                (*s)->ToTopSection(s);
+                break;
+            case 3:
+                (*s)->RemoveChildSection(s, name.c_str(), random() % 2);
+                break;
+            case 4:
+                (*s)->ToChildSection(s, name.c_str(), random() % 3);
+                break;
+            default:
+                (*s)->WriteString(s, name.c_str(), texts[static_cast<size_t>(pick(7))].c_str());
+            }
+        }
+        auto copy = Tq4_make<Tq4_config>(Tq4_config_oitf);
+        Tq4_config_oitf->Copy(copy.get(), s);
+        EXPECT_TRUE(Tq4_object_Equal(copy.get(), s));
+        stable_dump();
+        EXPECT_TRUE(Tq4_object_Equal(copy.get(), s)) << "round " << round;
+        (*s)->WriteString(s, "one more", "");
+        EXPECT_FALSE(Tq4_object_Equal(copy.get(), s));
+    }
+}
+
+TEST_F(Config, DumpReplacesAFileInOneStep) {
+    read("k=1\n");
+    chmod(file.c_str(), 0604);
+    const std::string link = directory / "link", fresh = directory / "new/dir/fresh.ini";
+    ASSERT_EQ(symlink("settings.ini", link.c_str()), 0);
+    std::ifstream open_before(file);
+    set("k", "2");
+    EXPECT_EQ((*s)->Dump(s, link.c_str()), 1);
+    EXPECT_EQ(content(file), "k = 2\n") << "where the link leads";
+    std::string old;
+    std::getline(open_before, old);
+    EXPECT_EQ(old, "k=1") << "who reads meanwhile has the old file";
+    struct stat status;
+    EXPECT_EQ(stat(file.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0604u);
+    EXPECT_EQ(lstat(link.c_str(), &status), 0);
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+    const mode_t mask = umask(0);
+    EXPECT_EQ((*s)->Dump(s, fresh.c_str()), 1);
+    umask(mask);
+    EXPECT_EQ(stat(fresh.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0660u);
+    EXPECT_EQ((*s)->Dump(s, directory.path().c_str()), 0);
+    EXPECT_EQ((*s)->Dump(s, nullptr), 0);
+}
+
+TEST_F(Config, AFileThatCannotBeReadLeavesTheTree) {
+    read("[a]\nk=1\n");
+    for (const char *missing : {(directory / "missing").c_str(), directory.path().c_str(), (const char *)nullptr}) {
+        (*s)->SetSection(s, "a");
+        EXPECT_EQ((*s)->Read(s, missing), -1);
+        EXPECT_STREQ((*s)->GetSection(s), "");
+        EXPECT_STREQ((*s)->FileName(s), file.c_str());
+        EXPECT_EQ(value("a", "k"), "1");
+    }
+    EXPECT_EQ((*s)->Read(s, (*s)->FileName(s)), 1) << "its own text";
+    EXPECT_STREQ((*s)->GetSection(s), "");
+}
+
+} // namespace
