@@ -135,12 +135,14 @@ class Json_text {
         if (printed.ends_with('f')) finish_float(start);
     }
 
-    // Keeps a floating number one when it is read again.
+    // Keeps a floating number one when it is read again; JSON has no word for what is none.
     void finish_float(std::size_t start) {
         const std::size_t infinite = m_text.find("inf", start);
-        if (infinite != m_text.npos)
+        if (m_text.find("nan", start) != m_text.npos)
+            m_text.replace(start, m_text.npos, "null");
+        else if (infinite != m_text.npos)
             m_text.replace(infinite, 3, "1e999");
-        else if (m_text.find_first_of(".en", start) == m_text.npos)
+        else if (m_text.find_first_of(".e", start) == m_text.npos)
             m_text += ".0";
     }
 
