@@ -1,6 +1,7 @@
 // What a table promises: order of insertion, an index that never leads to what is gone, prints and encodings in order.
 #include "base/kv/kv_fixture.hpp"
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <vector>
@@ -132,6 +133,89 @@ TEST_F(TableTest, TheCaseFlagIsForKeysAndTheIndexHasItsOwn) {
     Table empty = new_table();
     (*copy)->Append(copy.get(), empty.get());
     EXPECT_EQ(dump(copy)[0], 0) << "flags come also from an empty source";
+}
+
+// The list and the index as two plain containers, with keys of one kind and no case flags.
+struct TableModel {
+    struct Entry {
+        Bytes key; // empty: none
+        long value;
+        int id;
+    };
+    std::vector<Entry> list;
+    std::map<Bytes, int> index; // key to id
+    int ids = 0;
+
+    void add(const Bytes &key, long value) {
+        list.push_back({key, value, ++ids});
+        if (!key.empty()) index[key] = ids;
+    }
+    std::vector<Entry>::iterator at(std::size_t position) {
+        return list.begin() + static_cast<long>(std::min(position, list.size() - 1));
+    }
+    std::vector<Entry>::iterator found(const Bytes &key) {
+        const auto known = index.find(key);
+        return std::find_if(list.begin(), list.end(),
+                            [&](const Entry &e) { return known != index.end() && e.id == known->second; });
+    }
+    void remove(std::vector<Entry>::iterator entry) {
+        index.erase(entry->key);
+        list.erase(entry);
+    }
+    Bytes content() const {
+        Bytes text;
+        for (const Entry &e : list)
+            text += (text.empty() ? "" : " ") + (e.key.empty() ? "-" : e.key) + "=" + std::to_string(e.value);
+        return text;
+    }
+};
+
+TEST_F(TableTest, DoesWhatAListAndAMapDo) {
+    std::mt19937 random(5);
+    TableModel model;
+    Key key = new_key();
+    for (int step = 0; step < 4000; ++step) {
+        const Bytes name(1, static_cast<char>('a' + random() % 9));
+        const std::size_t position = random() % 12;
+        const int at = static_cast<int>(position);
+        const auto entry = model.found(name);
+        switch (random() % 6) {
+        case 0:
+            (*t)->SetSI(t.get(), name.c_str(), step);
+            entry == model.list.end() ? model.add(name, step) : void(entry->value = step);
+            break;
+        case 1:
+            (*t)->RemoveS(t.get(), name.c_str());
+            if (entry != model.list.end()) model.remove(entry);
+            break;
+        case 2:
+            (*t)->RemoveAt(t.get(), at);
+            if (!model.list.empty()) model.remove(model.at(position));
+            break;
+        case 3:
+            (*t)->InsertAt(t.get(), at);
+            model.list.insert(model.list.begin() + static_cast<long>(std::min(position, model.list.size())),
+                              {"", 0, 0});
+            break;
+        case 4:
+            (*key)->SetS(key.get(), name.c_str(), -1, 0);
+            (*t)->ModifyKeyK(t.get(), at, key.get());
+            if (model.list.empty()) break;
+            model.index.erase(model.at(position)->key);
+            *model.at(position) = {name, model.at(position)->value, ++model.ids};
+            model.index[name] = model.ids;
+            break;
+        default:
+            if (model.list.size() > 20) break;
+            (*t)->Append(t.get(), t.get());
+            for (const auto &e : std::vector(model.list)) model.add(e.key, e.value);
+        }
+        ASSERT_EQ(content(), model.content()) << step;
+        const auto now = model.found(name);
+        const bool known = now != model.list.end();
+        ASSERT_EQ((*t)->ValueS(t.get(), name.c_str()) != nullptr, known) << step;
+        ASSERT_EQ(base(name.c_str()), known ? static_cast<unsigned long>(now->value) : 0u) << step;
+    }
 }
 
 // Any sequence of operations, with mixed case flags, duplicates and re-keying: every look-up must lead to a live entry
