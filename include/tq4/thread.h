@@ -19,7 +19,7 @@
  * A kill is the last resort. It takes the function at whatever instruction it is, also where it calls nothing; locks
  * that it holds stay locked, memory that it owns stays allocated, and a library that it was inside of, the allocator
  * included, stays as it was. This library's events and thread objects stay usable. A function that cannot bear this
- * disables cancellation (pthread_setcancelstate).
+ * makes cancellation deferred (pthread_setcanceltype) before it disables it (pthread_setcancelstate).
  *
  * Delete, from another thread: stops with a wait of 2000 ms (WaitFor) and frees the object. When even the kill has not
  * ended the thread, the object is freed by the thread itself as soon as it ends. Delete from inside the function only

@@ -69,9 +69,10 @@ Tq4_commit_queue::Entry *Tq4_commit_queue::Successor(Entry *last) {
     return behind;
 }
 
-// From here on the entry belongs to its thread again and may be gone.
+// From here on the entry belongs to its thread again and may be gone. The store must be seen by whoever goes to sleep
+// before notify_one asks whether anybody sleeps: a weaker order would leave him there.
 void Tq4_commit_queue::Wake(Entry *entry, State state) {
-    entry->state.store(state, std::memory_order_release);
+    entry->state.store(state, std::memory_order_seq_cst);
     entry->state.notify_one();
 }
 

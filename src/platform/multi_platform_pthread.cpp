@@ -177,10 +177,7 @@ int MP_THREAD_SetCancel() {
     return 0;
 }
 
-void MP_THREAD_ClearCancel() {
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-    pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
-}
+void MP_THREAD_ClearCancel() { MP_THREAD_HoldCancel(); }
 
 int MP_THREAD_DeferCancel() {
     int before;
@@ -190,13 +187,19 @@ int MP_THREAD_DeferCancel() {
 
 void MP_THREAD_RestoreCancel(int before) { pthread_setcanceltype(before, nullptr); }
 
+// The type changes first and comes back last: a cancellation that is on its way as a signal asks for the type alone,
+// and would strike a thread that has only disabled it.
 int MP_THREAD_HoldCancel() {
-    int before = PTHREAD_CANCEL_ENABLE;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
-    return before;
+    int state = PTHREAD_CANCEL_ENABLE, type = PTHREAD_CANCEL_DEFERRED;
+    pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    return state + 2 * type;
 }
 
-void MP_THREAD_ReleaseCancel(int before) { pthread_setcancelstate(before, nullptr); }
+void MP_THREAD_ReleaseCancel(int before) {
+    pthread_setcancelstate(before % 2, nullptr);
+    pthread_setcanceltype(before / 2, nullptr);
+}
 
 void MP_THREAD_OnSIGQUIT(int) { pthread_exit(nullptr); }
 

@@ -6,6 +6,7 @@
 // cleanup handler: a kill does not run destructors. On other threads it costs a look at a thread-local flag.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 
 #include "platform/multi_platform_pthread.hpp"
@@ -28,14 +29,35 @@ public:
     Tq4_cancel_deferred &operator=(const Tq4_cancel_deferred &) = delete;
 };
 
-// While it lives, a kill does not take the calling thread at all: what is held across a wait in the system is given
-// back first. It costs two locked operations.
+// Where a kill and its thread meet, so that a kill never strikes between them: the killer asks, and sends the kill only
+// when nothing is held; the thread holds, and looks whether it was asked. Each writes its own part first and then reads
+// the other's, so at least one of them sees the other. Left to the system alone, a kill that was sent in time may
+// arrive later, in the middle of a write that has held it off.
+struct Tq4_kill_gate {
+    std::atomic<int> holds = 0; // how often the thread holds a kill off; written by itself
+    std::atomic<bool> asked = false;
+
+    // For the killer: true when the kill is to be sent, false when the thread will see to it.
+    bool Ask() {
+        asked = true;
+        return holds == 0;
+    }
+};
+// The calling thread's, while it runs a user's function on one of our threads; null elsewhere.
+[[gnu::tls_model("initial-exec")]] extern constinit thread_local Tq4_kill_gate *Tq4_own_kill_gate;
+
+// Between the two a kill does not take the calling thread at all; one that was asked for takes it at the end. They
+// nest, and cost two locked operations, some more on a thread that may be killed at any instruction.
+int Tq4_hold_off_kill();
+void Tq4_admit_kill(int before);
+
+// The same for a scope: what is held across a wait in the system is given back first.
 class Tq4_cancel_held {
-    const int m_before = MP_THREAD_HoldCancel();
+    const int m_before = Tq4_hold_off_kill();
 
 public:
     Tq4_cancel_held() = default;
-    ~Tq4_cancel_held() { MP_THREAD_ReleaseCancel(m_before); }
+    ~Tq4_cancel_held() { Tq4_admit_kill(m_before); }
     Tq4_cancel_held(const Tq4_cancel_held &) = delete;
     Tq4_cancel_held &operator=(const Tq4_cancel_held &) = delete;
 };

@@ -14,13 +14,13 @@ class TQ4_SCOPED_CAPABILITY Tq4_guard {
 
 public:
     explicit Tq4_guard(const Tq4_own<Tq4_lock> &lock) TQ4_ACQUIRE(lock)
-        : m_lock(lock.get()), m_cancel_before(m_lock ? MP_THREAD_HoldCancel() : 0) {
+        : m_lock(lock.get()), m_cancel_before(m_lock ? Tq4_hold_off_kill() : 0) {
         if (m_lock) (*m_lock)->Lock(m_lock);
     }
     ~Tq4_guard() TQ4_RELEASE() {
         if (!m_lock) return;
         (*m_lock)->Unlock(m_lock);
-        MP_THREAD_ReleaseCancel(m_cancel_before);
+        Tq4_admit_kill(m_cancel_before);
     }
     Tq4_guard(const Tq4_guard &) = delete;
     Tq4_guard &operator=(const Tq4_guard &) = delete;

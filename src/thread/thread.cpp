@@ -56,6 +56,7 @@ struct Tq4_thread_obj : Tq4_identity {
     bool m_alive TQ4_GUARDED_BY(m_lock) = false;     // the body has not ended: the system's handle is good
     bool m_killed TQ4_GUARDED_BY(m_lock) = false;    // m_exitStatus is the killer's
     bool m_announced TQ4_GUARDED_BY(m_lock) = false; // the end event is set, or is about to be
+    Tq4_kill_gate m_gate;
 
     explicit Tq4_thread_obj(const char *name);
     void Duplicate(const Tq4_thread_obj &source) { std::memcpy(m_thrname, source.m_thrname, sizeof m_thrname); }
@@ -81,6 +82,7 @@ private:
     static void *Body(void *thread);
     bool Begin();
     void Run();
+    static void NoLongerKillable();
     static void End(void *thread);
     bool LetGo() TQ4_REQUIRES(m_lock);
     void Cancel(unsigned long code) TQ4_REQUIRES(m_lock);
@@ -111,9 +113,10 @@ bool Tq4_thread_obj::IsSelf() const { return t_self == this; }
 // A quit signal that arrives on one of our threads ends it, at once or as soon as it may be killed; anywhere else it
 // does what it does by default.
 static void on_quit_signal(int signal) {
-    if (Tq4_killable) MP_THREAD_OnSIGQUIT(signal);
     if (t_self) {
-        MP_THREAD_KillThread(MP_THREAD_GetCurrentId(), 0);
+        const bool may_be_sent = !Tq4_own_kill_gate || Tq4_own_kill_gate->Ask();
+        if (may_be_sent && Tq4_killable) MP_THREAD_OnSIGQUIT(signal);
+        if (may_be_sent) MP_THREAD_KillThread(MP_THREAD_GetCurrentId(), 0);
         return;
     }
     MP_THREAD_Signal(signal, SIG_DFL);
@@ -208,7 +211,7 @@ void Tq4_thread_obj::CancelIfAlive() {
 void Tq4_thread_obj::Cancel(unsigned long code) {
     m_killed = true;
     m_exitStatus = static_cast<uint32_t>(code);
-    if (m_alive) MP_THREAD_KillThread(m_handle, code);
+    if (m_alive && m_gate.Ask()) MP_THREAD_KillThread(m_handle, code);
 }
 
 short Tq4_thread_obj::Kill(unsigned long code) {
@@ -289,16 +292,22 @@ bool Tq4_thread_obj::Begin() {
     return m_isRunning;
 }
 
+void Tq4_thread_obj::NoLongerKillable() {
+    MP_THREAD_ClearCancel();
+    Tq4_killable = false;
+    Tq4_own_kill_gate = nullptr;
+}
+
 void Tq4_thread_obj::Run() {
     const auto id = static_cast<unsigned>(MP_THREAD_GetCurrentId());
     const int lwp = MP_THREAD_GetLWP();
     // "thead" and the three blanks are deliberate: operators' filters look for them.
     Tq4_debug_api->Printf(0, "thead[%x:%d   %s] begin \n", id, lwp, m_thrname);
+    Tq4_own_kill_gate = &m_gate;
     Tq4_killable = true;
     MP_THREAD_SetCancel();
     const unsigned long result = m_func(m_param);
-    MP_THREAD_ClearCancel();
-    Tq4_killable = false;
+    NoLongerKillable();
     {
         Tq4_guard guard(m_lock);
         if (!m_killed) m_exitStatus = static_cast<uint32_t>(result);
@@ -309,8 +318,7 @@ void Tq4_thread_obj::Run() {
 // The end of the body, however it came. What follows the unlocking is the last that it does with the record.
 void Tq4_thread_obj::End(void *thread) {
     Tq4_forget_killed_frames();
-    MP_THREAD_ClearCancel();
-    Tq4_killable = false;
+    NoLongerKillable();
     auto *self = static_cast<Tq4_thread_obj *>(thread);
     Tq4_event last = nullptr;
     bool abandoned;

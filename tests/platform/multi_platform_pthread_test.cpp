@@ -2,6 +2,7 @@
 #include "platform/multi_platform_pthread.hpp"
 
 #include <cerrno>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <gtest/gtest.h>
@@ -161,6 +162,30 @@ TEST_F(PlatformThread, CanBeKilledAtAnyPointOnceItAllowsIt) {
     await_end();
     EXPECT_EQ(survived, 0);
     MP_THREAD_mutex_unlock(&held);
+}
+
+// What a cancellation sends may arrive after the thread has said that it holds it off. The first one in a process sets
+// up the signal's handler.
+TEST_F(PlatformThread, AKillThatIsOnItsWayWaitsWhileItIsHeldOff) {
+    const MP_THREAD_handle first = start([](void *) -> void * {
+        for (kernel_id = MP_THREAD_GetLWP();;) pause();
+    });
+    MP_THREAD_KillThread(first, 0);
+    await_end();
+    kernel_id = 0;
+    start([](void *) -> void * {
+        MP_THREAD_SetCancel();
+        const int before = MP_THREAD_HoldCancel();
+        kernel_id = MP_THREAD_GetLWP();
+        constexpr int cancelling_signal = 32;
+        syscall(SYS_tgkill, getpid(), gettid(), cancelling_signal);
+        survived = 1;
+        MP_THREAD_ReleaseCancel(before);
+        survived = 2;
+        return nullptr;
+    });
+    await_end();
+    EXPECT_EQ(survived, 1);
 }
 
 TEST_F(PlatformThread, SuspendStopsTheProcessAndResumeContinuesIt) {

@@ -14,6 +14,7 @@
 
 #include "own.hpp"
 #include "parallel.hpp"
+#include "thread/cancel.hpp"
 #include "tq4/debug.h"
 #include "tq4/event.h"
 
@@ -141,6 +142,34 @@ TEST(ThreadDeathTest, AKilledWaiterLeavesTheEventUsable) {
                });
 }
 
+// While it holds a kill off, even twice, a thread goes on; then it obeys, whichever way it was asked.
+void expect_obeys_after_the_hold(void (*ask)(Victim &)) {
+    static void (*asked)(Victim &);
+    asked = ask;
+    in_a_child(
+        [](Victim &v) -> unsigned long {
+            const int before = Tq4_hold_off_kill(), within = Tq4_hold_off_kill();
+            asked(v);
+            Tq4_admit_kill(within);
+            v.set();
+            Tq4_admit_kill(before);
+            return 0;
+        },
+        [](Victim &v) {
+            v.start();
+            MUST(v.wait() == 1);
+            MUST(!v.await_end());
+            v.remove();
+        });
+}
+
+TEST(ThreadDeathTest, AKillWaitsWhileItIsHeldOff) {
+    expect_obeys_after_the_hold([](Victim &v) { v.kill(1); });
+#ifndef UNDER_THREAD_SANITIZER
+    expect_obeys_after_the_hold([](Victim &) { raise(SIGQUIT); });
+#endif
+}
+
 TEST(ThreadDeathTest, AThreadMayEndItselfInItsFunction) {
     in_a_child([](Victim &v) { return v.kill(6), 0ul; },
                [](Victim &v) {
@@ -177,6 +206,7 @@ TEST(ThreadDeathTest, AThreadThatDeletesItselfStaysUsableUntilItsFunctionReturns
 TEST(ThreadDeathTest, DeleteLeavesTheRecordToAThreadThatEvenAKillDoesNotEnd) {
     in_a_child(
         [](Victim &v) {
+            pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
             pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
             v.wait();
             MUST(!v.running());
