@@ -64,7 +64,7 @@ bool Tq4_app_obj::LoadReadline() {
 
 Tq4_app_line Tq4_app_obj::ReadLine(std::string *line, bool edit) {
     if (!MP_FlushStandardOutput() && m_run_type == Tq4_app_run_type_daemon)
-        MP_SOCK_Shutdown(standard_output, 2); // the shell does not read
+        MP_SOCK_Shutdown(standard_output, MP_Direction_both); // the shell does not read
     line->clear();
     Await(-1, 0); // a signal counts for more than the lines that are there already
     const Tq4_app_line found = m_ending ? Tq4_app_line::End : edit ? ReadEdited(line) : ReadPlain(line);

@@ -30,7 +30,6 @@ constexpr long Leave_wait = 5000; // for a daemon to answer what was typed befor
 constexpr long Without_limit = -1;
 
 enum Result { Done = 1, Start_refused = -3, No_daemon = -100 };
-enum Shutdown { No_more_output = 1, Neither = 2 };
 
 constexpr const char *prompt_text = "\n\n请输入指令，如需帮助，请输入h(help)\n";
 constexpr const char *stop_line = "stop\n";
@@ -56,7 +55,7 @@ unsigned long display_output(void *connection) {
 }
 
 // A shell that cannot be written to is gone, or stuck: its connection ends. (On the null device this does nothing.)
-void end_connection() { MP_SOCK_Shutdown(1, Neither); }
+void end_connection() { MP_SOCK_Shutdown(1, MP_Direction_both); }
 
 void notify_supervisor(const char *state) {
     if (const char *socket = std::getenv("NOTIFY_SOCKET")) MP_SendToSupervisor(socket, state);
@@ -129,13 +128,13 @@ int Tq4_app_obj::Run(int argc, char **argv, Tq4_app_start start, Tq4_app_stop st
 // --- Standalone ---
 
 int Tq4_app_obj::RunStandalone(Tq4_app_start start) {
+    const bool on_terminal = MP_IsTerminal(0);
     MP_Events_Open();
     if (Start(start)) {
         Greet("%s服务运行于独立模式（服务+命令行交互一体）\n");
         Converse(-1);
-        // Nobody is there to type: a supervisor runs the service, and ends it by a signal.
-        const bool unattended = m_lines == 0 && !MP_IsTerminal(0);
-        while (unattended && !m_ending) Await(-1, Without_limit);
+        // Nobody was ever there to type: a supervisor runs the service, and ends it by a signal.
+        while (!on_terminal && m_lines == 0 && !m_ending) Await(-1, Without_limit);
         Stop();
     }
     MP_Events_Close();
@@ -218,9 +217,9 @@ int Tq4_app_obj::RunShell(int connection) {
     const auto said = Converse(connection);
     // The daemon meets the end of what was typed, answers all of it and ends the connection. After "stop" that takes
     // what stopping takes.
-    MP_SOCK_Shutdown(connection, No_more_output);
+    MP_SOCK_Shutdown(connection, MP_Direction_out);
     if (!m_ending) Await(-1, said == Tq4_app_farewell::Stop ? Without_limit : Leave_wait);
-    MP_SOCK_Shutdown(connection, Neither);
+    MP_SOCK_Shutdown(connection, MP_Direction_both);
     thread.reset();
     Tq4_sock_api->Close(connection);
     MP_Events_Close();

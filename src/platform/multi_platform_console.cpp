@@ -117,7 +117,8 @@ int MP_SOCK_SendTimeout(int socket, long ms) {
     return setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout) == 0;
 }
 
-void MP_SOCK_Shutdown(int socket, int how) { shutdown(socket, how); }
+static_assert(MP_Direction_out == int{SHUT_WR} && MP_Direction_both == int{SHUT_RDWR});
+void MP_SOCK_Shutdown(int socket, MP_Direction direction) { shutdown(socket, direction); }
 
 int MP_Events_Open() {
     const int made = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);

@@ -35,8 +35,9 @@ int MP_EnterBackground();
 
 // From now on a write to the socket fails after it has waited so long for the peer to read.
 int MP_SOCK_SendTimeout(int socket, long ms);
-// Ends a connection: reading meets the end (how 0), the peer does (1), both (2). The descriptor stays open.
-void MP_SOCK_Shutdown(int socket, int how);
+// Ends a connection in one direction, so that the peer meets the end, or in both. The descriptor stays open.
+enum MP_Direction { MP_Direction_out = 1, MP_Direction_both = 2 };
+void MP_SOCK_Shutdown(int socket, MP_Direction direction);
 
 // --- Events: signals, and what threads tell the main thread ---
 

@@ -1,6 +1,7 @@
 // service: the program that the tests of the console run. It appends what happens to it to the file that TRACE in the
 // environment names.
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 #include <string>
 #include <unistd.h>
@@ -18,14 +19,13 @@ void trace(const std::string &event) {
 // Every option with its values.
 std::string arguments() {
     int at = 0;
-    const char *name, *value;
     std::string text;
-    while (Tq4_app->ArgV(&at, &value)) text += value + std::string(";");
-    while (Tq4_app->ArgK(&at, &name)) {
+    const char *name = "", *value;
+    do {
         text += name;
         while (Tq4_app->ArgV(&at, &value)) text += std::string(" = ") + value;
         text += ";";
-    }
+    } while (Tq4_app->ArgK(&at, &name));
     return text;
 }
 
@@ -35,6 +35,12 @@ int start(int argc, char **) {
         Tq4_app->Register(name, const_cast<char *>(name),
                           [](void *object) { trace("delete " + std::string(static_cast<char *>(object))); });
     return arguments().find("--refuse") == std::string::npos;
+}
+
+void stop() {
+    for (int standard = 0; standard < 3; ++standard)
+        if (fcntl(standard, F_GETFD) < 0) trace("descriptor " + std::to_string(standard) + " is closed");
+    trace("stop");
 }
 
 } // namespace
@@ -60,5 +66,5 @@ int main(int argc, char **argv) {
         print(object ? object : "nothing");
     };
     Tq4_app->AddCmd("found", nullptr, find, "look an object up");
-    return Tq4_app->Run(argc, argv, start, [] { trace("stop"); });
+    return Tq4_app->Run(argc, argv, start, stop);
 }
