@@ -1,8 +1,8 @@
 /* config.h: Tq4_config, settings in a text file: a tree of sections with keys and values, read, changed and written
  * back with its comments.
  *
- * The file. A line is at most 2048 bytes; a longer one is skipped. Blanks, tabs and line ends around a line do not
- * count, and a UTF-8 byte-order mark in front of the file is skipped.
+ * The file. A line is at most 2048 bytes; a longer one is skipped, and told in the log. Blanks, tabs and line ends
+ * around a line do not count, and a UTF-8 byte-order mark in front of the file is skipped.
  *
  *     // a comment; also ; and # at the start of a line, and over several lines between slash-star and star-slash
  *     key = value                 // a comment behind it, which is everything from the first two slashes on

@@ -30,7 +30,7 @@ struct Filled_address {
 
 void Close(int descriptor) { MP_FileClose(descriptor); }
 
-int close_failed(int descriptor) {
+int close_keeping_error(int descriptor) {
     const int error = MP_SOCK_GetLastError();
     Close(descriptor);
     MP_SOCK_SetLastError(error);
@@ -40,7 +40,8 @@ int close_failed(int descriptor) {
 int open_udp(const Tq4_sockaddr_obj *address, bool bind) {
     const int descriptor = MP_SOCK_Open(address ? address->info.ai_family : AF_INET, SOCK_DGRAM);
     if (descriptor < 0 || !bind || !address) return descriptor;
-    return MP_SOCK_Bind(descriptor, address->raw(), address->info.ai_addrlen) ? descriptor : close_failed(descriptor);
+    return MP_SOCK_Bind(descriptor, address->raw(), address->info.ai_addrlen) ? descriptor
+                                                                              : close_keeping_error(descriptor);
 }
 
 int open_tcp(const Tq4_sockaddr_obj *address, bool bind) {
@@ -48,14 +49,15 @@ int open_tcp(const Tq4_sockaddr_obj *address, bool bind) {
     const int descriptor = MP_SOCK_Open(address->info.ai_family, SOCK_STREAM);
     if (descriptor < 0 || !bind) return descriptor;
     MP_SOCK_SetOption(descriptor, MP_SOCK_Reuse, 1);
-    return MP_SOCK_Bind(descriptor, address->raw(), address->info.ai_addrlen) ? descriptor : close_failed(descriptor);
+    return MP_SOCK_Bind(descriptor, address->raw(), address->info.ai_addrlen) ? descriptor
+                                                                              : close_keeping_error(descriptor);
 }
 
 int connect(const Tq4_sockaddr_obj *address, int given) {
     if (!address) return -1;
     const int descriptor = given < 0 ? open_tcp(address, false) : given;
     if (descriptor < 0 || MP_SOCK_Connect(descriptor, address->raw(), address->info.ai_addrlen)) return descriptor;
-    return given < 0 ? close_failed(descriptor) : -1;
+    return given < 0 ? close_keeping_error(descriptor) : -1;
 }
 
 int OpenUdp(const char *host, int port, int bind) {
@@ -145,7 +147,7 @@ int GetRoutingInf(Tq4_sockaddr destination, Tq4_sockaddr local) {
     Filled_address own;
     const bool found = MP_SOCK_Connect(descriptor, to->raw(), to->info.ai_addrlen) &&
                        MP_SOCK_LocalAddress(descriptor, own.at(), &own.length) && own.give_to(*record(local));
-    close_failed(descriptor);
+    close_keeping_error(descriptor);
     if (found) record(local)->SetPort(0); // the port of the closed socket means nothing
     return found;
 }

@@ -2,6 +2,7 @@
 #include <cfloat>
 #include <climits>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <random>
 #include <sstream>
@@ -388,31 +389,22 @@ TEST_F(Config, DepthAndNumberAreBoundedByMemoryAlone) {
 
 TEST_F(Config, RandomTreesAreReadBackAsTheyWereWritten) {
     std::mt19937 random(2026);
-    const auto pick = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
     const Texts names = {"a", "b", "c.d", "e]f", "g h", ""}, texts = {"1", "", " x ", "a//b", "\"", "=", "\xFF"};
+    const char *name;
+    const auto write = [&] { (*s)->WriteString(s, name, texts[random() % texts.size()].c_str()); };
+    const std::function<void()> changes[] = {
+        [&] { (*s)->AddSection(s, name); },
+        [&] { (*s)->ToParentSection(s); },
+        [&] { (*s)->RemoveChildSection(s, name, random() % 2); },
+        [&] { (*s)->ToChildSection(s, name, random() % 3); },
+        write,
+        write,
+    };
     for (int round = 0; round < 200; ++round) {
         Tq4_config_oitf->Reset(s);
         for (int step = 0; step < 60; ++step) {
-            const std::string &name = names[static_cast<size_t>(pick(6))];
-            switch (pick(8)) {
-            case 0:
-                (*s)->AddSection(s, name.c_str());
-                break;
-            case 1:
-                (*s)->ToParentSection(s);
-                break;
-            case 2:
-                (*s)->ToTopSection(s);
-                break;
-            case 3:
-                (*s)->RemoveChildSection(s, name.c_str(), random() % 2);
-                break;
-            case 4:
-                (*s)->ToChildSection(s, name.c_str(), random() % 3);
-                break;
-            default:
-                (*s)->WriteString(s, name.c_str(), texts[static_cast<size_t>(pick(7))].c_str());
-            }
+            name = names[random() % names.size()].c_str();
+            changes[random() % std::size(changes)]();
         }
         auto copy = Tq4_make<Tq4_config>(Tq4_config_oitf);
         Tq4_config_oitf->Copy(copy.get(), s);

@@ -2,10 +2,9 @@
 //
 // The tree is ini/tree.hpp's, the engines between text and tree are ini/reader.hpp and ini/writer.hpp; here are the
 // files, the cursor and the values. The cursor is a section and the text of its path, which is kept as it was given:
-// moving down appends to it, moving up makes it anew. Texts given may lie in this very configuration.
+// moving down appends a part to it, moving up cuts one off. Texts given may lie in this very configuration.
 #include <algorithm>
 #include <charconv>
-#include <climits>
 #include <memory>
 #include <string>
 
@@ -96,23 +95,15 @@ Tq4_config_section *child_of(const Tq4_config_section &parent, std::string_view 
     return error == std::errc() ? child_of(parent, part.substr(0, bracket), index) : nullptr;
 }
 
-void append_part(std::string &path, bool first, std::string_view name, unsigned long index) {
-    if (!first) path += '.';
-    path += name;
-    if (index) path += '[' + std::to_string(index) + ']';
+// The part of a path that leads to a section.
+std::string part_of(std::string_view name, unsigned long index) {
+    std::string part(name);
+    if (index) part += '[' + std::to_string(index) + ']';
+    return part;
 }
 
-std::string path_of(const Tq4_config_section &section) {
-    std::vector<const Tq4_config_section *> line;
-    for (const auto *at = &section; at->m_parent; at = at->m_parent) line.push_back(at);
-    std::string path;
-    for (auto at = line.rbegin(); at != line.rend(); ++at)
-        append_part(path, at == line.rbegin(), (*at)->m_name.view(), (*at)->Index());
-    return path;
-}
-
-// The tree of an open file; null when reading fails.
-std::unique_ptr<Tq4_config_tree> read_tree(int descriptor) {
+// The tree of an open file; null when reading fails. A line that is left out is told, but for the first one only.
+std::unique_ptr<Tq4_config_tree> read_tree(const char *file, int descriptor) {
     auto tree = std::make_unique<Tq4_config_tree>();
     Tq4_config_reader reader(*tree);
     for (;;) {
@@ -124,14 +115,22 @@ std::unique_ptr<Tq4_config_tree> read_tree(int descriptor) {
         reader.Filled(static_cast<std::size_t>(n));
     }
     reader.Finish();
+    if (const unsigned long line = reader.FirstSkipped())
+        Tq4_debug_api->log(0, "Tq4_config_Read skipped %lu lines longer than %lu bytes,file = %s,first line = %lu\n",
+                           reader.Skipped(), Tq4_config_line_limit, file, line);
     return tree;
 }
 
-bool write_new_file(const char *file, const std::string &text) {
+// A new file, or what stands there and is no regular file.
+bool write_in_place(const char *file, const std::string &text) {
+    MP_FileInfo before;
+    const bool existed = MP_GetFileInfo(file, 0, &before);
     const int descriptor = MP_SafeOpen(file, O_RDWR | O_CREAT | O_TRUNC, Created_mode);
     if (descriptor < 0) return false;
-    const bool written = Tq4_write_all(descriptor, text.data(), static_cast<long>(text.size()));
-    return MP_FileClose(descriptor) && written;
+    bool written = Tq4_write_all(descriptor, text.data(), static_cast<long>(text.size()));
+    written = MP_FileClose(descriptor) && written;
+    if (!written && !existed) MP_FileDelete(file);
+    return written;
 }
 
 } // namespace
@@ -166,7 +165,7 @@ bool Tq4_config_obj::Equal(const Tq4_config_obj &other) const {
 
 int Tq4_config_obj::Read(const char *file) {
     const int descriptor = MP_SafeOpen(file, O_RDONLY, 0);
-    auto tree = descriptor < 0 ? nullptr : read_tree(descriptor);
+    auto tree = descriptor < 0 ? nullptr : read_tree(file, descriptor);
     if (descriptor >= 0) MP_FileClose(descriptor);
     if (!tree) {
         ToTopSection();
@@ -181,7 +180,7 @@ bool Tq4_config_obj::Dump(const char *file) const {
     if (!file) return false;
     const std::string text = Tq4_config_written(*m_tree);
     MP_FileInfo target;
-    if (!MP_GetFileInfo(file, 1, &target) || target.type != Regular_file) return write_new_file(file, text);
+    if (!MP_GetFileInfo(file, 1, &target) || target.type != Regular_file) return write_in_place(file, text);
     // Where a link leads is replaced, not the link.
     return Tq4_replace_file(MP_ResolvePath(file), target.mode, [&text](int descriptor) {
         return Tq4_write_all(descriptor, text.data(), static_cast<long>(text.size())) && MP_FileSync(descriptor);
@@ -252,15 +251,20 @@ void Tq4_config_obj::RemoveChildSection(const char *name, unsigned long index) {
 const char *Tq4_config_obj::ToChildSection(const char *name, unsigned long index) {
     Tq4_config_section *child = name ? child_of(*m_psection, name, index) : nullptr;
     if (!child) return nullptr;
-    append_part(m_skey, !m_psection->m_parent, child->m_name.view(), index);
+    if (m_psection->m_parent) m_skey += '.';
+    m_skey += part_of(child->m_name.view(), index);
     m_psection = child;
     return m_skey.c_str();
 }
 
 void Tq4_config_obj::ToParentSection() {
     if (!m_psection->m_parent) return;
+    // The last part of the path goes. A name that holds a dot came there by ToChildSection.
+    const std::string_view name = m_psection->m_name.view();
+    std::size_t part = m_skey.rfind('.') + 1; // 0 without a dot
+    if (name.find('.') != name.npos) part = m_skey.size() - part_of(name, m_psection->Index()).size();
+    m_skey.resize(part ? part - 1 : 0);
     m_psection = m_psection->m_parent;
-    m_skey = path_of(*m_psection);
 }
 
 void Tq4_config_obj::ToTopSection() {

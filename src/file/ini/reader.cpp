@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr std::string_view Byte_order_mark = "\xEF\xBB\xBF";
-
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 // Ends a piece of the tree's own text with a NUL, over the byte behind it.
@@ -61,12 +59,11 @@ void Tq4_config_reader::Filled(std::size_t n) {
     m_filled += n;
     char *const end = m_block + m_filled;
     while (auto *line_feed = static_cast<char *>(std::memchr(at, '\n', static_cast<std::size_t>(end - at)))) {
-        if (!m_too_long) TakeLine({m_block + m_line, line_feed});
-        m_too_long = m_first_line = false;
+        EndLine(static_cast<std::size_t>(line_feed - m_block));
         at = line_feed + 1;
         m_line = static_cast<std::size_t>(at - m_block);
     }
-    m_too_long = m_too_long || m_filled - m_line > Tq4_config_line_limit + Byte_order_mark.size();
+    m_too_long = m_too_long || m_filled - m_line > Tq4_config_line_limit + Tq4_config_byte_order_mark.size();
     if (m_too_long) m_line = m_filled;
 }
 
@@ -81,13 +78,22 @@ void Tq4_config_reader::Feed(std::string_view bytes) {
 }
 
 void Tq4_config_reader::Finish() {
-    if (m_line < m_filled) TakeLine({m_block + m_line, m_filled - m_line});
+    if (m_line < m_filled || m_too_long) EndLine(m_filled);
     m_tree.m_last_comments = Comments();
 }
 
+// The line that begins at m_line ends here.
+void Tq4_config_reader::EndLine(std::size_t end) {
+    ++m_line_number;
+    std::string_view line{m_block + m_line, end - m_line};
+    if (m_line_number == 1 && line.starts_with(Tq4_config_byte_order_mark))
+        line.remove_prefix(Tq4_config_byte_order_mark.size());
+    if (!m_too_long && line.size() <= Tq4_config_line_limit) return TakeLine(line);
+    m_too_long = false;
+    if (m_skipped++ == 0) m_first_skipped = m_line_number;
+}
+
 void Tq4_config_reader::TakeLine(std::string_view line) {
-    if (m_first_line && line.starts_with(Byte_order_mark)) line.remove_prefix(Byte_order_mark.size());
-    if (line.size() > Tq4_config_line_limit) return;
     line = Tq4_config_trim(line);
     if (line.empty() && m_mlc) m_tree.AddComment({});
     m_kept = m_kept || !line.empty();

@@ -5,6 +5,9 @@
 
 #include "file/ini/tree.hpp"
 
+// In front of a file it does not count.
+constexpr std::string_view Tq4_config_byte_order_mark = "\xEF\xBB\xBF";
+
 // Blanks, tabs and line ends at the front, at the end, and both.
 std::string_view Tq4_config_trim_left(std::string_view text);
 std::string_view Tq4_config_trim_right(std::string_view text);
@@ -24,10 +27,14 @@ public:
     void Feed(std::string_view bytes);
     // After the last of them.
     void Finish();
+    // How many lines were too long, and the number of the first of them, counted from 1; 0 when there was none.
+    unsigned long Skipped() const { return m_skipped; }
+    unsigned long FirstSkipped() const { return m_first_skipped; }
 
 private:
     static constexpr std::size_t Block_size = 65536;
 
+    void EndLine(std::size_t end);
     void TakeLine(std::string_view line);
     std::string_view Statement(std::string_view line);
     std::string_view CommentBlock(std::string_view line, std::size_t end_from);
@@ -46,7 +53,8 @@ private:
     bool m_kept = false;     // something of the tree lies in it
     std::size_t m_line = 0;  // where the line begins whose end has not come
     std::size_t m_filled = 0;
-    bool m_too_long = false; // that line is beyond the limit, and what has come of it is dropped
-    bool m_first_line = true;
+    bool m_too_long = false;         // that line is beyond the limit, and what has come of it is dropped
+    unsigned long m_line_number = 0; // of the last one taken
+    unsigned long m_skipped = 0, m_first_skipped = 0;
     bool m_mlc = false; // inside a comment of several lines
 };

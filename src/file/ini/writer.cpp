@@ -14,7 +14,6 @@
 
 namespace {
 
-constexpr std::string_view Byte_order_mark = "\xEF\xBB\xBF";
 constexpr auto npos = std::string_view::npos;
 
 class Writer {
@@ -65,7 +64,7 @@ std::string Writer::Run() {
         }
     }
     Comments(m_tree.m_last_comments, All);
-    if (m_text.starts_with(Byte_order_mark)) m_text.insert(0, 1, '\n'); // of a key: a reader would skip it
+    if (m_text.starts_with(Tq4_config_byte_order_mark)) m_text.insert(0, 1, '\n'); // of a key: a reader would skip it
     return std::move(m_text);
 }
 
