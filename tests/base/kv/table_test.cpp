@@ -2,7 +2,6 @@
 #include "base/kv/kv_fixture.hpp"
 
 #include <algorithm>
-#include <map>
 #include <random>
 #include <vector>
 
@@ -135,150 +134,219 @@ TEST_F(TableTest, TheCaseFlagIsForKeysAndTheIndexHasItsOwn) {
     EXPECT_EQ(dump(copy)[0], 0) << "flags come also from an empty source";
 }
 
-// The list and the index as two plain containers, with keys of one kind and no case flags.
+// The table told plainly: a list of entries, and 17 chains of places that lead to them, the newest first. Case flags
+// are mixed at will: a place has the bucket of the flags that counted when it was made, and a key of the index's flag.
 struct TableModel {
     struct Entry {
-        Bytes key; // empty: none
+        Key key;
         long value;
         int id;
     };
     std::vector<Entry> list;
-    std::map<Bytes, int> index; // key to id
-    int ids = 0;
+    std::vector<std::pair<Key, int>> chains[17]; // the newest last
+    int flag = 0, nocase = 0, ids = 0;
 
-    void add(const Bytes &key, long value) {
-        list.push_back({key, value, ++ids});
-        if (!key.empty()) index[key] = ids;
+    static Key copy_of(Tq4_key key) { return Key(static_cast<Tq4_key>(Tq4_key_oitf->Dup(key))); }
+    static bool empty(const Key &key) { return (*key)->GetType(key.get()) == Tq4_key_type_Unvalid; }
+
+    template <class Match> int *find(unsigned long hash, Match match) {
+        auto &chain = chains[hash % 17];
+        const auto at =
+            std::find_if(chain.rbegin(), chain.rend(), [&](auto &place) { return match(place.first.get()); });
+        return at == chain.rend() ? nullptr : &at->second;
     }
-    std::vector<Entry>::iterator at(std::size_t position) {
-        return list.begin() + static_cast<long>(std::min(position, list.size() - 1));
+    int *by_key(Tq4_key key) {
+        if ((*key)->GetType(key) == Tq4_key_type_Unvalid) return nullptr;
+        return find((*key)->Hash(key, nocase), [&](Tq4_key other) { return Tq4_object_Equal(other, key); });
     }
-    std::vector<Entry>::iterator found(const Bytes &key) {
-        const auto known = index.find(key);
-        return std::find_if(list.begin(), list.end(),
-                            [&](const Entry &e) { return known != index.end() && e.id == known->second; });
+    int *by_text(const char *text) {
+        return find(Tq4_key_HashString(text, nocase), [&](Tq4_key key) { return (*key)->EqualS(key, text, nocase); });
     }
-    void remove(std::vector<Entry>::iterator entry) {
-        index.erase(entry->key);
-        list.erase(entry);
+    int *by_number(unsigned long n) {
+        return find(n, [&](Tq4_key key) { return (*key)->EqualL(key, n); });
     }
-    Bytes content() const {
-        Bytes text;
-        for (const Entry &e : list)
-            text += (text.empty() ? "" : " ") + (e.key.empty() ? "-" : e.key) + "=" + std::to_string(e.value);
-        return text;
+    void place(unsigned long hash, Tq4_key key, int id) {
+        chains[hash % 17].emplace_back(copy_of(key), id);
+        (*key)->SetNoCase(chains[hash % 17].back().first.get(), nocase); // deliberately not its own
+    }
+    void enter(const Entry &entry) {
+        int *known = by_key(entry.key.get());
+        if (known)
+            *known = entry.id;
+        else if (!empty(entry.key))
+            place((*entry.key)->Hash(entry.key.get(), nocase), entry.key.get(), entry.id);
+    }
+    void erase_places(int id) {
+        for (auto &chain : chains) std::erase_if(chain, [&](auto &place) { return place.second == id; });
+    }
+    void leave(const Entry &entry) {
+        if (empty(entry.key)) return;
+        if (const int *known = by_key(entry.key.get())) erase_places(*known);
+        erase_places(entry.id);
+    }
+    void add(Tq4_key key, long value, bool by_its_key) {
+        list.push_back({copy_of(key), value, ++ids});
+        if (by_its_key) return enter(list.back());
+        const bool text = (*key)->GetType(key) == Tq4_key_type_String;
+        place(text ? Tq4_key_HashString((*key)->GetS(key), nocase) : (*key)->GetL(key), key, ids);
+    }
+    Entry *with(const int *id) {
+        for (Entry &entry : list)
+            if (id && entry.id == *id) return &entry;
+        return nullptr;
+    }
+    void remove(const int *id) {
+        const int gone = id ? *id : 0;
+        erase_places(gone);
+        std::erase_if(list, [&](const Entry &entry) { return entry.id == gone; });
+    }
+    Entry &at(std::size_t position) { return list[std::min(position, list.size() - 1)]; }
+    void set_key(Entry &entry, Tq4_key key) {
+        leave(entry);
+        entry.key = copy_of(key);
+        enter(entry);
+    }
+    long value(const int *id) {
+        const Entry *entry = with(id);
+        return entry ? entry->value : -1;
     }
 };
 
-TEST_F(TableTest, DoesWhatAListAndAMapDo) {
-    std::mt19937 random(5);
+struct TableWalk : TableTest {
     TableModel model;
-    Key key = new_key();
-    for (int step = 0; step < 4000; ++step) {
-        const Bytes name(1, static_cast<char>('a' + random() % 9));
-        const std::size_t position = random() % 12;
-        const int at = static_cast<int>(position);
-        const auto entry = model.found(name);
-        switch (random() % 6) {
+    Key key = new_key(), folded = new_key();
+    std::mt19937 random;
+
+    bool coin() { return random() % 2; }
+    void choose_key(const Bytes &text) {
+        const bool nocase = coin();
+        switch (random() % 4) {
         case 0:
-            (*t)->SetSI(t.get(), name.c_str(), step);
-            entry == model.list.end() ? model.add(name, step) : void(entry->value = step);
+            return (*key)->SetLS(key.get(), random() % 2, coin() ? text.c_str() : nullptr, nocase);
+        case 1:
+            return (*key)->SetL(key.get(), random() % 4, nullptr);
+        default:
+            return (*key)->SetS(key.get(), text.c_str(), -1, nocase);
+        }
+    }
+    void set(const Bytes &text, int step) {
+        const unsigned long n = static_cast<unsigned long>(step) % 4;
+        const bool by_text = coin();
+        by_text ? (*t)->SetSI(t.get(), text.c_str(), step) : (*t)->SetII(t.get(), n, step);
+        if (TableModel::Entry *known = model.with(by_text ? model.by_text(text.c_str()) : model.by_number(n))) {
+            known->value = step;
+            return;
+        }
+        by_text ? (*folded)->SetS(folded.get(), text.c_str(), -1, model.flag)
+                : (*folded)->SetL(folded.get(), n, nullptr);
+        model.add(folded.get(), step, false);
+    }
+    void remove(const Bytes &text, std::size_t position) {
+        if (coin()) {
+            (*t)->RemoveAt(t.get(), static_cast<int>(position));
+            if (model.list.empty()) return;
+            const int id = model.at(position).id;
+            model.leave(model.at(position));
+            model.remove(&id);
+        } else if (coin()) {
+            (*t)->RemoveS(t.get(), text.c_str());
+            model.remove(model.by_text(text.c_str()));
+        } else {
+            (*t)->RemoveK(t.get(), key.get());
+            model.remove(model.by_key(key.get()));
+        }
+    }
+    void change_key(std::size_t position, const Bytes &text) {
+        const int at = static_cast<int>(position);
+        Tq4_key_oitf->Copy(folded.get(), key.get());
+        (*folded)->SetNoCase(folded.get(), model.flag);
+        switch (random() % 4) {
+        case 0:
+            (*t)->ModifyKeyS(t.get(), at, text.c_str());
+            (*folded)->SetLS(folded.get(), 0, text.c_str(), model.flag);
             break;
         case 1:
-            (*t)->RemoveS(t.get(), name.c_str());
-            if (entry != model.list.end()) model.remove(entry);
+            (*t)->ModifyKeyI(t.get(), at, position);
+            (*folded)->SetLS(folded.get(), position, nullptr, model.flag);
             break;
         case 2:
-            (*t)->RemoveAt(t.get(), at);
-            if (!model.list.empty()) model.remove(model.at(position));
-            break;
-        case 3:
-            (*t)->InsertAt(t.get(), at);
-            model.list.insert(model.list.begin() + static_cast<long>(std::min(position, model.list.size())),
-                              {"", 0, 0});
-            break;
-        case 4:
-            (*key)->SetS(key.get(), name.c_str(), -1, 0);
-            (*t)->ModifyKeyK(t.get(), at, key.get());
-            if (model.list.empty()) break;
-            model.index.erase(model.at(position)->key);
-            *model.at(position) = {name, model.at(position)->value, ++model.ids};
-            model.index[name] = model.ids;
+            (*t)->ModifyKeyK(t.get(), at, nullptr);
+            Tq4_key_oitf->Reset(folded.get());
             break;
         default:
-            if (model.list.size() > 20) break;
-            (*t)->Append(t.get(), t.get());
-            for (const auto &e : std::vector(model.list)) model.add(e.key, e.value);
+            (*t)->ModifyKeyK(t.get(), at, key.get());
         }
-        ASSERT_EQ(content(), model.content()) << step;
-        const auto now = model.found(name);
-        const bool known = now != model.list.end();
-        ASSERT_EQ((*t)->ValueS(t.get(), name.c_str()) != nullptr, known) << step;
-        ASSERT_EQ(base(name.c_str()), known ? static_cast<unsigned long>(now->value) : 0u) << step;
+        if (!model.list.empty()) model.set_key(model.at(position), folded.get());
     }
-}
+    void insert(std::size_t position, int step) {
+        if (coin()) {
+            (*(*t)->InsertAt(t.get(), static_cast<int>(position)))
+                ->SetLong((*t)->At(t.get(), static_cast<int>(position), nullptr), step);
+            const auto before = model.list.begin() + static_cast<long>(std::min(position, model.list.size()));
+            model.list.insert(before, {new_key(), step, ++model.ids});
+        } else {
+            Tq4_value value = (*t)->InsertK(t.get(), key.get());
+            (*value)->SetLong(value, step);
+            TableModel::Entry *known = model.with(model.by_key(key.get()));
+            known ? void(known->value = step) : model.add(key.get(), step, true);
+        }
+    }
+    void append() {
+        if (model.list.size() > 20) return;
+        (*t)->Append(t.get(), t.get());
+        model.nocase = model.flag;
+        const std::size_t count = model.list.size();
+        for (std::size_t i = 0; i < count; ++i) model.add(model.list[i].key.get(), model.list[i].value, true);
+    }
+    Bytes told() {
+        Bytes text;
+        for (const auto &entry : model.list) text += dump(entry.key) + std::to_string(entry.value) + " ";
+        return text;
+    }
+    Bytes seen() {
+        Bytes text;
+        Tq4_key shown = nullptr;
+        for (Tq4_value value = (*t)->First(t.get(), &shown); value; value = (*t)->Next(t.get(), &shown))
+            text += dump(TableModel::copy_of(shown)) + std::to_string((*value)->GetLong(value)) + " ";
+        return text;
+    }
+    static long value_of(Tq4_value value) { return value ? (*value)->GetLong(value) : -1; }
+};
 
-// Any sequence of operations, with mixed case flags, duplicates and re-keying: every look-up must lead to a live entry
-// of the list (the sanitizers watch), and what it finds must have the key.
-TEST_F(TableTest, NoSequenceLeavesTheIndexPointingAtWhatIsGone) {
-    for (unsigned seed = 1; seed <= 30; ++seed) {
-        std::mt19937 random(seed);
-        const auto key_text = [&] {
-            Bytes text(1, static_cast<char>('a' + random() % 6));
-            if (random() % 2) text[0] ^= 0x20;
-            return text;
-        };
-        Key key = new_key();
+TEST_F(TableWalk, DoesWhatAListAndChainsDo) {
+    for (unsigned seed = 1; seed <= 20; ++seed, Tq4_value_table_oitf->Reset(t.get()), model = {}) {
+        random.seed(seed);
         for (int step = 0; step < 600; ++step) {
-            const Bytes text = key_text();
-            const int at = static_cast<int>(random() % (count() + 1));
-            (*key)->SetS(key.get(), text.c_str(), -1, random() % 2);
-            switch (random() % 12) {
+            Bytes text(1 + random() % 2, "aAbBcC"[random() % 6]);
+            text[0] = "aAbBcC"[random() % 6];
+            const std::size_t position = random() % 12;
+            choose_key(text);
+            switch (random() % 7) {
             case 0:
-                (*t)->SetSI(t.get(), text.c_str(), step);
+                set(text, step);
                 break;
             case 1:
-                (*t)->InsertK(t.get(), key.get());
+                remove(text, position);
                 break;
             case 2:
-                (*t)->RemoveAt(t.get(), at);
+                change_key(position, text);
                 break;
             case 3:
-                (*t)->RemoveS(t.get(), text.c_str());
+                append();
                 break;
             case 4:
-                (*t)->RemoveK(t.get(), key.get());
-                break;
-            case 5:
-                (*t)->ModifyKeyK(t.get(), at, random() % 4 ? key.get() : nullptr);
-                break;
-            case 6:
-                (*t)->ModifyKeyS(t.get(), at, text.c_str());
-                break;
-            case 7:
-                (*t)->CaseFlag(t.get(), random() % 2);
-                break;
-            case 8:
-                if (count() < 40) (*t)->Append(t.get(), t.get());
-                break;
-            case 9:
-                (*t)->First(t.get(), nullptr);
-                break;
-            case 10:
-                (*t)->Next(t.get(), nullptr);
+                (*t)->CaseFlag(t.get(), model.flag = coin());
                 break;
             default:
-                (*t)->InsertAt(t.get(), at);
+                insert(position, step);
             }
-            Tq4_value by_text = (*t)->ValueS(t.get(), text.c_str()), by_key = (*t)->ValueK(t.get(), key.get());
-            for (Tq4_value found : {by_text, by_key}) {
-                bool listed = !found;
-                for (unsigned long i = 0; i < count() && !listed; ++i)
-                    listed = (*t)->At(t.get(), static_cast<int>(i), nullptr) == found;
-                ASSERT_TRUE(listed) << seed << " " << step;
-            }
+            ASSERT_EQ(seen(), told()) << seed << " " << step;
+            ASSERT_EQ(value_of((*t)->ValueS(t.get(), text.c_str())), model.value(model.by_text(text.c_str())))
+                << seed << " " << step;
+            ASSERT_EQ(value_of((*t)->ValueK(t.get(), key.get())), model.value(model.by_key(key.get())))
+                << seed << " " << step;
+            ASSERT_EQ(value_of((*t)->ValueI(t.get(), position % 4)), model.value(model.by_number(position % 4)));
         }
-        (*t)->RemoveAll(t.get());
     }
 }
 
