@@ -1,18 +1,15 @@
-// display.hpp: a daemon's output on the console of a shell.
+// display.hpp: a daemon's output on its way to the console of a shell.
 #pragma once
 
-#include <cstddef>
 #include <string>
+#include <string_view>
 
-// Passes text on to descriptor 1. What comes from a daemon is UTF-8 in pieces that may end inside of a character; on a
-// console of another character set the pieces are put together first.
+// What comes from a daemon is UTF-8 in pieces that may end inside of a character.
 class Tq4_app_display {
 public:
-    // gb18030: the console's character set is asked at each piece, since a command may change it meanwhile.
-    explicit Tq4_app_display(bool (*gb18030)()) : m_gb18030(gb18030) {}
-    void Show(const char *bytes, std::size_t size);
+    // What the console is to show of the next piece: the piece itself, or its characters in GB18030.
+    std::string Next(std::string_view piece, bool gb18030);
 
 private:
-    bool (*m_gb18030)();
     std::string m_cut; // the beginning of a character whose rest is to come
 };

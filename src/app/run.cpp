@@ -22,6 +22,8 @@
 
 namespace {
 
+constexpr int standard_input = 0, standard_output = 1;
+
 // Milliseconds.
 constexpr long Accept_wait = 5000;
 constexpr long Accept_retry = 200; // after a connection could not be accepted, for want of descriptors perhaps
@@ -40,22 +42,23 @@ void print(const char *format, const char *name) { Tq4_debug_api->Printf(0, form
 bool show_next(Tq4_app_display &display, int connection) {
     char bytes[8192];
     const int size = Tq4_sock_api->Read(connection, bytes, sizeof bytes);
-    if (size > 0) display.Show(bytes, static_cast<std::size_t>(size));
-    return size > 0;
+    if (size <= 0) return false;
+    const bool gb18030 = Tq4_app_obj::The().m_charset != 0; // a command may have changed it
+    const std::string shown = display.Next({bytes, static_cast<std::size_t>(size)}, gb18030);
+    MP_WriteAll(standard_output, shown.data(), shown.size());
+    return true;
 }
-
-bool on_gb18030_console() { return Tq4_app_obj::The().m_charset != 0; }
 
 // Copies what the daemon writes to the console, until the daemon ends the connection.
 unsigned long display_output(void *connection) {
-    Tq4_app_display display(on_gb18030_console);
+    Tq4_app_display display;
     while (show_next(display, *static_cast<const int *>(connection))) continue;
     MP_Events_Raise(MP_Event_ended);
     return 0;
 }
 
 // A shell that cannot be written to is gone, or stuck: its connection ends. (On the null device this does nothing.)
-void end_connection() { MP_SOCK_Shutdown(1, MP_Direction_both); }
+void end_connection() { MP_SOCK_Shutdown(standard_output, MP_Direction_both); }
 
 void notify_supervisor(const char *state) {
     if (const char *socket = std::getenv("NOTIFY_SOCKET")) MP_SendToSupervisor(socket, state);
@@ -128,7 +131,7 @@ int Tq4_app_obj::Run(int argc, char **argv, Tq4_app_start start, Tq4_app_stop st
 // --- Standalone ---
 
 int Tq4_app_obj::RunStandalone(Tq4_app_start start) {
-    const bool on_terminal = MP_IsTerminal(0);
+    const bool on_terminal = MP_IsTerminal(standard_input);
     MP_Events_Open();
     if (Start(start)) {
         Greet("%s服务运行于独立模式（服务+命令行交互一体）\n");
@@ -241,7 +244,7 @@ int Tq4_app_obj::RunStopOption() {
     }
     MP_Events_Open();
     Tq4_sock_api->Write(connection, stop_line, TQ4_ALL_ONES);
-    Tq4_app_display display(on_gb18030_console);
+    Tq4_app_display display;
     while (Await(connection, Without_limit) && show_next(display, connection)) continue;
     Tq4_sock_api->Close(connection);
     MP_Events_Close();
