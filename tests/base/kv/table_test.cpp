@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 #include <vector>
 
 namespace {
@@ -348,6 +349,51 @@ TEST_F(TableWalk, DoesWhatAListAndChainsDo) {
             ASSERT_EQ(value_of((*t)->ValueI(t.get(), position % 4)), model.value(model.by_number(position % 4)));
         }
     }
+}
+
+// A host that substitutes its own objects sees each one that is nested made and deleted once, and gets those it made.
+std::set<const void *> *hosted = nullptr;
+
+template <const Tq4_object_itf *const *module> void *make_hosted() {
+    void *handle = (*module)->Create(nullptr);
+    hosted->insert(handle);
+    return handle;
+}
+void delete_hosted(void *handle) {
+    if (!handle) return;
+    EXPECT_EQ(hosted->erase(handle), 1u);
+    Tq4_module_delete()(handle);
+}
+
+TEST_F(TableTest, AHostMakesAndDeletesWhatIsNested) {
+    const Tq4_cxx_support_ defaults = *Tq4_cxx_support;
+    std::set<const void *> made;
+    hosted = &made;
+    Tq4_cxx_support->set_delete(delete_hosted);
+    Tq4_cxx_support->set_new_key(make_hosted<&Tq4_key_oitf>);
+    Tq4_cxx_support->set_new_value(make_hosted<&Tq4_value_oitf>);
+    Tq4_cxx_support->set_new_string(make_hosted<&Tq4_string_oitf>);
+    Tq4_cxx_support->set_new_table(make_hosted<&Tq4_value_table_oitf>);
+    Tq4_cxx_support->set_new_array(make_hosted<&Tq4_string_array_oitf>);
+    {
+        Table own = new_table(), back = new_table();
+        const Tq4_value text = (*own)->SetSS(own.get(), "text", "x");
+        const Tq4_value_table inner = (*own)->InsertTableS(own.get(), "inner");
+        (*inner)->SetII(inner, 5, 5);
+        const Tq4_value list = (*own)->InsertS(own.get(), "list");
+        EXPECT_EQ((*list)->Json_decode(list, "[\"a\"]", -1), 1);
+        Tq4_key key = nullptr;
+        (*own)->First(own.get(), &key);
+        const void *const given[] = {text, inner, list, key, (*text)->GetString(text), (*list)->GetStringArray(list)};
+        for (const void *object : given) EXPECT_TRUE(made.contains(object));
+        const Bytes wire = dump(own);
+        EXPECT_EQ(import(back, wire), static_cast<int>(wire.size()));
+        (*back)->Append(back.get(), own.get());
+        EXPECT_TRUE(made.contains((*back)->At(back.get(), 0, &key)));
+        (*back)->RemoveS(back.get(), "text");
+    }
+    EXPECT_TRUE(made.empty());
+    *Tq4_cxx_support = defaults;
 }
 
 TEST_F(TableTest, PrintsJsonShapedText) {
