@@ -13,7 +13,7 @@ namespace {
 
 Tq4_app_obj &app() { return Tq4_app_obj::The(); }
 
-// What is said of an argument that a null pointer stands for.
+// A null text counts as an empty one.
 const char *text_or_nothing(const char *text) { return text ? text : ""; }
 
 Tq4_app_obj::Text new_text(const char *text = nullptr) {

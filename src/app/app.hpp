@@ -55,9 +55,10 @@ struct Tq4_app_obj {
 
     std::deque<Tq4_app_cmd> m_cmd_records; // what m_cmds and m_cmd_shotcut lead to
     std::mutex m_registry;
-    Tq4_app_stop m_stop = nullptr; // of Run
-    bool m_ending = false;         // a signal, or the end of the daemon, ends what is being done
-    unsigned long m_lines = 0;     // read in this conversation
+    unsigned long m_listen_process = 0; // whose socket file it is: processes that the service forks must leave it alone
+    Tq4_app_stop m_stop = nullptr;      // of Run
+    bool m_ending = false;              // a signal, or the end of the daemon, ends what is being done
+    unsigned long m_lines = 0;          // read in this conversation
 
     // The one there is, made when it is first used.
     static Tq4_app_obj &The();

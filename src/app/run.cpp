@@ -16,6 +16,7 @@
 #include "base/debug.hpp"
 #include "platform/multi_platform_console.hpp"
 #include "platform/multi_platform_fs.hpp"
+#include "platform/multi_platform_system.hpp"
 #include "tq4/debug.h"
 #include "tq4/sock_api.h"
 #include "tq4/thread.h"
@@ -149,12 +150,13 @@ int Tq4_app_obj::RunStandalone(Tq4_app_start start) {
 int Tq4_app_obj::OpenControl() {
     const auto failure = Tq4_control_listen((*m_pipe)->c_str(m_pipe.get()), &m_listen_sock);
     if (failure != Tq4_control_failure::None) print("创建管道%s失败\n", (*m_pipe)->c_str(m_pipe.get()));
+    m_listen_process = MP_GetCurrentProcessId();
     return static_cast<int>(failure);
 }
 
 void Tq4_app_obj::CloseControl() {
     if (m_listen_sock < 0) return;
-    MP_FileDelete((*m_pipe)->c_str(m_pipe.get()));
+    if (m_listen_process == MP_GetCurrentProcessId()) MP_FileDelete((*m_pipe)->c_str(m_pipe.get()));
     Tq4_sock_api->Close(std::exchange(m_listen_sock, -1));
 }
 
@@ -164,6 +166,7 @@ int Tq4_app_obj::RunDaemon(Tq4_app_start start) {
         Tq4_debug_api->Printf(0, "fork() failed");
         std::exit(-1);
     }
+    m_listen_process = MP_GetCurrentProcessId();
     MP_SetFileMask(0);
     MP_DetachStandardDescriptors();
     SetCharset(0);

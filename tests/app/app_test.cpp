@@ -286,6 +286,7 @@ TEST_F(Console, ShellsThatMisbehaveDoNotDisturbTheNext) {
         {"is half typed and complete together", "e one\npid", "one\n"},
         {"sends binary data", noise + "\n", unknown},
         {"never ends its line", std::string(200000, 'x'), welcome},
+        {"lets the service fork", "worker\n", "worked\n"},
         {"leaves while it is told much", "flood 1000\n", "xxx"},
     };
     for (const auto &each : cases) {

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <string>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <tq4/tq4.h>
@@ -61,6 +62,13 @@ int main(int argc, char **argv) {
         for (long lines = std::atol(rest); lines > 0; --lines) print(std::string(1000, 'x'));
     };
     Tq4_app->AddCmd("flood", "", flood, "print many lines");
+    const auto worker = [](const char *) {
+        const pid_t child = fork();
+        if (child == 0) std::exit(0); // with everything that is registered for a process's end
+        waitpid(child, nullptr, 0);
+        print("worked");
+    };
+    Tq4_app->AddCmd("worker", nullptr, worker, "a process for a moment");
     const auto find = [](const char *rest) {
         const auto object = static_cast<const char *>(Tq4_app->Find(rest));
         print(object ? object : "nothing");
