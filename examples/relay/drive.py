@@ -1,0 +1,144 @@
+#!/usr/bin/env python3
+"""drive.py: runs the relay in the background, types into shells attached to it, and shows what happens.
+
+  drive.py PROGRAM
+
+It works on a copy of the program and its settings in a directory of its own. Exits 1 when an answer is not as it should
+be. No process is left behind.
+"""
+import codecs
+import os
+import pty
+import re
+import select
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+DIRECTORY = tempfile.TemporaryDirectory(prefix='relay')
+HERE = Path(DIRECTORY.name).resolve()
+RELAY, SETTINGS = HERE / 'relay', HERE / 'relay.ini'
+PROMPT, PATIENCE = 'relay> ', 20
+failed = False
+
+
+def holds(what, fact):
+    global failed
+    failed |= not fact
+    print(f'   {what:<66} {"yes" if fact else "NO"}')
+
+
+def running():
+    """The processes of this very program."""
+    found = []
+    for process in Path('/proc').glob('[0-9]*'):
+        try:
+            if os.readlink(process / 'exe') == str(RELAY):
+                found.append(int(process.name))
+        except OSError:
+            pass
+    return found
+
+
+def plain(shown):
+    """What a terminal shows, without its control sequences."""
+    return re.sub('\x1b\\[[?0-9;]*[a-zA-Z]', '', shown).replace('\r', '')
+
+
+class Shell:
+    """A shell on a terminal of its own."""
+
+    def __init__(self):
+        self.pid, self.terminal = pty.fork()
+        if self.pid == 0:
+            os.execv(RELAY, [str(RELAY)])
+        self.said, self.decoder = '', codecs.getincrementaldecoder('utf-8')('replace')
+        # The shell asks, and the service welcomes and asks; which of them is shown first is open.
+        self.read(lambda: '欢迎使用' in self.said and self.said.count(PROMPT) == 2)
+        self.said = ''
+
+    def read(self, enough):
+        """Reads what is shown until it is enough, the shell ends or it takes too long."""
+        deadline = time.monotonic() + PATIENCE
+        while not enough():
+            ready, _, _ = select.select([self.terminal], [], [], max(0, deadline - time.monotonic()))
+            try:
+                piece = os.read(self.terminal, 65536) if ready else b''
+            except OSError:  # how a terminal tells that nobody holds it open any more
+                piece = b''
+            if not piece:
+                break
+            self.said += self.decoder.decode(piece)
+
+    def ask(self, command):
+        """The lines that answer a command."""
+        os.write(self.terminal, (command + '\n').encode())
+        self.read(lambda: PROMPT in self.said)
+        shown, _, self.said = self.said.partition(PROMPT)
+        return [line for line in plain(shown).split('\n') if line and line != command]
+
+    def show(self, command):
+        lines = self.ask(command)
+        print(f'   {PROMPT}{command}')
+        for line in lines:
+            print(f'   | {line}')
+        return '\n'.join(lines)
+
+    def end(self, command):
+        """Types the last command. What is shown from there on, and the exit code."""
+        os.write(self.terminal, (command + '\n').encode())
+        self.read(lambda: False)
+        _, status = os.waitpid(self.pid, 0)
+        os.close(self.terminal)
+        return plain(self.said), os.waitstatus_to_exitcode(status)
+
+
+def first_shell():
+    shell = Shell()
+    holds('its counters are JSON', shell.show('status').startswith('{'))
+    holds('a setting is read', shell.show('get name') == 'east // 1')
+    shell.show('set greeting 你好，世界')
+    holds('and changed', shell.show('get greeting') == '你好，世界')
+    holds('an unknown word is told', '不识别的命令' in shell.show('nonsense'))
+    deadline = time.monotonic() + PATIENCE
+    while 'settings_read' not in '\n'.join(shell.ask('status')) and time.monotonic() < deadline:
+        pass
+    holds('the service has read the changed settings', 'settings_read' in shell.show('status'))
+    _, code = shell.end('q')
+    holds('q leaves the shell, and the service goes on', code == 1 and len(running()) == 1)
+
+
+def drive(program):
+    shutil.copy(program, RELAY)
+    shutil.copy(Path(__file__).with_name('relay.ini'), SETTINGS)
+    before = SETTINGS.read_text().splitlines()
+    start = subprocess.run([RELAY, '-start'], check=False)
+    holds('relay -start returns, and the service runs', start.returncode == 0 and len(running()) == 1)
+    print('A shell on a terminal')
+    first_shell()
+
+    after = SETTINGS.read_text().splitlines()
+    changed = [line for line in after if line not in before]
+    print('   relay.ini has changed in', *changed, sep='\n   | ')
+    holds('its comments and everything else are as before', len(changed) == 1 and len(before) == len(after))
+
+    print('Another shell stops the service')
+    shown, code = Shell().end('stop')
+    print(*(f'   | {line}' for line in shown.splitlines() if '服务程序' in line), sep='\n')
+    holds('both have ended', code == 1 and '安全退出完成' in shown and not running())
+    holds('and left no control socket', not (HERE / 'tq4_run_var/relay/__1pipe__').exists())
+    log = next((HERE / 'log_files').rglob('relay_*.log')).read_text().splitlines()
+    print('   Its log:', *log, sep='\n   | ')
+
+
+try:
+    drive(sys.argv[1])
+finally:
+    for pid in running():
+        os.kill(pid, signal.SIGKILL)
+        failed = True
+sys.exit(failed)

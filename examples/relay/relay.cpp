@@ -1,0 +1,113 @@
+// relay: the demo service, made with the console frame.
+//
+//   relay                 the service and a command line in one process
+//   relay -start          the service in the background; `relay` is then a shell to it, `relay -stop` ends it
+//
+// Commands: status (the counters as JSON), get KEY, set KEY VALUE. Settings lie in relay.ini beside the program,
+// counters in relay.json. A command runs in the process where it is typed; since both files are read by all, a shell
+// shows and changes what the service in the background has, which looks at its settings at every beat.
+#include <memory>
+#include <string>
+
+#include <tq4/tq4.h>
+
+#include "../object.hpp"
+#include "counters.hpp"
+#include "settings.hpp"
+
+namespace {
+
+std::string file_beside_the_program(const char *name) {
+    const Object<Tq4_string> path(Tq4_string_oitf);
+    return Tq4_system_api->ExePath(path) + std::string("/") + name;
+}
+std::string settings_file() { return file_beside_the_program("relay.ini"); }
+std::string counters_file() { return file_beside_the_program("relay.json"); }
+
+// The service: a thread that beats.
+class Relay {
+public:
+    Relay() {
+        m_log->Init(m_log, "relay", static_cast<int>(m_settings.GetNumber("log.level", 10)));
+        m_log->Printf(m_log, 0, "%s starts", m_settings.Get("name", "relay").c_str());
+        m_counters.Add("starts");
+        m_thread->Init(m_thread, Run, this);
+        m_thread->Resume(m_thread);
+    }
+    ~Relay() {
+        m_thread->NotifyQuit(m_thread);
+        m_quit->Set(m_quit);
+        m_thread->WaitFor(m_thread, 2000);
+        m_counters.Save();
+        m_log->Printf(m_log, 0, "stops with %s", m_counters.Json().c_str());
+    }
+    std::string Status() { return m_counters.Json(); }
+
+private:
+    // Members go from the last to the first: the thread before what it uses.
+    Settings m_settings{settings_file()}; // the thread's, once it runs
+    Counters m_counters{counters_file()};
+    Object<Tq4_log> m_log{Tq4_log_oitf, "for several threads"};
+    Object<Tq4_event> m_quit{Tq4_event_oitf};
+    Object<Tq4_thread> m_thread{Tq4_thread_oitf, "relay"};
+
+    static unsigned long Run(void *relay) {
+        static_cast<Relay *>(relay)->Beat();
+        return 0;
+    }
+    void Beat() {
+        while (m_thread->IsRunning(m_thread)) {
+            m_counters.Add("beats");
+            if (m_settings.Reload()) {
+                m_counters.Add("settings_read");
+                m_log->Level(m_log, static_cast<int>(m_settings.GetNumber("log.level", 10)));
+                m_log->Printf(m_log, 0, "settings have changed: it is called %s", m_settings.Get("name").c_str());
+            }
+            if (!m_counters.Save()) m_log->Printf(m_log, 0, "counters are not saved: %m");
+            const long beat = m_settings.GetNumber("beat", 1000);
+            m_quit->Wait(m_quit, static_cast<unsigned long>(beat > 0 ? beat : 1));
+        }
+    }
+};
+
+std::unique_ptr<Relay> relay; // while the service runs in this process
+
+int start(int, char **) {
+    relay = std::make_unique<Relay>();
+    return 1;
+}
+
+void stop() { relay.reset(); }
+
+// --- Commands ---
+
+void print(const std::string &line) { Tq4_debug_api->Printf(0, "%s\n", line.c_str()); }
+
+void status(const char *) { print(relay ? relay->Status() : Counters(counters_file()).Json()); }
+
+void get(const char *name) {
+    Settings settings(settings_file());
+    print(settings.Has(name) ? settings.Get(name) : std::string("no such setting: ") + name);
+}
+
+void set(const char *name_and_value) {
+    const std::string both = name_and_value;
+    const std::size_t blank = both.find_first_of(" \t"), value = both.find_first_not_of(" \t", blank);
+    if (blank == std::string::npos || value == std::string::npos) {
+        print("set KEY VALUE");
+        return;
+    }
+    const std::string name = both.substr(0, blank);
+    Settings settings(settings_file());
+    print(settings.Set(name, both.substr(value)) ? name + " is now " + settings.Get(name) : "cannot be set: " + name);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    Tq4_app->SetInfo("0.1", __DATE__, "Tq4");
+    Tq4_app->AddCmd("status", "s", status, "the counters as JSON");
+    Tq4_app->AddCmd("get", "g", get, "get KEY: a setting");
+    Tq4_app->AddCmd("set", nullptr, set, "set KEY VALUE: change a setting and save it");
+    return Tq4_app->Run(argc, argv, start, stop);
+}
