@@ -8,11 +8,12 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 
 #include "app/process.hpp"
+#include "own.hpp"
 #include "support/temp_dir.hpp"
 #include "tq4/string.h"
 
@@ -27,17 +28,14 @@ const std::string goodbye = "服务程序 svc 准备退出....\n服务程序 svc
 const std::string started = "\n\n请输入指令，如需帮助，请输入h(help)\n";
 
 std::string content(const fs::path &path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
+    std::ifstream file(path);
+    return {std::istreambuf_iterator(file), {}};
 }
 
 std::string gb18030(const char *utf8) {
-    const auto s = static_cast<Tq4_string>(Tq4_string_oitf->Create(nullptr));
-    (*s)->utf8_2_gb18030(s, utf8, TQ4_ALL_ONES);
-    std::string text((*s)->c_str(s));
-    Tq4_string_oitf->Delete(s);
-    return text;
+    const auto s = Tq4_make<Tq4_string>(Tq4_string_oitf);
+    (*s)->utf8_2_gb18030(s.get(), utf8, TQ4_ALL_ONES);
+    return (*s)->c_str(s.get());
 }
 
 struct Console : testing::Test {
@@ -152,41 +150,51 @@ TEST_F(Console, LinesAreAWordAndTheRest) {
               prompt + " = x;--y=1;-z = 1 = -;-utf8;\n" + prompt + "=1");
 }
 
-TEST_F(Console, UnattendedItRunsUntilASignalAndTellsTheSupervisor) {
-    for (const bool abstract : {false, true}) {
-        std::string name = dir / (abstract ? "abstract" : "notify");
-        if (abstract) name[0] = '\0';
-        sockaddr_un address = local_address(name);
-        const int bound = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size() + !abstract);
-        ASSERT_EQ(bind(bound, reinterpret_cast<sockaddr *>(&address), size), 0);
-        const auto told = [&] {
-            char text[100];
-            return std::string(text, await_input(bound) ? static_cast<std::size_t>(recv(bound, text, 100, 0)) : 0);
-        };
-        if (abstract) name[0] = '@';
-        Process p = run({}, abstract ? Process::Pipes : Process::No_input, {"NOTIFY_SOCKET=" + name});
-        p.end_input();
-        EXPECT_EQ(told(), "READY=1");
+// A datagram socket that a supervisor listens on, by a path or, with '@', by a name in the abstract space.
+struct Supervisor {
+    const int listening = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+
+    explicit Supervisor(std::string name) {
+        if (name[0] == '@') name[0] = '\0';
+        const sockaddr_un address = local_address(name);
+        const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
+        EXPECT_EQ(bind(listening, reinterpret_cast<const sockaddr *>(&address), size), 0);
+    }
+    ~Supervisor() { close(listening); }
+    std::string told() const {
+        char text[100];
+        return {text, await_input(listening) ? static_cast<std::size_t>(recv(listening, text, sizeof text, 0)) : 0};
+    }
+};
+
+TEST_F(Console, SignalsEndItInOrderAndASupervisorIsTold) {
+    const std::string at_path = dir / "notify", abstract = "@" + at_path;
+    const struct {
+        Process::Console console;
+        std::string socket, typed;
+        int signal;
+    } cases[] = {
+        {Process::No_input, at_path, "", SIGINT}, // unattended
+        {Process::Pipes, abstract, "", SIGTERM},  // unattended: at its end from the start
+        {Process::Pipes, at_path + "2", "half a line", SIGTERM},
+        {Process::Terminal, abstract + "2", "half a line", SIGINT},
+    };
+    for (const auto &each : cases) {
+        const Supervisor supervisor(each.socket);
+        fs::remove(trace);
+        Process p = run({}, each.console, {"NOTIFY_SOCKET=" + each.socket});
+        EXPECT_EQ(supervisor.told(), "READY=1");
+        if (each.typed.empty())
+            p.end_input();
+        else
+            p.send(each.typed);
         p.expect(prompt);
         kill(p.pid(), SIGHUP);
-        kill(p.pid(), abstract ? SIGTERM : SIGINT);
-        EXPECT_EQ(told(), "STOPPING=1");
+        kill(p.pid(), each.signal);
+        EXPECT_EQ(supervisor.told(), "STOPPING=1");
         EXPECT_EQ(p.wait(), 1);
-        close(bound);
+        EXPECT_EQ(content(trace), "start 1\nstop\ndelete second\ndelete first\n");
     }
-    EXPECT_EQ(content(trace).find("start 1\nstop\ndelete second\ndelete first\nstart"), 0u);
-}
-
-TEST_F(Console, ASignalEndsAnAttendedConversationInOrder) {
-    for (const auto console : {Process::Pipes, Process::Terminal}) {
-        Process p = run({}, console);
-        p.expect(prompt);
-        p.send("half a line");
-        kill(p.pid(), SIGTERM);
-        EXPECT_EQ(p.wait(), 1);
-    }
-    EXPECT_EQ(content(trace).find("start 1\nstop\n"), 0u);
 }
 
 TEST_F(Console, ShellsComeAndGoAndStopEndsBoth) {
