@@ -77,7 +77,8 @@ typedef const Tq4_value_ **Tq4_value; /* handle */
 typedef struct Tq4_value_table_ Tq4_value_table_;
 typedef const Tq4_value_table_ **Tq4_value_table; /* handle */
 
-/* A printf-like output function, with formats of Tq4_string's Sprintf; called on the calling thread. */
+/* A printf-like output function, with formats of Tq4_string's Sprintf and the context given with it. Called on the
+ * calling thread; it must not change what is being written. */
 typedef void (*Tq4_echo)(void *context, const char *format, ...);
 
 struct Tq4_value_ {
