@@ -177,8 +177,6 @@ TEST(Strmap, FormsOfKeyAreDistinctAndIterateByBucketNewestFirst) {
         m.get(), [](const char *, unsigned long, void *, void *n) { return int{++*static_cast<int *>(n) == 4}; },
         &visits);
     EXPECT_EQ(visits, 4);
-    auto copy = Tq4_own<Tq4_strmap>(static_cast<Tq4_strmap>(Tq4_object_Dup(m.get())));
-    EXPECT_TRUE(Tq4_object_Equal(copy.get(), m.get()));
 }
 
 TEST(Strmap2, TextsThatFillTheFieldAreCountedAndNeverFound) {
@@ -246,6 +244,51 @@ TEST(Intmap, MeetsWhatAWalkAlongTheChainMeets) {
             &all);
         EXPECT_EQ(all, model.values());
     }
+}
+
+// Fills a map of five buckets, beyond where the index begins, and copies it.
+template <class Own, class Set> void copies_are_equal_and_in_order(const Tq4_object_itf *module, Set set) {
+    const auto handle = [&](void *object) { return Own(static_cast<typename Own::pointer>(object)); };
+    const Own m = handle(module->Create(nullptr));
+    (*m)->Init(m.get(), 5);
+    for (unsigned long i = 1; i <= 150; ++i) set(m.get(), pointer(static_cast<long>(i)), i);
+    const Own copy = handle(module->Dup(m.get()));
+    EXPECT_EQ((*copy)->HashTableSize(copy.get()), 5u);
+    EXPECT_EQ((*copy)->Count(copy.get()), 150);
+    EXPECT_TRUE(module->Equal(copy.get(), m.get()));
+    set(copy.get(), pointer(-1), 75);
+    EXPECT_FALSE(module->Equal(copy.get(), m.get())) << "another value";
+    module->Copy(copy.get(), m.get());
+    EXPECT_TRUE(module->Equal(copy.get(), m.get()));
+    module->Reset(copy.get());
+    EXPECT_TRUE((*copy)->IsEmpty(copy.get()));
+    module->Copy(m.get(), nullptr);
+    EXPECT_TRUE(module->Equal(copy.get(), m.get())) << "copying null empties";
+}
+
+TEST(Maps, CopiesAreEqualAndInOrder) {
+    copies_are_equal_and_in_order<Tq4_own<Tq4_strmap>>(
+        Tq4_strmap_oitf, [](Tq4_strmap m, void *value, unsigned long n) { (*m)->SetAtSI(m, value, "t", n); });
+    copies_are_equal_and_in_order<Tq4_own<Tq4_strmap2>>(
+        Tq4_strmap2_oitf, [](Tq4_strmap2 m, void *value, unsigned long n) { (*m)->SetAtI(m, value, n); });
+    copies_are_equal_and_in_order<Tq4_own<Tq4_intmap>>(
+        Tq4_intmap_oitf, [](Tq4_intmap m, void *value, unsigned long n) { (*m)->SetAt2(m, value, n, n * n); });
+}
+
+TEST(Intmap, PositionsShowEveryEntryWithItsKeys) {
+    auto m = Tq4_make<Tq4_intmap>(Tq4_intmap_oitf);
+    unsigned long k1 = 9, k2 = 9, k3 = 9;
+    void *position = nullptr;
+    EXPECT_EQ((*m)->Next(m.get(), &k1, &k2, &k3, &position), nullptr);
+    EXPECT_EQ(k1 + k2 + k3, 0u);
+    (*m)->SetAt2(m.get(), pointer(1), 5, 12);
+    (*m)->SetAt3(m.get(), pointer(2), 1, 1, 15);
+    EXPECT_EQ((*m)->Next(m.get(), &k1, &k2, &k3, &position), pointer(2)) << "in bucket 0, too, and newer";
+    EXPECT_EQ(k3, 15u);
+    EXPECT_EQ((*m)->Next(m.get(), &k1, nullptr, nullptr, &position), pointer(1));
+    EXPECT_EQ(k1, 5u);
+    EXPECT_EQ(position, nullptr);
+    EXPECT_EQ((*m)->Next(m.get(), &k1, &k2, &k3, nullptr), nullptr);
 }
 
 } // namespace
