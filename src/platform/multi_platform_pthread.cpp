@@ -20,6 +20,14 @@ template <class Wait> int wait_through_signals(Wait wait) {
     }
 }
 
+void pause_processor() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield");
+#endif
+}
+
 timespec deadline_after(unsigned long ms) {
     timespec deadline;
     MP_BuildTimeSpec(&deadline, ms);
@@ -78,7 +86,21 @@ int MP_THREAD_CriticalSection_init(MP_THREAD_CriticalSection *section) {
 }
 
 int MP_THREAD_CriticalSection_destroy(MP_THREAD_CriticalSection *section) { return pthread_mutex_destroy(section); }
-int MP_THREAD_CriticalSection_lock(MP_THREAD_CriticalSection *section) { return pthread_mutex_lock(section); }
+
+// A section that is taken is looked at again after longer and longer pauses before we sleep for it: sleeping and being
+// woken costs more than most sections last, and looking all the time slows down who is inside. With one processor
+// nobody could leave it meanwhile.
+int MP_THREAD_CriticalSection_lock(MP_THREAD_CriticalSection *section) {
+    constexpr int first_pause = 64, last_pause = 256;
+    if (pthread_mutex_trylock(section) == 0) return 0;
+    static const bool alone = sysconf(_SC_NPROCESSORS_ONLN) < 2;
+    for (int pause = first_pause; pause <= last_pause && !alone; pause *= 2) {
+        for (int i = 0; i < pause; ++i) pause_processor();
+        if (pthread_mutex_trylock(section) == 0) return 0;
+    }
+    return pthread_mutex_lock(section);
+}
+
 int MP_THREAD_CriticalSection_unlock(MP_THREAD_CriticalSection *section) { return pthread_mutex_unlock(section); }
 
 int MP_THREAD_Semaphore_init(MP_THREAD_Semaphore *semaphore, unsigned initial, unsigned, const char *) {

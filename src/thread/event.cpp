@@ -6,7 +6,7 @@
 // A kill takes a waiter only inside the wait, where a handler gives the mutex back and passes the wake-up on.
 #include "tq4/event.h"
 
-#include <cerrno>
+#include <atomic>
 #include <chrono>
 
 #include "identity.hpp"
@@ -16,9 +16,9 @@
 struct Tq4_event_obj : Tq4_identity {
     MP_THREAD_event m_cond;
     MP_THREAD_mutex m_mutex;
-    bool m_isSet;     // under m_mutex
-    bool m_isManuSet; // constant once others know the event, like m_initial
-    bool m_initial;   // m_isSet of a new event
+    std::atomic<bool> m_isSet; // changed under m_mutex
+    bool m_isManuSet;          // constant once others know the event, like m_initial
+    bool m_initial;            // m_isSet of a new event
 
     explicit Tq4_event_obj(const Tq4_event_CreateParams *given) {
         constexpr Tq4_event_CreateParams defaults{.bManualReset = 1, .bInitialState = 0};
@@ -46,7 +46,9 @@ private:
     static void KilledInWait(void *event);
 };
 
+// Somebody who sets an event that is set has come before the next waiter, who finds what it was set for.
 void Tq4_event_obj::Set() {
+    if (m_isSet) return;
     Tq4_cancel_deferred deferred;
     MP_THREAD_mutex_lock(&m_mutex);
     m_isSet = true;

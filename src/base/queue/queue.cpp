@@ -166,18 +166,18 @@ Tq4_queue_item Tq4_queue_obj::RemoveAt(unsigned long index, unsigned long wait) 
 }
 
 void Tq4_queue_obj::each(Tq4_queue_visitor visitor, void *param) {
-    Tq4_guard guard(base.m_lock);
+    Tq4_guard guard(base.m_lock, Tq4_inside::callbacks);
     Visit(m_head.next, ~0ul, visitor, param);
 }
 
 void Tq4_queue_obj::Range(unsigned long index, int n, Tq4_queue_visitor visitor, void *param) {
     if (n <= 0) return;
-    Tq4_guard guard(base.m_lock);
+    Tq4_guard guard(base.m_lock, Tq4_inside::callbacks);
     Visit(PeekNode(index), static_cast<unsigned long>(n), visitor, param);
 }
 
 void Tq4_queue_obj::QSort(Tq4_queue_obj_compare compare, void *param) {
-    Tq4_guard guard(base.m_lock);
+    Tq4_guard guard(base.m_lock, Tq4_inside::callbacks);
     if (base.m_itemCount < 2 || !compare) return;
     if (!m_temp) m_temp = std::make_unique<Tq4_queue_sort_temp>();
     m_temp->Sort(*this, compare, param);
