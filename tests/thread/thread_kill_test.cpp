@@ -118,17 +118,6 @@ TEST(ThreadDeathTest, AKillIsAtOnceAndTheFirstCodeCounts) {
     });
 }
 
-TEST(ThreadDeathTest, AKillBeforeTheStartEndsItWithoutRunningIt) {
-    in_a_child([](Victim &v) { return v.returned = true, 0ul; },
-               [](Victim &v) {
-                   v.kill(3);
-                   MUST(v.exit_code_is(3));
-                   MUST((*v.t)->Resume(v.t) == 0);
-                   v.remove();
-                   MUST(!v.returned);
-               });
-}
-
 TEST(ThreadDeathTest, AKilledWaiterLeavesTheEventUsable) {
     in_a_child([](Victim &v) { return v.wait() + 0ul; },
                [](Victim &v) {

@@ -103,14 +103,16 @@ TEST_F(Thread, KeepsTheFirstFunctionThatGotAThread) {
 }
 
 TEST_F(Thread, QuitsBeforeTheStartAreNotLost) {
-    const std::function<void()> quits[] = {[this] { quit(); }, [this] { stop(); }, [this] { kill(9); }};
-    for (auto &ask : quits) {
+    const std::pair<std::function<void()>, const char *> quits[] = {
+        {[this] { quit(); }, "0"}, {[this] { stop(); }, "0"}, {[this] { kill(9); }, "9"}};
+    for (auto &[ask, code] : quits) {
         t = make("quitter");
         init();
         ask();
         resume();
         EXPECT_EQ(stop(), 0);
         EXPECT_FALSE(running());
+        EXPECT_EQ(exit_code(), code);
     }
     EXPECT_EQ(runs, 0);
 }
