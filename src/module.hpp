@@ -4,7 +4,8 @@
 // Everything that all modules share stands here once: the handle arithmetic, the answer to a null handle, chaining,
 // and the object-level operations.
 //
-// The module's record lies behind its Tq4_object in one allocation; real_obj points at it.
+// The module's record lies behind its Tq4_object in one allocation; real_obj points at it. An object whose record lies
+// elsewhere is part of another object's memory (nested.hpp): its end frees nothing.
 #pragma once
 
 #include <cstddef>
@@ -94,15 +95,22 @@ template <class Record> struct Tq4_object_ops {
         auto *record = static_cast<Record *>(object->real_obj);
         if constexpr (requires { record->Retire(); })
             if (!record->Retire()) return;
-        Destroy(record, destroy);
+        if (object->real_obj == object + 1)
+            Destroy(record, destroy);
+        else
+            End(object, record, destroy);
     }
     static void Destroy(Record *record, void (*destroy)(Record *)) {
         Tq4_object *object = static_cast<Tq4_object *>(static_cast<void *>(record)) - 1;
+        End(object, record, destroy);
+        Tq4_object_memory_free(object, sizeof(Tq4_object) + sizeof(Record));
+    }
+    static void End(Tq4_object *object, Record *record, void (*destroy)(Record *)) {
         destroy(record);
         object->real_obj = nullptr;
         object->itf = nullptr;
         if (object->info) Tq4_object_info_Delete(object->info);
-        Tq4_object_memory_free(object, sizeof(Tq4_object) + sizeof(Record));
+        object->info = nullptr;
     }
     static void Reset(void *handle) {
         if (handle) Tq4_record<Record>(handle)->Reset();

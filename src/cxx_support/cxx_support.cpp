@@ -3,6 +3,8 @@
 // One mutable table. It is the one file that names the modules whose objects others nest; everybody else goes through
 // the table. A hook whose module is not part of the library yet gives null.
 #include "tq4/cxx_support.h"
+
+#include "cxx_support/defaults.hpp"
 #include "module.hpp"
 #include "tq4/string.h"
 #include "tq4/string_array.h"
@@ -25,7 +27,7 @@ void *cxx_not_available() { return nullptr; }
 extern Tq4_cxx_support_ api_Tq4_cxx_support;
 template <auto Slot, class Hook> void set_hook(Hook hook) { api_Tq4_cxx_support.*Slot = hook; }
 
-constinit Tq4_cxx_support_ api_Tq4_cxx_support = {
+constexpr Tq4_cxx_support_ defaults = {
     .delete_obj = cxx_delete,
     .new_string = cxx_new_string,
     .new_array = cxx_new_array,
@@ -41,7 +43,10 @@ constinit Tq4_cxx_support_ api_Tq4_cxx_support = {
     .set_new_key = set_hook<&Tq4_cxx_support_::new_key>,
     .set_new_state = set_hook<&Tq4_cxx_support_::new_state>,
 };
+constinit Tq4_cxx_support_ api_Tq4_cxx_support = defaults;
 
 } // namespace
+
+constinit const Tq4_cxx_support_ Tq4_cxx_defaults = defaults;
 
 extern "C" constinit Tq4_cxx_support_ *const Tq4_cxx_support = &api_Tq4_cxx_support;

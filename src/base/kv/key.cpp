@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "base/byte_reader.hpp"
+#include "base/byte_writer.hpp"
 #include "base/charset/crypto_quick.hpp"
 #include "base/string/string.hpp"
 #include "tq4/byte_order.h"
@@ -99,17 +100,25 @@ unsigned long Tq4_key_HashLS(unsigned long l, const char *text, int nocase) {
 
 } // extern "C"
 
-// The new string is made before the old one goes: the text may be the key's own.
+// The new text is complete before the old one goes: it may be the key's own.
+void Tq4_key_obj::SetHostsText(Text text) {
+    if (!text.data) return sid.Release();
+    auto string = static_cast<Tq4_string>(Tq4_cxx_support->new_string());
+    (*string)->Memcpy(string, text.data, text.len);
+    sid.Hold(string);
+}
+
 void Tq4_key_obj::Set(uint32_t type, Tq4_key_number number, Text text, int nocase) {
-    Tq4_hooked<Tq4_string> fresh;
-    if (text.data) {
-        fresh = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
-        (*fresh)->Memcpy(fresh.get(), text.data, text.len);
-    }
+    if (m_indexed) Tq4_key_leaves_index(*this);
     m_type = type;
     iid = number;
-    sid = std::move(fresh);
+    SetText(text);
     cf = nocase != 0;
+}
+
+void Tq4_key_obj::SetNoCase(int flag) {
+    if (m_indexed) Tq4_key_leaves_index(*this);
+    cf = flag != 0;
 }
 
 void Tq4_key_obj::SetS(const char *text, int len, int nocase) {
@@ -137,76 +146,70 @@ void Tq4_key_obj::Copy(const Tq4_key_obj *source) {
     Set(source->m_type, source->iid, {reinterpret_cast<const char *>(bytes.data), bytes.size}, source->cf);
 }
 
-// Null data when there is no string.
-Tq4_bytes Tq4_key_obj::text() const {
-    return sid ? Tq4_record<const Tq4_string_obj>(sid.get())->view() : Tq4_bytes{nullptr, 0};
+const char *Tq4_key_obj::GetS() const {
+    if (Tq4_string string = sid.string()) return (*string)->c_str(string);
+    return reinterpret_cast<const char *>(sid.view().data);
 }
 
-const char *Tq4_key_obj::GetS() const { return sid ? (*sid)->c_str(sid.get()) : nullptr; }
+bool Tq4_key_obj::Equal(const Tq4_key_obj &other) const { return EqualUnder(cf, other); }
 
-bool Tq4_key_obj::Equal(const Tq4_key_obj &other) const {
+bool Tq4_key_obj::EqualUnder(int own_cf, const Tq4_key_obj &other) const {
     if (this == &other) return true;
     if (m_type != other.m_type) return false;
     const Kind &kind = kind_of(m_type);
-    if (kind.has_text) {
-        if (!sid != !other.sid) return false;
-        if (sid && !text_is(other.text(), other.cf)) return false;
-    }
-    return kind.same_number(iid, other.iid);
+    return (!kind.has_text || same_text(text(), other.text(), own_cf || other.cf)) && kind.same_number(iid, other.iid);
 }
 
-bool Tq4_key_obj::text_is(Tq4_bytes given, int nocase) const {
-    const Tq4_bytes own = text();
-    if (!own.data || !given.data) return own.data == given.data;
-    if (own.size != given.size) return false;
-    if (!cf && !nocase) return std::memcmp(own.data, given.data, own.size) == 0;
-    for (std::size_t i = 0; i < own.size; ++i)
-        if (Tq4_ascii_lower(own.data[i]) != Tq4_ascii_lower(given.data[i])) return false;
+// No text is only like no text.
+bool Tq4_key_obj::same_text(Tq4_bytes a, Tq4_bytes b, bool nocase) {
+    if (!a.data || !b.data) return a.data == b.data;
+    if (a.size != b.size) return false;
+    if (!nocase) return std::memcmp(a.data, b.data, a.size) == 0;
+    for (std::size_t i = 0; i < a.size; ++i)
+        if (Tq4_ascii_lower(a.data[i]) != Tq4_ascii_lower(b.data[i])) return false;
     return true;
 }
 
-bool Tq4_key_obj::text_is(const char *given, int nocase) const { return text_is(Tq4_text_bytes(given), nocase); }
-
-uint64_t Tq4_key_obj::Hash(int nocase) const {
-    const Kind &kind = kind_of(m_type);
-    return kind.hash(iid, kind.has_text && sid ? Tq4_key_hash_bytes(text(), nocase || cf) : 0);
+bool Tq4_key_obj::text_is(const char *given, int nocase) const {
+    return same_text(text(), Tq4_text_bytes(given), cf || nocase);
 }
 
-static void dump_number(Tq4_wbuf *to, Wire wire, Tq4_key_number number) {
+uint64_t Tq4_key_obj::HashUnder(int nocase) const {
+    const Kind &kind = kind_of(m_type);
+    return kind.hash(iid, kind.has_text ? Tq4_key_hash_bytes(text(), nocase) : 0);
+}
+
+static void dump_number(Tq4_byte_writer &to, Wire wire, Tq4_key_number number) {
     switch (wire) {
     case Wire::word32:
-        Tq4_wbuf_Write_uint(to, number.rid.l);
-        return;
+        return to.Put(number.rid.l);
     case Wire::halves: // the low half first, unlike in memory
-        Tq4_wbuf_Write_uint(to, number.rid.l);
-        Tq4_wbuf_Write_uint(to, number.rid.h);
-        return;
+        to.Put(number.rid.l);
+        return to.Put(number.rid.h);
     case Wire::word64:
-        Tq4_wbuf_Write_uchar(to, sizeof number.id);
-        Tq4_wbuf_Write_ulong(to, number.id);
-        return;
+        to.Put(static_cast<uint8_t>(sizeof number.id));
+        return to.Put(number.id);
     }
 }
 
 // A string of 65,536 bytes or more travels as its first (length modulo 65,536) bytes: the length field has 16 bits.
-void Tq4_key_obj::DumpTo(Tq4_wbuf *to) const {
+void Tq4_key_obj::DumpTo(Tq4_byte_writer &to) const {
     const Tq4_bytes bytes = text();
-    const unsigned flags = (m_type & kind_mask) | (iid.id ? has_number : 0u) | (sid ? has_string : 0u) |
+    const unsigned flags = (m_type & kind_mask) | (iid.id ? has_number : 0u) | (bytes.data ? has_string : 0u) |
                            (bytes.size ? has_bytes : 0u) | (cf ? ignores_case : 0u);
-    Tq4_wbuf_Write_uchar(to, static_cast<uint8_t>(flags));
+    to.Put(static_cast<uint8_t>(flags));
     if (iid.id) dump_number(to, kind_of(m_type).wire, iid);
     if (!bytes.size) return;
     const auto length = static_cast<uint16_t>(bytes.size);
-    Tq4_wbuf_Write_ushort(to, length);
-    Tq4_wbuf_memcat(to, bytes.data, length);
+    to.Put(length);
+    to.PutBytes({bytes.data, length});
 }
 
 long Tq4_key_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
-    Tq4_wbuf *to = &Tq4_record<Tq4_string_obj>(out)->m_buf;
-    const uint64_t before = Tq4_wbuf_size(to);
+    Tq4_byte_writer to(&Tq4_record<Tq4_string_obj>(out)->m_buf);
     DumpTo(to);
-    return static_cast<long>(Tq4_wbuf_size(to) - before);
+    return to.written();
 }
 
 namespace {

@@ -4,9 +4,12 @@
 #include <cstdint>
 
 #include "base/charset/conversion.hpp"
-#include "base/wbuf.hpp"
+#include "base/kv/text_cell.hpp"
+#include "nested.hpp"
 #include "own.hpp"
 #include "tq4/key.h"
+
+class Tq4_byte_writer;
 
 // The numeric part: h is the low-addressed half of id, l the high-addressed one.
 union Tq4_key_number {
@@ -30,9 +33,15 @@ bool Tq4_key_read(Tq4_byte_reader &in, Tq4_key_wire &key);
 
 struct Tq4_key_obj {
     uint32_t m_type = Tq4_key_type_Unvalid; // a Tq4_key_type, or a kind of 8 to 15 that a peer sent
+    uint8_t cf = 0;                         // non-zero: the string part ignores case
+    bool m_indexed = false;                 // a table's index reads this key: the table is told before it changes
     Tq4_key_number iid;                     // kinds 1 and 5 use rid.l, 2 and 6 id, 3 and 7 both halves
-    Tq4_hooked<Tq4_string> sid; // the string part, a mere label in kinds 1 to 3; null when no text was given
-    uint8_t cf = 0;             // non-zero: the string part ignores case
+    Tq4_text_cell sid; // the string part, a mere label in kinds 1 to 3; none when no text was given
+
+    Tq4_key_obj() = default;
+    ~Tq4_key_obj() { sid.Release(); }
+    Tq4_key_obj(const Tq4_key_obj &) = delete;
+    Tq4_key_obj &operator=(const Tq4_key_obj &) = delete;
 
     void Reset() { Set(Tq4_key_type_Unvalid, {}, {}, 0); }
     void Copy(const Tq4_key_obj *source); // null empties
@@ -40,9 +49,15 @@ struct Tq4_key_obj {
 
     long Dump(Tq4_string out) const;
     int Import(const char *buf, int len);
-    uint64_t Hash(int nocase) const;
-    void SetNoCase(int flag) { cf = flag != 0; }
+    uint64_t Hash(int nocase) const { return HashUnder(nocase || cf); }
+    void SetNoCase(int flag);
     void SetS(const char *text, int len, int nocase);
+    // SetS of exactly these bytes, in an empty key.
+    void FillText(Tq4_bytes text, int nocase) {
+        m_type = Tq4_key_type_String;
+        cf = nocase != 0;
+        SetText({reinterpret_cast<const char *>(text.data), text.size});
+    }
     void SetI(unsigned i, const char *label);
     void SetL(unsigned long l, const char *label);
     void SetII(unsigned h, unsigned l, const char *label);
@@ -64,11 +79,14 @@ struct Tq4_key_obj {
     long enc(const char *data, unsigned long len, Tq4_string out) const;
     long dec(const char *data, unsigned long len, Tq4_string out) const;
 
-    void DumpTo(Tq4_wbuf *out) const;
+    void DumpTo(Tq4_byte_writer &out) const;
 
-    // For maps, which know the text's length: the string part is exactly these bytes.
-    bool text_is(Tq4_bytes text, int nocase) const;
-    bool text_is(const char *text, int nocase) const;
+    // For maps: the string part, null data when there is none; whether it is exactly these bytes; and equality when the
+    // key's own flag were own_cf; and the hash that is taken without case when nocase says so, whatever cf says.
+    Tq4_bytes text() const { return sid.view(); }
+    static bool same_text(Tq4_bytes a, Tq4_bytes b, bool nocase);
+    bool EqualUnder(int own_cf, const Tq4_key_obj &other) const;
+    uint64_t HashUnder(int nocase) const;
 
 private:
     struct Text { // null data: no string part
@@ -76,8 +94,29 @@ private:
         unsigned long len = 0;
     };
     void Set(uint32_t type, Tq4_key_number number, Text text, int nocase);
-    Tq4_bytes text() const;
+    void SetText(Text text) {
+        if (text.data && Tq4_cxx_support->new_string == Tq4_cxx_defaults.new_string)
+            sid.Assign(text.data, Tq4_text_length(text.data, text.len));
+        else
+            SetHostsText(text);
+    }
+    void SetHostsText(Text text);
+    bool text_is(const char *text, int nocase) const;
 };
+
+// Called before an indexed key changes.
+void Tq4_key_leaves_index(Tq4_key_obj &key);
+
+extern const Tq4_key_ Tq4_key_itf;
+extern const Tq4_object_itf Tq4_key_obj_itf;
+
+// A key in its owner's memory.
+struct Tq4_key_nesting {
+    static constexpr auto hook = &Tq4_cxx_support_::new_key;
+    static const Tq4_object_itf *oitf() { return &Tq4_key_obj_itf; }
+    static const void *itf() { return &Tq4_key_itf; }
+};
+using Tq4_nested_key = Tq4_nested<Tq4_key, Tq4_key_obj, Tq4_key_nesting>;
 
 // The string hash of exactly these bytes.
 uint64_t Tq4_key_hash_bytes(Tq4_bytes text, int nocase);

@@ -1,212 +1,200 @@
 // value_table: an insertion-ordered table of typed values.
 //
-// The list holds the pairs in order; the index, a string map, leads from keys to list items and keeps copies of the
-// keys under a case flag of its own. An entry appended under a key that was there already takes over the index; the
-// older one stays in the list.
+// An entry appended under a key that was there already takes over the index; the older one stays in the list.
 // Cost: look-up, insertion and removal by key are constant; positions cost what they cost in the list, so that a walk
-// by At in order is linear in all.
+// by At in order is linear in all. Entries lie in blocks that belong to the table.
 #include "base/kv/table.hpp"
 
 #include <cstring>
 
-// ---- pairs
+// ---- the index
 
-Tq4_kv_pair *Create_Tq4_kv_pair() { return new Tq4_kv_pair; }
-void Delete_Tq4_kv_pair(Tq4_kv_pair *pair) { delete pair; }
-
-void Reset_Tq4_kv_pair(Tq4_kv_pair *pair) {
-    if (!pair) return;
-    pair->key().Reset();
-    pair->value().Reset();
-}
-
-Tq4_kv_pair *Dup_Tq4_kv_pair(const Tq4_kv_pair *pair) {
-    if (!pair) return nullptr;
-    Tq4_kv_pair *copy = Create_Tq4_kv_pair();
-    Tq4_kv_pair_Clone(copy, pair);
-    return copy;
-}
-
-void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source) {
-    if (!destination || !source) return;
-    destination->key().Copy(&source->key());
-    destination->value().Copy(&source->value());
+Tq4_kv_pair *Tq4_value_table_obj::Entry(Tq4_key key) const {
+    const auto *record = Tq4_record<const Tq4_key_obj>(key);
+    if (!record || record->m_type == Tq4_key_type_Unvalid) return nullptr;
+    return index().Find(Tq4_key_form{*record, m_table.m_case});
 }
 
 namespace {
 
-Tq4_kv_pair *pair_of(Tq4_queue_item item) {
-    return static_cast<Tq4_kv_pair *>(Tq4_record<Tq4_queue_item_obj>(item)->m_obj);
-}
-
-Tq4_queue_item new_item(Tq4_kv_pair *pair) {
-    auto item = static_cast<Tq4_queue_item>(Tq4_queue_item_oitf->Create(nullptr));
-    Tq4_record<Tq4_queue_item_obj>(item)->Attach(
-        pair, [](void *payload) { Delete_Tq4_kv_pair(static_cast<Tq4_kv_pair *>(payload)); });
-    return item;
-}
-
-Tq4_queue_item item_of(const Tq4_CAssoc *entry) { return static_cast<Tq4_queue_item>(entry->value); }
-
-// Deep copies of all entries of a table as a list, none of them indexed.
-Tq4_own<Tq4_queue> copies_of(const Tq4_value_table_obj &source) {
-    auto copies = Tq4_make<Tq4_queue>(Tq4_queue_oitf);
-    source.EachPair([&](const Tq4_kv_pair &pair) {
-        (*copies)->PutTail(copies.get(), new_item(Dup_Tq4_kv_pair(&pair)));
-        return true;
-    });
-    return copies;
-}
+Tq4_kv_pair *pair_of(Tq4_list_node *node) { return static_cast<Tq4_kv_pair *>(node); }
 
 } // namespace
 
-// ---- the index
-
-Tq4_value Tq4_value_table_obj::ValueAt(const Tq4_CAssoc *entry) {
-    return entry ? pair_of(item_of(entry))->m_value.get() : nullptr;
-}
-
-Tq4_CAssoc *Tq4_value_table_obj::Entry(Tq4_key key) const {
-    if (!key || (*key)->GetType(key) == Tq4_key_type_Unvalid) return nullptr;
-    return index().EntryK(*Tq4_record<Tq4_key_obj>(key));
-}
-
-// The entry leads to the item from now on, and no more to the item that it led to before.
-void Tq4_value_table_obj::Register(Tq4_queue_item item, Tq4_CAssoc *entry) {
-    if (entry->value) pair_of(item_of(entry))->m_entry = nullptr;
-    entry->value = item;
-    pair_of(item)->m_entry = entry;
-}
-
-void Tq4_value_table_obj::RegisterByKey(Tq4_queue_item item) {
-    const Tq4_key_obj &key = pair_of(item)->key();
-    if (key.m_type != Tq4_key_type_Unvalid) Register(item, index().MakeEntryK(key));
-}
-
-// The item's key goes from the index, also when it leads to a newer entry of the same key; and whatever leads to the
-// item goes, also when the key no longer finds it.
-void Tq4_value_table_obj::Unregister(Tq4_queue_item item) {
-    Tq4_kv_pair *pair = pair_of(item);
-    if (pair->key().m_type == Tq4_key_type_Unvalid) return;
-    if (Tq4_CAssoc *entry = index().EntryK(pair->key())) {
-        pair_of(item_of(entry))->m_entry = nullptr;
-        index().Drop(entry);
+// The key leads to the pair from now on; where it led to an older one, the pair takes that one's place in the index.
+template <class Form> void Tq4_value_table_obj::Register(Tq4_kv_pair *pair, const Form &form) {
+    if (Tq4_kv_pair *older = m_table.Find(form)) {
+        m_table.m_chains.Replace(older, pair);
+        pair->MarkRegistered(older->index_case());
+        older->MarkUnregistered();
+    } else {
+        RegisterNew(pair, form);
     }
-    if (pair->m_entry) index().Drop(pair->m_entry);
-    pair->m_entry = nullptr;
+}
+
+template <class Form> void Tq4_value_table_obj::RegisterNew(Tq4_kv_pair *pair, const Form &form) {
+    pair->MarkRegistered(m_table.m_case);
+    m_table.Add(pair, form);
+}
+
+void Tq4_value_table_obj::RegisterByKey(Tq4_kv_pair *pair) {
+    const Tq4_key_obj &key = pair->key();
+    if (key.m_type != Tq4_key_type_Unvalid) Register(pair, Tq4_key_form{key, m_table.m_case});
+}
+
+void Tq4_value_table_obj::RegisterRest() {
+    Tq4_list_node *node = m_unregistered;
+    m_unregistered = nullptr;
+    for (; node != m_list.end(); node = node->next) RegisterByKey(pair_of(node));
+}
+
+void Tq4_value_table_obj::Unlist(Tq4_kv_pair *pair) {
+    m_table.Unlink(pair);
+    pair->MarkUnregistered();
+}
+
+// The pair's key goes from the index, also when it leads to a newer entry of the same key; and whatever leads to the
+// pair goes, also when the key no longer finds it.
+void Tq4_value_table_obj::Unregister(Tq4_kv_pair *pair) {
+    index(); // also when this one's key is empty: it may be the first that is not registered
+    if (pair->key().m_type != Tq4_key_type_Unvalid)
+        if (Tq4_kv_pair *found = m_table.Find(Tq4_key_form{pair->key(), m_table.m_case})) Unlist(found);
+    if (pair->registered()) Unlist(pair);
 }
 
 // ---- entries
 
 Tq4_kv_pair *Tq4_value_table_obj::NewPairAtTail() {
-    Tq4_kv_pair *pair = Create_Tq4_kv_pair();
-    (*m_list)->PutTail(m_list.get(), new_item(pair));
+    Tq4_kv_pair *pair = Create_Tq4_kv_pair(m_room.Take());
+    m_list.Append(pair);
     return pair;
 }
 
-void Tq4_value_table_obj::AddAtTail(Tq4_kv_pair *pair) {
-    RegisterByKey((*m_list)->PutTail(m_list.get(), new_item(pair)));
-}
-
-void Tq4_value_table_obj::DeleteAt(Tq4_CAssoc *entry) {
-    Tq4_queue_item item = item_of(entry);
-    index().Drop(entry);
-    Delete(item);
-}
-
-void Tq4_value_table_obj::Delete(Tq4_queue_item item) {
-    if (item == m_cur) {
-        m_cur = (*item)->Next(item);
+// The entry is not in the index any more.
+void Tq4_value_table_obj::Delete(Tq4_kv_pair *pair) {
+    if (pair == m_cur) {
+        m_cur = pair->next == m_list.end() ? nullptr : pair_of(pair->next);
         m_cur_is_next = true;
     }
-    Tq4_queue_item_oitf->Delete(item);
+    m_list.Unlink(pair);
+    Delete_Tq4_kv_pair(pair);
+    m_room.Give(pair);
 }
 
-Tq4_queue_item Tq4_value_table_obj::ItemAt(int index) const {
-    return (*m_list)->At(m_list.get(), static_cast<unsigned long>(static_cast<long>(index)), 0);
+// The queue's rules for positions: past the end means the last one.
+Tq4_kv_pair *Tq4_value_table_obj::PairAt(int index) const {
+    auto &list = const_cast<Tq4_list &>(m_list); // which only remembers the position
+    return static_cast<Tq4_kv_pair *>(list.AtClamped(static_cast<unsigned long>(static_cast<long>(index))));
 }
 
-Tq4_value Tq4_value_table_obj::Show(Tq4_queue_item item, Tq4_key *key) const {
-    if (key) *key = item ? pair_of(item)->m_key.get() : nullptr;
-    return item ? pair_of(item)->m_value.get() : nullptr;
+// A key handle lets its holder change the key, which the index must have seen before.
+Tq4_value Tq4_value_table_obj::Show(Tq4_kv_pair *pair, Tq4_key *key) const {
+    if (key) index();
+    if (key) *key = pair ? pair->key_handle() : nullptr;
+    return pair ? pair->value_handle() : nullptr;
 }
 
 Tq4_value Tq4_value_table_obj::InsertS(const char *key) {
-    if (Tq4_CAssoc *entry = Entry(key)) return ValueAt(entry);
-    if (!key) return nullptr;
+    const Tq4_text_form form{key, m_table.m_case};
+    if (Tq4_kv_pair *found = index().Find(form)) return found->value_handle();
+    return key ? MakePair(form)->value_handle() : nullptr;
+}
+
+Tq4_value_obj &Tq4_value_table_obj::ValueOf(const Tq4_text_form &form) {
+    Tq4_kv_pair *found = index().Find(form);
+    return (found ? found : MakePair(form))->value();
+}
+
+Tq4_kv_pair *Tq4_value_table_obj::MakePair(const Tq4_text_form &form) {
     Tq4_kv_pair *pair = NewPairAtTail();
-    pair->key().SetS(key, -1, m_case);
-    Register((*m_list)->Tail(m_list.get(), 0), index().MakeEntryS(key));
-    return pair->m_value.get();
+    pair->key().FillText(form.text, m_case);
+    RegisterNew(pair, form);
+    return pair;
 }
 
 Tq4_value Tq4_value_table_obj::InsertI(unsigned long key) {
-    if (Tq4_CAssoc *entry = Entry(key)) return ValueAt(entry);
+    const Tq4_number_form form{key};
+    if (Tq4_kv_pair *found = index().Find(form)) return found->value_handle();
     Tq4_kv_pair *pair = NewPairAtTail();
     pair->key().SetL(key, nullptr);
-    Register((*m_list)->Tail(m_list.get(), 0), index().MakeEntryI(key));
-    return pair->m_value.get();
+    RegisterNew(pair, form);
+    return pair->value_handle();
 }
 
 Tq4_value Tq4_value_table_obj::InsertK(Tq4_key key) {
-    if (Tq4_CAssoc *entry = Entry(key)) return ValueAt(entry);
+    if (Tq4_kv_pair *found = Entry(key)) return found->value_handle();
     if (!key) return nullptr;
     Tq4_kv_pair *pair = NewPairAtTail();
     pair->key().Copy(Tq4_record<const Tq4_key_obj>(key));
-    RegisterByKey((*m_list)->Tail(m_list.get(), 0));
-    return pair->m_value.get();
+    RegisterByKey(pair);
+    return pair->value_handle();
 }
 
 Tq4_value Tq4_value_table_obj::InsertAt(int index) {
-    Tq4_kv_pair *pair = Create_Tq4_kv_pair();
-    (*m_list)->InsertAt(m_list.get(), new_item(pair), static_cast<unsigned long>(static_cast<long>(index)));
-    return pair->m_value.get();
+    Tq4_kv_pair *pair = Create_Tq4_kv_pair(m_room.Take());
+    m_list.Link(pair, m_list.At(static_cast<unsigned long>(static_cast<long>(index))));
+    return pair->value_handle();
 }
 
 void Tq4_value_table_obj::RemoveAt(int index) {
-    Tq4_queue_item item = ItemAt(index);
-    if (!item) return;
-    Unregister(item);
-    Delete(item);
+    Tq4_kv_pair *pair = PairAt(index);
+    if (!pair) return;
+    Unregister(pair);
+    Delete(pair);
 }
 
 void Tq4_value_table_obj::RemoveAll() {
-    m_cur = nullptr;
+    Tq4_list entries;
+    Detach(entries);
+    DeleteEntries(entries);
+    m_room.GiveAll();
+}
+
+void Tq4_value_table_obj::Detach(Tq4_list &entries) {
+    m_cur = m_unregistered = nullptr;
     m_cur_is_next = false;
-    index().RemoveAll();
-    (*m_list)->RemoveAll(m_list.get());
+    m_table.Clear();
+    entries.TakeAll(m_list);
+}
+
+void Tq4_value_table_obj::DeleteEntries(Tq4_list &entries) {
+    for (Tq4_list_node *node = entries.first(); node != entries.end();) {
+        Tq4_kv_pair *pair = pair_of(node);
+        node = node->next;
+        Delete_Tq4_kv_pair(pair);
+        m_room.Give(pair);
+    }
 }
 
 // ---- other keys for an entry
 
 void Tq4_value_table_obj::ModifyKeyK(int index, Tq4_key key) {
-    Tq4_queue_item item = ItemAt(index);
-    if (!item) return;
-    Unregister(item);
-    Tq4_key_obj &own = pair_of(item)->key();
+    Tq4_kv_pair *pair = PairAt(index);
+    if (!pair) return;
+    Unregister(pair);
+    Tq4_key_obj &own = pair->key();
     own.Copy(Tq4_record<const Tq4_key_obj>(key));
     if (!key) return;
     own.SetNoCase(m_case);
-    RegisterByKey(item);
+    RegisterByKey(pair);
 }
 
 // These keys are of kind 6, deliberately: ValueK finds them, ValueS and ValueI do not.
 void Tq4_value_table_obj::ModifyKeyS(int index, const char *text) {
-    Tq4_queue_item item = ItemAt(index);
-    if (!item) return;
-    Unregister(item);
-    Tq4_key_obj &own = pair_of(item)->key();
-    if (!text) return own.Reset();
-    own.SetLS(0, text, m_case);
-    RegisterByKey(item);
+    Tq4_kv_pair *pair = PairAt(index);
+    if (!pair) return;
+    Unregister(pair);
+    if (!text) return pair->key().Reset();
+    pair->key().SetLS(0, text, m_case);
+    RegisterByKey(pair);
 }
 
 void Tq4_value_table_obj::ModifyKeyI(int index, unsigned long n) {
-    Tq4_queue_item item = ItemAt(index);
-    if (!item) return;
-    Unregister(item);
-    pair_of(item)->key().SetLS(n, nullptr, m_case);
-    RegisterByKey(item);
+    Tq4_kv_pair *pair = PairAt(index);
+    if (!pair) return;
+    Unregister(pair);
+    pair->key().SetLS(n, nullptr, m_case);
+    RegisterByKey(pair);
 }
 
 // ---- setting by key
@@ -250,47 +238,34 @@ Tq4_value Tq4_value_table_obj::SetPtrI(unsigned long key, void *pointer) {
 // ---- all entries
 
 Tq4_value Tq4_value_table_obj::First(Tq4_key *key) {
-    m_cur = (*m_list)->Head(m_list.get(), 0);
+    m_cur = m_list.m_count ? pair_of(m_list.first()) : nullptr;
     m_cur_is_next = false;
     return Show(m_cur, key);
 }
 
 Tq4_value Tq4_value_table_obj::Next(Tq4_key *key) {
-    if (m_cur && !m_cur_is_next) m_cur = (*m_cur)->Next(m_cur);
+    if (m_cur && !m_cur_is_next) m_cur = m_cur->next == m_list.end() ? nullptr : pair_of(m_cur->next);
     m_cur_is_next = false;
     return Show(m_cur, key);
 }
 
-Tq4_value Tq4_value_table_obj::At(int index, Tq4_key *key) const { return Show(ItemAt(index), key); }
+Tq4_value Tq4_value_table_obj::At(int index, Tq4_key *key) const { return Show(PairAt(index), key); }
 
+// The visitor may remove the entry it is shown.
 void Tq4_value_table_obj::each(Tq4_value_table_visitor visitor, void *param) const {
-    struct Call {
-        Tq4_value_table_visitor visitor;
-        void *param;
-    } call{visitor, param};
-    const auto visit = [](void *payload, void *given) {
-        auto *pair = static_cast<Tq4_kv_pair *>(payload);
-        auto *to = static_cast<Call *>(given);
-        return to->visitor(pair->m_key.get(), pair->m_value.get(), to->param);
-    };
-    if (visitor) (*m_list)->each(m_list.get(), visit, &call);
+    if (!visitor) return;
+    index();
+    for (Tq4_list_node *node = m_list.first(); node != m_list.end();) {
+        Tq4_kv_pair *pair = pair_of(node);
+        node = node->next;
+        if (visitor(pair->key_handle(), pair->value_handle(), param) != 0) return;
+    }
 }
 
 void Tq4_value_table_obj::Reset() {
     RemoveAll();
-    index().CaseFlag(0);
+    m_table.CaseFlag(0);
     m_case = 0;
-}
-
-// Empties the table as Reset does, and gives its entries, if there are any, to the caller.
-Tq4_own<Tq4_queue> Tq4_value_table_obj::Detach() {
-    Tq4_own<Tq4_queue> entries;
-    if (Count()) {
-        entries = std::move(m_list);
-        m_list = Tq4_make<Tq4_queue>(Tq4_queue_oitf);
-    }
-    Reset();
-    return entries;
 }
 
 // The copies are complete before the old entries go: the source may lie in one of them.
@@ -298,33 +273,47 @@ void Tq4_value_table_obj::Copy(const Tq4_value_table_obj *source) {
     if (source == this) return;
     if (!source) return Reset();
     const uint8_t case_flag = source->m_case;
-    Tq4_own<Tq4_queue> copies = copies_of(*source);
-    Reset();
-    LinkCopies(std::move(copies), case_flag);
+    Tq4_list copies, former;
+    CopyEntries(*source, copies);
+    Detach(former);
+    DeleteEntries(former);
+    AppendEntries(copies, case_flag);
 }
 
 void Tq4_value_table_obj::Append(Tq4_value_table source) {
     if (!source) return;
-    auto &from = *Tq4_record<Tq4_value_table_obj>(source);
+    const auto &from = *Tq4_record<const Tq4_value_table_obj>(source);
     const uint8_t case_flag = from.m_case;
-    LinkCopies(copies_of(from), case_flag);
+    Tq4_list copies;
+    CopyEntries(from, copies);
+    AppendEntries(copies, case_flag);
 }
 
-void Tq4_value_table_obj::LinkCopies(Tq4_own<Tq4_queue> copies, uint8_t case_flag) {
+// Into this table's memory; in no index yet.
+void Tq4_value_table_obj::CopyEntries(const Tq4_value_table_obj &source, Tq4_list &copies) {
+    source.EachPair([&](const Tq4_kv_pair &pair) {
+        copies.Append(Dup_Tq4_kv_pair(m_room.Take(), &pair));
+        return true;
+    });
+}
+
+void Tq4_value_table_obj::AppendEntries(Tq4_list &copies, uint8_t case_flag) {
     m_case = case_flag;
     index().CaseFlag(case_flag);
-    while (Tq4_queue_item item = (*copies)->RemoveHead(copies.get(), 0)) {
-        (*m_list)->PutTail(m_list.get(), item);
-        RegisterByKey(item);
+    while (copies.m_count) {
+        Tq4_kv_pair *pair = pair_of(copies.first());
+        copies.Unlink(pair);
+        m_list.Append(pair);
+        RegisterByKey(pair);
     }
 }
 
 bool Tq4_value_table_obj::Equal(const Tq4_value_table_obj &other) const {
     if (Count() != other.Count()) return false;
-    Tq4_list_node *theirs = other.list().m_head.next;
+    Tq4_list_node *theirs = other.m_list.first();
     bool equal = true;
     EachPair([&](const Tq4_kv_pair &mine) {
-        const auto *pair = static_cast<const Tq4_kv_pair *>(Tq4_queue_obj::item_of(theirs)->m_obj);
+        const Tq4_kv_pair *pair = pair_of(theirs);
         theirs = theirs->next;
         return equal = mine.key().Equal(pair->key()) && mine.value().Equal(pair->value());
     });

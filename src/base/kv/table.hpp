@@ -1,42 +1,23 @@
 // table.hpp: the value table's record and its entries.
 //
-// The entries are the payloads of a list, in order. The index leads from a key to a list item; an entry knows its place
-// in the index, so that no way of removing an entry leaves the index pointing at it. Entries with an empty key are
-// never in the index.
+// The list of entries is the order of the table. The index leads from a key to the entry registered under it; entries
+// with an empty key are never in it, and no way of removing an entry leaves the index pointing at it.
 #pragma once
 
-#include "base/kv/key.hpp"
-#include "base/kv/value.hpp"
-#include "base/map/strmap.hpp"
-#include "base/queue/queue.hpp"
+#include "base/kv/pair.hpp"
+#include "base/map/entry_room.hpp"
+#include "base/map/key_forms.hpp"
+#include "base/queue/list.hpp"
 #include "tq4/value_table.h"
 
-class Tq4_byte_reader;
-
-// One entry; attached to its list item with Delete_Tq4_kv_pair as deleter.
-struct Tq4_kv_pair {
-    Tq4_hooked<Tq4_key> m_key = Tq4_make_hooked<Tq4_key>(Tq4_cxx_support->new_key);
-    Tq4_hooked<Tq4_value> m_value = Tq4_make_hooked<Tq4_value>(Tq4_cxx_support->new_value);
-    Tq4_CAssoc *m_entry = nullptr; // borrowed: the place in the table's index; null when not indexed
-
-    Tq4_key_obj &key() const { return *Tq4_record<Tq4_key_obj>(m_key.get()); }
-    Tq4_value_obj &value() const { return *Tq4_record<Tq4_value_obj>(m_value.get()); }
-};
-
-Tq4_kv_pair *Create_Tq4_kv_pair();
-void Delete_Tq4_kv_pair(Tq4_kv_pair *pair);
-// Empties key and value.
-void Reset_Tq4_kv_pair(Tq4_kv_pair *pair);
-// Deep copies of key and value, in a new pair or in an existing one. Neither is indexed by it.
-Tq4_kv_pair *Dup_Tq4_kv_pair(const Tq4_kv_pair *pair);
-void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source);
-
 struct Tq4_value_table_obj {
-    Tq4_own<Tq4_strmap> m_table = Tq4_make<Tq4_strmap>(Tq4_strmap_oitf);
-    Tq4_own<Tq4_queue> m_list = Tq4_make<Tq4_queue>(Tq4_queue_oitf);
-    Tq4_queue_item m_cur = nullptr; // borrowed: where First and Next stand
-    bool m_cur_is_next = false;     // the entry at m_cur was removed: the cursor moved on, and Next gives m_cur itself
-    uint8_t m_case = 0;             // given to the keys that the table makes; the index has a flag of its own
+    Tq4_key_index<Tq4_kv_pair> m_table; // reached through index()
+    Tq4_list m_list;
+    Tq4_entry_room<sizeof(Tq4_kv_pair)> m_room;
+    Tq4_kv_pair *m_cur = nullptr;          // borrowed: where First and Next stand
+    Tq4_kv_pair *m_unregistered = nullptr; // borrowed: from it to the end no entry is in the index yet
+    bool m_cur_is_next = false; // the entry at m_cur was removed: the cursor moved on, and Next gives m_cur itself
+    uint8_t m_case = 0;         // given to the keys that the table makes; the index has a flag of its own
 
     ~Tq4_value_table_obj() { RemoveAll(); }
     void Reset();
@@ -79,7 +60,7 @@ struct Tq4_value_table_obj {
     Tq4_value At(int index, Tq4_key *key) const;
     template <class Key> void Remove(Key key);
     void RemoveAll();
-    unsigned long Count() const { return list().base.m_itemCount; }
+    unsigned long Count() const { return m_list.m_count; }
     void Append(Tq4_value_table source);
     void CaseFlag(int flag) { m_case = flag != 0; }
     void each(Tq4_value_table_visitor visitor, void *param) const;
@@ -87,59 +68,78 @@ struct Tq4_value_table_obj {
     void Echo(Tq4_echo echo, void *context, int compact) const;
     const char *Json_encode(Tq4_string out) const; // compactly appended to out, whose text it returns; null prints
 
-    Tq4_strmap_obj &index() const { return *Tq4_record<Tq4_strmap_obj>(m_table.get()); }
-    Tq4_queue_obj &list() const { return *Tq4_record<Tq4_queue_obj>(m_list.get()); }
-
     // The pairs in order, for what walks them all: visit(pair) until it gives false.
     template <class Visit> void EachPair(Visit visit) const {
-        for (Tq4_list_node *node = list().m_head.next; node != &list().m_tail; node = node->next)
-            if (!visit(*static_cast<const Tq4_kv_pair *>(Tq4_queue_obj::item_of(node)->m_obj))) return;
+        for (const Tq4_list_node *node = m_list.first(); node != m_list.end(); node = node->next)
+            if (!visit(*static_cast<const Tq4_kv_pair *>(node))) return;
     }
+    // A new entry at the end, without a key, that is not registered; and its registration under the key it has then.
+    Tq4_kv_pair *NewPairAtTail();
+    void RegisterByKey(Tq4_kv_pair *pair);
+    // The same for what was decoded, some time before the index or a key handle is needed.
+    void RegisterLater(Tq4_kv_pair *pair) {
+        if (!m_unregistered) m_unregistered = pair;
+    }
+    // The value under a text, made when there is none.
+    Tq4_value_obj &ValueOf(const Tq4_text_form &form);
 
 private:
-    Tq4_CAssoc *Entry(const char *key) const { return index().EntryS(key); }
-    Tq4_CAssoc *Entry(unsigned long key) const { return index().EntryI(key); }
-    Tq4_CAssoc *Entry(Tq4_key key) const;
-    static Tq4_value ValueAt(const Tq4_CAssoc *entry); // null for null
-    void DeleteAt(Tq4_CAssoc *entry);
-    Tq4_kv_pair *NewPairAtTail();
-    void AddAtTail(Tq4_kv_pair *pair); // takes it over and registers it by its key
-    void Register(Tq4_queue_item item, Tq4_CAssoc *entry);
-    void RegisterByKey(Tq4_queue_item item);
-    void Unregister(Tq4_queue_item item);
-    void Delete(Tq4_queue_item item);
-    Tq4_own<Tq4_queue> Detach();
-    void LinkCopies(Tq4_own<Tq4_queue> copies, uint8_t case_flag);
-    Tq4_queue_item ItemAt(int index) const;
-    Tq4_value Show(Tq4_queue_item item, Tq4_key *key) const;
+    // The index, with all entries that belong there.
+    Tq4_key_index<Tq4_kv_pair> &index() const {
+        auto &self = const_cast<Tq4_value_table_obj &>(*this);
+        if (m_unregistered) self.RegisterRest();
+        return self.m_table;
+    }
+    void RegisterRest();
+    Tq4_kv_pair *Entry(const char *key) const { return index().Find(Tq4_text_form{key, m_table.m_case}); }
+    Tq4_kv_pair *Entry(unsigned long key) const { return index().Find(Tq4_number_form{key}); }
+    Tq4_kv_pair *Entry(Tq4_key key) const;
+    Tq4_kv_pair *MakePair(const Tq4_text_form &form);
+    template <class Form> void Register(Tq4_kv_pair *pair, const Form &form);
+    template <class Form> void RegisterNew(Tq4_kv_pair *pair, const Form &form); // nothing is registered under it
+    void Unlist(Tq4_kv_pair *pair);
+    void Unregister(Tq4_kv_pair *pair);
+    void Delete(Tq4_kv_pair *pair);
+    void Detach(Tq4_list &entries); // empties the table, as far as it can be without deleting them
+    void DeleteEntries(Tq4_list &entries);
+    void CopyEntries(const Tq4_value_table_obj &source, Tq4_list &copies);
+    void AppendEntries(Tq4_list &copies, uint8_t case_flag);
+    Tq4_kv_pair *PairAt(int index) const;
+    Tq4_value Show(Tq4_kv_pair *pair, Tq4_key *key) const;
 };
 
 // ---- by key: each operation once for the three forms of key
 
-template <class Key> Tq4_value Tq4_value_table_obj::Value(Key key) const { return ValueAt(Entry(key)); }
+template <class Key> Tq4_value Tq4_value_table_obj::Value(Key key) const {
+    Tq4_kv_pair *pair = Entry(key);
+    return pair ? pair->value_handle() : nullptr;
+}
 template <class Key> Tq4_value_table Tq4_value_table_obj::Table(Key key) const {
-    Tq4_value value = Value(key);
-    return value ? Tq4_record<Tq4_value_obj>(value)->GetValueTable() : nullptr;
+    const Tq4_kv_pair *pair = Entry(key);
+    return pair ? pair->value().GetValueTable() : nullptr;
 }
 template <class Key> void *Tq4_value_table_obj::Ptr(Key key) const {
-    Tq4_value value = Value(key);
-    return value ? Tq4_record<Tq4_value_obj>(value)->GetPtr() : nullptr;
+    const Tq4_kv_pair *pair = Entry(key);
+    return pair ? pair->value().GetPtr() : nullptr;
 }
 template <class Key> char *Tq4_value_table_obj::Bytes(Key key, unsigned long *len) const {
     if (len) *len = 0;
-    Tq4_value value = Value(key);
-    return value ? Tq4_record<Tq4_value_obj>(value)->GetBytes(len) : nullptr;
+    const Tq4_kv_pair *pair = Entry(key);
+    return pair ? pair->value().GetBytes(len) : nullptr;
 }
 template <class Key> unsigned long Tq4_value_table_obj::Base(Key key) const {
-    Tq4_value value = Value(key);
-    return value ? static_cast<unsigned long>(Tq4_record<Tq4_value_obj>(value)->GetInteger()) : 0;
+    const Tq4_kv_pair *pair = Entry(key);
+    return pair ? static_cast<unsigned long>(pair->value().GetInteger()) : 0;
 }
 template <class Key> long Tq4_value_table_obj::Int64(Key key) const {
-    Tq4_value value = Value(key);
-    return value ? Tq4_record<Tq4_value_obj>(value)->GetInt64() : 0;
+    const Tq4_kv_pair *pair = Entry(key);
+    return pair ? pair->value().GetInt64() : 0;
 }
 template <class Key> void Tq4_value_table_obj::Remove(Key key) {
-    if (Tq4_CAssoc *entry = Entry(key)) DeleteAt(entry);
+    if (Tq4_kv_pair *pair = Entry(key)) {
+        Unlist(pair);
+        Delete(pair);
+    }
 }
 
 // A value that is a table already keeps its content.

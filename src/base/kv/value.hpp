@@ -1,13 +1,16 @@
 // value.hpp: the value's record, and the tables of what each type does.
 //
-// A value is a tag and its data. Tags 1 to 10 keep a word, 11 to 16 a cell of up to 16 bytes, 17 to 29 a string that
-// serves as text or as a packed array of host-order elements, 31 a string array, 32 a table. Cells lie in the record;
-// strings, arrays and tables are owned and made and deleted through the hooks. A byte-string tag may hold no string
-// (null): it counts as empty.
+// A value is a tag and its data. Tags 1 to 10 keep a word, 11 to 16 a cell of up to 16 bytes, 17 to 29 the bytes of a
+// text or a packed array of host-order elements, 31 a string array, 32 a table. Bytes lie in a text cell until somebody
+// asks for them as a string object, appends much to them, or the host makes strings: then they lie in the string. A
+// byte-string tag may have no bytes at all, neither here nor there: it counts as empty. Strings, arrays and tables are
+// owned and made and deleted through the hooks.
 #pragma once
 
 #include <cstdint>
 
+#include "base/kv/text_cell.hpp"
+#include "nested.hpp"
 #include "own.hpp"
 #include "tq4/value_table.h"
 
@@ -15,19 +18,19 @@ struct Tq4_value_table_obj;
 
 struct Tq4_value_obj {
     Tq4_value_type m_type = Tq4_value_Unknown;
+    Tq4_string m_string = nullptr; // tags 17 to 29; owned: the bytes; what m_data.text held before stays there
     union Data {
-        uint64_t word = 0; // inline numbers, extended to 64 bits
-        void *pointer;     // tag 9, borrowed
-        Tq4_value target;  // tag 10, borrowed
-        int64_t int64;     // tags 11 to 13
+        Tq4_text_cell text = {}; // tags 17 to 29: the bytes while there is no string
+        uint64_t word;           // inline numbers, extended to 64 bits
+        void *pointer;           // tag 9, borrowed
+        Tq4_value target;        // tag 10, borrowed
+        int64_t int64;           // tags 11 to 13
         float single;
         double twofold;
-        long double extended;
-        Tq4_string string;      // tags 17 to 29; owned, or null
+        unsigned char cell[16];
         Tq4_string_array array; // tag 31; owned
         Tq4_value_table table;  // tag 32; owned
-        void *object;           // any of the three
-        unsigned char cell[16];
+        void *object;           // either
     } m_data;
 
     Tq4_value_obj() = default;
@@ -80,7 +83,7 @@ struct Tq4_value_obj {
     void *GetPtr() const { return is(Tq4_value_PTR) ? m_data.pointer : nullptr; }
     char *GetBytes(unsigned long *len) const;
     template <Tq4_value_type first, Tq4_value_type last, class Element> Element *GetArray(unsigned long *count) const;
-    Tq4_string GetString() const { return is_text() ? m_data.string : nullptr; }
+    Tq4_string GetString() { return is_text() && has_bytes() ? own_string() : nullptr; }
     Tq4_string_array GetStringArray() const { return is(Tq4_value_STRINGARRAY) ? m_data.array : nullptr; }
     Tq4_value_table GetValueTable() const { return is(Tq4_value_Table) ? m_data.table : nullptr; }
     Tq4_value GetRef() const { return is(Tq4_value_Ref) ? m_data.target : nullptr; }
@@ -99,8 +102,19 @@ struct Tq4_value_obj {
         return m_data.table;
     }
 
-    // For what fills values: a string to write into, made when there is none.
+    // The bytes of tags 17 to 29; null data when there are none.
+    bool has_bytes() const { return m_string || m_data.text; }
+    Tq4_bytes bytes() const;
+    const char *c_str() const; // "" when there are none
+    // They become these, which may be its own, and the tag another; what the value held is released unless it is
+    // bytes.
+    void SetBytes(Tq4_value_type tag, const void *bytes, unsigned long n);
+    void AppendOwn(const void *bytes, unsigned long n);
+    // For what fills values: the bytes as a string, which is made when there is none yet.
     Tq4_string own_string();
+
+private:
+    void ReleaseBytes();
 };
 
 // What a type does, indexed by its tag; a tag beyond the last counts as one that does nothing.
@@ -119,15 +133,13 @@ template <Tq4_value_type tag, class Scalar> void Tq4_value_obj::SetScalar(Scalar
     m_data.word = static_cast<uint64_t>(static_cast<int64_t>(value)); // extended as its type: by sign or by zeros
 }
 
-// Makes the value hold a string with exactly these bytes under the tag.
-void Tq4_value_set_packed(Tq4_value_obj &value, Tq4_value_type tag, const void *elements, unsigned long bytes);
 // Appends one element to the held string; for a value of another type, only the tag.
 void Tq4_value_append_packed(Tq4_value_obj &value, Tq4_value_type tag, bool fits, const void *element,
                              unsigned long width);
 
 template <Tq4_value_type tag, class Element> void Tq4_value_obj::SetArray(const Element *elements, int count) {
     const unsigned long n = elements && count > 0 ? static_cast<unsigned long>(count) : 0;
-    Tq4_value_set_packed(*this, tag, elements, n * sizeof(Element));
+    SetBytes(tag, elements, n * sizeof(Element));
 }
 
 template <Tq4_value_type tag, Tq4_value_type sibling, class Element>
@@ -138,9 +150,9 @@ void Tq4_value_obj::AppendElement(Element element) {
 template <Tq4_value_type first, Tq4_value_type last, class Element>
 Element *Tq4_value_obj::GetArray(unsigned long *count) const {
     if (count) *count = 0;
-    if (m_type < first || m_type > last || !m_data.string) return nullptr;
-    if (count) *count = static_cast<unsigned long>((*m_data.string)->length(m_data.string)) / sizeof(Element);
-    return reinterpret_cast<Element *>(const_cast<char *>((*m_data.string)->c_str(m_data.string)));
+    if (m_type < first || m_type > last || !has_bytes()) return nullptr;
+    if (count) *count = bytes().size / sizeof(Element);
+    return reinterpret_cast<Element *>(const_cast<char *>(c_str()));
 }
 
 template <class Row> const Row &Tq4_value_row(const Row (&rows)[Tq4_value_tags], Tq4_value_type type) {
@@ -150,3 +162,14 @@ template <class Row> const Row &Tq4_value_row(const Row (&rows)[Tq4_value_tags],
 
 // Json_encode as a function; null for a null value.
 const char *Tq4_value_itf_Json(Tq4_value v, Tq4_string out);
+
+extern const Tq4_value_ Tq4_value_itf;
+extern const Tq4_object_itf Tq4_value_obj_itf;
+
+// A value in its owner's memory.
+struct Tq4_value_nesting {
+    static constexpr auto hook = &Tq4_cxx_support_::new_value;
+    static const Tq4_object_itf *oitf() { return &Tq4_value_obj_itf; }
+    static const void *itf() { return &Tq4_value_itf; }
+};
+using Tq4_nested_value = Tq4_nested<Tq4_value, Tq4_value_obj, Tq4_value_nesting>;

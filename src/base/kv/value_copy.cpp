@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/kv/value.hpp"
+#include "base/string/string.hpp"
 
 namespace {
 
@@ -14,11 +15,23 @@ bool Tq4_value_equal_BaseValue(const Value &a, const Value &b) { return a.m_data
 bool Tq4_value_equal_Int64(const Value &a, const Value &b) { return a.m_data.int64 == b.m_data.int64; }
 bool Tq4_value_equal_Float(const Value &a, const Value &b) { return a.m_data.single == b.m_data.single; }
 bool Tq4_value_equal_Double(const Value &a, const Value &b) { return a.m_data.twofold == b.m_data.twofold; }
-bool Tq4_value_equal_lDouble(const Value &a, const Value &b) { return a.m_data.extended == b.m_data.extended; }
+long double extended_of(const Value &v) {
+    long double number;
+    std::memcpy(&number, v.m_data.cell, sizeof number);
+    return number;
+}
+bool Tq4_value_equal_lDouble(const Value &a, const Value &b) { return extended_of(a) == extended_of(b); }
+// Strings are also told apart by their quotes, of which bytes that never became a string have none.
+bool Tq4_value_equal_Array(const Value &a, const Value &b) {
+    if (a.m_string && b.m_string) return Tq4_object_Equal(a.m_string, b.m_string);
+    for (Tq4_string string : {a.m_string, b.m_string})
+        if (string && (*string)->GetQuote(string).open) return false;
+    const Tq4_bytes left = a.bytes(), right = b.bytes();
+    return !left.data == !right.data && left.size == right.size && std::memcmp(left.data, right.data, left.size) == 0;
+}
 bool Tq4_value_equal_object(const Value &a, const Value &b) {
     return Tq4_object_Equal(a.m_data.object, b.m_data.object);
 }
-constexpr auto Tq4_value_equal_Array = Tq4_value_equal_object;
 constexpr auto Tq4_value_equal_StringArray = Tq4_value_equal_object;
 constexpr auto Tq4_value_equal_Table = Tq4_value_equal_object;
 
@@ -37,7 +50,15 @@ template <Tq4_new_hook Tq4_cxx_support_::*hook> void copy_object(Value &to, cons
     if (!to.m_data.object || !from.m_data.object) return;
     Tq4_object_of(from.m_data.object)->oitf->Copy(to.m_data.object, from.m_data.object);
 }
-constexpr auto Tq4_value_copy_Array = copy_object<&Tq4_cxx_support_::new_string>;
+void Tq4_value_copy_Array(Value &to, const Value &from) {
+    if (from.m_string) {
+        to.m_string = static_cast<Tq4_string>(Tq4_cxx_support->new_string());
+        Tq4_object_of(from.m_string)->oitf->Copy(to.m_string, from.m_string);
+        return;
+    }
+    const Tq4_bytes bytes = from.bytes();
+    to.SetBytes(to.m_type, bytes.data ? bytes.data : reinterpret_cast<const uint8_t *>(""), bytes.size);
+}
 constexpr auto Tq4_value_copy_StringArray = copy_object<&Tq4_cxx_support_::new_array>;
 constexpr auto Tq4_value_copy_Table = copy_object<&Tq4_cxx_support_::new_table>;
 
@@ -122,6 +143,7 @@ void Tq4_value_obj::Copy(const Tq4_value_obj *source) {
 
 void Tq4_value_obj::Swap(Tq4_value_obj &other) {
     std::swap(m_type, other.m_type);
+    std::swap(m_string, other.m_string);
     std::swap(m_data, other.m_data);
 }
 

@@ -1,6 +1,7 @@
 // value_dump: the binary encoding of values, writing; a row for each tag.
 //
 // A value is its tag byte and a payload, numbers big-endian. The encodings of nested tables follow in place.
+#include "base/byte_writer.hpp"
 #include "base/kv/table.hpp"
 #include "base/string/string.hpp"
 
@@ -8,54 +9,48 @@ namespace {
 
 using Value = Tq4_value_obj;
 
-struct Writer {
-    Tq4_wbuf *to;
+using Writer = Tq4_byte_writer;
 
-    template <class Number> void Put(Number number) { Tq4_wbuf_write_number(to, number); }
-    void PutBytes(Tq4_bytes bytes) { Tq4_wbuf_memcat(to, bytes.data, bytes.size); }
-};
-
-using Tq4_value_dump = void (*)(const Value &, Writer);
+using Tq4_value_dump = void (*)(const Value &, Writer &);
 
 Tq4_bytes bytes_of(Tq4_string string) {
     return string ? Tq4_record<const Tq4_string_obj>(string)->view() : Tq4_bytes{nullptr, 0};
 }
 
-void Tq4_value_dump_undefine(const Value &, Writer) {}
-void Tq4_value_dump_char(const Value &v, Writer out) { out.Put(static_cast<uint8_t>(v.m_data.word)); }
-void Tq4_value_dump_short(const Value &v, Writer out) { out.Put(static_cast<uint16_t>(v.m_data.word)); }
-void Tq4_value_dump_int(const Value &v, Writer out) { out.Put(static_cast<uint32_t>(v.m_data.word)); }
+void Tq4_value_dump_undefine(const Value &, Writer &) {}
+void Tq4_value_dump_char(const Value &v, Writer &out) { out.Put(static_cast<uint8_t>(v.m_data.word)); }
+void Tq4_value_dump_short(const Value &v, Writer &out) { out.Put(static_cast<uint16_t>(v.m_data.word)); }
+void Tq4_value_dump_int(const Value &v, Writer &out) { out.Put(static_cast<uint32_t>(v.m_data.word)); }
 // With a width byte, so that a peer may send longs of 4 bytes.
-void Tq4_value_dump_long(const Value &v, Writer out) {
+void Tq4_value_dump_long(const Value &v, Writer &out) {
     out.Put(static_cast<uint8_t>(sizeof v.m_data.word));
     out.Put(v.m_data.word);
 }
-void Tq4_value_dump_Int64(const Value &v, Writer out) { out.Put(v.m_data.word); }
-void Tq4_value_dump_Float(const Value &v, Writer out) { out.Put(v.m_data.single); }
-void Tq4_value_dump_Double(const Value &v, Writer out) { out.Put(v.m_data.twofold); }
+void Tq4_value_dump_Int64(const Value &v, Writer &out) { out.Put(v.m_data.word); }
+void Tq4_value_dump_Float(const Value &v, Writer &out) { out.Put(v.m_data.single); }
+void Tq4_value_dump_Double(const Value &v, Writer &out) { out.Put(v.m_data.twofold); }
 // 16 bytes, of which the last four, first on the wire, are zero.
-void Tq4_value_dump_lDouble(const Value &v, Writer out) {
+void Tq4_value_dump_lDouble(const Value &v, Writer &out) {
     out.Put(uint32_t{0});
     uint8_t reversed[12];
     Tq4_reverse_copy(reversed, v.m_data.cell, sizeof reversed);
     out.PutBytes({reversed, sizeof reversed});
 }
 
-void Tq4_value_dump_string(const Value &v, Writer out) {
-    const Tq4_bytes bytes = bytes_of(v.m_data.string);
+void Tq4_value_dump_string(const Value &v, Writer &out) {
+    const Tq4_bytes bytes = v.bytes();
     out.Put(static_cast<uint32_t>(bytes.size));
     out.PutBytes(bytes);
 }
 
 // A count, a width byte for longs, and every element reversed on its own.
-template <unsigned width, bool with_width_byte = false> void dump_packed(const Value &v, Writer out) {
-    const Tq4_bytes bytes = bytes_of(v.m_data.string);
-    const uint64_t count = bytes.size / width;
+template <unsigned width, bool with_width_byte = false> void dump_packed(const Value &v, Writer &out) {
+    const uint64_t count = v.bytes().size / width;
     out.Put(static_cast<uint32_t>(count));
     if constexpr (with_width_byte) out.Put(static_cast<uint8_t>(width));
-    if (Tq4_wbuf_space(out.to, count * width) < count * width) return;
-    for (uint64_t i = 0; i < count; ++i) Tq4_reverse_copy(out.to->m_ptr + i * width, bytes.data + i * width, width);
-    Tq4_wbuf_skip(out.to, count * width);
+    uint8_t *room = out.Extend(count * width);
+    const uint8_t *elements = v.bytes().data; // looked up again: they may lie in the buffer, which may have moved
+    for (uint64_t i = 0; room && i < count; ++i) Tq4_reverse_copy(room + i * width, elements + i * width, width);
 }
 constexpr Tq4_value_dump Tq4_value_dump_pshort = dump_packed<2>;
 constexpr Tq4_value_dump Tq4_value_dump_pint = dump_packed<4>;
@@ -65,7 +60,7 @@ constexpr Tq4_value_dump Tq4_value_dump_pdouble = dump_packed<8>;
 constexpr Tq4_value_dump Tq4_value_dump_pldouble = dump_packed<16>;
 
 // Counts and lengths of 16 bits: what does not fit them is left out, so that a reader stays in step.
-void Tq4_value_dump_string_array(const Value &v, Writer out) {
+void Tq4_value_dump_string_array(const Value &v, Writer &out) {
     Tq4_string_array array = v.m_data.array;
     const auto count = static_cast<uint16_t>(array ? (*array)->Size(array) : 0);
     out.Put(count);
@@ -77,7 +72,7 @@ void Tq4_value_dump_string_array(const Value &v, Writer out) {
     }
 }
 
-void Tq4_value_dump_Table(const Value &v, Writer out);
+void Tq4_value_dump_Table(const Value &v, Writer &out);
 
 const Tq4_value_dump _g_Tq4_value_dump[Tq4_value_tags] = {
     Tq4_value_dump_undefine,     // 0
@@ -116,43 +111,40 @@ const Tq4_value_dump _g_Tq4_value_dump[Tq4_value_tags] = {
     Tq4_value_dump_undefine,     // 33
 };
 
-void dump_value(const Value &v, Writer out) {
+void dump_value(const Value &v, Writer &out) {
     out.Put(static_cast<uint8_t>(v.m_type));
     Tq4_value_row(_g_Tq4_value_dump, v.m_type)(v, out);
 }
 
-void dump_table(const Tq4_value_table_obj &table, Writer out) {
+void dump_table(const Tq4_value_table_obj &table, Writer &out) {
     out.Put(table.m_case);
     out.Put(static_cast<uint32_t>(table.Count()));
     table.EachPair([&](const Tq4_kv_pair &pair) {
-        pair.key().DumpTo(out.to);
+        pair.key().DumpTo(out);
         dump_value(pair.value(), out);
         return true;
     });
 }
 
-void Tq4_value_dump_Table(const Value &v, Writer out) {
+void Tq4_value_dump_Table(const Value &v, Writer &out) {
     if (const Tq4_value_table_obj *table = v.table_record()) dump_table(*table, out);
 }
 
-Writer writer_to(Tq4_string out) { return {&Tq4_record<Tq4_string_obj>(out)->m_buf}; }
-long grown_by(Writer out, uint64_t before) { return static_cast<long>(Tq4_wbuf_size(out.to) - before); }
+Tq4_wbuf *buffer_of(Tq4_string out) { return &Tq4_record<Tq4_string_obj>(out)->m_buf; }
 
 } // namespace
 
 long Tq4_value_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
-    const Writer to = writer_to(out);
-    const uint64_t before = Tq4_wbuf_size(to.to);
+    Writer to(buffer_of(out));
     dump_value(*this, to);
-    return grown_by(to, before);
+    return to.written();
 }
 
 // 0 for an empty table, deliberately, although its header is written: callers take 0 to mean an empty table.
 long Tq4_value_table_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
-    const Writer to = writer_to(out);
-    const uint64_t before = Tq4_wbuf_size(to.to);
+    Writer to(buffer_of(out));
     dump_table(*this, to);
-    return Count() ? grown_by(to, before) : 0;
+    return Count() ? to.written() : 0;
 }

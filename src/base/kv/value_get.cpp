@@ -19,8 +19,7 @@ double Tq4_value_obj::GetDouble() const {
 
 char *Tq4_value_obj::GetBytes(unsigned long *len) const {
     if (len) *len = 0;
-    Tq4_string held = GetString();
-    if (!held) return nullptr;
-    if (len) *len = static_cast<unsigned long>((*held)->length(held));
-    return const_cast<char *>((*held)->c_str(held));
+    if (!is_text() || !has_bytes()) return nullptr;
+    if (len) *len = bytes().size;
+    return const_cast<char *>(c_str());
 }

@@ -75,13 +75,11 @@ void Tq4_value_import_lDouble(Value &v, Input &from) {
 
 void Tq4_value_import_string(Value &v, Input &from) {
     uint32_t length = 0;
-    Tq4_string string = v.own_string();
-    const bool complete = from.in.Read(length) && from.in.left() >= length;
-    if (complete) {
+    if (from.in.Read(length) && from.in.left() >= length) {
         const Tq4_bytes bytes = from.in.Take(length);
-        (*string)->Memcat(string, bytes.data, bytes.size);
-        return;
+        return v.SetBytes(v.m_type, bytes.data ? bytes.data : reinterpret_cast<const uint8_t *>(""), bytes.size);
     }
+    v.SetBytes(v.m_type, "", 0);
     report("Tq4_value_Import() error Tq4_value_STRING\n");
     from.ConsumeAll();
 }
@@ -243,7 +241,7 @@ int Tq4_value_obj::Import(const char *buf, int len) {
 }
 
 int Tq4_value_obj::ImportAt(const char *buf, int len, int depth) {
-    Reset();
+    if (m_type != Tq4_value_Unknown) Reset();
     Input from{Tq4_byte_reader(buf, len), depth};
     int8_t tag = 0;
     if (!from.in.Read(tag)) return 0;
@@ -263,15 +261,17 @@ int Tq4_value_table_obj::ImportAt(const char *buf, int len, int depth) {
     if (header.left() < sizeof case_flag + sizeof count) return 0;
     header.Read(case_flag);
     header.Read(count);
-    const Tq4_own<Tq4_queue> former = Detach(); // goes last: the bytes may lie in it
+    Tq4_list former; // goes last: the bytes may lie in it
+    Detach(former);
     m_case = case_flag;
-    index().CaseFlag(case_flag);
+    m_table.CaseFlag(case_flag);
     int at = len - static_cast<int>(header.left());
     for (; count && at < len; --count) {
-        Tq4_kv_pair *pair = Create_Tq4_kv_pair();
+        Tq4_kv_pair *pair = NewPairAtTail();
         at += imported(pair->key().Import(buf + at, len - at));
         at += imported(pair->value().ImportAt(buf + at, len - at, depth));
-        AddAtTail(pair);
+        RegisterLater(pair);
     }
+    DeleteEntries(former);
     return at;
 }

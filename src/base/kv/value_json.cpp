@@ -8,6 +8,8 @@
 #include <charconv>
 #include <climits>
 #include <clocale>
+#include <cstring>
+#include <functional>
 #include <vector>
 
 #include "base/kv/json_parser/json_parser.hpp"
@@ -26,15 +28,18 @@ struct Tq4_value_Json_Obj {
 };
 
 struct Tq4_value_Json_decode_data {
-    Value *root; // borrowed
+    Value *root;    // borrowed
+    Tq4_bytes text; // borrowed: all of it
     std::vector<Tq4_value_Json_Obj> chain;
-    Tq4_string_obj temp{nullptr}; // the pending key
+    Tq4_string_obj temp{nullptr}; // the pending key, when it does not lie in the text as it is
+    Tq4_bytes key{};              // its bytes up to the first NUL
 
     bool in_array() const { return !chain.empty() && chain.back().array_flag; }
     // The value that a new scalar or container goes to: of the pending member, or the root.
     Value &member() {
         if (chain.empty()) return *root;
-        return *Tq4_record<Value>(chain.back().obj->make_table()->InsertS(temp.c_str()));
+        Tq4_value_table_obj &table = *chain.back().obj->make_table();
+        return table.ValueOf({nullptr, table.m_table.m_case, key});
     }
     // The value of a new unkeyed entry at the end of the array being filled.
     Value &element() { return *Tq4_record<Value>(chain.back().obj->make_table()->InsertAt(INT_MAX)); }
@@ -97,6 +102,16 @@ void on_string(Decode &data, Token token) {
         data.member().SetString(token.text, length);
 }
 
+void on_key(Decode &data, Token token) {
+    const auto *bytes = reinterpret_cast<const uint8_t *>(token.text);
+    const bool in_text =
+        std::less_equal<>()(data.text.data, bytes) && std::less<>()(bytes, data.text.data + data.text.size);
+    data.key = {bytes, token.length};
+    if (in_text) return;
+    data.temp.Memcpy(token.text, strnlen(token.text, token.length));
+    data.key = data.temp.view();
+}
+
 // By event.
 using Handler = void (*)(Decode &, Token);
 const Handler handlers[] = {
@@ -108,7 +123,7 @@ const Handler handlers[] = {
     [](Decode &data, Token token) { set_integer(data, token.integer()); },
     on_float,
     on_string,
-    [](Decode &data, Token token) { data.temp.Memcpy(token.text, token.length); },
+    on_key,
     [](Decode &data, Token) { set_integer(data, 1); },
     [](Decode &data, Token) { set_integer(data, 0); },
     [](Decode &, Token) {}, // a null member makes no entry
@@ -122,15 +137,19 @@ int on_event(void *userdata, int type, const char *text, size_t length) {
 
 } // namespace
 
-// The text is copied first: it may lie in the value.
+// The text is copied first when it may lie in the value.
 int Tq4_value_obj::Json_decode(const char *text, int len) {
     if (!text) return 0;
+    Tq4_bytes bytes = Tq4_text_bytes(text, static_cast<unsigned long>(static_cast<long>(len)));
     Tq4_string_obj copy(nullptr);
-    copy.Memcpy(text, static_cast<unsigned long>(static_cast<long>(len)));
-    Decode data{.root = this, .chain = {}};
+    if (m_type >= Tq4_value_ArrayStart) {
+        copy.Memcpy(bytes.data, bytes.size);
+        bytes = copy.view();
+    }
+    Decode data{.root = this, .text = bytes, .chain = {}};
     json_parser parser;
     int error = json_parser_init(&parser, nullptr, on_event, &data);
-    if (!error) error = json_parser_string(&parser, reinterpret_cast<const char *>(copy.begin()), copy.size(), nullptr);
+    if (!error) error = json_parser_string(&parser, reinterpret_cast<const char *>(bytes.data), bytes.size, nullptr);
     if (!error) error = json_parser_done(&parser);
     json_parser_free(&parser);
     return error == 0;

@@ -2,11 +2,13 @@
 //
 // One printer drives either of two outputs: a caller's printf-like function, which is given the formats below, and a
 // string, which the pieces are appended to directly. Text is printed as it is, without escaping, deliberately.
+#include <bit>
 #include <charconv>
 #include <cstdarg>
 #include <cstring>
 #include <type_traits>
 
+#include "base/byte_writer.hpp"
 #include "base/kv/table.hpp"
 #include "base/print.hpp"
 #include "base/string/string.hpp"
@@ -16,7 +18,37 @@ namespace {
 
 using Value = Tq4_value_obj;
 
-const char *text_of(Tq4_string string) { return string ? (*string)->c_str(string) : ""; }
+// A text as formats print it: up to its first NUL.
+struct Text {
+    const char *data = "";
+    std::size_t size = 0;
+
+    // Of n bytes with a NUL behind them; null has none.
+    Text(const char *bytes, std::size_t n) {
+        if (!bytes) return;
+        data = bytes;
+        size = strnlen(bytes, n);
+    }
+    explicit Text(const Value &v) : Text(v.c_str(), v.bytes().size) {}
+    explicit Text(const Tq4_key_obj &key) : Text(key.GetS(), key.text().size) {}
+    explicit Text(Tq4_string string)
+        : Text(string ? (*string)->c_str(string) : nullptr,
+               string ? static_cast<std::size_t>((*string)->length(string)) : 0) {}
+};
+
+// Where the first NUL of a short text is. Eight bytes at a time: subtracting 1 sets the highest bit of the first byte
+// that is 0.
+std::size_t Tq4_first_nul(const uint8_t (&bytes)[24]) {
+    constexpr uint64_t ones = 0x0101010101010101u, highs = 0x8080808080808080u;
+    if constexpr (std::endian::native == std::endian::little)
+        for (std::size_t at = 0; at < sizeof bytes; at += sizeof ones) {
+            uint64_t eight;
+            std::memcpy(&eight, bytes + at, sizeof eight);
+            if (const uint64_t zeros = (eight - ones) & ~eight & highs)
+                return at + static_cast<std::size_t>(std::countr_zero(zeros)) / 8;
+        }
+    return strnlen(reinterpret_cast<const char *>(bytes), sizeof bytes);
+}
 
 class Echo_output {
     const Tq4_echo m_echo;
@@ -25,35 +57,54 @@ class Echo_output {
 public:
     Echo_output(Tq4_echo echo, void *context) : m_echo(echo), m_context(context) {}
 
-    void Text(const char *literal) { m_echo(m_context, literal); }
-    void Quoted(const char *text, const char *after) { m_echo(m_context, "\"%s\"%s", text, after); }
-    void Quoted(const char *text) { m_echo(m_context, "\"%s\"", text); }
+    template <std::size_t n> void Literal(const char (&literal)[n]) { m_echo(m_context, literal); }
+    void Quoted(Text text, const char *after) { m_echo(m_context, "\"%s\"%s", text.data, after); }
+    void Quoted(Text text) { m_echo(m_context, "\"%s\"", text.data); }
+    void QuotedInside(const Tq4_text_cell &cell) {
+        Quoted(Text(reinterpret_cast<const char *>(cell.raw()), cell.most_inside));
+    }
     template <class... Args> void Format(const char *format, Args... args) { m_echo(m_context, format, args...); }
 };
 
 // Appends to a string. The formats that make up most of a text are taken apart here.
 class String_output {
-    Tq4_wbuf *const m_to;
+    Tq4_byte_writer &m_to;
 
-    void Append(const char *text, std::size_t n) { Tq4_wbuf_memcat(m_to, text, n); }
     void Print(const char *format, ...) {
         va_list args;
         va_start(args, format);
-        Tq4_wbuf_print(m_to, format, args);
+        m_to.WithBuffer([&](Tq4_wbuf *buffer) { Tq4_wbuf_print(buffer, format, args); });
         va_end(args);
     }
 
 public:
-    explicit String_output(Tq4_string out) : m_to(&Tq4_record<Tq4_string_obj>(out)->m_buf) {}
+    explicit String_output(Tq4_byte_writer &to) : m_to(to) {}
 
-    void Text(const char *literal) { Append(literal, std::strlen(literal)); }
-    void Quoted(const char *text, const char *after = "") {
-        const std::size_t n = std::strlen(text);
-        if (Tq4_wbuf_space(m_to, n + 2) < n + 2) return;
-        Append("\"", 1);
-        Append(text, n);
-        Append("\"", 1);
-        if (*after) Text(after);
+    template <std::size_t n> void Literal(const char (&literal)[n]) {
+        if constexpr (n == 2)
+            m_to.Put(static_cast<uint8_t>(literal[0]));
+        else
+            m_to.PutBytes({reinterpret_cast<const uint8_t *>(literal), n - 1});
+    }
+    void Quoted(Text text, const char *after = "") {
+        uint8_t *room = m_to.Extend(text.size + 2);
+        if (!room) return;
+        room[0] = '"';
+        std::memcpy(room + 1, text.data, text.size);
+        room[text.size + 1] = '"';
+        if (*after) m_to.PutBytes({reinterpret_cast<const uint8_t *>(after), std::strlen(after)});
+    }
+    // A short text is copied with the whole cell, by moves of fixed size, and then cut at its NUL.
+    void QuotedInside(const Tq4_text_cell &cell) {
+        constexpr std::size_t all = sizeof cell.raw();
+        if (!m_to.Reserve(all + 2)) return Quoted(Text(reinterpret_cast<const char *>(cell.raw()), all));
+        m_to.Fill([&](uint8_t *room) {
+            *room++ = '"';
+            std::memcpy(room, cell.raw(), all);
+            room += Tq4_first_nul(cell.raw());
+            *room++ = '"';
+            return room;
+        });
     }
     template <class... Args> void Format(const char *format, Args... args) { Print(format, args...); }
     template <class Integer>
@@ -62,7 +113,8 @@ public:
         const bool decimal = format[std::strlen(format) - 1] == 'd' || format[std::strlen(format) - 1] == 'u';
         if (!decimal) return Print(format, number);
         char digits[24];
-        Append(digits, static_cast<std::size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits));
+        const char *end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+        m_to.PutBytes({reinterpret_cast<uint8_t *>(digits), static_cast<std::size_t>(end - digits)});
     }
 };
 
@@ -81,11 +133,11 @@ private:
     static const Row rows[Tq4_value_tags];
 
     void Tabs(int count) {
-        while (count-- > 0) m_out.Text("\t");
+        while (count-- > 0) m_out.Literal("\t");
     }
     void LineStart(int indent) {
         if (m_compact) return;
-        m_out.Text("\n");
+        m_out.Literal("\n");
         Tabs(indent);
     }
     void PrintKey(const Tq4_key_obj &key);
@@ -98,7 +150,9 @@ private:
     }
     void Single(const Value &v, int) { m_out.Format("%f", static_cast<double>(v.m_data.single)); }
     void Twofold(const Value &v, int) { m_out.Format("%lf", v.m_data.twofold); }
-    void Quoted(const Value &v, int) { m_out.Quoted(text_of(v.m_data.string)); }
+    void Quoted(const Value &v, int) {
+        !v.m_string &&v.m_data.text.inside() ? m_out.QuotedInside(v.m_data.text) : m_out.Quoted(Text(v));
+    }
     template <class Element, const char *format> void Packed(const Value &v, int indent);
     void Strings(const Value &v, int indent);
     void Nested(const Value &v, int indent) {
@@ -166,36 +220,33 @@ template <class Output> template <class Element>
 void Printer<Output>::List(unsigned long count, int indent, Element element) {
     const int inner = m_compact ? 0 : indent + 1;
     Tabs(inner);
-    m_out.Text(m_compact ? "[" : "[\n");
+    m_compact ? m_out.Literal("[") : m_out.Literal("[\n");
     for (unsigned long i = 0; i < count; ++i) {
         Tabs(inner);
         element(i);
-        if (!m_compact) m_out.Text("\n");
+        if (!m_compact) m_out.Literal("\n");
     }
     Tabs(inner);
-    m_out.Text("]");
+    m_out.Literal("]");
 }
 
 template <class Output> template <class Element, const char *format>
 void Printer<Output>::Packed(const Value &v, int indent) {
-    Tq4_string string = v.m_data.string;
-    const unsigned long bytes = string ? static_cast<unsigned long>((*string)->length(string)) : 0;
-    const unsigned long count = bytes / sizeof(Element);
-    const char *elements = count ? (*string)->c_str(string) : nullptr;
+    const Tq4_bytes bytes = v.bytes();
+    const unsigned long count = bytes.size / sizeof(Element);
     List(count, indent, [&](unsigned long i) {
         Element element;
-        std::memcpy(&element, elements + i * sizeof element, sizeof element);
+        std::memcpy(&element, bytes.data + i * sizeof element, sizeof element);
         m_out.Format(format, element);
-        if (i + 1 < count) m_out.Text(",");
+        if (i + 1 < count) m_out.Literal(",");
     });
 }
 
 template <class Output> void Printer<Output>::Strings(const Value &v, int indent) {
     Tq4_string_array array = v.m_data.array;
     const unsigned long count = array ? (*array)->Size(array) : 0;
-    if (!m_compact) m_out.Text("\n");
-    List(count, indent,
-         [&](unsigned long i) { m_out.Quoted(text_of((*array)->At(array, i)), i + 1 < count ? "," : ""); });
+    if (!m_compact) m_out.Literal("\n");
+    List(count, indent, [&](unsigned long i) { m_out.Quoted(Text((*array)->At(array, i)), i + 1 < count ? "," : ""); });
 }
 
 template <class Output> void Printer<Output>::PrintTable(const Tq4_value_table_obj &table, int indent) {
@@ -204,28 +255,27 @@ template <class Output> void Printer<Output>::PrintTable(const Tq4_value_table_o
     table.EachPair([&](const Tq4_kv_pair &pair) {
         if (first) {
             array = pair.key().m_type == Tq4_key_type_Unvalid;
-            m_out.Text(array ? "[" : "{");
+            array ? m_out.Literal("[") : m_out.Literal("{");
         } else {
-            m_out.Text(",");
+            m_out.Literal(",");
         }
         first = false;
         // In an array, strings and tables start their own line, after the tabs of this one.
-        if (!m_compact && !(array && pair.value().m_type >= Tq4_value_ArrayOtherObject)) m_out.Text("\n");
+        if (!m_compact && !(array && pair.value().m_type >= Tq4_value_ArrayOtherObject)) m_out.Literal("\n");
         if (!m_compact) Tabs(indent);
         if (!array) {
             PrintKey(pair.key());
-            m_out.Text(":");
+            m_out.Literal(":");
         }
         PrintValue(pair.value(), indent);
         return true;
     });
-    if (first) m_out.Text("{");
+    if (first) m_out.Literal("{");
     LineStart(indent);
-    m_out.Text(array ? "]" : "}");
+    array ? m_out.Literal("]") : m_out.Literal("}");
 }
 
 template <class Output> void Printer<Output>::PrintKey(const Tq4_key_obj &key) {
-    const char *text = text_of(key.sid.get());
     const unsigned number = key.m_type == Tq4_key_type_LS ? static_cast<unsigned>(key.GetL()) : key.GetIL();
     switch (key.m_type) {
     case Tq4_key_type_I:
@@ -236,12 +286,12 @@ template <class Output> void Printer<Output>::PrintKey(const Tq4_key_obj &key) {
         return m_out.Format("\"%u_%u\"", key.GetIH(), key.GetIL());
     case Tq4_key_type_IS:
     case Tq4_key_type_LS:
-        return m_out.Format("\"%s_%u\"", text, number);
+        return m_out.Format("\"%s_%u\"", Text(key).data, number);
     // With a colon of its own before the one that follows every key, deliberately.
     case Tq4_key_type_IIS:
-        return m_out.Format("\"%s_%u\":", text, number);
+        return m_out.Format("\"%s_%u\":", Text(key).data, number);
     default:
-        return m_out.Quoted(text);
+        return key.sid.inside() ? m_out.QuotedInside(key.sid) : m_out.Quoted(Text(key));
     }
 }
 
@@ -265,7 +315,10 @@ const char *Tq4_value_obj::Json_encode(Tq4_string out) const {
         Print();
         return "";
     }
-    Printer(String_output(out), true).PrintValue(*this, 0);
+    {
+        Tq4_byte_writer to(&Tq4_record<Tq4_string_obj>(out)->m_buf);
+        Printer(String_output(to), true).PrintValue(*this, 0);
+    }
     return (*out)->c_str(out);
 }
 
@@ -280,7 +333,10 @@ const char *Tq4_value_table_obj::Json_encode(Tq4_string out) const {
         Print();
         return "";
     }
-    Printer(String_output(out), true).PrintTable(*this, 0);
+    {
+        Tq4_byte_writer to(&Tq4_record<Tq4_string_obj>(out)->m_buf);
+        Printer(String_output(to), true).PrintTable(*this, 0);
+    }
     return (*out)->c_str(out);
 }
 

@@ -2,60 +2,92 @@
 //
 // A setter keeps the storage when the tag already has the storage class it needs, and retags it; else the value is
 // initialised anew. Text and elements may lie in the value itself: what is new is complete before what is old goes.
-#include <cstring>
+#include <utility>
 
 #include "base/kv/value.hpp"
 #include "base/string/string.hpp"
 
 void Tq4_value_obj::Reset() {
-    void *held = m_type >= Tq4_value_ArrayStart ? m_data.object : nullptr;
-    m_type = Tq4_value_Unknown;
+    const Tq4_value_type type = std::exchange(m_type, Tq4_value_Unknown);
+    if (type >= Tq4_value_ArrayStart && type <= Tq4_value_ArrayOtherObject) {
+        ReleaseBytes();
+    } else if (void *held = type > Tq4_value_ArrayOtherObject ? m_data.object : nullptr) {
+        m_data = {};
+        return Tq4_cxx_support->delete_obj(held);
+    }
     m_data = {};
-    if (held) Tq4_cxx_support->delete_obj(held);
 }
 
 void Tq4_value_obj::Init(Tq4_value_type type) {
     Reset();
+    if (type >= Tq4_value_ArrayStart && type <= Tq4_value_PLDOUBLE) return SetBytes(type, "", 0);
     m_type = type;
-    if (holds_string())
-        m_data.object = Tq4_cxx_support->new_string();
-    else if (is(Tq4_value_STRINGARRAY))
+    if (is(Tq4_value_STRINGARRAY))
         m_data.object = Tq4_cxx_support->new_array();
     else if (is(Tq4_value_Table))
         m_data.object = Tq4_cxx_support->new_table();
 }
 
+// ---- bytes
+
+Tq4_bytes Tq4_value_obj::bytes() const {
+    return m_string ? Tq4_record<const Tq4_string_obj>(m_string)->view() : m_data.text.view();
+}
+
+const char *Tq4_value_obj::c_str() const {
+    if (m_string) return (*m_string)->c_str(m_string);
+    const char *text = reinterpret_cast<const char *>(m_data.text.view().data);
+    return text ? text : "";
+}
+
+void Tq4_value_obj::ReleaseBytes() {
+    m_data.text.Release();
+    if (Tq4_string string = std::exchange(m_string, nullptr)) Tq4_cxx_support->delete_obj(string);
+}
+
+// The bytes stay in the cell as well: pointers to them may have been given out.
 Tq4_string Tq4_value_obj::own_string() {
-    if (!m_data.string) m_data.object = Tq4_cxx_support->new_string();
-    return m_data.string;
+    if (m_string) return m_string;
+    m_string = static_cast<Tq4_string>(Tq4_cxx_support->new_string());
+    const Tq4_bytes text = m_data.text.view();
+    if (text.size) (*m_string)->Memcpy(m_string, text.data, text.size);
+    return m_string;
 }
 
-// The result is text of tag 19, deliberately not 18.
-void Tq4_value_obj::SetString(const char *text, int len) {
-    const auto length = static_cast<unsigned long>(static_cast<long>(len));
-    if (m_type >= Tq4_value_STRING && m_type <= Tq4_value_PLDOUBLE) {
-        Tq4_string held = own_string();
-        (*held)->Memcpy(held, text, length);
+void Tq4_value_obj::SetBytes(Tq4_value_type tag, const void *bytes, unsigned long n) {
+    n = Tq4_text_length(bytes, n);
+    const bool hosts = Tq4_cxx_support->new_string != Tq4_cxx_defaults.new_string;
+    if (holds_string() && !m_string && !hosts) {
+        m_data.text.Assign(bytes, n);
+    } else if (holds_string()) {
+        (*own_string())->Memcpy(m_string, bytes, n);
+        m_data.text.Release();
     } else {
-        auto fresh = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
-        (*fresh)->Memcpy(fresh.get(), text, length);
+        // What was held may hold the bytes.
+        Data fresh;
+        Tq4_string string = nullptr;
+        if (hosts) {
+            string = static_cast<Tq4_string>(Tq4_cxx_support->new_string());
+            (*string)->Memcpy(string, bytes, n);
+        } else {
+            fresh.text.Assign(bytes, n);
+        }
         Reset();
-        m_data.string = fresh.release();
+        m_data = fresh;
+        m_string = string;
     }
-    m_type = Tq4_value_PCHAR;
+    m_type = tag;
 }
 
-void Tq4_value_set_packed(Tq4_value_obj &value, Tq4_value_type tag, const void *elements, unsigned long bytes) {
-    if (value.m_type >= Tq4_value_ArrayStart && value.m_type <= Tq4_value_ArrayOtherObject) {
-        Tq4_string held = value.own_string();
-        (*held)->Memcpy(held, elements, bytes);
-    } else {
-        auto fresh = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
-        (*fresh)->Memcpy(fresh.get(), elements, bytes);
-        value.Reset();
-        value.m_data.string = fresh.release();
-    }
-    value.m_type = tag;
+void Tq4_value_obj::AppendOwn(const void *bytes, unsigned long n) {
+    n = Tq4_text_length(bytes, n);
+    if (!m_string && m_data.text.AppendInside(bytes, n)) return;
+    (*own_string())->Memcat(m_string, bytes, n);
+}
+
+// The result is text of tag 19, deliberately not 18. What holds no text, tag 17 included, starts anew.
+void Tq4_value_obj::SetString(const char *text, int len) {
+    SetBytes(Tq4_value_PCHAR, text, static_cast<unsigned long>(static_cast<long>(len)));
 }
 
 void Tq4_value_obj::SetInt64(long long value) {
@@ -104,13 +136,8 @@ void Tq4_value_obj::SetTable(Tq4_value_table table) {
 
 // ---- appends; one that does not fit the type stores nothing, deliberately
 
-static void append(Tq4_value_obj &value, const void *element, unsigned long width) {
-    Tq4_string held = value.own_string();
-    (*held)->Memcat(held, element, width);
-}
-
-// A tag without storing: a held string stays and is read as what the new tag says; anything else is released, so that
-// no getter takes a number for a string.
+// A tag without storing: bytes stay and are read as what the new tag says; anything else is released, so that no getter
+// takes a number for bytes.
 static void retag(Tq4_value_obj &value, Tq4_value_type tag) {
     if (!value.holds_string()) value.Reset();
     value.m_type = tag;
@@ -122,10 +149,7 @@ void Tq4_value_obj::AppendString(Tq4_string string) {
         if (m_data.array) (*m_data.array)->AddString(m_data.array, string);
         return;
     }
-    if (is_text()) {
-        Tq4_string held = own_string();
-        (*held)->Memcat(held, (*string)->c_str(string), static_cast<unsigned long>((*string)->length(string)));
-    }
+    if (is_text()) AppendOwn((*string)->c_str(string), static_cast<unsigned long>((*string)->length(string)));
     retag(*this, Tq4_value_STRING);
 }
 
@@ -139,22 +163,21 @@ void Tq4_value_obj::AppendBytes(const char *bytes, int len) {
     if (is(Tq4_value_STRINGARRAY)) {
         if (m_data.array) (*m_data.array)->Add(m_data.array, bytes, length);
     } else if (is_text()) {
-        Tq4_string held = own_string();
-        (*held)->Memcat(held, bytes, length);
+        AppendOwn(bytes, length);
         m_type = Tq4_value_PUCHAR;
     }
 }
 
 void Tq4_value_append_packed(Tq4_value_obj &value, Tq4_value_type tag, bool fits, const void *element,
                              unsigned long width) {
-    if (fits) append(value, element, width);
+    if (fits) value.AppendOwn(element, width);
     retag(value, tag);
 }
 
 void Tq4_value_obj::AppendFloat(float element) {
-    if (is(Tq4_value_PFLOAT)) append(*this, &element, sizeof element);
+    if (is(Tq4_value_PFLOAT)) AppendOwn(&element, sizeof element);
 }
 
 void Tq4_value_obj::AppendDouble(double element) {
-    if (is(Tq4_value_PDOUBLE)) append(*this, &element, sizeof element);
+    if (is(Tq4_value_PDOUBLE)) AppendOwn(&element, sizeof element);
 }

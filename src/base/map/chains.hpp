@@ -19,8 +19,8 @@
 template <class Entry> struct Tq4_chained {
     Entry *pNext = nullptr;
     Entry *pPrev = nullptr;
-    uint64_t nHashValue = 0; // bucket index
-    uint64_t m_full_hash = 0;
+    uint32_t nHashValue = 0; // bucket index
+    uint32_t m_spread = 0;   // the full hash, spread
 };
 
 // Where an entry stands: in the chain of bucket modulo the number of chains, and in the index under full. Mostly both
@@ -30,12 +30,16 @@ struct Tq4_chain_hash {
     uint64_t full;
     Tq4_chain_hash(uint64_t hash) : bucket(hash), full(hash) {}
     Tq4_chain_hash(uint64_t bucket_hash, uint64_t full_hash) : bucket(bucket_hash), full(full_hash) {}
+
+    // The hashes of short texts and small numbers lie close together: 32 bits in which they do not.
+    uint32_t spread() const { return static_cast<uint32_t>((full ^ full >> 32) * 0x9E3779B97F4A7C15u >> 32); }
 };
 
-// Open addressing over full hashes, half full at most; removal shifts back, so there are no tombstones.
+// Open addressing over spread full hashes, three quarters full at most; removal shifts back, so there are no
+// tombstones.
 template <class Entry> class Tq4_hash_index {
     struct Slot {
-        uint64_t hash;
+        uint32_t spread;
         Entry *entry; // borrowed; null when free
     };
     std::unique_ptr<Slot[]> m_slots;
@@ -43,11 +47,10 @@ template <class Entry> class Tq4_hash_index {
     unsigned m_shift = 0;
     std::size_t m_count = 0;
 
-    // The hashes of short texts and small numbers lie close together: spread them.
-    std::size_t home(uint64_t hash) const { return (hash ^ hash >> 32) * 0x9E3779B97F4A7C15u >> m_shift; }
+    std::size_t home(uint32_t spread) const { return spread >> m_shift; }
 
     void Place(const Slot &placed) {
-        std::size_t at = home(placed.hash);
+        std::size_t at = home(placed.spread);
         while (m_slots[at].entry) at = (at + 1) & m_mask;
         m_slots[at] = placed;
     }
@@ -57,7 +60,7 @@ template <class Entry> class Tq4_hash_index {
         old.swap(m_slots);
         const std::size_t old_size = old ? m_mask + 1 : 0;
         m_mask = size - 1;
-        m_shift = 64u - static_cast<unsigned>(std::countr_zero(size));
+        m_shift = 32u - static_cast<unsigned>(std::countr_zero(size));
         for (std::size_t i = 0; i < old_size; ++i)
             if (old[i].entry) Place(old[i]);
     }
@@ -66,16 +69,16 @@ public:
     explicit operator bool() const { return m_slots != nullptr; }
 
     void Add(Entry *entry) {
-        if (2 * (m_count + 1) > m_mask) Grow();
-        Place({entry->m_full_hash, entry});
+        if (4 * (m_count + 1) > 3 * m_mask) Grow();
+        Place({entry->m_spread, entry});
         ++m_count;
     }
     void Remove(const Entry *entry) {
-        std::size_t at = home(entry->m_full_hash);
+        std::size_t at = home(entry->m_spread);
         while (m_slots[at].entry != entry) at = (at + 1) & m_mask;
         std::size_t hole = at;
         while (m_slots[at = (at + 1) & m_mask].entry) {
-            const std::size_t wanted = home(m_slots[at].hash);
+            const std::size_t wanted = home(m_slots[at].spread);
             if (((at - wanted) & m_mask) < ((at - hole) & m_mask)) continue; // would move in front of its home
             m_slots[hole] = m_slots[at];
             hole = at;
@@ -83,9 +86,14 @@ public:
         m_slots[hole].entry = nullptr;
         --m_count;
     }
-    template <class Match> Entry *Find(uint64_t hash, Match match) const {
-        for (std::size_t at = home(hash); m_slots[at].entry; at = (at + 1) & m_mask)
-            if (m_slots[at].hash == hash && match(*m_slots[at].entry)) return m_slots[at].entry;
+    void Replace(const Entry *old, Entry *fresh) {
+        std::size_t at = home(old->m_spread);
+        while (m_slots[at].entry != old) at = (at + 1) & m_mask;
+        m_slots[at].entry = fresh;
+    }
+    template <class Match> Entry *Find(uint32_t spread, Match match) const {
+        for (std::size_t at = home(spread); m_slots[at].entry; at = (at + 1) & m_mask)
+            if (m_slots[at].spread == spread && match(*m_slots[at].entry)) return m_slots[at].entry;
         return nullptr;
     }
     void Clear() {
@@ -96,6 +104,7 @@ public:
 
 template <class Entry> class Tq4_chains {
     static constexpr std::size_t first_size = 17;
+    static constexpr uint64_t most_heads = UINT32_MAX;
     static constexpr int indexed_from = 64; // entries; below, the chains are short enough
 
     Entry *m_first_heads[first_size] = {};
@@ -113,9 +122,9 @@ public:
     uint64_t size() const { return m_nHashTableSize; }
     int count() const { return m_nCount; }
 
-    // A new number of chains, while there are no entries; 0 changes nothing.
+    // A new number of chains, while there are no entries; 0, and more than memory could hold, changes nothing.
     void Resize(uint64_t heads) {
-        if (m_nCount > 0 || heads == 0 || heads > PTRDIFF_MAX / sizeof(Entry *)) return;
+        if (m_nCount > 0 || heads == 0 || heads > most_heads) return;
         m_other_heads.reset(new Entry *[heads]());
         m_pHashTable = m_other_heads.get();
         m_nHashTableSize = heads;
@@ -129,29 +138,30 @@ public:
     }
     // The same where at most one entry matches and it was added under this hash.
     template <class Match> Entry *Find(Tq4_chain_hash hash, Match match) const {
-        return m_index ? m_index.Find(hash.full, match) : FindInChain(hash, match);
+        const uint32_t spread = hash.spread();
+        if (m_index) return m_index.Find(spread, match);
+        return FindInChain(hash, [&](const Entry &entry) { return entry.m_spread == spread && match(entry); });
     }
 
     void Add(Entry *entry, Tq4_chain_hash hash) {
-        entry->m_full_hash = hash.full;
-        entry->nHashValue = hash.bucket % m_nHashTableSize;
-        Entry *&head = m_pHashTable[entry->nHashValue];
-        entry->pNext = head;
-        entry->pPrev = nullptr;
-        if (head) head->pPrev = entry;
-        head = entry;
-        ++m_nCount;
-        if (m_index)
-            m_index.Add(entry);
-        else if (m_nCount == indexed_from)
-            for (Entry *each = First(); each; each = Next(each)) m_index.Add(each);
+        Add(entry, static_cast<uint32_t>(hash.bucket % m_nHashTableSize), hash.spread());
     }
+    // As an entry of other chains of the same number was added.
+    void AddLike(Entry *entry, const Entry &other) { Add(entry, other.nHashValue, other.m_spread); }
 
     void Unlink(Entry *entry) {
         (entry->pPrev ? entry->pPrev->pNext : m_pHashTable[entry->nHashValue]) = entry->pNext;
         if (entry->pNext) entry->pNext->pPrev = entry->pPrev;
         if (m_index) m_index.Remove(entry);
         --m_nCount;
+    }
+
+    // The new entry takes the place of the old one, which is no longer in the chains.
+    void Replace(Entry *old, Entry *fresh) {
+        static_cast<Tq4_chained<Entry> &>(*fresh) = *old;
+        (old->pPrev ? old->pPrev->pNext : m_pHashTable[old->nHashValue]) = fresh;
+        if (old->pNext) old->pNext->pPrev = fresh;
+        if (m_index) m_index.Replace(old, fresh);
     }
 
     // By bucket, and within a bucket the newest first; null at the end.
@@ -185,6 +195,13 @@ public:
         }
     }
 
+    // Forgets all entries without a look at them.
+    void Forget() {
+        std::fill_n(m_pHashTable, m_nHashTableSize, nullptr);
+        m_nCount = 0;
+        m_index.Clear();
+    }
+
     // Takes all entries out and hands each to dispose.
     template <class Dispose> void Clear(Dispose dispose) {
         for (uint64_t i = 0; i < m_nHashTableSize && m_nCount > 0; ++i)
@@ -197,6 +214,20 @@ public:
     }
 
 private:
+    void Add(Entry *entry, uint32_t bucket, uint32_t spread) {
+        entry->m_spread = spread;
+        entry->nHashValue = bucket;
+        Entry *&head = m_pHashTable[entry->nHashValue];
+        entry->pNext = head;
+        entry->pPrev = nullptr;
+        if (head) head->pPrev = entry;
+        head = entry;
+        ++m_nCount;
+        if (m_index)
+            m_index.Add(entry);
+        else if (m_nCount == indexed_from)
+            for (Entry *each = First(); each; each = Next(each)) m_index.Add(each);
+    }
     Entry *FirstFrom(uint64_t bucket) const {
         while (bucket < m_nHashTableSize && !m_pHashTable[bucket]) ++bucket;
         return bucket < m_nHashTableSize ? m_pHashTable[bucket] : nullptr;

@@ -78,7 +78,7 @@ struct Tq4_strmap2_obj {
         m_case = source->m_case;
         m_mixed = source->m_mixed;
         source->m_chains.EachOldestFirst(
-            [this](const Tq4_CAssoc2 &entry) { m_chains.Add(new Tq4_CAssoc2(entry), entry.m_full_hash); });
+            [this](const Tq4_CAssoc2 &entry) { m_chains.AddLike(new Tq4_CAssoc2(entry), entry); });
     }
     // The same keys with the same values in the same order.
     bool Equal(const Tq4_strmap2_obj &other) const {

@@ -1,14 +1,17 @@
 // json_parser: runs the table of transitions over bytes.
 //
-// Runs of plain bytes in strings and of digits in numbers are kept as a whole; every other byte takes one step: a look
-// into the table and, for an action, its function. Time is linear in the text.
+// Blanks between tokens, runs of plain bytes in strings and of digits in numbers are taken as a whole; every other byte
+// takes one step: a look into the table and, for an action, its function. A string without escapes that lies in one
+// piece of the text is not copied. Time is linear in the text.
 #include "base/kv/json_parser/json_parser.hpp"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "base/charset/utf8.hpp"
+#include "base/kv/json_parser/byte_runs.hpp"
 #include "base/kv/json_parser/transitions.hpp"
 #include "base/kv/limits.hpp"
 
@@ -46,17 +49,19 @@ int keep_code_point(json_parser *p, uint32_t code_point) {
     return keep(p, reinterpret_cast<char *>(utf8), utf8_encode(code_point, utf8));
 }
 
+int tell(json_parser *p, json_type type, const char *text, size_t length) {
+    if (!p->callback) return 0;
+    return p->callback(p->userdata, type, text, length) ? JSON_ERROR_CALLBACK : 0;
+}
+
 // Tells an event; one with text ends the token.
 int call(json_parser *p, json_type type) {
     const bool has_text = type >= JSON_INT && type <= JSON_KEY;
-    if (has_text) {
-        if (int error = keep(p, "", 0)) return error; // makes room for the NUL
-        p->buffer[p->buffer_offset] = '\0';
-    }
-    const size_t length = has_text ? p->buffer_offset : 0;
-    p->buffer_offset = 0;
-    if (!p->callback) return 0;
-    return p->callback(p->userdata, type, has_text ? p->buffer : nullptr, length) ? JSON_ERROR_CALLBACK : 0;
+    if (!has_text) return tell(p, type, nullptr, 0);
+    if (int error = keep(p, "", 0)) return error; // makes room for the NUL
+    p->buffer[p->buffer_offset] = '\0';
+    const size_t length = std::exchange(p->buffer_offset, 0u);
+    return tell(p, type, p->buffer, length);
 }
 
 char innermost(const json_parser *p) { return p->stack_offset ? p->stack[p->stack_offset - 1] : '\0'; }
@@ -87,11 +92,12 @@ int comma(json_parser *p) {
     return 0;
 }
 
-int string_end(json_parser *p) {
-    if (!p->expecting_key) return call(p, JSON_STRING);
+// The type of the string that ends here.
+json_type string_end(json_parser *p) {
+    if (!p->expecting_key) return JSON_STRING;
     p->expecting_key = 0;
     p->state = STATE_CO;
-    return call(p, JSON_KEY);
+    return JSON_KEY;
 }
 
 int escaped(json_parser *p, char byte) {
@@ -149,7 +155,7 @@ int act(json_parser *p, uint8_t action, uint8_t from, char byte) {
         if (int error = pop(p, '{')) return error;
         break;
     case STATE_SE:
-        return string_end(p);
+        return call(p, string_end(p));
     case STATE_NE:
         return call(p, p->type);
     case STATE_EX:
@@ -182,15 +188,27 @@ int refused(const json_parser *p, uint8_t from, uint8_t c) {
 
 bool in_number(uint8_t state) { return state >= STATE_MI && state <= STATE_E3; }
 
-// How many of the bytes belong to the token under way without a look at the table.
-size_t plain_run(const json_parser *p, const char *bytes, size_t n) {
-    size_t run = 0;
-    if (p->state == STATE_ST)
-        while (run < n && static_cast<unsigned char>(bytes[run]) >= 0x20 && bytes[run] != '"' && bytes[run] != '\\')
-            ++run;
-    else if (p->state == STATE_IN || p->state == STATE_FS)
-        while (run < n && bytes[run] >= '0' && bytes[run] <= '9') ++run;
-    return run;
+// Takes plain bytes of a string. A string that lies here whole is told as it lies here, its end included.
+int take_plain(json_parser *p, const char *bytes, size_t n, size_t &taken) {
+    const size_t run = Tq4_json_plain(bytes, n);
+    if (p->buffer_offset || run == n || bytes[run] != '"') {
+        const int error = run ? keep(p, bytes, run) : 0;
+        taken = error ? 0 : run;
+        return error;
+    }
+    if (p->config.max_data && run > p->config.max_data) return JSON_ERROR_DATA_LIMIT;
+    taken = run;
+    p->state = STATE_OK;
+    const int error = tell(p, string_end(p), bytes, run);
+    taken += !error;
+    return error;
+}
+
+int take_digits(json_parser *p, const char *bytes, size_t n, size_t &taken) {
+    const size_t run = Tq4_json_digits(bytes, n);
+    const int error = run ? keep(p, bytes, run) : 0;
+    taken = error ? 0 : run;
+    return error;
 }
 
 int step(json_parser *p, char byte) {
@@ -236,13 +254,38 @@ int json_parser_string(json_parser *parser, const char *text, size_t length, siz
     size_t at = 0;
     int error = 0;
     while (at < length && !error) {
-        if (const size_t run = plain_run(parser, text + at, length - at)) {
-            error = keep(parser, text + at, run);
-            at += error ? 0 : run;
-        } else {
-            error = step(parser, text[at]);
-            at += !error;
+        size_t taken = 0;
+        switch (parser->state) {
+        case STATE_ST:
+            error = take_plain(parser, text + at, length - at, taken);
+            break;
+        case STATE_IN:
+        case STATE_FS:
+            error = take_digits(parser, text + at, length - at, taken);
+            break;
+        case STATE_GO:
+        case STATE_OK:
+        case STATE_OB:
+        case STATE_KE:
+        case STATE_CO:
+        case STATE_VA:
+        case STATE_AR:
+            taken = Tq4_json_blanks(text + at, length - at);
+            break;
+        default:
+            break;
         }
+        at += taken;
+        if (taken || error) continue;
+        // The most frequent of what is left, and everything else.
+        const uint8_t next = transitions[parser->state][class_of[static_cast<unsigned char>(text[at])]];
+        if (next == STATE_SB || next == STATE_KS)
+            parser->state = actions[next - state_count].state;
+        else if (next == STATE_SP)
+            error = comma(parser);
+        else
+            error = step(parser, text[at]);
+        at += !error;
     }
     if (processed) *processed = at;
     return error;

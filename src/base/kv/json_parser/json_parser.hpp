@@ -51,7 +51,7 @@ struct json_config {
 };
 
 // Called on the thread that feeds, with the text of keys, strings (unescaped) and numbers, which is valid during the
-// call and followed by a NUL; null for the other events. Returns 0 to go on.
+// call; a NUL follows numbers only. Null for the other events. Returns 0 to go on.
 using json_parser_callback = int (*)(void *userdata, int type, const char *text, size_t length);
 
 struct json_parser {

@@ -1,0 +1,87 @@
+// byte_writer.hpp: appends numbers in network order and bytes to a write buffer.
+//
+// Room is taken from the buffer ahead of need and what was written is committed at the end, so that a number is a check
+// and a store. While a writer is at work nobody else writes to the buffer. What finds no room is left out.
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#include "base/byte_order.hpp"
+#include "base/charset/conversion.hpp"
+#include "base/wbuf.hpp"
+
+class Tq4_byte_writer {
+    Tq4_wbuf *const m_to; // borrowed
+    uint8_t *m_at;
+    uint8_t *m_end;
+    const uint64_t m_before;
+
+    void Refresh() {
+        m_at = m_to->m_ptr;
+        m_end = m_at + m_to->m_cnt;
+    }
+    void Commit() {
+        m_to->m_cnt -= static_cast<uint64_t>(m_at - m_to->m_ptr);
+        m_to->m_ptr = m_at;
+    }
+
+public:
+    explicit Tq4_byte_writer(Tq4_wbuf *to) : m_to(to), m_before(Tq4_wbuf_size(to)) { Refresh(); }
+    ~Tq4_byte_writer() { Commit(); }
+    Tq4_byte_writer(const Tq4_byte_writer &) = delete;
+    Tq4_byte_writer &operator=(const Tq4_byte_writer &) = delete;
+
+    // Bytes appended so far.
+    long written() {
+        Commit();
+        return static_cast<long>(Tq4_wbuf_size(m_to) - m_before);
+    }
+
+    // Whether n more bytes fit.
+    bool Reserve(uint64_t n) {
+        if (n <= static_cast<uint64_t>(m_end - m_at)) return true;
+        Commit();
+        const bool fits = Tq4_wbuf_space(m_to, n) >= n;
+        Refresh();
+        return fits;
+    }
+
+    template <class Number> void Put(Number number) {
+        if (!Reserve(sizeof number)) return;
+        if constexpr (std::endian::native == std::endian::little)
+            Tq4_reverse_copy(m_at, reinterpret_cast<const uint8_t *>(&number), sizeof number);
+        else
+            std::memcpy(m_at, &number, sizeof number);
+        m_at += sizeof number;
+    }
+
+    // The bytes may be the buffer's own.
+    void PutBytes(Tq4_bytes bytes) {
+        if (bytes.size > static_cast<uint64_t>(m_end - m_at)) {
+            WithBuffer([=](Tq4_wbuf *buffer) { Tq4_wbuf_memcat(buffer, bytes.data, bytes.size); });
+        } else if (bytes.size) {
+            std::memmove(m_at, bytes.data, bytes.size);
+            m_at += bytes.size;
+        }
+    }
+
+    // Hands the buffer to what writes to it in other ways.
+    template <class Use> void WithBuffer(Use use) {
+        Commit();
+        use(m_to);
+        Refresh();
+    }
+
+    // Fills room that was reserved: fill gives the end of what it wrote there.
+    template <class Fill_room> void Fill(Fill_room fill) { m_at = fill(m_at); }
+
+    // The place of n bytes that the caller fills at once; null when they find no room.
+    uint8_t *Extend(uint64_t n) {
+        if (!Reserve(n)) return nullptr;
+        uint8_t *room = m_at;
+        m_at += n;
+        return room;
+    }
+};

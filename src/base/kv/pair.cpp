@@ -1,0 +1,113 @@
+// kv_pair: one entry of a value table, what its handles lead to, and what the index keeps with it.
+#include "base/kv/pair.hpp"
+
+static_assert(alignof(std::max_align_t) > 15, "four flags lie in the lowest bits of a pointer to memory");
+
+Tq4_kv_pair *Create_Tq4_kv_pair(void *room) { return new (room) Tq4_kv_pair; }
+void Delete_Tq4_kv_pair(Tq4_kv_pair *pair) { pair->~Tq4_kv_pair(); }
+
+void Reset_Tq4_kv_pair(Tq4_kv_pair *pair) {
+    if (!pair) return;
+    pair->key().Reset();
+    pair->value().Reset();
+}
+
+Tq4_kv_pair *Dup_Tq4_kv_pair(void *room, const Tq4_kv_pair *pair) {
+    if (!pair) return nullptr;
+    Tq4_kv_pair *copy = Create_Tq4_kv_pair(room);
+    Tq4_kv_pair_Clone(copy, pair);
+    return copy;
+}
+
+void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source) {
+    if (!destination || !source) return;
+    destination->key().Copy(&source->key());
+    destination->value().Copy(&source->value());
+}
+
+// ---- handles
+
+Tq4_kv_handles &Tq4_kv_pair::MakeHandles() {
+    if (Tq4_kv_handles *made = handles()) return *made;
+    auto *made = new (Tq4_object_memory(sizeof(Tq4_kv_handles))) Tq4_kv_handles{
+        .key = {nullptr, &Tq4_key_obj_itf, &Tq4_key_itf, &m_key},
+        .value = {nullptr, &Tq4_value_obj_itf, &Tq4_value_itf, &m_value},
+        .registered_key = {},
+    };
+    m_handles |= reinterpret_cast<uintptr_t>(made);
+    return *made;
+}
+
+void Tq4_kv_pair::MakeByHost() {
+    Tq4_kv_handles &made = MakeHandles();
+    if (Tq4_cxx_support->new_key != Tq4_cxx_defaults.new_key) {
+        made.key = {nullptr, nullptr, nullptr, Tq4_cxx_support->new_key()};
+        m_handles |= key_is_hosts;
+    }
+    if (Tq4_cxx_support->new_value != Tq4_cxx_defaults.new_value) {
+        made.value = {nullptr, nullptr, nullptr, Tq4_cxx_support->new_value()};
+        m_handles |= value_is_hosts;
+    }
+}
+
+Tq4_key Tq4_kv_pair::key_handle() {
+    Tq4_object &object = MakeHandles().key;
+    return static_cast<Tq4_key>(has(key_is_hosts) ? object.real_obj : static_cast<void *>(&object.itf));
+}
+
+Tq4_value Tq4_kv_pair::value_handle() {
+    Tq4_object &object = MakeHandles().value;
+    return static_cast<Tq4_value>(has(value_is_hosts) ? object.real_obj : static_cast<void *>(&object.itf));
+}
+
+namespace {
+
+// The end of the object that a handle leads to. The record is left for its owner to destroy: as good as new when the
+// object's end has destroyed it, by the hook or by somebody who had only borrowed the handle.
+template <class Record> void end(Tq4_object &object, Record &record, bool hosts) {
+    if (hosts) return Tq4_cxx_support->delete_obj(object.real_obj);
+    const bool by_hook = Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj;
+    if (object.itf && by_hook) Tq4_cxx_support->delete_obj(&object.itf);
+    if (!object.itf)
+        new (&record) Record;
+    else if (object.info)
+        Tq4_object_info_Delete(object.info);
+}
+
+} // namespace
+
+void Tq4_kv_pair::EndHandles() {
+    Tq4_kv_handles &known = MakeHandles();
+    m_key.m_indexed = false;
+    end(known.key, m_key, has(key_is_hosts));
+    end(known.value, m_value, has(value_is_hosts));
+    known.~Tq4_kv_handles();
+    Tq4_object_memory_free(&known, sizeof known);
+}
+
+// ---- what the index keeps
+
+namespace {
+
+std::unique_ptr<Tq4_key_obj> copy_of(const Tq4_key_obj &key) {
+    auto copy = std::make_unique<Tq4_key_obj>();
+    copy->Copy(&key);
+    return copy;
+}
+
+} // namespace
+
+// A key of the host's cannot be watched for changes: the index gets its copy at once.
+void Tq4_kv_pair::KeepRegisteredKey() { handles()->registered_key = copy_of(key()); }
+
+void Tq4_kv_pair::MarkUnregistered() {
+    m_key.m_indexed = false;
+    m_handles &= ~uintptr_t{is_registered | index_ignores_case};
+    if (Tq4_kv_handles *known = handles()) known->registered_key.reset();
+}
+
+void Tq4_key_leaves_index(Tq4_key_obj &key) {
+    auto *pair = static_cast<Tq4_kv_pair *>(reinterpret_cast<Tq4_kv_pair_key *>(&key));
+    key.m_indexed = false;
+    pair->MakeHandles().registered_key = copy_of(key);
+}

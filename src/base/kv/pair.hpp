@@ -1,0 +1,100 @@
+// pair.hpp: one entry of a value table.
+//
+// Two cache lines, the first of which has all that a look-up by key reads: the key, and then the entry's places in the
+// index and in the list, and its value. The objects that handles of
+// key and value lead to are made when somebody first asks for a handle; entries that are only decoded, looked into by
+// key and encoded have none. Where a host makes keys or values, the entry has handles of the host's from the start.
+//
+// The index reads the entry's own key as long as that is what was registered; before the key changes through its
+// handle, the index gets a copy of its own.
+#pragma once
+
+#include <memory>
+
+#include "base/kv/key.hpp"
+#include "base/kv/value.hpp"
+#include "base/map/chains.hpp"
+#include "base/queue/list_node.hpp"
+
+// What an entry has once somebody knows it by handles.
+struct Tq4_kv_handles {
+    Tq4_object key, value;                       // without itf: real_obj is the host's handle
+    std::unique_ptr<Tq4_key_obj> registered_key; // when the key is no longer what was registered
+};
+
+struct Tq4_kv_pair_key {
+    Tq4_key_obj m_key;       // nothing where the host makes keys
+    uintptr_t m_handles = 0; // owned; with the flags below in its lowest bits
+};
+
+class Tq4_kv_pair : private Tq4_kv_pair_key, public Tq4_chained<Tq4_kv_pair>, public Tq4_list_node {
+    Tq4_value_obj m_value; // nothing where the host makes values
+
+    enum Flag : uintptr_t {
+        key_is_hosts = 1,
+        value_is_hosts = 2,
+        index_ignores_case = 4,
+        is_registered = 8,
+        all_flags = 15
+    };
+    bool has(Flag flag) const { return (m_handles & flag) != 0; }
+    Tq4_kv_handles *handles() const { return reinterpret_cast<Tq4_kv_handles *>(m_handles & ~uintptr_t{all_flags}); }
+
+public:
+    Tq4_kv_pair();
+    ~Tq4_kv_pair() {
+        if (m_handles & ~uintptr_t{is_registered | index_ignores_case} || Tq4_hooked_deletes()) EndHandles();
+    }
+
+    Tq4_key_obj &key() const {
+        return has(key_is_hosts) ? *Tq4_record<Tq4_key_obj>(handles()->key.real_obj) : const_cast<Tq4_key_obj &>(m_key);
+    }
+    Tq4_value_obj &value() const {
+        return has(value_is_hosts) ? *Tq4_record<Tq4_value_obj>(handles()->value.real_obj)
+                                   : const_cast<Tq4_value_obj &>(m_value);
+    }
+    Tq4_key key_handle();
+    Tq4_value value_handle();
+
+    // What the index keeps with the entry: the key that it was registered under and the index's case flag then.
+    const Tq4_key_obj &index_key() const {
+        const Tq4_kv_handles *known = handles();
+        return known && known->registered_key ? *known->registered_key : key();
+    }
+    int index_case() const { return has(index_ignores_case); }
+    bool registered() const { return has(is_registered); }
+    void MarkRegistered(int index_case) {
+        m_handles |= index_case ? is_registered | index_ignores_case : is_registered;
+        if (has(key_is_hosts))
+            KeepRegisteredKey();
+        else
+            m_key.m_indexed = true;
+    }
+    void MarkUnregistered();
+
+private:
+    friend void Tq4_key_leaves_index(Tq4_key_obj &key);
+    Tq4_kv_handles &MakeHandles();
+    void MakeByHost();
+    void KeepRegisteredKey();
+    void EndHandles();
+    // The delete hook is the host's, and is shown every key and value.
+    static bool Tq4_hooked_deletes() { return Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj; }
+};
+static_assert(sizeof(Tq4_kv_pair) == 128);
+
+// An entry in room for one, with an empty key and an empty value; and its end, which leaves the room. Neither touches
+// list or index.
+Tq4_kv_pair *Create_Tq4_kv_pair(void *room);
+void Delete_Tq4_kv_pair(Tq4_kv_pair *pair);
+// Empties key and value.
+void Reset_Tq4_kv_pair(Tq4_kv_pair *pair);
+// Deep copies of key and value, in a new entry or in an existing one. Neither is indexed by it.
+Tq4_kv_pair *Dup_Tq4_kv_pair(void *room, const Tq4_kv_pair *pair);
+void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source);
+
+inline Tq4_kv_pair::Tq4_kv_pair() {
+    if (Tq4_cxx_support->new_key != Tq4_cxx_defaults.new_key ||
+        Tq4_cxx_support->new_value != Tq4_cxx_defaults.new_value)
+        MakeByHost();
+}

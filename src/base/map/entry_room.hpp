@@ -1,0 +1,77 @@
+// entry_room.hpp: memory for the entries of one table or map.
+//
+// Entries are all of one size and mostly go together, so they lie side by side: the first few in the owner itself, the
+// others in blocks, each of as many as there were before, up to a ceiling. What a single removal frees is used by the
+// next insertion; blocks are given back all at once, when the owner is emptied.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+#include "object_memory.hpp"
+
+template <std::size_t size> class Tq4_entry_room {
+    static constexpr std::size_t inside = 5, most = 256; // entries in the owner, and at most in a block
+
+    struct Block {
+        Block *next;
+        std::size_t bytes;
+    };
+    struct Free {
+        Free *next;
+    };
+    Block *m_blocks = nullptr; // owned
+    Free *m_free = nullptr;    // given back one by one
+    std::byte *m_unused = m_inside;
+    std::size_t m_unused_count = inside; // rooms at m_unused
+    std::size_t m_total = inside;        // all rooms
+    alignas(void *) std::byte m_inside[inside * size];
+
+public:
+    Tq4_entry_room() = default;
+    ~Tq4_entry_room() { GiveAll(); }
+    Tq4_entry_room(const Tq4_entry_room &) = delete;
+    Tq4_entry_room &operator=(const Tq4_entry_room &) = delete;
+
+    // Room for one entry, aligned for pointers.
+    void *Take() {
+        if (Free *room = m_free) {
+            m_free = room->next;
+            return room;
+        }
+        if (m_unused_count == 0) Grow();
+        --m_unused_count;
+        void *room = m_unused;
+        m_unused += size;
+        return room;
+    }
+    void Give(void *room) { m_free = new (room) Free{m_free}; }
+
+    // Gives back all rooms.
+    void GiveAll() {
+        while (Block *block = m_blocks) {
+            m_blocks = block->next;
+            Tq4_object_memory_free(block, block->bytes);
+        }
+        m_free = nullptr;
+        m_unused = m_inside;
+        m_unused_count = m_total = inside;
+    }
+
+private:
+    // In larger blocks, entries whose size is a multiple of a cache line begin with one.
+    void Grow() {
+        constexpr std::size_t line = 64, few = 16;
+        const std::size_t count = std::min(m_total, most);
+        const bool aligned = size % line == 0 && count > few;
+        const std::size_t bytes = sizeof(Block) + count * size + (aligned ? line : 0);
+        auto *memory = static_cast<std::byte *>(Tq4_object_memory(bytes));
+        m_blocks = new (memory) Block{m_blocks, bytes};
+        m_unused = memory + sizeof(Block);
+        if (aligned) m_unused += -reinterpret_cast<uintptr_t>(m_unused) % line;
+        m_unused_count = count;
+        m_total += count;
+    }
+};
