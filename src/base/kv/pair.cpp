@@ -97,8 +97,17 @@ std::unique_ptr<Tq4_key_obj> copy_of(const Tq4_key_obj &key) {
 
 } // namespace
 
-// A key of the host's cannot be watched for changes: the index gets its copy at once.
-void Tq4_kv_pair::KeepRegisteredKey() { handles()->registered_key = copy_of(key()); }
+// Where the index does not read the key itself: a key of the host's cannot be watched for changes.
+void Tq4_kv_pair::KeepRegisteredKey(const Tq4_key_obj &registered) {
+    m_key.m_indexed = false;
+    MakeHandles().registered_key = copy_of(registered);
+}
+
+// In the place of an older entry, whose key may have been written in other letters.
+void Tq4_kv_pair::MarkRegisteredLike(const Tq4_kv_pair &older) {
+    MarkRegistered(older.index_case());
+    if (!Tq4_key_obj::same_text(older.index_key().text(), key().text(), false)) KeepRegisteredKey(older.index_key());
+}
 
 void Tq4_kv_pair::MarkUnregistered() {
     m_key.m_indexed = false;
@@ -108,6 +117,5 @@ void Tq4_kv_pair::MarkUnregistered() {
 
 void Tq4_key_leaves_index(Tq4_key_obj &key) {
     auto *pair = static_cast<Tq4_kv_pair *>(reinterpret_cast<Tq4_kv_pair_key *>(&key));
-    key.m_indexed = false;
-    pair->MakeHandles().registered_key = copy_of(key);
+    pair->KeepRegisteredKey(key);
 }

@@ -66,17 +66,18 @@ public:
     void MarkRegistered(int index_case) {
         m_handles |= index_case ? is_registered | index_ignores_case : is_registered;
         if (has(key_is_hosts))
-            KeepRegisteredKey();
+            KeepRegisteredKey(key());
         else
             m_key.m_indexed = true;
     }
+    void MarkRegisteredLike(const Tq4_kv_pair &older);
     void MarkUnregistered();
 
 private:
     friend void Tq4_key_leaves_index(Tq4_key_obj &key);
     Tq4_kv_handles &MakeHandles();
     void MakeByHost();
-    void KeepRegisteredKey();
+    void KeepRegisteredKey(const Tq4_key_obj &registered);
     void EndHandles();
     // The delete hook is the host's, and is shown every key and value.
     static bool Tq4_hooked_deletes() { return Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj; }

@@ -25,7 +25,7 @@ Tq4_kv_pair *pair_of(Tq4_list_node *node) { return static_cast<Tq4_kv_pair *>(no
 template <class Form> void Tq4_value_table_obj::Register(Tq4_kv_pair *pair, const Form &form) {
     if (Tq4_kv_pair *older = m_table.Find(form)) {
         m_table.m_chains.Replace(older, pair);
-        pair->MarkRegistered(older->index_case());
+        pair->MarkRegisteredLike(*older);
         older->MarkUnregistered();
     } else {
         RegisterNew(pair, form);

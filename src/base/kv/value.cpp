@@ -23,13 +23,19 @@ template <auto Method, Without_table without> struct Nested {
     template <class R, class... A> constexpr operator slot<R, A...>() const {
         return [](Tq4_value handle, A... args) -> R {
             auto *value = Tq4_record<Value>(handle);
-            Value former; // goes last: key and text may lie in what the table replaces
-            if (without == Without_table::make && value && !value->is(Tq4_value_Table)) {
-                value->Swap(former);
-                value->Init(Tq4_value_Table);
+            if (!value) return R();
+            if (Table *table = value->table_record()) return (table->*Method)(args...);
+            if constexpr (without == Without_table::make) {
+                Value made; // the old content goes last: key and text may lie in it
+                made.Init(Tq4_value_Table);
+                Table *table = made.table_record();
+                if (!table) return R();
+                const R result = (table->*Method)(args...);
+                value->Swap(made);
+                return result;
+            } else {
+                return R();
             }
-            Table *table = value ? value->table_record() : nullptr;
-            return table ? (table->*Method)(args...) : R();
         };
     }
 };

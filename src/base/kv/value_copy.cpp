@@ -2,6 +2,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/kv/key.hpp"
 #include "base/kv/value.hpp"
 #include "base/string/string.hpp"
 
@@ -27,7 +28,7 @@ bool Tq4_value_equal_Array(const Value &a, const Value &b) {
     for (Tq4_string string : {a.m_string, b.m_string})
         if (string && (*string)->GetQuote(string).open) return false;
     const Tq4_bytes left = a.bytes(), right = b.bytes();
-    return !left.data == !right.data && left.size == right.size && std::memcmp(left.data, right.data, left.size) == 0;
+    return Tq4_key_obj::same_text(left, right, false);
 }
 bool Tq4_value_equal_object(const Value &a, const Value &b) {
     return Tq4_object_Equal(a.m_data.object, b.m_data.object);

@@ -235,9 +235,10 @@ int imported(int len) {
 
 // The bytes may lie in what the value held: it goes last.
 int Tq4_value_obj::Import(const char *buf, int len) {
-    Tq4_value_obj former;
-    Swap(former);
-    return ImportAt(buf, len, 0);
+    Tq4_value_obj fresh;
+    const int consumed = fresh.ImportAt(buf, len, 0);
+    Swap(fresh);
+    return consumed;
 }
 
 int Tq4_value_obj::ImportAt(const char *buf, int len, int depth) {
