@@ -85,7 +85,7 @@ std::string events_of(std::string_view text, std::size_t piece) {
     const auto keep = [](void *out, int type, const char *token, size_t length) {
         auto &to = *static_cast<std::string *>(out);
         to += static_cast<char>('a' + type);
-        if (token) to.append(token, length + 1); // with its NUL
+        if (token) (to.append(token, length)) += '\0';
         return 0;
     };
     int error = json_parser_init(&parser, nullptr, keep, &events);

@@ -10,7 +10,7 @@
 
 #include <new>
 
-#include "cxx_support/defaults.hpp"
+#include "cxx_defaults.hpp"
 #include "module.hpp"
 
 template <class Handle, class Record, class Nesting> class Tq4_nested {

@@ -1,8 +1,8 @@
 // object_memory.hpp: where objects' memory comes from.
 //
 // Objects are small, alike and short-lived: a message is dozens of them. Each thread keeps a few freed blocks of each
-// small size for its next objects, and passes full stacks of them on to other threads; the rest is malloc's. A block may
-// be freed by another thread than made it, and with std::free by who does not know its size.
+// small size for its next objects, and passes full stacks of them on to other threads; the rest is malloc's. A block
+// may be freed by another thread than made it, and with std::free by who does not know its size.
 #pragma once
 
 #include <cstddef>

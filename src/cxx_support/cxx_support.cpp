@@ -4,7 +4,7 @@
 // the table. A hook whose module is not part of the library yet gives null.
 #include "tq4/cxx_support.h"
 
-#include "cxx_support/defaults.hpp"
+#include "cxx_defaults.hpp"
 #include "module.hpp"
 #include "tq4/string.h"
 #include "tq4/string_array.h"

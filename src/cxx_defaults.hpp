@@ -1,4 +1,4 @@
-// defaults.hpp: the library's own hooks, to tell whether a host has replaced one.
+// cxx_defaults.hpp: the library's own hooks, to tell whether a host has replaced one.
 #pragma once
 
 #include "tq4/cxx_support.h"
