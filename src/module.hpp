@@ -26,6 +26,11 @@ template <class Record> Record *Tq4_record(const void *handle) {
     return handle ? static_cast<Record *>(Tq4_object_of(handle)->real_obj) : nullptr;
 }
 
+// The same for a handle that is not null.
+template <class Record> Record &Tq4_record_of(const void *handle) {
+    return *static_cast<Record *>(Tq4_object_of(handle)->real_obj);
+}
+
 // The handle of the object that a module's record belongs to; the record lies behind its Tq4_object.
 template <class Handle, class Record> Handle Tq4_handle_of(Record *record) {
     Tq4_object *object = reinterpret_cast<Tq4_object *>(record) - 1;

@@ -47,7 +47,7 @@ public:
                                                : m_object.real_obj);
     }
     Record &record() const {
-        return lies_here() ? const_cast<Record &>(m_record) : *Tq4_record<Record>(m_object.real_obj);
+        return lies_here() ? const_cast<Record &>(m_record) : Tq4_record_of<Record>(m_object.real_obj);
     }
     // The record when it lies here, else null; and the way back.
     Record *own_record() { return lies_here() ? &m_record : nullptr; }

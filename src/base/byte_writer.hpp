@@ -61,7 +61,7 @@ public:
     void PutBytes(Tq4_bytes bytes) {
         if (bytes.size > static_cast<uint64_t>(m_end - m_at)) {
             WithBuffer([=](Tq4_wbuf *buffer) { Tq4_wbuf_memcat(buffer, bytes.data, bytes.size); });
-        } else if (bytes.size) {
+        } else if (bytes.data) {
             std::memmove(m_at, bytes.data, bytes.size);
             m_at += bytes.size;
         }

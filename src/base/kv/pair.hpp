@@ -47,10 +47,11 @@ public:
     }
 
     Tq4_key_obj &key() const {
-        return has(key_is_hosts) ? *Tq4_record<Tq4_key_obj>(handles()->key.real_obj) : const_cast<Tq4_key_obj &>(m_key);
+        return has(key_is_hosts) ? Tq4_record_of<Tq4_key_obj>(handles()->key.real_obj)
+                                 : const_cast<Tq4_key_obj &>(m_key);
     }
     Tq4_value_obj &value() const {
-        return has(value_is_hosts) ? *Tq4_record<Tq4_value_obj>(handles()->value.real_obj)
+        return has(value_is_hosts) ? Tq4_record_of<Tq4_value_obj>(handles()->value.real_obj)
                                    : const_cast<Tq4_value_obj &>(m_value);
     }
     Tq4_key key_handle();

@@ -4,6 +4,8 @@
 // one neither.
 #pragma once
 
+#include <cstdint>
+
 struct Tq4_list_node {
     Tq4_list_node *next = nullptr;
     Tq4_list_node *prev = nullptr;
@@ -46,3 +48,14 @@ Tq4_list_node *Tq4_list_node_PeekHead(Tq4_list_node *from);
 Tq4_list_node *Tq4_list_node_PeekTail(Tq4_list_node *from);
 // The node so many steps on, forward for a direction of +1 and backward for -1; it stops at a sentinel.
 Tq4_list_node *Tq4_list_node_PeekAt(Tq4_list_node *from, unsigned long steps, int direction);
+
+// Walks to nodes by index. Each walk begins at the nearest of the ends and the node found last, so that going through a
+// list by index is linear in all. To be forgotten whenever links change before that node.
+struct Tq4_list_walker {
+    Tq4_list_node *m_seen = nullptr; // borrowed: the node found last
+    uint64_t m_seen_index = 0;
+
+    void Forget() { m_seen = nullptr; }
+    // The node at an index below the count, which is that of the nodes between the sentinels.
+    Tq4_list_node *WalkTo(Tq4_list_node *head, Tq4_list_node *tail, uint64_t count, uint64_t index);
+};

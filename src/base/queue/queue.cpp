@@ -31,8 +31,6 @@ public:
     }
 };
 
-uint64_t distance(uint64_t a, uint64_t b) { return a < b ? b - a : a - b; }
-
 } // namespace
 
 Tq4_queue_obj::Tq4_queue_obj(const Tq4_queue_CreateParams *given) : base{this, {}, {}, 0} {
@@ -83,7 +81,7 @@ void Tq4_queue_obj::MoveAll(Tq4_queue_obj &to) {
     Tq4_list_node_Splice(&to.m_head, &m_head, &m_tail);
     to.base.m_itemCount = base.m_itemCount;
     base.m_itemCount = 0;
-    m_seen = nullptr;
+    m_walker.Forget();
 }
 
 int Tq4_queue_obj::Wait(unsigned long wait) {
@@ -193,27 +191,6 @@ void Tq4_queue_obj::Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_vis
     }
 }
 
-// The node at an index below the count.
-Tq4_list_node *Tq4_queue_obj::WalkTo(unsigned long index) {
-    const uint64_t count = base.m_itemCount;
-    Tq4_list_node *from = &m_head;
-    uint64_t steps = index + 1;
-    int direction = +1;
-    if (index > count / 2) {
-        from = &m_tail;
-        steps = count - index;
-        direction = -1;
-    }
-    if (m_seen && distance(m_seen_index, index) < steps) {
-        from = m_seen;
-        steps = distance(m_seen_index, index);
-        direction = m_seen_index < index ? +1 : -1;
-    }
-    m_seen = Tq4_list_node_PeekAt(from, steps, direction);
-    m_seen_index = index;
-    return m_seen;
-}
-
 Tq4_queue_item_obj *Tq4_queue_obj::PeekClamped(unsigned long index) {
     const uint64_t count = base.m_itemCount;
     if (count == 0) return nullptr;
@@ -222,14 +199,14 @@ Tq4_queue_item_obj *Tq4_queue_obj::PeekClamped(unsigned long index) {
 }
 
 void Tq4_queue_obj::Link(Tq4_queue_item_obj *item, Tq4_list_node *before) {
-    if (before != &m_tail) m_seen = nullptr;
+    if (before != &m_tail) m_walker.Forget();
     Tq4_list_node_AddNode(before->prev, &item->node);
     item->q_ref.store(&base, std::memory_order_relaxed);
     base.m_itemCount = base.m_itemCount + 1;
 }
 
 void Tq4_queue_obj::Unlink(Tq4_queue_item_obj *item) {
-    m_seen = nullptr;
+    m_walker.Forget();
     Tq4_list_node_Remove(&item->node);
     item->q_ref.store(nullptr, std::memory_order_relaxed);
     base.m_itemCount = base.m_itemCount - 1;

@@ -60,9 +60,7 @@ struct Tq4_queue_obj {
     std::unique_ptr<Tq4_queue_sort_temp> m_temp; // made by the first sort and kept
     Tq4_queue_on_swap on_swap = nullptr;
 
-    // The last position looked up, so that walking by index is linear in all. Null after any other change of links.
-    Tq4_list_node *m_seen = nullptr;
-    uint64_t m_seen_index = 0;
+    Tq4_list_walker m_walker; // forgotten after any change of links but one at the tail
 
     explicit Tq4_queue_obj(const Tq4_queue_CreateParams *given);
     ~Tq4_queue_obj();
@@ -91,9 +89,11 @@ struct Tq4_queue_obj {
 
     // The rest is called under the lock.
     static Tq4_queue_item_obj *item_of(Tq4_list_node *node) { return reinterpret_cast<Tq4_queue_item_obj *>(node); }
-    Tq4_list_node *PeekNode(unsigned long index) { return index < base.m_itemCount ? WalkTo(index) : &m_tail; }
+    Tq4_list_node *PeekNode(unsigned long index) {
+        const uint64_t count = base.m_itemCount;
+        return index < count ? m_walker.WalkTo(&m_head, &m_tail, count, index) : &m_tail;
+    }
     Tq4_queue_item_obj *PeekClamped(unsigned long index); // the last item past the end; null when empty
-    Tq4_list_node *WalkTo(unsigned long index);
     void Link(Tq4_queue_item_obj *item, Tq4_list_node *before);
     void Unlink(Tq4_queue_item_obj *item);
     void MoveAll(Tq4_queue_obj &to); // an empty one
