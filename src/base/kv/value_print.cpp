@@ -60,6 +60,15 @@ public:
     template <std::size_t n> void Literal(const char (&literal)[n]) { m_echo(m_context, literal); }
     void Quoted(Text text, const char *after) { m_echo(m_context, "\"%s\"%s", text.data, after); }
     void Quoted(Text text) { m_echo(m_context, "\"%s\"", text.data); }
+    void Character(char c) {
+        const char text[] = {c, '\0'};
+        m_echo(m_context, text);
+    }
+    void MemberInside(char open, const Tq4_text_cell &key) {
+        Character(open);
+        QuotedInside(key);
+        Literal(":");
+    }
     void QuotedInside(const Tq4_text_cell &cell) {
         Quoted(Text(reinterpret_cast<const char *>(cell.raw()), cell.most_inside));
     }
@@ -75,6 +84,17 @@ class String_output {
         va_start(args, format);
         m_to.WithBuffer([&](Tq4_wbuf *buffer) { Tq4_wbuf_print(buffer, format, args); });
         va_end(args);
+    }
+
+    // Room for a short text with all that may stand around it.
+    static constexpr std::size_t most_around = sizeof(Tq4_text_cell) + 4;
+    // A short text is copied with the whole cell, by moves of fixed size, and then cut at its NUL.
+    static uint8_t *Quote(uint8_t *room, const Tq4_text_cell &cell) {
+        *room++ = '"';
+        std::memcpy(room, cell.raw(), sizeof cell.raw());
+        room += Tq4_first_nul(cell.raw());
+        *room++ = '"';
+        return room;
     }
 
 public:
@@ -94,16 +114,20 @@ public:
         room[text.size + 1] = '"';
         if (*after) m_to.PutBytes({reinterpret_cast<const uint8_t *>(after), std::strlen(after)});
     }
-    // A short text is copied with the whole cell, by moves of fixed size, and then cut at its NUL.
+    void Character(char c) { m_to.Put(static_cast<uint8_t>(c)); }
     void QuotedInside(const Tq4_text_cell &cell) {
-        constexpr std::size_t all = sizeof cell.raw();
-        if (!m_to.Reserve(all + 2)) return Quoted(Text(reinterpret_cast<const char *>(cell.raw()), all));
+        if (!m_to.Reserve(most_around))
+            return Quoted(Text(reinterpret_cast<const char *>(cell.raw()), cell.most_inside));
+        m_to.Fill([&](uint8_t *room) { return Quote(room, cell); });
+    }
+    // An open bracket or a comma, and a key with its colon.
+    void MemberInside(char open, const Tq4_text_cell &key) {
+        if (!m_to.Reserve(most_around)) return;
         m_to.Fill([&](uint8_t *room) {
-            *room++ = '"';
-            std::memcpy(room, cell.raw(), all);
-            room += Tq4_first_nul(cell.raw());
-            *room++ = '"';
-            return room;
+            *room = static_cast<uint8_t>(open);
+            uint8_t *end = Quote(room + 1, key);
+            *end = ':';
+            return end + 1;
         });
     }
     template <class... Args> void Format(const char *format, Args... args) { Print(format, args...); }
@@ -151,7 +175,8 @@ private:
     void Single(const Value &v, int) { m_out.Format("%f", static_cast<double>(v.m_data.single)); }
     void Twofold(const Value &v, int) { m_out.Format("%lf", v.m_data.twofold); }
     void Quoted(const Value &v, int) {
-        !v.m_string &&v.m_data.text.inside() ? m_out.QuotedInside(v.m_data.text) : m_out.Quoted(Text(v));
+        if (!v.m_string && v.m_data.text.inside()) return m_out.QuotedInside(v.m_data.text);
+        m_out.Quoted(Text(v));
     }
     template <class Element, const char *format> void Packed(const Value &v, int indent);
     void Strings(const Value &v, int indent);
@@ -253,19 +278,20 @@ template <class Output> void Printer<Output>::PrintTable(const Tq4_value_table_o
     LineStart(indent);
     bool first = true, array = false;
     table.EachPair([&](const Tq4_kv_pair &pair) {
-        if (first) {
-            array = pair.key().m_type == Tq4_key_type_Unvalid;
-            array ? m_out.Literal("[") : m_out.Literal("{");
-        } else {
-            m_out.Literal(",");
-        }
+        const Tq4_key_obj &key = pair.key();
+        if (first) array = key.m_type == Tq4_key_type_Unvalid;
+        const char open = !first ? ',' : array ? '[' : '{';
         first = false;
-        // In an array, strings and tables start their own line, after the tabs of this one.
-        if (!m_compact && !(array && pair.value().m_type >= Tq4_value_ArrayOtherObject)) m_out.Literal("\n");
-        if (!m_compact) Tabs(indent);
-        if (!array) {
-            PrintKey(pair.key());
-            m_out.Literal(":");
+        // Most members of compact texts are begun in one go.
+        if (m_compact && !array && key.m_type == Tq4_key_type_String && key.sid.inside()) {
+            m_out.MemberInside(open, key.sid);
+        } else {
+            m_out.Character(open);
+            // In an array, strings and tables start their own line, after the tabs of this one.
+            if (!m_compact && !(array && pair.value().m_type >= Tq4_value_ArrayOtherObject)) m_out.Literal("\n");
+            if (!m_compact) Tabs(indent);
+            if (!array) PrintKey(key);
+            if (!array) m_out.Literal(":");
         }
         PrintValue(pair.value(), indent);
         return true;
