@@ -42,7 +42,7 @@ struct Tq4_value_Json_decode_data {
         return table.ValueOf({nullptr, table.m_table.m_case, key});
     }
     // The value of a new unkeyed entry at the end of the array being filled.
-    Value &element() { return *Tq4_record<Value>(chain.back().obj->make_table()->InsertAt(INT_MAX)); }
+    Value &element() { return chain.back().obj->make_table()->NewPairAtTail()->value(); }
     Value &array(Tq4_value_type type) {
         Value &v = *chain.back().obj;
         if (!v.is(type)) v.Init(type);
