@@ -188,6 +188,9 @@ int refused(const json_parser *p, uint8_t from, uint8_t c) {
 
 bool in_number(uint8_t state) { return state >= STATE_MI && state <= STATE_E3; }
 
+static_assert(STATE_AR + 1 == STATE_ST, "the states between tokens come first");
+bool between_tokens(uint8_t state) { return state <= STATE_AR; }
+
 // Takes plain bytes of a string. A string that lies here whole is told as it lies here, its end included.
 int take_plain(json_parser *p, const char *bytes, size_t n, size_t &taken) {
     const size_t run = Tq4_json_plain(bytes, n);
@@ -255,25 +258,13 @@ int json_parser_string(json_parser *parser, const char *text, size_t length, siz
     int error = 0;
     while (at < length && !error) {
         size_t taken = 0;
-        switch (parser->state) {
-        case STATE_ST:
+        if (between_tokens(parser->state)) {
+            at += Tq4_json_blanks(text + at, length - at);
+            if (at == length) break;
+        } else if (parser->state == STATE_ST) {
             error = take_plain(parser, text + at, length - at, taken);
-            break;
-        case STATE_IN:
-        case STATE_FS:
+        } else if (parser->state == STATE_IN || parser->state == STATE_FS) {
             error = take_digits(parser, text + at, length - at, taken);
-            break;
-        case STATE_GO:
-        case STATE_OK:
-        case STATE_OB:
-        case STATE_KE:
-        case STATE_CO:
-        case STATE_VA:
-        case STATE_AR:
-            taken = Tq4_json_blanks(text + at, length - at);
-            break;
-        default:
-            break;
         }
         at += taken;
         if (taken || error) continue;
