@@ -1,7 +1,7 @@
 // print: the printf engine.
 //
 // One pass over the format. Each conversion is parsed into a record, room is asked for once, and the bytes go straight
-// to the cursor: no scratch copy of the specification, no snprintf. The cursor lives in the Printer and is committed to
+// to the cursor: no scratch copy of the conversion, no snprintf. The cursor lives in the Printer and is committed to
 // the buffer before a hook can see it and at the end; bytes beyond it are never committed.
 //
 // The room asked for is part of the visible growth of a buffer: for a conversion the larger of width and precision

@@ -186,6 +186,15 @@ public:
         }
     }
 
+    // As many entries here as there, alike(here, there) in iteration order.
+    template <class Alike> bool Equal(const Tq4_chains &other, Alike alike) const {
+        if (m_nCount != other.m_nCount) return false;
+        const Entry *here = First(), *there = other.First();
+        for (; here && there; here = Next(here), there = other.Next(there))
+            if (!alike(*here, *there)) return false;
+        return true;
+    }
+
     // Every entry, each chain from its oldest on: adding copies in this order gives the same chains.
     template <class Visit> void EachOldestFirst(Visit visit) const {
         for (uint64_t bucket = 0; bucket < m_nHashTableSize; ++bucket) {

@@ -43,12 +43,9 @@ struct Tq4_intmap_obj {
     }
     // The same keys with the same values in the same order.
     bool Equal(const Tq4_intmap_obj &other) const {
-        if (Count() != other.Count()) return false;
-        const Tq4_CAssocEx *a = m_chains.First(), *b = other.m_chains.First();
-        for (; a && b; a = m_chains.Next(a), b = other.m_chains.Next(b))
-            if (a->value != b->value || a->ukey != b->ukey || a->ukey2 != b->ukey2 || a->ukey3 != b->ukey3)
-                return false;
-        return true;
+        return m_chains.Equal(other.m_chains, [](const Tq4_CAssocEx &a, const Tq4_CAssocEx &b) {
+            return a.value == b.value && a.ukey == b.ukey && a.ukey2 == b.ukey2 && a.ukey3 == b.ukey3;
+        });
     }
 
     unsigned long HashTableSize() const { return m_chains.size(); }

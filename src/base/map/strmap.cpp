@@ -33,12 +33,10 @@ void Tq4_strmap_obj::Copy(const Tq4_strmap_obj *source) {
 
 // The same keys with the same values in the same order.
 bool Tq4_strmap_obj::Equal(const Tq4_strmap_obj &other) const {
-    if (Count() != other.Count() || !m_index.m_case != !other.m_index.m_case) return false;
-    const auto &mine = m_index.m_chains, &theirs = other.m_index.m_chains;
-    const Tq4_CAssoc *a = mine.First(), *b = theirs.First();
-    for (; a && b; a = mine.Next(a), b = theirs.Next(b))
-        if (a->value != b->value || !a->key.record().Equal(b->key.record())) return false;
-    return true;
+    return !m_index.m_case == !other.m_index.m_case &&
+           m_index.m_chains.Equal(other.m_index.m_chains, [](const Tq4_CAssoc &a, const Tq4_CAssoc &b) {
+               return a.value == b.value && a.key.record().Equal(b.key.record());
+           });
 }
 
 template <class Form> void *Tq4_strmap_obj::Lookup(const Form &form) const { return value_of(m_index.Find(form)); }

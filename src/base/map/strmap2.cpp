@@ -82,13 +82,11 @@ struct Tq4_strmap2_obj {
     }
     // The same keys with the same values in the same order.
     bool Equal(const Tq4_strmap2_obj &other) const {
-        if (Count() != other.Count() || !m_case != !other.m_case) return false;
-        const Tq4_CAssoc2 *a = m_chains.First(), *b = other.m_chains.First();
-        for (; a && b; a = m_chains.Next(a), b = other.m_chains.Next(b))
-            if (a->value != b->value || a->key_type != b->key_type || a->ukey != b->ukey ||
-                std::memcmp(a->sKey, b->sKey, Tq4_CAssoc2::text_field) != 0)
-                return false;
-        return true;
+        return !m_case == !other.m_case &&
+               m_chains.Equal(other.m_chains, [](const Tq4_CAssoc2 &a, const Tq4_CAssoc2 &b) {
+                   return a.value == b.value && a.key_type == b.key_type && a.ukey == b.ukey &&
+                          std::memcmp(a.sKey, b.sKey, Tq4_CAssoc2::text_field) == 0;
+               });
     }
 
     unsigned long HashTableSize() const { return m_chains.size(); }
