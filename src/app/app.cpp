@@ -4,8 +4,10 @@
 // rows of one table each; a table by name and a map by shortcut lead to them.
 #include "app/app.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 
+#include "platform/multi_platform_console.hpp"
 #include "tq4/debug.h"
 #include "tq4/system.h"
 
@@ -120,6 +122,7 @@ Tq4_app_obj::Tq4_app_obj()
       m_log(Tq4_make<Tq4_log>(Tq4_log_oitf, "for all threads")), m_global_obj(Tq4_make<Tq4_queue>(Tq4_queue_oitf)),
       m_obj_map(Tq4_make<Tq4_strmap>(Tq4_strmap_oitf)), m_stream(Tq4_make<Tq4_stream>(Tq4_stream_oitf)),
       add_history([](const char *) {}) {
+    MP_OpenStandardDescriptors(); // before the log opens a file, which must not get one of their numbers
     Tq4_debug_api->Init();
     Tq4_system_api->gettimeofday(&m_start_sec, &m_start_usec);
     srandom(static_cast<unsigned>(m_start_sec));

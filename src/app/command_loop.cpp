@@ -23,7 +23,7 @@ After after(const Tq4_app_cmd &command) {
 After obey(const Tq4_app_dialog &dialog, const std::string &line) {
     const std::size_t start = line.find_first_not_of(blanks);
     if (start == std::string::npos) return After::Go_on;
-    dialog.remember(line.c_str());
+    dialog.remember(line.c_str() + start);
     const std::size_t end = std::min(line.find_first_of(blanks, start), line.size());
     const bool holds_nul = line.find('\0') != std::string::npos;
     const Tq4_app_cmd *command = holds_nul ? nullptr : dialog.find(line.substr(start, end - start).c_str());

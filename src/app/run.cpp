@@ -107,17 +107,13 @@ void Tq4_app_obj::Stop() {
 }
 
 int Tq4_app_obj::Run(int argc, char **argv, Tq4_app_start start, Tq4_app_stop stop) {
-    MP_OpenStandardDescriptors();
     m_argc = argv ? argc : 0;
     m_argv = argv;
     m_stop = stop;
     int result = Done;
     if (!ParseOptions(&result)) return result;
     const int connection = Tq4_control_connect((*m_pipe)->c_str(m_pipe.get()));
-    if (connection >= 0) {
-        print("%s服务程序已经运行，现在进入命令交互模式\n", m_name);
-        m_run_type = Tq4_app_run_type_cmdonly;
-    }
+    if (connection >= 0) m_run_type = Tq4_app_run_type_cmdonly;
     switch (m_run_type) {
     case Tq4_app_run_type_cmdonly:
         return RunShell(connection);
@@ -162,11 +158,12 @@ void Tq4_app_obj::CloseControl() {
 
 int Tq4_app_obj::RunDaemon(Tq4_app_start start) {
     if (const int failure = OpenControl()) return failure;
-    if (!MP_EnterBackground()) {
+    const bool entered = MP_EnterBackground();
+    m_listen_process = MP_GetCurrentProcessId(); // also where it failed: the socket goes with this process
+    if (!entered) {
         Tq4_debug_api->Printf(0, "fork() failed");
         std::exit(-1);
     }
-    m_listen_process = MP_GetCurrentProcessId();
     MP_SetFileMask(0);
     MP_DetachStandardDescriptors();
     SetCharset(0);
@@ -214,7 +211,8 @@ Tq4_app_farewell Tq4_app_obj::ServeShell(int connection) {
 // --- Shell ---
 
 int Tq4_app_obj::RunShell(int connection) {
-    MP_Events_Open();
+    MP_Events_Open(); // before anything is shown: who reads that may have gone
+    print("%s服务程序已经运行，现在进入命令交互模式\n", m_name);
     Greet("%s服务运行于命令交互模式（实际服务在后台进程）\n");
     auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "console_display");
     (*thread)->Init(thread.get(), display_output, &connection);

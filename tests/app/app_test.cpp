@@ -212,6 +212,9 @@ TEST_F(Console, ShellsComeAndGoAndStopEndsBoth) {
         EXPECT_EQ(shell.wait(), 1);
     }
     expect_service();
+    Process unread = run({});
+    unread.hang_up();
+    EXPECT_EQ(unread.wait(), 1) << "what it says reaches nobody";
     Process shell = run({"-start"}, Process::Terminal);
     shell.expect("欢迎使用svc服务");
     shell.send("stop\n");
@@ -222,7 +225,8 @@ TEST_F(Console, ShellsComeAndGoAndStopEndsBoth) {
 }
 
 TEST_F(Console, TheDaemonIsDetachedAndForOwnerAndGroupAlone) {
-    start_daemon();
+    EXPECT_EQ(run({"-start"}, Process::No_input).wait(), 0);
+    daemon = ask_pid();
     expect_service(); // the shell that told the pid has gone
     for (const char *path : {"tq4_run_var", "tq4_run_var/svc", "tq4_run_var/svc/__1pipe__"}) {
         struct stat status;
@@ -240,7 +244,7 @@ TEST_F(Console, TheDaemonIsDetachedAndForOwnerAndGroupAlone) {
     std::string log;
     for (const auto &file : fs::recursive_directory_iterator(dir / "log_files"))
         if (file.is_regular_file()) log += content(file.path());
-    for (const char *line : {"svc 运行于后台模式\n", "服务程序 svc 安全退出完成。\n"})
+    for (const char *line : {"made\n", "svc 运行于后台模式\n", "服务程序 svc 安全退出完成。\n"})
         EXPECT_NE(log.find(line), std::string::npos) << log;
     EXPECT_EQ(content(trace), "start 2\nstop\ndelete second\ndelete first\n");
 }

@@ -74,5 +74,6 @@ int main(int argc, char **argv) {
         print(object ? object : "nothing");
     };
     Tq4_app->AddCmd("found", nullptr, find, "look an object up");
+    Tq4_debug_api->log(0, "made\n");
     return Tq4_app->Run(argc, argv, start, stop);
 }

@@ -168,8 +168,8 @@ TEST_F(Config, APathLeadsFromTheRootAsFarAsItGoes) {
 }
 
 TEST_F(Config, TheCursorMovesUpAndDown) {
-    read("[srv]\n<in>\n<in>\n</in>\n</in>\n<in>\nk=1\n[x.y]\nk=2\n");
-    EXPECT_EQ(children(), (Texts{"srv", "x.y"}));
+    read("[srv]\n<in>\n<in>\n</in>\n</in>\n<in>\nk=1\n[x.y]\nk=2\n[]\n<in>\n");
+    EXPECT_EQ(children(), (Texts{"srv", "x.y", ""}));
     EXPECT_EQ((*s)->ToChildSection(s, "srv", 1), nullptr);
     EXPECT_EQ((*s)->ToChildSection(s, nullptr, 0), nullptr);
     EXPECT_STREQ((*s)->ToChildSection(s, "srv", 0), "srv");
@@ -185,6 +185,10 @@ TEST_F(Config, TheCursorMovesUpAndDown) {
     (*s)->ToParentSection(s);
     EXPECT_STREQ((*s)->ToChildSection(s, "x.y", 0), "x.y") << "a dot is no hindrance here";
     (*s)->ToTopSection(s);
+    EXPECT_STREQ((*s)->ToChildSection(s, "", 0), "");
+    EXPECT_STREQ((*s)->ToChildSection(s, "in", 0), "in") << "the part without a name is not seen";
+    (*s)->ToParentSection(s);
+    EXPECT_EQ(children(), Texts{"in"});
     EXPECT_STREQ((*s)->GetSection(s), "");
 }
 

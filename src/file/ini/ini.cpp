@@ -251,7 +251,7 @@ void Tq4_config_obj::RemoveChildSection(const char *name, unsigned long index) {
 const char *Tq4_config_obj::ToChildSection(const char *name, unsigned long index) {
     Tq4_config_section *child = name ? child_of(*m_psection, name, index) : nullptr;
     if (!child) return nullptr;
-    if (m_psection->m_parent) m_skey += '.';
+    if (!m_skey.empty()) m_skey += '.'; // deliberate: a first section without a name leaves nothing in the path
     m_skey += part_of(child->m_name.view(), index);
     m_psection = child;
     return m_skey.c_str();
