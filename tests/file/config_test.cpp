@@ -447,6 +447,20 @@ TEST_F(Config, DumpReplacesAFileInOneStep) {
     EXPECT_EQ((*s)->Dump(s, nullptr), 0);
 }
 
+TEST_F(Config, AFileInADirectoryOfOthersIsWrittenInPlace) {
+    const uid_t user = geteuid();
+    read("k=1\n");
+    set("k", "2");
+    chmod(file.c_str(), 0666);
+    chmod(directory.path().c_str(), 0555);
+    EXPECT_EQ(seteuid(user ? user : 65534), 0); // nothing is refused to root
+    EXPECT_EQ((*s)->Dump(s, file.c_str()), 1);
+    EXPECT_EQ((*s)->Dump(s, (directory / "new.ini").c_str()), 0);
+    EXPECT_EQ(seteuid(user), 0);
+    chmod(directory.path().c_str(), 0700);
+    EXPECT_EQ(content(file), "k = 2\n");
+}
+
 TEST_F(Config, ADumpThatTheSystemRefusesLeavesEverythingAsItWas) {
     read("k=1\n");
     const std::string text(1000, 'v');

@@ -4,6 +4,7 @@
 // files, the cursor and the values. The cursor is a section and the text of its path, which is kept as it was given:
 // moving down appends a part to it, moving up cuts one off. Texts given may lie in this very configuration.
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <memory>
 #include <string>
@@ -121,7 +122,11 @@ std::unique_ptr<Tq4_config_tree> read_tree(const char *file, int descriptor) {
     return tree;
 }
 
-// A new file, or what stands there and is no regular file.
+// Whether replacing a file failed for what its directory allows, and not for want of room: the directory may belong to
+// somebody else, or the file be mounted there alone.
+bool is_refusal(int error) { return error == EACCES || error == EPERM || error == EROFS || error == EBUSY; }
+
+// A new file, or one that is not to be replaced.
 bool write_in_place(const char *file, const std::string &text) {
     MP_FileInfo before;
     const bool existed = MP_GetFileInfo(file, 0, &before);
@@ -182,9 +187,10 @@ bool Tq4_config_obj::Dump(const char *file) const {
     MP_FileInfo target;
     if (!MP_GetFileInfo(file, 1, &target) || target.type != Regular_file) return write_in_place(file, text);
     // Where a link leads is replaced, not the link.
-    return Tq4_replace_file(MP_ResolvePath(file), target.mode, [&text](int descriptor) {
+    const bool replaced = Tq4_replace_file(MP_ResolvePath(file), target.mode, [&text](int descriptor) {
         return Tq4_write_all(descriptor, text.data(), static_cast<long>(text.size())) && MP_FileSync(descriptor);
     });
+    return replaced || (is_refusal(errno) && write_in_place(file, text));
 }
 
 // ---- the cursor
