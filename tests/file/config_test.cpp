@@ -481,9 +481,10 @@ TEST_F(Config, ADumpThatTheSystemRefusesLeavesEverythingAsItWas) {
 
 TEST_F(Config, AFileThatCannotBeReadLeavesTheTree) {
     read("[a]\nk=1\n");
-    for (const char *missing : {(directory / "missing").c_str(), directory.path().c_str(), (const char *)nullptr}) {
+    const std::string missing = directory / "missing";
+    for (const char *path : {missing.c_str(), directory.path().c_str(), (const char *)nullptr}) {
         (*s)->SetSection(s, "a");
-        EXPECT_EQ((*s)->Read(s, missing), -1);
+        EXPECT_EQ((*s)->Read(s, path), -1);
         EXPECT_STREQ((*s)->GetSection(s), "");
         EXPECT_STREQ((*s)->FileName(s), file.c_str());
         EXPECT_EQ(value("a", "k"), "1");
