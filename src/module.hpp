@@ -5,7 +5,8 @@
 // and the object-level operations.
 //
 // The module's record lies behind its Tq4_object in one allocation; real_obj points at it. An object whose record lies
-// elsewhere is part of another object's memory (nested.hpp): its end frees nothing.
+// elsewhere is part of another object's memory (nested.hpp): its Delete frees nothing and leaves the owner an empty
+// record.
 #pragma once
 
 #include <cstddef>
@@ -100,18 +101,17 @@ template <class Record> struct Tq4_object_ops {
         auto *record = static_cast<Record *>(object->real_obj);
         if constexpr (requires { record->Retire(); })
             if (!record->Retire()) return;
-        if (object->real_obj == object + 1)
-            Destroy(record, destroy);
-        else
-            End(object, record, destroy);
+        if (object->real_obj == object + 1) return Destroy(record, destroy);
+        record->Reset();
+        End(object);
     }
     static void Destroy(Record *record, void (*destroy)(Record *)) {
         Tq4_object *object = static_cast<Tq4_object *>(static_cast<void *>(record)) - 1;
-        End(object, record, destroy);
+        destroy(record);
+        End(object);
         Tq4_object_memory_free(object, sizeof(Tq4_object) + sizeof(Record));
     }
-    static void End(Tq4_object *object, Record *record, void (*destroy)(Record *)) {
-        destroy(record);
+    static void End(Tq4_object *object) {
         object->real_obj = nullptr;
         object->itf = nullptr;
         if (object->info) Tq4_object_info_Delete(object->info);

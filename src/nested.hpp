@@ -3,7 +3,8 @@
 // Objects that a host may substitute are made through hooks. While a hook is the library's own, its object need not be
 // an allocation of its own: the record and its Tq4_object lie in the owner, and nobody sees a difference. Where the
 // host has replaced the hook, the object is the one that the hook gives. Either is destroyed through the delete hook,
-// unless that is the library's own too.
+// unless that is the library's own too. The record is emptied by Delete, also by somebody's who had only borrowed the
+// handle, and lives as long as its owner.
 //
 // Nesting says which object it is: its hook, its tables, and the hook's default.
 #pragma once
@@ -34,10 +35,10 @@ public:
     ~Tq4_nested() {
         if (!lies_here() || Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj) {
             Tq4_cxx_support->delete_obj(const_cast<void *>(static_cast<const void *>(handle())));
-        } else if (m_object.itf) { // else deleted by somebody who had only borrowed it
-            m_record.~Record();
-            if (m_object.info) Tq4_object_info_Delete(m_object.info);
+        } else if (m_object.info) {
+            Tq4_object_info_Delete(m_object.info);
         }
+        if (lies_here()) m_record.~Record();
     }
     Tq4_nested(const Tq4_nested &) = delete;
     Tq4_nested &operator=(const Tq4_nested &) = delete;
@@ -49,7 +50,4 @@ public:
     Record &record() const {
         return lies_here() ? const_cast<Record &>(m_record) : Tq4_record_of<Record>(m_object.real_obj);
     }
-    // The record when it lies here, else null; and the way back.
-    Record *own_record() { return lies_here() ? &m_record : nullptr; }
-    static Tq4_nested *of(Record *own_record) { return reinterpret_cast<Tq4_nested *>(own_record); }
 };

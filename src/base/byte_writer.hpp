@@ -39,6 +39,11 @@ public:
         return static_cast<long>(Tq4_wbuf_size(m_to) - m_before);
     }
 
+    // Whether these bytes lie in the buffer, where they move when it grows.
+    bool Holds(const void *bytes) const {
+        return reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(m_to->m_data) < m_to->m_len;
+    }
+
     // Whether n more bytes fit.
     bool Reserve(uint64_t n) {
         if (n <= static_cast<uint64_t>(m_end - m_at)) return true;
@@ -46,6 +51,12 @@ public:
         const bool fits = Tq4_wbuf_space(m_to, n) >= n;
         Refresh();
         return fits;
+    }
+
+    // Room for n more bytes, and everything before them in the buffer: for who then looks at a text that may lie there.
+    void Settle(uint64_t n) {
+        Reserve(n);
+        Commit();
     }
 
     template <class Number> void Put(Number number) {

@@ -194,6 +194,7 @@ static void dump_number(Tq4_byte_writer &to, Wire wire, Tq4_key_number number) {
 
 // A string of 65,536 bytes or more travels as its first (length modulo 65,536) bytes: the length field has 16 bits.
 void Tq4_key_obj::DumpTo(Tq4_byte_writer &to) const {
+    if (sid.string()) to.Settle(2 * sizeof(uint8_t) + sizeof iid.id + sizeof(uint16_t));
     const Tq4_bytes bytes = text();
     const unsigned flags = (m_type & kind_mask) | (iid.id ? has_number : 0u) | (bytes.data ? has_string : 0u) |
                            (bytes.size ? has_bytes : 0u) | (cf ? ignores_case : 0u);

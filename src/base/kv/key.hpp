@@ -6,7 +6,6 @@
 #include "base/charset/conversion.hpp"
 #include "base/kv/text_cell.hpp"
 #include "nested.hpp"
-#include "own.hpp"
 #include "tq4/key.h"
 
 class Tq4_byte_writer;

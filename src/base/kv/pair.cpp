@@ -62,16 +62,12 @@ Tq4_value Tq4_kv_pair::value_handle() {
 
 namespace {
 
-// The end of the object that a handle leads to. The record is left for its owner to destroy: as good as new when the
-// object's end has destroyed it, by the hook or by somebody who had only borrowed the handle.
-template <class Record> void end(Tq4_object &object, Record &record, bool hosts) {
+// The end of the object that a handle leads to; the record is its owner's to destroy.
+void end(Tq4_object &object, bool hosts) {
     if (hosts) return Tq4_cxx_support->delete_obj(object.real_obj);
     const bool by_hook = Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj;
     if (object.itf && by_hook) Tq4_cxx_support->delete_obj(&object.itf);
-    if (!object.itf)
-        new (&record) Record;
-    else if (object.info)
-        Tq4_object_info_Delete(object.info);
+    if (object.info) Tq4_object_info_Delete(object.info);
 }
 
 } // namespace
@@ -79,8 +75,8 @@ template <class Record> void end(Tq4_object &object, Record &record, bool hosts)
 void Tq4_kv_pair::EndHandles() {
     Tq4_kv_handles &known = MakeHandles();
     m_key.m_indexed = false;
-    end(known.key, m_key, has(key_is_hosts));
-    end(known.value, m_value, has(value_is_hosts));
+    end(known.key, has(key_is_hosts));
+    end(known.value, has(value_is_hosts));
     known.~Tq4_kv_handles();
     Tq4_object_memory_free(&known, sizeof known);
 }

@@ -15,6 +15,7 @@
 #include "base/kv/value.hpp"
 #include "base/map/chains.hpp"
 #include "base/queue/list_node.hpp"
+#include "cxx_defaults.hpp"
 
 // What an entry has once somebody knows it by handles.
 struct Tq4_kv_handles {

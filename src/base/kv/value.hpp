@@ -10,8 +10,7 @@
 #include <cstdint>
 
 #include "base/kv/text_cell.hpp"
-#include "nested.hpp"
-#include "own.hpp"
+#include "module.hpp"
 #include "tq4/value_table.h"
 
 struct Tq4_value_table_obj;
@@ -165,11 +164,3 @@ const char *Tq4_value_itf_Json(Tq4_value v, Tq4_string out);
 
 extern const Tq4_value_ Tq4_value_itf;
 extern const Tq4_object_itf Tq4_value_obj_itf;
-
-// A value in its owner's memory.
-struct Tq4_value_nesting {
-    static constexpr auto hook = &Tq4_cxx_support_::new_value;
-    static const Tq4_object_itf *oitf() { return &Tq4_value_obj_itf; }
-    static const void *itf() { return &Tq4_value_itf; }
-};
-using Tq4_nested_value = Tq4_nested<Tq4_value, Tq4_value_obj, Tq4_value_nesting>;

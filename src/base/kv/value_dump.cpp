@@ -1,6 +1,8 @@
 // value_dump: the binary encoding of values, writing; a row for each tag.
 //
-// A value is its tag byte and a payload, numbers big-endian. The encodings of nested tables follow in place.
+// A value is its tag byte and a payload, numbers big-endian. The encodings of nested tables follow in place. Texts may
+// lie in the buffer itself, as they are when their turn comes: room for the length before them is made before they are
+// looked up, and so they stay.
 #include "base/byte_writer.hpp"
 #include "base/kv/table.hpp"
 #include "base/string/string.hpp"
@@ -38,6 +40,7 @@ void Tq4_value_dump_lDouble(const Value &v, Writer &out) {
 }
 
 void Tq4_value_dump_string(const Value &v, Writer &out) {
+    if (v.m_string) out.Settle(sizeof(uint32_t));
     const Tq4_bytes bytes = v.bytes();
     out.Put(static_cast<uint32_t>(bytes.size));
     out.PutBytes(bytes);
@@ -65,6 +68,7 @@ void Tq4_value_dump_string_array(const Value &v, Writer &out) {
     const auto count = static_cast<uint16_t>(array ? (*array)->Size(array) : 0);
     out.Put(count);
     for (unsigned long i = 0; i < count; ++i) {
+        out.Settle(sizeof(uint16_t));
         const Tq4_bytes bytes = bytes_of((*array)->At(array, i));
         const auto length = static_cast<uint16_t>(bytes.size);
         out.Put(length);

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdarg>
 #include <cstring>
+#include <string>
 #include <type_traits>
 
 #include "base/byte_writer.hpp"
@@ -23,6 +24,7 @@ struct Text {
     const char *data = "";
     std::size_t size = 0;
 
+    Text() = default;
     // Of n bytes with a NUL behind them; null has none.
     Text(const char *bytes, std::size_t n) {
         if (!bytes) return;
@@ -57,6 +59,7 @@ class Echo_output {
 public:
     Echo_output(Tq4_echo echo, void *context) : m_echo(echo), m_context(context) {}
 
+    template <class From> static Text Of(const From &from) { return Text(from); }
     template <std::size_t n> void Literal(const char (&literal)[n]) { m_echo(m_context, literal); }
     void Quoted(Text text, const char *after) { m_echo(m_context, "\"%s\"%s", text.data, after); }
     void Quoted(Text text) { m_echo(m_context, "\"%s\"", text.data); }
@@ -78,6 +81,7 @@ public:
 // Appends to a string. The formats that make up most of a text are taken apart here.
 class String_output {
     Tq4_byte_writer &m_to;
+    std::string m_aside;
 
     void Print(const char *format, ...) {
         va_list args;
@@ -100,6 +104,15 @@ class String_output {
 public:
     explicit String_output(Tq4_byte_writer &to) : m_to(to) {}
 
+    // The text of a value, a key or a string, until the next is asked for. One that lies in the string that is written
+    // to would move, and is copied.
+    template <class From> Text Of(const From &from) {
+        Text text;
+        m_to.WithBuffer([&](Tq4_wbuf *) { text = Text(from); });
+        if (!m_to.Holds(text.data)) return text;
+        m_aside.assign(text.data, text.size);
+        return {m_aside.c_str(), m_aside.size()};
+    }
     template <std::size_t n> void Literal(const char (&literal)[n]) {
         if constexpr (n == 2)
             m_to.Put(static_cast<uint8_t>(literal[0]));
@@ -176,7 +189,7 @@ private:
     void Twofold(const Value &v, int) { m_out.Format("%lf", v.m_data.twofold); }
     void Quoted(const Value &v, int) {
         if (!v.m_string && v.m_data.text.inside()) return m_out.QuotedInside(v.m_data.text);
-        m_out.Quoted(Text(v));
+        m_out.Quoted(m_out.Of(v));
     }
     template <class Element, const char *format> void Packed(const Value &v, int indent);
     void Strings(const Value &v, int indent);
@@ -257,11 +270,10 @@ void Printer<Output>::List(unsigned long count, int indent, Element element) {
 
 template <class Output> template <class Element, const char *format>
 void Printer<Output>::Packed(const Value &v, int indent) {
-    const Tq4_bytes bytes = v.bytes();
-    const unsigned long count = bytes.size / sizeof(Element);
+    const unsigned long count = v.bytes().size / sizeof(Element);
     List(count, indent, [&](unsigned long i) {
         Element element;
-        std::memcpy(&element, bytes.data + i * sizeof element, sizeof element);
+        std::memcpy(&element, v.bytes().data + i * sizeof element, sizeof element);
         m_out.Format(format, element);
         if (i + 1 < count) m_out.Literal(",");
     });
@@ -271,7 +283,8 @@ template <class Output> void Printer<Output>::Strings(const Value &v, int indent
     Tq4_string_array array = v.m_data.array;
     const unsigned long count = array ? (*array)->Size(array) : 0;
     if (!m_compact) m_out.Literal("\n");
-    List(count, indent, [&](unsigned long i) { m_out.Quoted(Text((*array)->At(array, i)), i + 1 < count ? "," : ""); });
+    List(count, indent,
+         [&](unsigned long i) { m_out.Quoted(m_out.Of((*array)->At(array, i)), i + 1 < count ? "," : ""); });
 }
 
 template <class Output> void Printer<Output>::PrintTable(const Tq4_value_table_obj &table, int indent) {
@@ -312,12 +325,12 @@ template <class Output> void Printer<Output>::PrintKey(const Tq4_key_obj &key) {
         return m_out.Format("\"%u_%u\"", key.GetIH(), key.GetIL());
     case Tq4_key_type_IS:
     case Tq4_key_type_LS:
-        return m_out.Format("\"%s_%u\"", Text(key).data, number);
+        return m_out.Format("\"%s_%u\"", m_out.Of(key).data, number);
     // With a colon of its own before the one that follows every key, deliberately.
     case Tq4_key_type_IIS:
-        return m_out.Format("\"%s_%u\":", Text(key).data, number);
+        return m_out.Format("\"%s_%u\":", m_out.Of(key).data, number);
     default:
-        return key.sid.inside() ? m_out.QuotedInside(key.sid) : m_out.Quoted(Text(key));
+        return key.sid.inside() ? m_out.QuotedInside(key.sid) : m_out.Quoted(m_out.Of(key));
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include "base/kv/value.hpp"
 #include "base/string/string.hpp"
+#include "cxx_defaults.hpp"
 
 void Tq4_value_obj::Reset() {
     const Tq4_value_type type = std::exchange(m_type, Tq4_value_Unknown);
@@ -85,7 +86,7 @@ void Tq4_value_obj::AppendOwn(const void *bytes, unsigned long n) {
     (*own_string())->Memcat(m_string, bytes, n);
 }
 
-// The result is text of tag 19, deliberately not 18. What holds no text, tag 17 included, starts anew.
+// The result is text of tag 19, deliberately not 18.
 void Tq4_value_obj::SetString(const char *text, int len) {
     SetBytes(Tq4_value_PCHAR, text, static_cast<unsigned long>(static_cast<long>(len)));
 }

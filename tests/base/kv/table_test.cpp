@@ -383,6 +383,19 @@ TEST_F(TableTest, AHostMakesAndDeletesWhatIsNested) {
     *Tq4_cxx_support = defaults;
 }
 
+TEST_F(TableTest, HandlesDeletedByMistakeLeaveAnEmptyKeyAndValue) {
+    const Bytes name(30, 'n');
+    Tq4_value value = (*t)->SetSS(t.get(), name.c_str(), name.c_str());
+    fill({"b"});
+    Tq4_key key = nullptr;
+    (*t)->First(t.get(), &key);
+    Tq4_key_oitf->Delete(key);
+    Tq4_value_oitf->Delete(value);
+    EXPECT_EQ(dump(t), from_hex("00 00000002 00 00 64000162 07080000000000000001"));
+    (*t)->RemoveS(t.get(), name.c_str());
+    EXPECT_EQ(content(), "b=1") << "the index knows it as before";
+}
+
 TEST_F(TableTest, PrintsJsonShapedText) {
     EXPECT_EQ(echo(1), "{}");
     EXPECT_EQ(echo(0), "\n{\n}");

@@ -159,6 +159,30 @@ TEST_F(ValueTest, TableOperationsMakeATableOrDoNothing) {
     EXPECT_EQ((*v)->SetSS(nullptr, "a", "b"), nullptr);
 }
 
+TEST(ValueOutput, MayGoIntoATextOfTheValueItself) {
+    for (unsigned n = 1; n < 100; ++n) {
+        const Bytes text(n, 't');
+        Value v = new_value(), list = new_value();
+        (*v)->SetString(v.get(), text.data(), static_cast<int>(n));
+        Tq4_string own = (*v)->GetString(v.get());
+        EXPECT_EQ((*v)->Json_encode(v.get(), own), text + '"' + text + '"');
+        (*v)->SetString(v.get(), text.data(), static_cast<int>(n));
+        (*v)->Dump(v.get(), own);
+        const char length[] = {'\x13', 0, 0, 0, static_cast<char>(n + 1)};
+        EXPECT_EQ(text_of(own), text + Bytes(length, 5) + text + '\x13') << "its tag is there before the text is read";
+
+        (*list)->Init(list.get(), Tq4_value_STRINGARRAY);
+        (*list)->AppendBytes(list.get(), "first", 5);
+        (*list)->AppendString(list.get(), own);
+        const Bytes element = text_of(own);
+        Tq4_string_array array = (*list)->GetStringArray(list.get());
+        (*list)->Dump(list.get(), (*array)->At(array, 1));
+        EXPECT_EQ(text_of((*array)->At(array, 1)).substr(0, n), text);
+        (*list)->Json_encode(list.get(), (*array)->At(array, 1));
+        EXPECT_EQ(text_of((*array)->At(array, 1)).substr(0, element.size()), element);
+    }
+}
+
 TEST_F(ValueTest, EncodesToTheByteAndBack) {
     const struct {
         const char *hex;
