@@ -60,6 +60,7 @@ public:
 
     // What the index keeps with the entry: the key that it was registered under and the index's case flag then.
     const Tq4_key_obj &index_key() const {
+        if (m_key.m_indexed) return m_key; // without a look at the handles' memory
         const Tq4_kv_handles *known = handles();
         return known && known->registered_key ? *known->registered_key : key();
     }

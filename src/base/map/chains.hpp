@@ -14,7 +14,12 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
+
+#include "assert.hpp"
+#include "platform/multi_platform_memory.hpp"
 
 template <class Entry> struct Tq4_chained {
     Entry *pNext = nullptr;
@@ -42,7 +47,10 @@ template <class Entry> class Tq4_hash_index {
         uint32_t spread;
         Entry *entry; // borrowed; null when free
     };
-    std::unique_ptr<Slot[]> m_slots;
+    struct Free {
+        void operator()(Slot *slots) const { std::free(slots); }
+    };
+    std::unique_ptr<Slot[], Free> m_slots;
     std::size_t m_mask = 0; // slots - 1
     unsigned m_shift = 0;
     std::size_t m_count = 0;
@@ -54,9 +62,16 @@ template <class Entry> class Tq4_hash_index {
         while (m_slots[at].entry) at = (at + 1) & m_mask;
         m_slots[at] = placed;
     }
+    static Slot *NewSlots(std::size_t size) {
+        const std::size_t bytes = size * sizeof(Slot);
+        void *memory = bytes % MP_large_page == 0 ? MP_LargePages(bytes) : nullptr;
+        if (!memory) memory = std::malloc(bytes);
+        TQ4_ASSERT(memory != nullptr);
+        return static_cast<Slot *>(std::memset(memory, 0, bytes));
+    }
     void Grow() {
         const std::size_t size = m_slots ? 2 * (m_mask + 1) : 256;
-        auto old = std::make_unique<Slot[]>(size);
+        std::unique_ptr<Slot[], Free> old(NewSlots(size));
         old.swap(m_slots);
         const std::size_t old_size = old ? m_mask + 1 : 0;
         m_mask = size - 1;

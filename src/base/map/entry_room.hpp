@@ -1,8 +1,8 @@
 // entry_room.hpp: memory for the entries of one table or map.
 //
 // Entries are all of one size and mostly go together, so they lie side by side: the first few in the owner itself, the
-// others in blocks, each of as many as there were before, up to a ceiling. What a single removal frees is used by the
-// next insertion; blocks are given back all at once, when the owner is emptied.
+// others in blocks, each of as many as there were before, up to a large page. What a single removal frees is used by
+// the next insertion; blocks are given back all at once, when the owner is emptied.
 #pragma once
 
 #include <algorithm>
@@ -11,9 +11,10 @@
 #include <cstdlib>
 
 #include "object_memory.hpp"
+#include "platform/multi_platform_memory.hpp"
 
 template <std::size_t size> class Tq4_entry_room {
-    static constexpr std::size_t inside = 5, most = 256; // entries in the owner, and at most in a block
+    static constexpr std::size_t inside = 5; // entries in the owner
 
     struct Block {
         Block *next;
@@ -53,7 +54,7 @@ public:
     void GiveAll() {
         while (Block *block = m_blocks) {
             m_blocks = block->next;
-            Tq4_object_memory_free(block, block->bytes);
+            block->bytes == MP_large_page ? std::free(block) : Tq4_object_memory_free(block, block->bytes);
         }
         m_free = nullptr;
         m_unused = m_inside;
@@ -63,11 +64,13 @@ public:
 private:
     // In larger blocks, entries whose size is a multiple of a cache line begin with one.
     void Grow() {
-        constexpr std::size_t line = 64, few = 16;
+        constexpr std::size_t line = 64, few = 16, most = (MP_large_page - sizeof(Block) - line) / size;
         const std::size_t count = std::min(m_total, most);
         const bool aligned = size % line == 0 && count > few;
-        const std::size_t bytes = sizeof(Block) + count * size + (aligned ? line : 0);
-        auto *memory = static_cast<std::byte *>(Tq4_object_memory(bytes));
+        std::size_t bytes = sizeof(Block) + count * size + (aligned ? line : 0);
+        std::byte *memory = nullptr;
+        if (count == most) memory = static_cast<std::byte *>(MP_LargePages(bytes = MP_large_page));
+        if (!memory) memory = static_cast<std::byte *>(Tq4_object_memory(bytes));
         m_blocks = new (memory) Block{m_blocks, bytes};
         m_unused = memory + sizeof(Block);
         if (aligned) m_unused += -reinterpret_cast<uintptr_t>(m_unused) % line;

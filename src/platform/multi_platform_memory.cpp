@@ -1,0 +1,11 @@
+// multi_platform_memory: asks the system for large pages; getting small ones instead is no failure.
+#include "platform/multi_platform_memory.hpp"
+
+#include <cstdlib>
+#include <sys/mman.h>
+
+void *MP_LargePages(std::size_t size) {
+    void *memory = std::aligned_alloc(MP_large_page, size);
+    if (memory) madvise(memory, size, MADV_HUGEPAGE);
+    return memory;
+}
