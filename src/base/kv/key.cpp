@@ -254,6 +254,18 @@ bool Tq4_key_read(Tq4_byte_reader &in, Tq4_key_wire &key) {
 }
 
 int Tq4_key_obj::Import(const char *buf, int len) {
+    // Most keys are texts and nothing else.
+    constexpr int before_text = sizeof(uint8_t) + sizeof(uint16_t);
+    constexpr unsigned text_only = unsigned{Tq4_key_type_String} | has_string | has_bytes;
+    const auto *bytes = reinterpret_cast<const uint8_t *>(buf);
+    if (bytes && len > before_text && (bytes[0] & ~unsigned{ignores_case}) == text_only) {
+        const int length = bytes[1] << 8 | bytes[2];
+        if (length <= len - before_text) {
+            Set(Tq4_key_type_String, {}, {buf + before_text, static_cast<unsigned long>(length)},
+                bytes[0] & ignores_case);
+            return before_text + length;
+        }
+    }
     Tq4_byte_reader in(buf, len);
     Tq4_key_wire wire;
     const bool complete = Tq4_key_read(in, wire);

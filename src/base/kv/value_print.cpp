@@ -251,6 +251,7 @@ template <class Output> const typename Printer<Output>::Row Printer<Output>::row
 };
 
 template <class Output> void Printer<Output>::PrintValue(const Value &v, int indent) {
+    if (v.is_text()) return Quoted(v, indent); // most are, and need no look into the rows
     (this->*Tq4_value_row(rows, v.m_type))(v, indent);
 }
 
