@@ -8,9 +8,8 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sys/prctl.h>
-#include <sys/stat.h>
+#include <tuple>
 
 #include "app/process.hpp"
 #include "own.hpp"
@@ -26,11 +25,6 @@ const std::string unknown = "不识别的命令，请输入h(help) 获取帮助\
 const std::string welcome = "欢迎使用svc服务，请输入命令来控制服务器，输入help(h)获得命令帮助\n";
 const std::string goodbye = "服务程序 svc 准备退出....\n服务程序 svc 安全退出完成。\n";
 const std::string started = "\n\n请输入指令，如需帮助，请输入h(help)\n";
-
-std::string content(const fs::path &path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator(file), {}};
-}
 
 std::string gb18030(const char *utf8) {
     const auto s = Tq4_make<Tq4_string>(Tq4_string_oitf);
@@ -125,9 +119,7 @@ echo                 [e    ] : print the rest
 }
 
 TEST_F(Console, LinesAreAWordAndTheRest) {
-    const struct {
-        std::string typed, answer;
-    } cases[] = {
+    const std::tuple<std::string, std::string> cases[] = {
         {"e a  b \n", "a  b \n" + prompt},
         {" \t e\t \tx\r\n", "x\n" + prompt},
         {"e\n", "\n" + prompt},
@@ -144,8 +136,7 @@ TEST_F(Console, LinesAreAWordAndTheRest) {
         {"e half", "half\n" + prompt},
         {"stop\ne x\n", ""},
     };
-    for (const auto &each : cases)
-        EXPECT_EQ(conversation(say({}, each.typed)), prompt + each.answer + "=1") << each.typed;
+    for (const auto &[typed, answer] : cases) EXPECT_EQ(conversation(say({}, typed)), prompt + answer + "=1") << typed;
     EXPECT_EQ(conversation(say({"x", "--y=1", "-z", "1", "-", "-utf8"}, "a\nq\n")),
               prompt + " = x;--y=1;-z = 1 = -;-utf8;\n" + prompt + "=1");
 }
@@ -169,28 +160,24 @@ struct Supervisor {
 
 TEST_F(Console, SignalsEndItInOrderAndASupervisorIsTold) {
     const std::string at_path = dir / "notify", abstract = "@" + at_path;
-    const struct {
-        Process::Console console;
-        std::string socket, typed;
-        int signal;
-    } cases[] = {
+    const std::tuple<Process::Console, std::string, std::string, int> cases[] = {
         {Process::No_input, at_path, "", SIGINT}, // unattended
         {Process::Pipes, abstract, "", SIGTERM},  // unattended: at its end from the start
         {Process::Pipes, at_path + "2", "half a line", SIGTERM},
         {Process::Terminal, abstract + "2", "half a line", SIGINT},
     };
-    for (const auto &each : cases) {
-        const Supervisor supervisor(each.socket);
+    for (const auto &[console, notified, typed, ending] : cases) {
+        const Supervisor supervisor(notified);
         fs::remove(trace);
-        Process p = run({}, each.console, {"NOTIFY_SOCKET=" + each.socket});
+        Process p = run({}, console, {"NOTIFY_SOCKET=" + notified});
         EXPECT_EQ(supervisor.told(), "READY=1");
-        if (each.typed.empty())
+        if (typed.empty())
             p.end_input();
         else
-            p.send(each.typed);
+            p.send(typed);
         p.expect(prompt);
         kill(p.pid(), SIGHUP);
-        kill(p.pid(), each.signal);
+        kill(p.pid(), ending);
         EXPECT_EQ(supervisor.told(), "STOPPING=1");
         EXPECT_EQ(p.wait(), 1);
         EXPECT_EQ(content(trace), "start 1\nstop\ndelete second\ndelete first\n");
@@ -228,11 +215,8 @@ TEST_F(Console, TheDaemonIsDetachedAndForOwnerAndGroupAlone) {
     EXPECT_EQ(run({"-start"}, Process::No_input).wait(), 0);
     daemon = ask_pid();
     expect_service(); // the shell that told the pid has gone
-    for (const char *path : {"tq4_run_var", "tq4_run_var/svc", "tq4_run_var/svc/__1pipe__"}) {
-        struct stat status;
-        ASSERT_EQ(stat((dir / path).c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 07777, 0770u) << path;
-    }
+    for (const char *path : {"tq4_run_var", "tq4_run_var/svc", "tq4_run_var/svc/__1pipe__"})
+        EXPECT_EQ(fs::status(dir / path).permissions(), fs::perms{0770}) << path;
     EXPECT_NE(getsid(daemon), getsid(0));
     EXPECT_NE(getsid(daemon), daemon);
     Client silent(socket_path);
@@ -289,10 +273,7 @@ TEST_F(Console, ShellsThatMisbehaveDoNotDisturbTheNext) {
     start_daemon();
     std::string noise;
     for (int i = 0; i < 10000; ++i) noise += static_cast<char>(i * 7919 >> 3);
-    const struct {
-        const char *what;
-        std::string typed, answer;
-    } cases[] = {
+    const std::tuple<const char *, std::string, std::string> cases[] = {
         {"leaves at once", "", ""},
         {"leaves in the middle of a word", "e one\nsto", "one\n"},
         {"is half typed and complete together", "e one\npid", "one\n"},
@@ -301,11 +282,11 @@ TEST_F(Console, ShellsThatMisbehaveDoNotDisturbTheNext) {
         {"lets the service fork", "worker\n", "worked\n"},
         {"leaves while it is told much", "flood 1000\n", "xxx"},
     };
-    for (const auto &each : cases) {
-        SCOPED_TRACE(each.what);
+    for (const auto &[what, typed, answer] : cases) {
+        SCOPED_TRACE(what);
         Client client(socket_path);
-        client.send(each.typed);
-        client.expect(each.answer);
+        client.send(typed);
+        client.expect(answer);
         client.hang_up();
         expect_service();
     }

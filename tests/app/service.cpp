@@ -5,6 +5,7 @@
 #include <fstream>
 #include <string>
 #include <sys/wait.h>
+#include <tuple>
 #include <unistd.h>
 
 #include <tq4/tq4.h>
@@ -38,6 +39,22 @@ int start(int argc, char **) {
     return arguments().find("--refuse") == std::string::npos;
 }
 
+void flood(const char *rest) {
+    for (long lines = std::atol(rest); lines > 0; --lines) print(std::string(1000, 'x'));
+}
+
+void worker(const char *) {
+    const pid_t child = fork();
+    if (child == 0) std::exit(0); // with everything that is registered for a process's end
+    waitpid(child, nullptr, 0);
+    print("worked");
+}
+
+void find(const char *rest) {
+    const auto object = static_cast<const char *>(Tq4_app->Find(rest));
+    print(object ? object : "nothing");
+}
+
 void stop() {
     for (int standard = 0; standard < 3; ++standard)
         if (fcntl(standard, F_GETFD) < 0) trace("descriptor " + std::to_string(standard) + " is closed");
@@ -48,32 +65,17 @@ void stop() {
 
 int main(int argc, char **argv) {
     Tq4_app->SetInfo("1.2", "today", "测试");
-    Tq4_app->AddCmd(
-        "echo", "e", [](const char *rest) { print(rest); }, "print the rest");
-    Tq4_app->AddCmd(
-        "stdio", nullptr, [](const char *rest) { std::fputs(rest, stdout); }, "print by the C library");
-    Tq4_app->AddCmd(
-        "which", "echo", [](const char *) { print("the shortcut"); }, "has a name for a shortcut");
-    Tq4_app->AddCmd(
-        "pid", "p", [](const char *) { print(std::to_string(getpid())); }, "this process");
-    Tq4_app->AddCmd(
-        "arguments", "a", [](const char *) { print(arguments()); }, "the command line");
-    const auto flood = [](const char *rest) {
-        for (long lines = std::atol(rest); lines > 0; --lines) print(std::string(1000, 'x'));
+    const std::tuple<const char *, const char *, void (*)(const char *), const char *> commands[] = {
+        {"echo", "e", [](const char *rest) { print(rest); }, "print the rest"},
+        {"stdio", nullptr, [](const char *rest) { std::fputs(rest, stdout); }, "print by the C library"},
+        {"which", "echo", [](const char *) { print("the shortcut"); }, "has a name for a shortcut"},
+        {"pid", "p", [](const char *) { print(std::to_string(getpid())); }, "this process"},
+        {"arguments", "a", [](const char *) { print(arguments()); }, "the command line"},
+        {"flood", "", flood, "print many lines"},
+        {"worker", nullptr, worker, "a process for a moment"},
+        {"found", nullptr, find, "look an object up"},
     };
-    Tq4_app->AddCmd("flood", "", flood, "print many lines");
-    const auto worker = [](const char *) {
-        const pid_t child = fork();
-        if (child == 0) std::exit(0); // with everything that is registered for a process's end
-        waitpid(child, nullptr, 0);
-        print("worked");
-    };
-    Tq4_app->AddCmd("worker", nullptr, worker, "a process for a moment");
-    const auto find = [](const char *rest) {
-        const auto object = static_cast<const char *>(Tq4_app->Find(rest));
-        print(object ? object : "nothing");
-    };
-    Tq4_app->AddCmd("found", nullptr, find, "look an object up");
+    for (const auto &[name, shortcut, run, comment] : commands) Tq4_app->AddCmd(name, shortcut, run, comment);
     Tq4_debug_api->log(0, "made\n");
     return Tq4_app->Run(argc, argv, start, stop);
 }

@@ -2,6 +2,7 @@
 #include "tq4/finder.h"
 
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include <filesystem>
 #include <fstream>
@@ -16,10 +17,7 @@ namespace fs = std::filesystem;
 using Names = std::vector<std::string>;
 
 TEST(NamePattern, Matches) {
-    const struct {
-        const char *pattern;
-        Names matches, others;
-    } cases[] = {
+    const std::tuple<const char *, Names, Names> cases[] = {
         {"", {""}, {"a"}},
         {"abc", {"abc"}, {"abcd", "ab", "Abc"}},
         {"a*c", {"ac", "abbc"}, {"abcb", "bc"}},
@@ -27,20 +25,16 @@ TEST(NamePattern, Matches) {
         {"**ab", {"aab", "ab"}, {"aba"}},
         {"*.*", {"no dot", ".log", ""}, {}},
         {"*.**", {"a.b"}, {"no dot"}},
-        {"a?c",
-         {"abc", "a泉c",
-          "a\xff"
-          "c"},
-         {"ac", "abbc"}},
+        {"a?c", {"abc", "a泉c", "a\377c"}, {"ac", "abbc"}},
         {"[a-c泉-湖]x", {"bx", "流x"}, {"dx", "x", "a"}},
         {"[!a-c]", {"d", "泉"}, {"b", ""}},
         {"[]-]", {"]", "-"}, {"[", "a"}},
         {"[*[]x", {"*x", "[x"}, {"ax"}},
         {"[ab", {"[ab"}, {"a"}},
     };
-    for (auto &c : cases) {
-        for (auto &name : c.matches) EXPECT_TRUE(Tq4_name_matches(c.pattern, name)) << c.pattern << " on " << name;
-        for (auto &name : c.others) EXPECT_FALSE(Tq4_name_matches(c.pattern, name)) << c.pattern << " on " << name;
+    for (const auto &[pattern, matches, others] : cases) {
+        for (auto &name : matches) EXPECT_TRUE(Tq4_name_matches(pattern, name)) << pattern << " on " << name;
+        for (auto &name : others) EXPECT_FALSE(Tq4_name_matches(pattern, name)) << pattern << " on " << name;
     }
     std::string stars; // takes no exponential time
     for (int i = 0; i < 60; ++i) stars += "*a";

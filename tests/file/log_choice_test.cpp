@@ -2,6 +2,7 @@
 #include "file/log_choice.hpp"
 
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include <map>
 #include <sstream>
@@ -73,9 +74,7 @@ struct Choice : testing::Test {
 };
 
 TEST_F(Choice, FollowsTheClockAndTheSizes) {
-    const struct {
-        const char *what, *script, *files;
-    } stories[] = {
+    const std::tuple<const char *, const char *, const char *> stories[] = {
         {"quarters share a file until it is full", "2026-11-15T14:00 2026-11-15T14:15 2026-11-15T14:59",
          "2026-11-15T14-1[001] 2026-11-15T14-1[001] 2026-11-15T14-1[001] "},
         {"an hour begins a file though the old one has room", "2026-11-15T14:59 2026-11-15T15:00",
@@ -105,10 +104,10 @@ TEST_F(Choice, FollowsTheClockAndTheSizes) {
         {"while no file is open the timer's question stays open",
          "check:2026-11-16T00:00 check:2026-11-16T00:00 2026-11-16T00:01", "closed closed 2026-11-16T00-1[001] "},
     };
-    for (auto &story : stories) {
+    for (const auto &[what, script, expected] : stories) {
         files.clear();
         restart();
-        EXPECT_EQ(run(story.script), story.files) << story.what;
+        EXPECT_EQ(run(script), expected) << what;
     }
 }
 

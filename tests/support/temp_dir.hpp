@@ -1,9 +1,16 @@
-// temp_dir.hpp: a fresh directory, removed with everything in it.
+// temp_dir.hpp: a fresh directory, removed with everything in it, and what a file holds.
 #pragma once
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
+
+inline std::string content(const std::filesystem::path &path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator(file), {}};
+}
 
 class Temp_dir {
 public:

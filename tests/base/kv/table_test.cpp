@@ -2,6 +2,7 @@
 #include "base/kv/kv_fixture.hpp"
 
 #include <algorithm>
+#include <functional>
 #include <random>
 #include <set>
 #include <vector>
@@ -11,8 +12,6 @@ namespace {
 struct TableTest : testing::Test {
     Table t = new_table();
 
-    unsigned long base(const char *key) { return (*t)->BaseS(t.get(), key); }
-    unsigned long count() { return (*t)->Count(t.get()); }
     // "key=number" of every entry in order.
     static Bytes content(Tq4_value_table table) {
         Bytes text;
@@ -40,38 +39,21 @@ struct TableTest : testing::Test {
     }
 };
 
-TEST_F(TableTest, FindsOrCreatesInOrder) {
+TEST_F(TableTest, TablesInsideKeepTheirContent) {
     fill({"a", "b"});
-    EXPECT_EQ((*t)->SetSI(t.get(), "a", 9), (*t)->ValueS(t.get(), "a"));
-    EXPECT_EQ(content(), "a=9 b=2");
-    (*t)->SetII(t.get(), 7, 70);
-    EXPECT_EQ((*t)->BaseI(t.get(), 7), 70u);
-    Key key = new_key();
-    (*key)->SetI(key.get(), 7, nullptr);
-    EXPECT_EQ((*t)->ValueK(t.get(), key.get()), nullptr) << "another kind of key";
-    (*(*t)->InsertK(t.get(), key.get()))->SetLong((*t)->ValueK(t.get(), key.get()), 71);
-    EXPECT_EQ(content(), "a=9 b=2 -=70 -=71");
     Tq4_value_table inner = (*t)->InsertTableS(t.get(), "a");
     (*inner)->SetSI(inner, "x", 1);
-    EXPECT_EQ((*t)->InsertTableS(t.get(), "a"), inner) << "its content stays";
+    EXPECT_EQ((*t)->InsertTableS(t.get(), "a"), inner);
     EXPECT_EQ((*t)->TableS(t.get(), "a"), inner);
     EXPECT_EQ((*t)->TableS(t.get(), "b"), nullptr);
+    EXPECT_EQ(content(inner), "x=1");
+    Tq4_value_table_oitf->Copy(t.get(), inner); // which goes with what it replaces
+    EXPECT_EQ(content(), "x=1");
+    Tq4_value_table_oitf->Copy(t.get(), t.get());
+    EXPECT_EQ(content(), "x=1");
+    Tq4_value_table_oitf->Copy(t.get(), nullptr);
+    EXPECT_EQ((*t)->Count(t.get()), 0u) << "copying null empties";
     EXPECT_EQ((*t)->SetSS(t.get(), nullptr, "x"), nullptr);
-    (*t)->RemoveS(t.get(), "b");
-    (*t)->RemoveK(t.get(), key.get());
-    EXPECT_EQ(count(), 2u);
-    EXPECT_EQ(base("b"), 0u);
-}
-
-TEST_F(TableTest, PositionsClampAndNewKeysOfKindSixAreNotFoundByTextOrNumber) {
-    fill({"a", "b", "c"});
-    for (int past : {3, 99, -1}) EXPECT_EQ((*t)->At(t.get(), past, nullptr), (*t)->ValueS(t.get(), "c"));
-    (*t)->ModifyKeyS(t.get(), 0, "new");
-    (*t)->ModifyKeyI(t.get(), 1, 5);
-    EXPECT_EQ((*t)->ValueS(t.get(), "new"), nullptr);
-    EXPECT_EQ((*t)->ValueI(t.get(), 5), nullptr);
-    (*t)->RemoveAt(t.get(), -1);
-    EXPECT_EQ(content(), "new=1 -=2");
 }
 
 TEST_F(TableTest, TheCursorMovesOnWhenItsEntryGoes) {
@@ -85,41 +67,17 @@ TEST_F(TableTest, TheCursorMovesOnWhenItsEntryGoes) {
     (*t)->RemoveAt(t.get(), 1);
     EXPECT_EQ((*t)->Next(t.get(), &key), nullptr);
     EXPECT_EQ(key, nullptr);
-    Table fresh = new_table();
-    EXPECT_EQ((*fresh)->Next(fresh.get(), nullptr), nullptr);
+    EXPECT_EQ((*new_table())->Next(new_table().get(), nullptr), nullptr);
 }
 
-TEST_F(TableTest, AppendingAddsEntriesAndTheNewerOneTakesTheIndex) {
-    fill({"a", "b"});
-    Table source = new_table();
-    (*source)->SetSI(source.get(), "a", 10);
-    EXPECT_EQ((*t)->Append(t.get(), source.get()), t.get());
-    EXPECT_EQ(content(), "a=1 b=2 a=10");
-    EXPECT_EQ(base("a"), 10u);
-    (*t)->RemoveAt(t.get(), 2);
-    EXPECT_EQ((*t)->ValueS(t.get(), "a"), nullptr) << "the older one is not in the index";
-    (*t)->Append(t.get(), t.get());
-    EXPECT_EQ(content(), "a=1 b=2 a=1 b=2") << "each once";
-    Tq4_value_table inner = (*t)->InsertTableS(t.get(), "in");
-    (*inner)->SetSI(inner, "deep", 5);
-    Tq4_value_table_oitf->Copy(t.get(), inner);
-    EXPECT_EQ(content(), "deep=5") << "a table that lies inside";
-    Tq4_value_table_oitf->Copy(t.get(), t.get());
-    EXPECT_EQ(count(), 1u);
-    Tq4_value_table_oitf->Copy(t.get(), nullptr);
-    EXPECT_EQ(count(), 0u) << "copying null empties";
-}
-
-TEST_F(TableTest, TheCaseFlagIsForKeysAndTheIndexHasItsOwn) {
+TEST_F(TableTest, CopiesKnowTheCaseFlagAlsoFromEmptySources) {
     (*t)->CaseFlag(t.get(), 1);
     fill({"Abc"});
-    EXPECT_EQ(base("abc"), 0u) << "the index does not know yet";
-    Table copy = Table(static_cast<Tq4_value_table>(Tq4_object_Dup(t.get())));
+    Table copy = Table(static_cast<Tq4_value_table>(Tq4_object_Dup(t.get()))), empty = new_table();
     EXPECT_EQ((*copy)->BaseS(copy.get(), "aBC"), 1u);
     EXPECT_TRUE(Tq4_object_Equal(copy.get(), t.get()));
-    Table empty = new_table();
-    (*copy)->Append(copy.get(), empty.get());
-    EXPECT_EQ(dump(copy)[0], 0) << "flags come also from an empty source";
+    EXPECT_EQ((*copy)->Append(copy.get(), empty.get()), copy.get());
+    EXPECT_EQ(dump(copy)[0], 0);
 }
 
 // The table told plainly: a list of entries, and 17 chains of places that lead to them, the newest first. Case flags
@@ -208,14 +166,10 @@ struct TableWalk : TableTest {
     bool coin() { return random() % 2; }
     void choose_key(const Bytes &text) {
         const bool nocase = coin();
-        switch (random() % 4) {
-        case 0:
-            return (*key)->SetLS(key.get(), random() % 2, coin() ? text.c_str() : nullptr, nocase);
-        case 1:
-            return (*key)->SetL(key.get(), random() % 4, nullptr);
-        default:
-            return (*key)->SetS(key.get(), text.c_str(), -1, nocase);
-        }
+        const unsigned long kind = random() % 4, number = random();
+        if (kind == 0) return (*key)->SetLS(key.get(), number % 2, coin() ? text.c_str() : nullptr, nocase);
+        if (kind == 1) return (*key)->SetL(key.get(), number % 4, nullptr);
+        (*key)->SetS(key.get(), text.c_str(), -1, nocase);
     }
     void set(const Bytes &text, int step) {
         const unsigned long n = static_cast<unsigned long>(step) % 4;
@@ -248,22 +202,15 @@ struct TableWalk : TableTest {
         const int at = static_cast<int>(position);
         Tq4_key_oitf->Copy(folded.get(), key.get());
         (*folded)->SetNoCase(folded.get(), model.flag);
-        switch (random() % 4) {
-        case 0:
-            (*t)->ModifyKeyS(t.get(), at, text.c_str());
-            (*folded)->SetLS(folded.get(), 0, text.c_str(), model.flag);
-            break;
-        case 1:
-            (*t)->ModifyKeyI(t.get(), at, position);
-            (*folded)->SetLS(folded.get(), position, nullptr, model.flag);
-            break;
-        case 2:
-            (*t)->ModifyKeyK(t.get(), at, nullptr);
-            Tq4_key_oitf->Reset(folded.get());
-            break;
-        default:
+        const unsigned long form = random() % 4;
+        if (form == 0)
+            (*t)->ModifyKeyS(t.get(), at, text.c_str()), (*folded)->SetLS(folded.get(), 0, text.c_str(), model.flag);
+        else if (form == 1)
+            (*t)->ModifyKeyI(t.get(), at, position), (*folded)->SetLS(folded.get(), position, nullptr, model.flag);
+        else if (form == 2)
+            (*t)->ModifyKeyK(t.get(), at, nullptr), Tq4_key_oitf->Reset(folded.get());
+        else
             (*t)->ModifyKeyK(t.get(), at, key.get());
-        }
         if (!model.list.empty()) model.set_key(model.at(position), folded.get());
     }
     void insert(std::size_t position, int step) {
@@ -307,27 +254,18 @@ TEST_F(TableWalk, DoesWhatAListAndChainsDo) {
         for (int step = 0; step < 600; ++step) {
             Bytes text(1 + random() % 2, "aAbBcC"[random() % 6]);
             text[0] = "aAbBcC"[random() % 6];
-            const std::size_t position = random() % 12;
+            const std::size_t position = coin() ? random() % 12 : coin() ? random() % 4 : TQ4_ALL_ONES;
             choose_key(text);
-            switch (random() % 7) {
-            case 0:
-                set(text, step);
-                break;
-            case 1:
-                remove(text, position);
-                break;
-            case 2:
-                change_key(position, text);
-                break;
-            case 3:
-                append();
-                break;
-            case 4:
-                (*t)->CaseFlag(t.get(), model.flag = coin());
-                break;
-            default:
-                insert(position, step);
-            }
+            const std::function<void()> changes[] = {
+                [&] { set(text, step); },
+                [&] { remove(text, position); },
+                [&] { change_key(position, text); },
+                [&] { append(); },
+                [&] { (*t)->CaseFlag(t.get(), model.flag = coin()); },
+                [&] { insert(position, step); },
+                [&] { insert(position, step); },
+            };
+            changes[random() % std::size(changes)]();
             ASSERT_EQ(seen(), told()) << seed << " " << step;
             ASSERT_EQ(value_of((*t)->ValueS(t.get(), text.c_str())), model.value(model.by_text(text.c_str())))
                 << seed << " " << step;
@@ -425,59 +363,6 @@ TEST_F(TableTest, PrintsEveryKindOfKey) {
     (*key)->SetIIS(key.get(), 7, 8, "s", 0), add();
     EXPECT_EQ(echo(1), "{\"1\":1,\"1099511627776\":1,\"3_4\":1,\"s_5\":1,\"s_6\":1,\"s_8\"::1}");
     EXPECT_EQ(json(decoded("{}")), "{}");
-}
-
-// An independent encoder over a plain model, and random nested content.
-struct Node {
-    std::vector<Bytes> keys; // of a table
-    std::vector<Node> members;
-    int leaf = 0; // 0: table, 1: int, 2: text
-    int number = 0;
-    Bytes text;
-};
-Bytes big_endian(unsigned long n, int width) {
-    Bytes b;
-    for (int i = width - 1; i >= 0; --i) b += static_cast<char>(n >> (8 * i));
-    return b;
-}
-Bytes encoded(const Node &node) {
-    if (node.leaf == 1) return "\x05" + big_endian(static_cast<unsigned>(node.number), 4);
-    if (node.leaf == 2) return "\x13" + big_endian(node.text.size(), 4) + node.text;
-    Bytes b = "\x20" + Bytes(1, '\0') + big_endian(node.members.size(), 4);
-    for (std::size_t i = 0; i < node.keys.size(); ++i)
-        b += "\x64" + big_endian(node.keys[i].size(), 2) + node.keys[i] + encoded(node.members[i]);
-    return b;
-}
-Node random_node(std::mt19937 &random, int depth) {
-    Node node;
-    node.leaf = depth == 0 ? 1 + static_cast<int>(random() % 2) : static_cast<int>(random() % 3);
-    node.number = static_cast<int>(random());
-    node.text = Bytes(random() % 40, 't');
-    for (unsigned i = random() % 8; node.leaf == 0 && i > 0; --i) {
-        node.keys.push_back("k" + std::to_string(i) + Bytes(random() % 20, 'x'));
-        node.members.push_back(random_node(random, depth - 1));
-    }
-    return node;
-}
-void build(const Node &node, Tq4_value value) {
-    if (node.leaf == 1) return (*value)->SetInt(value, node.number);
-    if (node.leaf == 2) return (*value)->SetString(value, node.text.data(), static_cast<int>(node.text.size()));
-    (*value)->Init(value, Tq4_value_Table);
-    for (std::size_t i = 0; i < node.keys.size(); ++i)
-        build(node.members[i], (*value)->InsertS(value, node.keys[i].c_str()));
-}
-
-TEST(TableEncoding, IsWhatAnIndependentEncoderWrites) {
-    std::mt19937 random(11);
-    for (int round = 0; round < 300; ++round) {
-        const Node node = random_node(random, 4);
-        Value v = new_value(), back = new_value();
-        build(node, v.get());
-        const Bytes wire = encoded(node);
-        ASSERT_EQ(dump(v), wire);
-        ASSERT_EQ(import(back, wire), static_cast<int>(wire.size()));
-        EXPECT_TRUE(Tq4_object_Equal(v.get(), back.get()));
-    }
 }
 
 TEST(TableEncoding, EmptyTablesAreFiveBytesAndAResultOfZero) {
