@@ -4,11 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "tq4/cxx_support.h"
+#include "own.hpp"
 
 namespace {
 
@@ -20,33 +21,33 @@ std::string text_of(Tq4_string s) {
 }
 
 struct StringArray : testing::Test {
-    Tq4_string_array a = make({});
+    Tq4_own<Tq4_string_array> own = make({});
+    Tq4_string_array a = own.get();
 
-    ~StringArray() override { Tq4_string_array_oitf->Delete(a); }
-
-    static Tq4_string_array make(const Texts &texts) {
-        auto array = static_cast<Tq4_string_array>(Tq4_string_array_oitf->Create(nullptr));
-        for (const std::string &text : texts) (*array)->Add(array, text.data(), text.size());
+    static Tq4_own<Tq4_string_array> make(const Texts &texts) {
+        auto array = Tq4_make<Tq4_string_array>(Tq4_string_array_oitf);
+        for (const std::string &text : texts) (*array)->Add(array.get(), text.data(), text.size());
         return array;
     }
-    static Texts content(Tq4_string_array array) {
+    static int collect(Tq4_string s, void *texts) { // up to one that says so
+        static_cast<Texts *>(texts)->push_back(text_of(s));
+        return text_of(s) == "stop";
+    }
+    Texts content() {
         Texts texts;
-        (*array)->each(
-            array, [](Tq4_string s, void *out) { return static_cast<Texts *>(out)->push_back(text_of(s)), 0; }, &texts);
+        (*a)->each(a, collect, &texts);
         return texts;
     }
-    Texts content() { return content(a); }
     Texts split(const char *text, int collapse) {
         const unsigned long size = (*a)->Split(a, text, ',', collapse);
         EXPECT_EQ(size, (*a)->Size(a));
         return content();
     }
     Texts split_string(const std::string &text, int collapse) {
-        auto s = static_cast<Tq4_string>(Tq4_string_oitf->Create(nullptr));
-        (*s)->Memcpy(s, text.data(), text.size());
-        const unsigned long size = (*a)->SplitString(a, s, ',', collapse);
+        auto s = Tq4_make<Tq4_string>(Tq4_string_oitf);
+        (*s)->Memcpy(s.get(), text.data(), text.size());
+        const unsigned long size = (*a)->SplitString(a, s.get(), ',', collapse);
         EXPECT_EQ(size, (*a)->Size(a));
-        Tq4_string_oitf->Delete(s);
         return content();
     }
 };
@@ -73,107 +74,68 @@ TEST_F(StringArray, SplitsByTheRulesOfEitherForm) {
     }
     EXPECT_EQ(split_string(std::string("a\0b,c", 5), 0), (Texts{std::string("a\0b", 3), "c"})) << "NULs are bytes";
     EXPECT_EQ(split(nullptr, 0), Texts{});
-}
-
-TEST_F(StringArray, SplitsOneOfItsOwnStrings) {
-    (*a)->Add(a, "x,y,z", to_the_nul);
-    (*a)->SplitString(a, (*a)->Head(a), ',', 0);
-    EXPECT_EQ(content(), (Texts{"x", "y", "z"}));
-    (*a)->Set(a, 0, "1,2", to_the_nul);
-    (*a)->Split(a, (*(*a)->At(a, 0))->c_str((*a)->At(a, 0)), ',', 0);
-    EXPECT_EQ(content(), (Texts{"1", "2"}));
+    EXPECT_EQ(split("a,stop,b", 0), (Texts{"a", "stop"})) << "a visitor may stop";
 }
 
 TEST_F(StringArray, BehavesAsAVectorUnderRandomOperations) {
     std::mt19937 random(1);
     Texts model;
-    for (int step = 0; step < 5000; ++step) {
-        const std::string text = std::to_string(step);
-        const unsigned long at = random() % (model.size() + 2), count = random() % 3;
-        const auto place = model.begin() + static_cast<long>(std::min<unsigned long>(at, model.size()));
-        switch (random() % 7) {
-        case 0:
-            (*a)->Insert(a, at, text.c_str(), to_the_nul), model.insert(place, text);
-            break;
-        case 1:
-            EXPECT_EQ(text_of((*a)->Add(a, text.data(), text.size())), text);
-            model.push_back(text);
-            break;
-        case 2: {
-            Tq4_string_array other = make({"p", "q"});
-            (*a)->InsertArray(a, at, other);
-            model.insert(place, {"p", "q"});
-            Tq4_string_array_oitf->Delete(other);
-            break;
-        }
-        case 3:
-            (*a)->Remove(a, at, count);
-            model.erase(place, place + std::min<long>(static_cast<long>(count), model.end() - place));
-            break;
-        case 4:
-            (*a)->RemoveTail(a);
-            if (!model.empty()) model.pop_back();
-            break;
-        case 5:
+    std::string text;
+    unsigned long at = 0, inside = 0, count = 0;
+    const auto place = [&] { return model.begin() + static_cast<long>(inside); };
+    const std::function<void()> operations[] = {
+        [&] { (*a)->Insert(a, at, text.c_str(), to_the_nul), model.insert(place(), text); },
+        [&] {
+            (*a)->InsertArray(a, at, make({"p", "q"}).get()), model.insert(place(), {"p", "q"});
+        },
+        [&] { model.push_back(text_of((*a)->Add(a, text.data(), text.size()))); },
+        [&] {
+            (*a)->Remove(a, at, count), model.erase(place(), place() + std::min<long>(count, model.end() - place()));
+        },
+        [&] { (*a)->RemoveTail(a), model.resize(std::max<size_t>(model.size(), 1) - 1); },
+        [&] {
             EXPECT_EQ((*a)->Set(a, at, text.data(), text.size()) != nullptr, at < model.size());
             if (at < model.size()) model[at] = text;
-            break;
-        default:
-            ASSERT_EQ(text_of((*a)->At(a, at)), at < model.size() ? model[at] : "null");
-        }
+        }};
+    for (int step = 0; step < 5000; ++step) {
+        text = std::to_string(step), at = random() % (model.size() + 2), count = random() % 3;
+        inside = std::min<unsigned long>(at, model.size());
+        operations[random() % std::size(operations)]();
         ASSERT_EQ((*a)->Size(a), model.size());
+        ASSERT_EQ(text_of((*a)->At(a, at)), at < model.size() ? model[at] : "null");
     }
     EXPECT_EQ(content(), model);
-    EXPECT_EQ(text_of((*a)->Head(a)), model.front());
-    EXPECT_EQ(text_of((*a)->Tail(a)), model.back());
+    EXPECT_EQ(text_of((*a)->Head(a)) + text_of((*a)->Tail(a)), model.front() + model.back());
 }
 
-TEST_F(StringArray, TakesCopiesOfItself) {
-    (*a)->Add(a, "x", to_the_nul);
-    (*a)->Add(a, "y", to_the_nul);
+TEST_F(StringArray, TakesCopiesAndPiecesOfItself) {
+    (*a)->Add(a, "x,y", to_the_nul);
+    (*a)->SplitString(a, (*a)->Head(a), ',', 0);
     EXPECT_EQ((*a)->Append(a, a), 4u);
     (*a)->InsertArray(a, 1, a);
     EXPECT_EQ(content(), (Texts{"x", "x", "y", "x", "y", "y", "x", "y"}));
     Tq4_string_array_oitf->Copy(a, a);
     EXPECT_EQ((*a)->Size(a), 8u);
     EXPECT_EQ(text_of((*a)->AddString(a, (*a)->At(a, 2))), "y");
+    (*a)->Set(a, 0, "1,2", to_the_nul);
+    (*a)->Split(a, (*(*a)->At(a, 0))->c_str((*a)->At(a, 0)), ',', 0);
+    EXPECT_EQ(content(), (Texts{"1", "2"}));
 }
 
 TEST_F(StringArray, CopiesButComparesUpsideDown) {
-    Tq4_string_array x = make({"x"}), same = make({"x"}), other = make({"y"});
-    const auto equal = [](const void *p, const void *q) { return Tq4_string_array_oitf->Equal(p, q); };
+    const auto x = make({"x"}), same = make({"x"}), other = make({"y"}), empty = make({});
+    const auto equal = [](auto &p, auto &q) { return Tq4_string_array_oitf->Equal(p.get(), q.get()); };
     EXPECT_EQ(equal(x, x), 1);
     EXPECT_EQ(equal(x, same), 0) << "an equal pair makes them unequal, deliberately";
     EXPECT_EQ(equal(x, other), 1) << "no pair is equal";
-    EXPECT_EQ(equal(x, a), 0) << "sizes differ";
-    EXPECT_EQ(equal(nullptr, nullptr), 1);
-    EXPECT_EQ(equal(x, nullptr), 0);
-    auto copy = static_cast<Tq4_string_array>(Tq4_object_Dup(other));
-    EXPECT_EQ(content(copy), Texts{"y"});
-    Tq4_string_array_oitf->Copy(copy, nullptr);
-    EXPECT_EQ(equal(copy, a), 1) << "both empty";
-    for (Tq4_string_array array : {x, same, other, copy}) Tq4_string_array_oitf->Delete(array);
-}
-
-TEST_F(StringArray, MakesItsStringsThroughTheHooks) {
-    static int made, deleted;
-    made = deleted = 0;
-    const Tq4_cxx_support_ saved = *Tq4_cxx_support;
-    Tq4_cxx_support->set_new_string([]() -> void * { return ++made, Tq4_string_oitf->Create(nullptr); });
-    Tq4_cxx_support->set_delete([](void *s) { ++deleted, Tq4_string_oitf->Delete(s); });
-    (*a)->Add(a, "x", to_the_nul);
-    (*a)->RemoveAll(a);
-    *Tq4_cxx_support = saved;
-    EXPECT_EQ(made, 1);
-    EXPECT_EQ(deleted, 1);
-}
-
-TEST_F(StringArray, VisitsUntilToldToStop) {
-    split("a,b,c", 0);
-    int visits = 0;
-    (*a)->each(
-        a, [](Tq4_string, void *n) { return int{++*static_cast<int *>(n) == 2}; }, &visits);
-    EXPECT_EQ(visits, 2);
+    EXPECT_EQ(equal(x, empty), 0) << "sizes differ";
+    EXPECT_EQ(Tq4_string_array_oitf->Equal(nullptr, nullptr), 1);
+    EXPECT_EQ(Tq4_string_array_oitf->Equal(a, nullptr), 0);
+    own.reset(static_cast<Tq4_string_array>(Tq4_object_Dup(other.get())));
+    a = own.get();
+    EXPECT_EQ(content(), Texts{"y"});
+    Tq4_string_array_oitf->Copy(own.get(), nullptr);
+    EXPECT_EQ(equal(own, empty), 1) << "both empty";
 }
 
 } // namespace

@@ -3,43 +3,37 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <string>
 #include <zlib.h>
 
+#include "own.hpp"
+
 namespace {
 
 struct Zip : testing::Test {
-    Tq4_zip z = static_cast<Tq4_zip>(Tq4_zip_oitf->Create(nullptr));
-    Tq4_string out = static_cast<Tq4_string>(Tq4_string_oitf->Create(nullptr));
+    Tq4_own<Tq4_string> output = Tq4_make<Tq4_string>(Tq4_string_oitf);
+    Tq4_own<Tq4_zip> own = Tq4_make<Tq4_zip>(Tq4_zip_oitf);
+    Tq4_zip z = own.get();
+    Tq4_string out = output.get();
 
-    ~Zip() override {
-        Tq4_zip_oitf->Delete(z);
-        Tq4_string_oitf->Delete(out);
-    }
-    std::string output() { return {(*out)->c_str(out), static_cast<std::size_t>((*out)->length(out))}; }
-    static long size(const std::string &s) { return static_cast<long>(s.size()); }
-
-    std::string zipped(const std::string &text, std::size_t piece) {
+    template <class Start, class Feed, class End>
+    std::string run(Start start, Feed feed, End end, const std::string &in, std::size_t piece) {
         Tq4_string_oitf->Reset(out);
-        EXPECT_EQ((*z)->zip_start(z, out), Z_OK);
-        for (std::size_t at = 0; at < text.size(); at += piece) {
-            const std::string part = text.substr(at, piece);
-            const long length = (*z)->zip(z, part.data(), size(part));
+        EXPECT_EQ(start(z, out), Z_OK);
+        for (std::size_t at = 0; at < in.size(); at += piece) {
+            const long length = feed(z, in.data() + at, static_cast<long>(std::min(piece, in.size() - at)));
             EXPECT_EQ(length, (*out)->length(out));
         }
-        (*z)->zip_end(z);
-        return output();
+        end(z);
+        return {(*out)->c_str(out), static_cast<std::size_t>((*out)->length(out))};
+    }
+    std::string zipped(const std::string &text, std::size_t piece) {
+        return run((*z)->zip_start, (*z)->zip, (*z)->zip_end, text, piece);
     }
     std::string unzipped(const std::string &bytes, std::size_t piece) {
-        Tq4_string_oitf->Reset(out);
-        EXPECT_EQ((*z)->unzip_start(z, out), Z_OK);
-        for (std::size_t at = 0; at < bytes.size(); at += piece) {
-            const std::string part = bytes.substr(at, piece);
-            (*z)->unzip(z, part.data(), size(part));
-        }
-        (*z)->unzip_end(z);
-        return output();
+        return run((*z)->unzip_start, (*z)->unzip, (*z)->unzip_end, bytes, piece);
     }
 };
 
@@ -78,13 +72,8 @@ std::string zlib_alone(const std::string &text) {
 
 TEST_F(Zip, RoundTripsInAnySlicing) {
     for (std::size_t n : {0u, 1u, 511u, 1024u, 1025u, 5000u, 300000u})
-        for (std::size_t piece : {1u, 7u, 1000u, 100000000u}) {
-            if (n / piece > 100000) continue;
-            const std::string text = text_of(n);
-            const std::string packed = zipped(text, piece);
-            ASSERT_EQ(unzipped(packed, 100000000), text) << n << " by " << piece;
-            ASSERT_EQ(unzipped(packed, piece), text) << n << " by " << piece;
-        }
+        for (std::size_t piece : {n / 50000 + 1, std::size_t{1000}, std::size_t{100000000}})
+            ASSERT_EQ(unzipped(zipped(text_of(n), piece), piece), text_of(n)) << n << " by " << piece;
 }
 
 TEST_F(Zip, WritesZlibsOwnBytes) {
@@ -92,29 +81,22 @@ TEST_F(Zip, WritesZlibsOwnBytes) {
         EXPECT_EQ(zipped(text_of(n), 100000000), zlib_alone(text_of(n))) << n;
 }
 
-TEST_F(Zip, FlushesOnlyFromTheThreshold) {
-    const std::string marker("\0\0\xff\xff", 4); // what a full flush leaves
-    EXPECT_EQ(zipped(text_of(1024), 100).find(marker), std::string::npos);
-    EXPECT_NE(zipped(text_of(1025), 100).find(marker), std::string::npos);
-}
-
 TEST_F(Zip, TakesNulTerminatedTextAndIgnoresWhatWasNotStarted) {
-    EXPECT_EQ((*z)->zip(z, "text", 4), 0);
-    EXPECT_EQ((*z)->unzip(z, "text", 4), 0);
+    EXPECT_EQ((*z)->zip(z, "text", 4) + (*z)->unzip(z, "text", 4), 0);
     (*z)->zip_end(z);
     EXPECT_EQ((*z)->zip_start(z, nullptr), Z_STREAM_ERROR);
     (*z)->zip_start(z, out);
     (*z)->zip(z, "hello", -1);
     (*z)->zip_end(z);
     EXPECT_EQ((*z)->zip(z, "more", -1), 0) << "ended";
-    EXPECT_EQ(unzipped(output(), 3), "hello");
+    EXPECT_EQ(unzipped({(*out)->c_str(out), static_cast<std::size_t>((*out)->length(out))}, 3), "hello");
 }
 
 TEST_F(Zip, DamagedStreamsEndTheFeedAndKeepWhatCameOut) {
     const std::string text = text_of(20000);
     std::string packed = zipped(text, 100000000);
-    packed[packed.size() / 2] = static_cast<char>(packed[packed.size() / 2] ^ 0x55);
-    packed[packed.size() / 2 + 1] = static_cast<char>(packed[packed.size() / 2 + 1] ^ 0xff);
+    for (char *damaged : {&packed[packed.size() / 2], &packed[packed.size() / 2 + 1]})
+        *damaged = static_cast<char>(*damaged ^ 0x55);
     const std::string kept = unzipped(packed, 100000000);
     EXPECT_GT(kept.size(), text.size() / 4);
     EXPECT_EQ(kept.substr(0, text.size() / 4), text.substr(0, text.size() / 4));
@@ -131,10 +113,9 @@ TEST_F(Zip, DeletingOrResettingOpenStreamsLeaksNothing) {
     (*z)->zip(z, "open", -1);
     (*z)->zip_start(z, out); // again
     (*z)->unzip_start(z, out);
-    auto idle = static_cast<Tq4_zip>(Tq4_object_Dup(z));
-    EXPECT_EQ((*idle)->zip(idle, "x", 1), 0) << "a duplicate is idle";
-    EXPECT_EQ(Tq4_object_Equal(z, idle), 0);
-    Tq4_zip_oitf->Delete(idle);
+    const Tq4_own<Tq4_zip> idle(static_cast<Tq4_zip>(Tq4_object_Dup(z)));
+    EXPECT_EQ((*idle)->zip(idle.get(), "x", 1), 0) << "a duplicate is idle";
+    EXPECT_EQ(Tq4_object_Equal(z, idle.get()), 0);
     Tq4_zip_oitf->Reset(z);
     EXPECT_EQ((*z)->zip(z, "x", 1), 0);
     (*z)->zip_start(z, out); // left open for the fixture's Delete

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <functional>
 #include <random>
+#include <tuple>
 
 #include "string_fixture.hpp"
 
@@ -77,9 +78,7 @@ struct StringEdit : StringFixture {};
 
 TEST_F(StringEdit, TextsMayBeNullAndLengthsAllOnes) {
     set("old");
-    (*s)->Strcat(s, nullptr);
-    (*s)->insert_str(s, 0, nullptr, 5);
-    (*s)->host2net(s, nullptr, 5);
+    (*s)->host2net((*s)->insert_str((*s)->Strcat(s, nullptr), 0, nullptr, 5), nullptr, 5);
     EXPECT_EQ((*s)->Sprintf_append(s, nullptr), 0);
     (*s)->Memcat(s, "er\0x", TQ4_ALL_ONES);
     (*s)->insert_str(s, 0, "c\0x", TQ4_ALL_ONES);
@@ -89,25 +88,17 @@ TEST_F(StringEdit, TextsMayBeNullAndLengthsAllOnes) {
 }
 
 TEST_F(StringEdit, AFormatMayLieInTheStringAndTheResultCountsThisCallOnly) {
-    set("%s%5000d");
-    EXPECT_EQ((*s)->Sprintf_append(s, (*s)->c_str(s), "x", 7), 5001);
+    EXPECT_EQ((*s)->Sprintf_append(s, (*s)->c_str((*s)->Strcpy(s, "%s%5000d")), "x", 7), 5001);
     EXPECT_EQ(text(), "%s%5000dx" + std::string(4999, ' ') + "7");
 }
 
 TEST_F(StringEdit, AlignsByMode) {
-    struct {
-        const char *text;
-        char mode;
-        unsigned long width;
-        const char *result;
-    } const cases[] = {{"abc", 'L', 7, "abc****"}, {"abc", 'R', 7, "****abc"}, {"abc", 'M', 7, "**abc**"},
-                       {"abc", 'M', 6, "*abc**"},  {"abcd", 'L', 3, "abc"},    {"abcd", 'R', 3, "bcd"},
-                       {"abcd", 'M', 3, "abc"},    {"abc", 'l', 7, "abc"},     {"abc", 'x', 1, "abc"}};
-    for (auto &c : cases) {
-        set(c.text);
-        (*s)->Align(s, c.mode, '*', c.width);
-        EXPECT_EQ(text(), c.result) << c.mode << c.width;
-    }
+    const std::tuple<const char *, char, unsigned long, const char *> cases[] = {
+        {"abc", 'L', 7, "abc****"}, {"abc", 'R', 7, "****abc"}, {"abc", 'M', 7, "**abc**"},
+        {"abc", 'M', 6, "*abc**"},  {"abcd", 'L', 3, "abc"},    {"abcd", 'R', 3, "bcd"},
+        {"abcd", 'M', 3, "abc"},    {"abc", 'l', 7, "abc"},     {"abc", 'x', 1, "abc"}};
+    for (auto &[text, mode, width, result] : cases)
+        EXPECT_STREQ((*s)->c_str((*s)->Align((*s)->Strcpy(s, text), mode, '*', width)), result) << mode;
 }
 
 const char *twenty = "twenty bytes of text";
@@ -116,8 +107,7 @@ void (*const growing[])(Tq4_string s, unsigned long n) = {
     [](Tq4_string s, unsigned long n) { (*s)->insert_char(s, 1, 'x', n); },
     [](Tq4_string s, unsigned long n) { (*s)->Align(s, 'M', 'x', n); },
     [](Tq4_string s, unsigned long n) { (*s)->insert_str(s, 1, twenty, n); },
-    [](Tq4_string s, unsigned long n) { (*s)->Memcat(s, (*s)->c_str(s), n); },
-    [](Tq4_string s, unsigned long n) { (*s)->Memcpy(s, twenty, n); },
+    [](Tq4_string s, unsigned long n) { (*s)->Memcat(s, (*s)->c_str(s), n), (*s)->Memcpy(s, twenty, n); },
     [](Tq4_string s, unsigned long n) { (*s)->Base64Encode(s, twenty, n); },
     [](Tq4_string s, unsigned long n) { (*s)->enc(s, twenty, n, "key"); },
     [](Tq4_string s, unsigned long n) { (*s)->utf8_2_gb18030(s, twenty, n); }};

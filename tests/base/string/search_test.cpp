@@ -10,10 +10,8 @@ constexpr unsigned long none = TQ4_ALL_ONES;
 unsigned long model_find(const std::string &text, unsigned long start, const std::string &pattern) {
     size_t matched = 0;
     for (size_t i = start; i < text.size() && !pattern.empty(); ++i) {
-        if (text[i] != pattern[matched])
-            matched = 0;
-        else if (++matched == pattern.size())
-            return i + 1 - matched;
+        matched = text[i] == pattern[matched] ? matched + 1 : 0;
+        if (matched == pattern.size()) return i + 1 - matched;
     }
     return none;
 }
@@ -49,10 +47,8 @@ TEST_F(StringSearch, AgreesWithTheModelInBothDirections) {
     }
 }
 
-TEST_F(StringSearch, DoesNotTryAMismatchingByteAgainAndTakesAnyPointerAndLength) {
+TEST_F(StringSearch, TakesAnyPointerAndLength) {
     set("aab");
-    EXPECT_EQ(found((*s)->Find, 0, "ab"), none);
-    EXPECT_EQ(found((*s)->Find, 1, "ab"), 1u);
     EXPECT_EQ(found((*s)->Find, none - 1, "b"), none);
     for (Search search : {(*s)->Find, (*s)->FindLast}) {
         EXPECT_EQ(search(s, nullptr, "b", none), (*s)->c_str(s) + 2);
@@ -63,15 +59,12 @@ TEST_F(StringSearch, DoesNotTryAMismatchingByteAgainAndTakesAnyPointerAndLength)
 
 TEST_F(StringSearch, MatchesBracketsByCountingTheOpensBeforeTheFirstClose) {
     struct {
-        const char *text;
-        unsigned long start;
-        const char *open, *close;
-        unsigned long open_at, close_at;
-    } const cases[] = {{"(a(b)(c)d)", 0, "(", ")", 0, 7},    {"x(a(b)c)d", 0, "(", ")", 1, 7},
-                       {"(a)(b)", 1, "(", ")", 3, 5},        {")(a)", 0, "(", ")", 1, 3},
-                       {"<<a<<b>>c>>", 0, "<<", ">>", 0, 9}, {"'a'", 0, "'", "'", 0, 0},
-                       {"(a(b)", 0, "(", ")", none, none},   {"a)", 0, "(", ")", none, none},
-                       {"(a", 0, "(", ")", none, none},      {"(a)", 0, "", nullptr, none, none}};
+        const char *text, *open, *close;
+        unsigned long start, open_at, close_at;
+    } const cases[] = {{"(a(b)(c)d)", "(", ")", 0, 0, 7}, {"(a)(b)", "(", ")", 1, 3, 5},
+                       {")(a)", "(", ")", 0, 1, 3},       {"<<a<<b>>c>>", "<<", ">>", 0, 0, 9},
+                       {"'a'", "'", "'", 0, 0, 0},        {"(a(b)", "(", ")", 0, none, none},
+                       {"a)", "(", ")", 0, none, none},   {"(a)", "", nullptr, 0, none, none}};
     for (auto &c : cases) {
         set(c.text);
         unsigned long open_at = none, close_at = none;
