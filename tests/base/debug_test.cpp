@@ -107,7 +107,7 @@ TEST_F(Debug, PartialWritesGoOnAndFailingOnesEndTheOutput) {
     const std::string text(1000000, 'x');
     std::string received;
     Standard_output output;
-    Waiting_call print([&] { return debug.Printf(0, "%s", text.c_str()), 0; });
+    Parallel print([&] { return debug.Printf(0, "%s", text.c_str()), 0; });
     print.interrupt();
     while (received.size() < text.size()) received += output.read_some();
     EXPECT_EQ(received, text);

@@ -130,7 +130,7 @@ TEST_F(Stream, APromptIsSeenBeforeItsAnswerIsAwaited) {
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     attach(ends[0]), descriptors.push_back(ends[1]);
     write("name? ");
-    Waiting_call reader([&] { return line() == "zhang"; });
+    Parallel reader([&] { return line() == "zhang"; });
     char prompt[7] = "";
     EXPECT_EQ(recv(ends[1], prompt, 6, MSG_WAITALL), 6);
     EXPECT_STREQ(prompt, "name? ");
@@ -143,7 +143,7 @@ TEST_F(Stream, ADescriptorThatDoesNotBlockIsWaitedFor) {
     ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
     const std::string block(1 << 20, 'x'); // more than a pipe holds
     attach(ends[1]);
-    Waiting_call writer([&] { return write(block) == static_cast<long>(block.size()) && flush(); });
+    Parallel writer([&] { return write(block) == static_cast<long>(block.size()) && flush(); });
     writer.await_sleep();
     auto reader = Tq4_make<Tq4_stream>(Tq4_stream_oitf);
     (*reader)->Attach(reader.get(), ends[0]);

@@ -72,7 +72,7 @@ TEST(System, ClocksAgree) {
 TEST(System, SleepLastsThroughSignals) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(sys.Sleep(-1), 0);
-    Waiting_call sleeper([] { return sys.Sleep(50); });
+    Parallel sleeper([] { return sys.Sleep(50); });
     sleeper.interrupt();
     EXPECT_EQ(sleeper.result(), 0);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));

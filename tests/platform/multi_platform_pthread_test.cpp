@@ -34,7 +34,7 @@ TEST(PlatformSemaphore, WaitsThroughSignals) {
     ASSERT_EQ(MP_THREAD_Semaphore_init(&semaphore, 0, 0, nullptr), 1);
     EXPECT_EQ(MP_THREAD_Semaphore_post(&semaphore, -1), 0);
     for (unsigned long ms : {600000ul, huge, TQ4_ALL_ONES}) {
-        Waiting_call waiter([&] { return MP_THREAD_Semaphore_wait(&semaphore, ms); });
+        Parallel waiter([&] { return MP_THREAD_Semaphore_wait(&semaphore, ms); });
         waiter.interrupt();
         EXPECT_FALSE(waiter.done()) << ms;
         EXPECT_EQ(MP_THREAD_Semaphore_post(&semaphore, 1), 1);

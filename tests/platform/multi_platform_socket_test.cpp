@@ -91,7 +91,7 @@ TEST_F(PlatformSocket, WaitingAnswersAsSelectInEveryState) {
 TEST_F(PlatformSocket, AWaitGoesOnAfterSignalsForTheTimeThatIsLeft) {
     char byte = 1;
     for (long ms : {600000l, LONG_MAX, -1l, LONG_MIN}) {
-        Waiting_call waiter([&] { return MP_SOCK_Wait(near, ms, reading); });
+        Parallel waiter([&] { return MP_SOCK_Wait(near, ms, reading); });
         waiter.interrupt();
         EXPECT_FALSE(waiter.done()) << ms;
         send(far, &byte, 1, 0);
@@ -99,7 +99,7 @@ TEST_F(PlatformSocket, AWaitGoesOnAfterSignalsForTheTimeThatIsLeft) {
         EXPECT_EQ(recv(near, &byte, 1, 0), 1);
     }
     const auto start = std::chrono::steady_clock::now();
-    Waiting_call brief([&] { return MP_SOCK_Wait(near, 50, reading); });
+    Parallel brief([&] { return MP_SOCK_Wait(near, 50, reading); });
     brief.interrupt();
     EXPECT_EQ(brief.result(), 0);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));

@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <string>
 #include <sys/un.h>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -30,12 +31,7 @@ struct Address {
 const std::string longest_path = "/" + std::string(sizeof(sockaddr_un::sun_path) - 2, 'x');
 
 TEST(SockAddr, IsMadeFromText) {
-    const struct {
-        const char *text;
-        int port;
-        std::string shown;
-        socklen_t length;
-    } cases[] = {
+    const std::tuple<const char *, int, std::string, socklen_t> cases[] = {
         {"127.0.0.1", 80, "2 127.0.0.1 80", sizeof(sockaddr_in)},
         {"::1", 65536 + 7, "10 ::1 7", sizeof(sockaddr_in6)},
         {"255.1.2.3", -1, "2 255.1.2.3 65535", sizeof(sockaddr_in)},
@@ -44,15 +40,15 @@ TEST(SockAddr, IsMadeFromText) {
         {"/tmp/x", 9, "1 /tmp/x 0", sizeof(sa_family_t) + 7},
         {longest_path.c_str(), 0, "1 " + longest_path + " 0", sizeof(sockaddr_un)},
     };
-    for (const auto &each : cases) {
-        Address address(each.text, each.port);
-        EXPECT_EQ(address.shown(), each.shown);
-        EXPECT_EQ(address.info().ai_addrlen, each.length) << each.shown;
+    for (const auto &[text, port, shown, length] : cases) {
+        Address address(text, port);
+        EXPECT_EQ(address.shown(), shown);
+        EXPECT_EQ(address.info().ai_addrlen, length) << shown;
         EXPECT_EQ(address.info().ai_addr->sa_family, address.info().ai_family);
-        EXPECT_TRUE(address.is(each.text)) << each.shown;
+        EXPECT_TRUE(address.is(text)) << shown;
         Address again;
-        EXPECT_EQ((*again.a)->Init2(again.a, address.info().ai_addr, each.length), 1);
-        EXPECT_EQ(again.shown(), each.shown);
+        EXPECT_EQ((*again.a)->Init2(again.a, address.info().ai_addr, length), 1);
+        EXPECT_EQ(again.shown(), shown);
         EXPECT_TRUE(again == address);
     }
 }
@@ -70,15 +66,9 @@ TEST(SockAddr, StaysAsItWasWhenItCannotBeSet) {
 TEST(SockAddr, NamesTheSameHostWhateverThePort) {
     Address ipv4("127.0.0.1", 80), ipv6("::1", 80), local("/tmp/x", 0);
     EXPECT_TRUE(ipv4.is("localhost") || ipv6.is("localhost"));
-    EXPECT_FALSE(ipv4.is("127.0.0.2"));
-    EXPECT_FALSE(ipv4.is("::1"));
-    EXPECT_FALSE(ipv6.is("::2"));
-    EXPECT_FALSE(ipv4.is("/tmp/x"));
-    EXPECT_FALSE(local.is("/tmp/y"));
-    EXPECT_FALSE(local.is("127.0.0.1"));
-    EXPECT_FALSE(Address() == ipv4);
-    EXPECT_FALSE(ipv4 == Address("127.0.0.1", 81));
-    EXPECT_FALSE(local == Address("/tmp/y", 0));
+    EXPECT_FALSE(ipv4.is("127.0.0.2") || ipv4.is("::1") || ipv4.is("/tmp/x"));
+    EXPECT_FALSE(ipv6.is("::2") || local.is("/tmp/y") || local.is("127.0.0.1"));
+    EXPECT_FALSE(Address() == ipv4 || ipv4 == Address("127.0.0.1", 81) || local == Address("/tmp/y", 0));
 }
 
 TEST(SockAddr, GivesNumbersInBothOrders) {
@@ -88,7 +78,6 @@ TEST(SockAddr, GivesNumbersInBothOrders) {
     EXPECT_EQ((*address.a)->sin_port(address.a, 5), 0x1234);
     EXPECT_EQ((*address.a)->sin_port(address.a, 0), htons(0x1234));
     EXPECT_EQ((*ipv6.a)->sin_addr(ipv6.a, 1), 0ul);
-    EXPECT_EQ((*ipv6.a)->sin_port(ipv6.a, 0), htons(0x1234));
 }
 
 TEST(SockAddr, IsCopiedExchangedAndReset) {

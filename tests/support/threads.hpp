@@ -1,20 +1,41 @@
-// threads.hpp: a call that waits on a thread of its own, and signals that interrupt it.
+// threads.hpp: work beside the test, when it is asleep in the system, and signals that interrupt it.
 #pragma once
 
+#include <atomic>
 #include <csignal>
-#include <functional>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <unistd.h>
+#include <utility>
 
-#include "thread/parallel.hpp"
+// The state letter that the kernel gives a thread of this process: 'S' is asleep, waiting for something.
+inline char thread_state(pid_t thread) {
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string line;
+    std::getline(file, line);
+    const std::size_t name_end = line.rfind(')');
+    return name_end == std::string::npos ? 'X' : line[name_end + 2];
+}
 
-class Waiting_call {
+inline void await_asleep(const std::atomic<pid_t> &thread) {
+    while (thread == 0 || thread_state(thread) != 'S') std::this_thread::yield();
+}
+
+// Runs something beside the test; joined when it goes.
+class Parallel {
 public:
-    explicit Waiting_call(std::function<int()> call)
-        : m_thread([this, call = std::move(call)] {
+    template <class Work> explicit Parallel(Work work)
+        : m_thread([this, work = std::move(work)] {
               m_kernel_id = gettid();
-              m_result = call();
+              if constexpr (std::is_void_v<decltype(work())>)
+                  work();
+              else
+                  m_result = work();
               m_done = true;
           }) {}
-    ~Waiting_call() {
+    ~Parallel() {
         if (m_thread.joinable()) m_thread.join();
     }
 

@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "own.hpp"
-#include "parallel.hpp"
+#include "support/threads.hpp"
 #include "thread/cancel.hpp"
 #include "tq4/debug.h"
 #include "tq4/event.h"
@@ -32,7 +32,7 @@ namespace {
 struct Victim {
     std::function<unsigned long(Victim &)> work;
     std::atomic<pid_t> id = 0;
-    std::atomic<bool> returned = false;
+    std::atomic<bool> returned = false, removed = false;
     Tq4_own<Tq4_event> e = Tq4_make<Tq4_event>(Tq4_event_oitf);
     Tq4_thread t = static_cast<Tq4_thread>(Tq4_thread_oitf->Create("victim"));
 
@@ -47,6 +47,9 @@ struct Victim {
         };
         (*t)->Init(t, run, this);
     }
+    ~Victim() {
+        if (!removed) remove();
+    }
     void start() {
         (*t)->Resume(t);
         while (id == 0) std::this_thread::yield();
@@ -56,7 +59,10 @@ struct Victim {
     void set() { (*e)->Set(e.get()); }
     void stop(unsigned long ms) { (*t)->WaitFor(t, ms); }
     void kill(unsigned long code) { (*t)->Kill(t, code); }
-    void remove() { Tq4_thread_oitf->Delete(t); }
+    void remove() {
+        removed = true;
+        Tq4_thread_oitf->Delete(t);
+    }
     // Waits until the kernel knows no such thread, and tells whether the function had returned.
     bool await_end() const {
         while (thread_state(id) != 'X') std::this_thread::yield();
@@ -80,10 +86,12 @@ unsigned long deaf(Victim &) {
     for (;;) asm volatile("" ::: "memory");
 }
 
+// Starts a thread that does the work, and tests it there.
 void in_a_child(unsigned long (*work)(Victim &), void (*test)(Victim &)) {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // the child is started anew
     auto live_and_exit = [&] {
         auto victim = std::make_unique<Victim>(work); // on the heap: a dead pointer on the stack would hide a leak
+        victim->start();
         test(*victim);
         victim.reset();
         std::exit(0);
@@ -93,25 +101,18 @@ void in_a_child(unsigned long (*work)(Victim &), void (*test)(Victim &)) {
 
 TEST(ThreadDeathTest, AFunctionThatDoesNotListenIsKilled) {
     in_a_child(deaf, [](Victim &v) {
-        v.start();
         v.stop(20);
         MUST(v.exit_code_is(0));
         v.await_end();
-        v.remove();
     });
     in_a_child(deaf, [](Victim &v) {
-        v.start();
         v.remove();
         v.await_end();
     });
-}
-
-TEST(ThreadDeathTest, AKillIsAtOnceAndTheFirstCodeCounts) {
     in_a_child(deaf, [](Victim &v) {
-        v.start();
         v.kill(0x100000007);
         v.kill(8);
-        MUST(v.exit_code_is(7));
+        MUST(v.exit_code_is(7)); // at once, and the first code counts
         MUST(!v.running());
         v.remove();
         v.await_end();
@@ -121,13 +122,11 @@ TEST(ThreadDeathTest, AKillIsAtOnceAndTheFirstCodeCounts) {
 TEST(ThreadDeathTest, AKilledWaiterLeavesTheEventUsable) {
     in_a_child([](Victim &v) { return v.wait() + 0ul; },
                [](Victim &v) {
-                   v.start();
                    await_asleep(v.id);
                    v.kill(1);
                    v.await_end();
                    v.set();
                    MUST(v.wait() == 1);
-                   v.remove();
                });
 }
 
@@ -145,10 +144,8 @@ void expect_obeys_after_the_hold(void (*ask)(Victim &)) {
             return 0;
         },
         [](Victim &v) {
-            v.start();
             MUST(v.wait() == 1);
             MUST(!v.await_end());
-            v.remove();
         });
 }
 
@@ -162,17 +159,13 @@ TEST(ThreadDeathTest, AKillWaitsWhileItIsHeldOff) {
 TEST(ThreadDeathTest, AThreadMayEndItselfInItsFunction) {
     in_a_child([](Victim &v) { return v.kill(6), 0ul; },
                [](Victim &v) {
-                   v.start();
                    MUST(!v.await_end());
                    MUST(v.exit_code_is(6));
-                   v.remove();
                });
     in_a_child([](Victim &) -> unsigned long { pthread_exit(nullptr); },
                [](Victim &v) {
-                   v.start();
                    v.stop(TQ4_ALL_ONES);
                    MUST(v.exit_code_is(0));
-                   v.remove();
                });
 }
 
@@ -185,10 +178,7 @@ TEST(ThreadDeathTest, AThreadThatDeletesItselfStaysUsableUntilItsFunctionReturns
             MUST(std::string((*v.t)->Name(v.t)) == "victim");
             return 0ul;
         },
-        [](Victim &v) {
-            v.start();
-            MUST(v.await_end());
-        });
+        [](Victim &v) { MUST(v.await_end()); });
 }
 
 // Neither the quit nor the kill reaches it: Delete goes away, and the record goes with the thread.
@@ -202,7 +192,6 @@ TEST(ThreadDeathTest, DeleteLeavesTheRecordToAThreadThatEvenAKillDoesNotEnd) {
             return 0ul;
         },
         [](Victim &v) {
-            v.start();
             v.kill(1);
             v.remove();
             v.set();
@@ -219,11 +208,9 @@ TEST(ThreadDeathTest, AQuitSignalEndsTheThreadItArrivesOn) {
             for (;;) pause();
         },
         [](Victim &v) {
-            v.start();
             pthread_kill((*v.t)->GetHandle(v.t), SIGQUIT);
             v.await_end();
             v.stop(TQ4_ALL_ONES);
-            v.remove();
         });
 }
 
