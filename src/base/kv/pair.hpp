@@ -1,9 +1,9 @@
 // pair.hpp: one entry of a value table.
 //
 // Two cache lines, the first of which has all that a look-up by key reads: the key, and then the entry's places in the
-// index and in the list, and its value. The objects that handles of
-// key and value lead to are made when somebody first asks for a handle; entries that are only decoded, looked into by
-// key and encoded have none. Where a host makes keys or values, the entry has handles of the host's from the start.
+// index and in the list, and its value. The objects that handles of key and value lead to are made when somebody first
+// asks for a handle; entries that are only decoded, looked into by key and encoded have none. Where a host makes keys
+// or values, the entry has handles of the host's from the start.
 //
 // The index reads the entry's own key as long as that is what was registered; before the key changes through its
 // handle, the index gets a copy of its own.
