@@ -4,8 +4,8 @@
 // same tree, the writer knows at each line which section a reader has open there, and looks after four things: a
 // repeated line of a key, kept as a comment, that a reader would take for a setting where it stands now, is written
 // behind slashes; a section of the root whose name holds ']' is written with tags; a line that would pass the limit
-// with the usual blanks is written without them; and a name at the limit is cut in its closing tag, where it does not
-// matter.
+// with the usual blanks is written without them; and a name at the limit or one with '>' is cut in its closing tag,
+// where it does not matter.
 #include "file/ini/writer.hpp"
 
 #include <algorithm>
@@ -90,7 +90,8 @@ void Writer::Close(const Tq4_config_section &section) {
 }
 
 void Writer::ClosingTag(const Tq4_config_section &section) {
-    Line({"</", section.m_name.view().substr(0, Tq4_config_line_limit - 3), ">"});
+    const std::string_view name = section.m_name.view();
+    Line({"</", name.substr(0, std::min(name.find('>'), Tq4_config_line_limit - 3)), ">"});
     m_reader_at = section.m_parent;
 }
 
