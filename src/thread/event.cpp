@@ -40,18 +40,25 @@ struct Tq4_event_obj : Tq4_identity {
     void *GetHandle() { return &m_cond; }
 
 private:
+    bool StaysSet();
     void AwaitFlag(unsigned long milliseconds);
     void AwaitFlagUntilTimeout(unsigned long milliseconds);
     void Wake() { m_isManuSet ? MP_THREAD_event_signal_all(&m_cond) : MP_THREAD_event_signal(&m_cond); }
     static void KilledInWait(void *event);
 };
 
-// Somebody who sets an event that is set has come before the next waiter, who finds what it was set for.
+// Somebody who sets an event that is set has come before whoever clears it next. Both change the flag in one step, so
+// who clears it also sees all that the setter did before, which a look at the flag would not promise.
+bool Tq4_event_obj::StaysSet() {
+    bool set = true;
+    return m_isSet.load(std::memory_order_relaxed) && m_isSet.compare_exchange_strong(set, true);
+}
+
 void Tq4_event_obj::Set() {
-    if (m_isSet) return;
+    if (StaysSet()) return;
     Tq4_cancel_deferred deferred;
     MP_THREAD_mutex_lock(&m_mutex);
-    m_isSet = true;
+    m_isSet.exchange(true);
     Wake();
     MP_THREAD_mutex_unlock(&m_mutex);
 }
@@ -59,7 +66,7 @@ void Tq4_event_obj::Set() {
 void Tq4_event_obj::Clear() {
     Tq4_cancel_deferred deferred;
     MP_THREAD_mutex_lock(&m_mutex);
-    m_isSet = false;
+    m_isSet.exchange(false);
     MP_THREAD_event_reset(&m_cond);
     MP_THREAD_mutex_unlock(&m_mutex);
 }
@@ -68,8 +75,7 @@ int Tq4_event_obj::Wait(unsigned long milliseconds) {
     Tq4_cancel_deferred deferred;
     MP_THREAD_mutex_lock(&m_mutex);
     if (!m_isSet && milliseconds != 0) AwaitFlag(milliseconds);
-    const bool was_set = m_isSet;
-    if (was_set && !m_isManuSet) m_isSet = false;
+    const bool was_set = m_isManuSet ? m_isSet.load() : m_isSet.exchange(false);
     MP_THREAD_mutex_unlock(&m_mutex);
     return was_set;
 }

@@ -95,6 +95,28 @@ TEST_F(Event, LosesNoSetThatComesWithTheTimeout) {
     }
 }
 
+// What is handed over without a lock, by a Set that mostly finds the event set, is there for whoever clears it.
+TEST_F(Event, LosesNothingMadeKnownBeforeASetThatFindsItSet) {
+    for (int manual : {1, 0}) {
+        make(manual);
+        constexpr int rounds = 50000;
+        std::atomic<int> made = 0, taken = 0;
+        Parallel taker([&] {
+            while (taken < rounds) {
+                const bool woken = wait(5000);
+                if (manual) (*e)->Reset(e.get());
+                taken = woken ? made.load(std::memory_order_acquire) : 2 * rounds;
+            }
+        });
+        for (int i = 1; i <= rounds; ++i) {
+            made.store(i, std::memory_order_release);
+            set();
+            while (i % 8 == 0 && taken < i) std::this_thread::yield();
+        }
+        EXPECT_EQ(taken, rounds) << "manual " << manual;
+    }
+}
+
 // The setter must be done with the event when its waiter is let through: the sanitizers see it if not.
 TEST_F(Event, MayBeDeletedByTheWaiterItLetThrough) {
     for (int i = 0; i < 500; ++i) {
