@@ -283,7 +283,7 @@ TEST_F(Config, NoTextWrittenIsLost) {
 
 // Files whose parts would mean something else where they are written, if they were written as they are.
 TEST_F(Config, OddFilesKeepTheirMeaning) {
-    const std::string k2046(2046, 'k');
+    const std::string k2046(2046, 'k'), x2041(2041, 'x');
     const std::pair<std::string, std::string> cases[] = {
         {"<x>\nk=1\nk=2\n</x>\nj=5\n", "// k=2\nj = 5\n\n[x]\nk = 1\n"},
         {"[b]\nk=1\nk=2\n[a]\n[b]\n", "[b]\nk = 1\n\n[b]\n\n// k=2\n[a]\n"},
@@ -291,6 +291,7 @@ TEST_F(Config, OddFilesKeepTheirMeaning) {
         {"[x]\nk=1\n<a]b> s\nk=2\n</>\n</>\n<c]d>\nk=3\n[y]\n",
          "[x]\nk = 1\n<a]b> s\nk = 2\n</a]b>\n</x>\n\n<c]d>\nk = 3\n</c]d>\n\n[y]\n"},
         {"k=" + k2046 + "\n", "k=" + k2046 + "\n"},
+        {"k=" + x2041 + "/ //c\n", "k=" + x2041 + "/ //c\n"},
         {"[" + k2046 + "]\n<" + k2046 + ">\n", "[" + k2046 + "]\n<" + k2046 + ">\n</" + k2046.substr(1) + ">\n"},
         {"\n\xEF\xBB\xBFk=1\n", "\n\xEF\xBB\xBFk = 1\n"},
         {"/*/ k=1\n*/ j=2 /*\n", "/*/ k=1\n*/\nj = 2 /*\n"},
@@ -382,6 +383,8 @@ TEST_F(Config, AFileInADirectoryOfOthersIsWrittenInPlace) {
     const uid_t user = geteuid();
     read("k=1\n");
     set("k", "2");
+    const std::string longest = directory / std::string(255, 'n'); // nothing beside it could have its name
+    for (int times = 0; times < 2; ++times) EXPECT_EQ((*s)->Dump(s, longest.c_str()), 1);
     chmod(file.c_str(), 0666);
     chmod(directory.path().c_str(), 0555);
     EXPECT_EQ(seteuid(user ? user : 65534), 0); // nothing is refused to root

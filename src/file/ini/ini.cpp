@@ -123,8 +123,10 @@ std::unique_ptr<Tq4_config_tree> read_tree(const char *file, int descriptor) {
 }
 
 // Whether replacing a file failed for what its directory allows, and not for want of room: the directory may belong to
-// somebody else, or the file be mounted there alone.
-bool is_refusal(int error) { return error == EACCES || error == EPERM || error == EROFS || error == EBUSY; }
+// somebody else, the file be mounted there alone, or its name be too long for another one beside it.
+bool is_refusal(int error) {
+    return error == EACCES || error == EPERM || error == EROFS || error == EBUSY || error == ENAMETOOLONG;
+}
 
 // A new file, or one that is not to be replaced.
 bool write_in_place(const char *file, const std::string &text) {

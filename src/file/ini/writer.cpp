@@ -4,8 +4,8 @@
 // same tree, the writer knows at each line which section a reader has open there, and looks after four things: a
 // repeated line of a key, kept as a comment, that a reader would take for a setting where it stands now, is written
 // behind slashes; a section of the root whose name holds ']' is written with tags; a line that would pass the limit
-// with the usual blanks is written without them; and a name at the limit or one with '>' is cut in its closing tag,
-// where it does not matter.
+// with the usual blanks is written without them, but for one that keeps a value's last slash from those of a comment;
+// and a name at the limit or one with '>' is cut in its closing tag, where it does not matter.
 #include "file/ini/writer.hpp"
 
 #include <algorithm>
@@ -109,7 +109,10 @@ void Writer::Item(const Tq4_config_item &item) {
     const std::string_view quote = item.m_quoted ? "\"" : "", key = item.m_key.view(), value = item.m_value.view();
     const std::size_t bare = key.size() + 1 + value.size() + 2 * quote.size() + suffix.size();
     const bool roomy = bare + 2 + (suffix.empty() ? 0 : 2) <= Tq4_config_line_limit;
-    Line({key, roomy ? " = " : "=", quote, value, quote, roomy && !suffix.empty() ? " \t" : "", suffix});
+    const bool joined = !item.m_quoted && value.ends_with('/'); // the value's last slash with those of the suffix
+    std::string_view gap;
+    if (!suffix.empty()) gap = roomy ? " \t" : joined ? " " : "";
+    Line({key, roomy ? " = " : "=", quote, value, quote, gap, suffix});
 }
 
 // Comment lines in front of what was made as the item of that number.
