@@ -103,6 +103,7 @@ private:
 
     // console.cpp: what is typed.
     Tq4_app_farewell Converse(int connection);
+    void Flush() const;
     Tq4_app_line ReadLine(std::string *line, bool edit);
     Tq4_app_line ReadPlain(std::string *line);
     Tq4_app_line ReadEdited(std::string *line);

@@ -62,9 +62,14 @@ bool Tq4_app_obj::LoadReadline() {
     return readline != nullptr;
 }
 
-Tq4_app_line Tq4_app_obj::ReadLine(std::string *line, bool edit) {
+// Shows what the C library holds.
+void Tq4_app_obj::Flush() const {
     if (!MP_FlushStandardOutput() && m_run_type == Tq4_app_run_type_daemon)
         MP_SOCK_Shutdown(standard_output, MP_Direction_both); // the shell does not read
+}
+
+Tq4_app_line Tq4_app_obj::ReadLine(std::string *line, bool edit) {
+    Flush();
     line->clear();
     Await(-1, 0); // a signal counts for more than the lines that are there already
     const Tq4_app_line found = m_ending ? Tq4_app_line::End : edit ? ReadEdited(line) : ReadPlain(line);
@@ -74,6 +79,7 @@ Tq4_app_line Tq4_app_obj::ReadLine(std::string *line, bool edit) {
 
 Tq4_app_line Tq4_app_obj::ReadPlain(std::string *line) {
     Tq4_debug_api->Printf(0, prompt, m_name);
+    Flush(); // the program may have given Printf a sink that prints by the C library
     const Tq4_stream s = m_stream.get();
     for (bool too_long = false;;) {
         if ((*s)->Buffered(s) == 0 && !Await(standard_input, -1)) return Tq4_app_line::End;

@@ -202,6 +202,7 @@ void Tq4_app_obj::ServeShells() {
 Tq4_app_farewell Tq4_app_obj::ServeShell(int connection) {
     MP_SOCK_SendTimeout(connection, Send_timeout);
     MP_AttachStandardDescriptors(connection);
+    if (m_charset) SetCharset(0); // the last one may have asked for another
     print("欢迎使用%s服务，请输入命令来控制服务器，输入help(h)获得命令帮助\n", m_name);
     const auto said = Converse(-1);
     MP_FlushStandardOutput(); // for this shell, and not for the next

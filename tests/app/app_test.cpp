@@ -169,7 +169,7 @@ TEST_F(Console, SignalsEndItInOrderAndASupervisorIsTold) {
     for (const auto &[console, notified, typed, ending] : cases) {
         const Supervisor supervisor(notified);
         fs::remove(trace);
-        Process p = run({}, console, {"NOTIFY_SOCKET=" + notified});
+        Process p = run({"--stdio"}, console, {"NOTIFY_SOCKET=" + notified});
         EXPECT_EQ(supervisor.told(), "READY=1");
         if (typed.empty())
             p.end_input();
@@ -180,7 +180,7 @@ TEST_F(Console, SignalsEndItInOrderAndASupervisorIsTold) {
         kill(p.pid(), ending);
         EXPECT_EQ(supervisor.told(), "STOPPING=1");
         EXPECT_EQ(p.wait(), 1);
-        EXPECT_EQ(content(trace), "start 1\nstop\ndelete second\ndelete first\n");
+        EXPECT_EQ(content(trace), "start 2\nstop\ndelete second\ndelete first\n");
     }
 }
 
@@ -279,6 +279,7 @@ TEST_F(Console, ShellsThatMisbehaveDoNotDisturbTheNext) {
         {"is half typed and complete together", "e one\npid", "one\n"},
         {"sends binary data", noise + "\n", unknown},
         {"never ends its line", std::string(200000, 'x'), welcome},
+        {"chooses another charset", "gb\ne one\n", "one\n"},
         {"lets the service fork", "worker\n", "worked\n"},
         {"leaves while it is told much", "flood 1000\n", "xxx"},
     };

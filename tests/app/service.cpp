@@ -76,6 +76,8 @@ int main(int argc, char **argv) {
         {"found", nullptr, find, "look an object up"},
     };
     for (const auto &[name, shortcut, run, comment] : commands) Tq4_app->AddCmd(name, shortcut, run, comment);
+    if (argc > 1 && argv[1] == std::string("--stdio"))
+        Tq4_debug_api->SetPrint([](int, const char *format, va_list args) { std::vprintf(format, args); });
     Tq4_debug_api->log(0, "made\n");
     return Tq4_app->Run(argc, argv, start, stop);
 }
