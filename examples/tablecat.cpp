@@ -23,6 +23,7 @@
 #include <tq4/tq4.h>
 
 #include "base/kv/json_parser/json_parser.hpp"
+#include "base/kv/limits.hpp"
 #include "base/kv/value_check.hpp"
 #include "object.hpp"
 
@@ -204,6 +205,22 @@ void write_pairs(std::string &out, const std::string &path, Tq4_value v) {
     }
 }
 
+// ---- measuring
+
+struct Extent {
+    unsigned long entries = 0, depth = 0;
+};
+
+// Entries of all tables, and how many tables lie in each other.
+void measure(Tq4_value v, unsigned long depth, Extent &extent) {
+    Tq4_value_table table = (*v)->GetValueTable(v);
+    if (!table) return;
+    extent.depth = std::max(extent.depth, depth);
+    extent.entries += (*table)->Count(table);
+    for (Tq4_value member = (*table)->First(table, nullptr); member; member = (*table)->Next(table, nullptr))
+        measure(member, depth + 1, extent);
+}
+
 // ---- reading
 
 Outcome read_json(Tq4_value v, std::string_view text) {
@@ -237,7 +254,7 @@ Outcome read_dump(Tq4_value v, std::string_view bytes) {
     return std::nullopt;
 }
 
-// Takes the first part off a key. False when its quotation mark is not closed.
+// Takes the first part off a key. False when it is quoted wrongly.
 bool take_part(std::string_view &path, std::string &part) {
     std::size_t end = path.find('.');
     part = trimmed(path.substr(0, end));
@@ -247,7 +264,9 @@ bool take_part(std::string_view &path, std::string &part) {
         const std::string_view quoted = path.substr(0, ++end);
         if (!text->Json_decode(text, quoted.data(), static_cast<int>(quoted.size()))) return false;
         part = text->GetBytes(text, nullptr);
-        end = path.find('.', end);
+        const std::string_view rest = path.substr(end, path.find('.', end) - end);
+        if (!trimmed(rest).empty()) return false;
+        end += rest.size();
     }
     path = end < path.size() ? trimmed(path.substr(end + 1)) : "";
     return true;
@@ -273,14 +292,21 @@ Outcome read_pair(Tq4_value root, std::string_view line, std::size_t at) {
     std::string_view path = trimmed(line.substr(0, equals));
     const std::string_view value = trimmed(line.substr(equals + 1));
     Tq4_value v = root;
-    while (!path.empty()) {
+    unsigned long depth = 1;
+    for (; !path.empty(); ++depth) {
         std::string part;
-        if (!take_part(path, part)) return Fault{at, "a key whose quotation mark is not closed"};
+        if (depth > Tq4_value_nesting_limit) return Fault{at, "nested too deep"};
+        if (!take_part(path, part)) return Fault{at, "a key that is quoted wrongly"};
         v = (*v)->InsertS(v, part.c_str());
     }
     Tq4_value_oitf->Reset(v);
     const int size = static_cast<int>(value.size());
-    if ((*v)->Json_decode(v, value.data(), size)) return std::nullopt;
+    if ((*v)->Json_decode(v, value.data(), size)) {
+        Extent extent;
+        measure(v, depth, extent);
+        if (extent.depth > Tq4_value_nesting_limit) return Fault{at, "nested too deep"};
+        return std::nullopt;
+    }
     Tq4_value_oitf->Reset(v);
     (*v)->SetString(v, value.data(), size);
     return std::nullopt;
@@ -325,22 +351,6 @@ const Form *form_named(std::string_view name) {
     for (const Form &form : forms)
         if (name == form.name) return &form;
     return nullptr;
-}
-
-// ---- the summary
-
-struct Extent {
-    unsigned long entries = 0, depth = 0;
-};
-
-// Entries of all tables, and how many tables lie in each other.
-void measure(Tq4_value v, unsigned long depth, Extent &extent) {
-    Tq4_value_table table = (*v)->GetValueTable(v);
-    if (!table) return;
-    extent.depth = std::max(extent.depth, depth);
-    extent.entries += (*table)->Count(table);
-    for (Tq4_value member = (*table)->First(table, nullptr); member; member = (*table)->Next(table, nullptr))
-        measure(member, depth + 1, extent);
 }
 
 struct Options {

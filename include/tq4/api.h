@@ -5,6 +5,7 @@
  * operation says otherwise.
  * Lengths, counts, indexes, positions and time-outs are unsigned long; TQ4_ALL_ONES as a length means up to the
  * terminating NUL, as a time-out it means without limit.
+ * An enumeration marked TQ4_INT may hold other numbers than its names have, in C++ too.
  */
 #ifndef TQ4_API_H
 #define TQ4_API_H
@@ -14,9 +15,11 @@
 #ifdef __cplusplus
 #define TQ4_BEGIN_DECLS extern "C" {
 #define TQ4_END_DECLS }
+#define TQ4_INT : int
 #else
 #define TQ4_BEGIN_DECLS
 #define TQ4_END_DECLS
+#define TQ4_INT
 #endif
 
 #define TQ4_ALL_ONES ((unsigned long)-1)

@@ -26,7 +26,7 @@ TQ4_BEGIN_DECLS
 
 /* The kinds; the numbers travel in the binary encoding. Keys of a kind from 8 to 15 come only from a peer: they hash to
  * 0 and are identified by the word. */
-typedef enum Tq4_key_type {
+typedef enum Tq4_key_type TQ4_INT {
     Tq4_key_type_Unvalid = 0, /* empty key */
     Tq4_key_type_I = 1,       /* one unsigned 32-bit integer */
     Tq4_key_type_L = 2,       /* one unsigned 64-bit integer */

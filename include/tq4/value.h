@@ -35,7 +35,7 @@
 TQ4_BEGIN_DECLS
 
 /* The tags; the numbers travel in the binary encoding. */
-typedef enum Tq4_value_type {
+typedef enum Tq4_value_type TQ4_INT {
     Tq4_value_Unknown = 0, /* empty */
     Tq4_value_CHAR = 1,
     Tq4_value_UCHAR = 2,

@@ -25,7 +25,9 @@ expect 1 'tablecat: byte 10: malformed dump: a key or value that is damaged or c
     '\x20\0\0\0\0\1\x64\0\1k\5\0\0\0' -f dump
 expect 1 'tablecat: byte 1: malformed dump: more bytes behind the value\n' '\x1e\0' -f dump
 expect 1 'tablecat: byte 6: malformed pairs: a line without =\n' 'a = 1\nb\n' -f pairs
-expect 1 'tablecat: byte 0: malformed pairs: a key whose quotation mark is not closed\n' '"a\\x" = 1\n' -f pairs
+expect 1 'tablecat: byte 0: malformed pairs: a key that is quoted wrongly\n' '"a\\x" = 1\n' -f pairs
+expect 1 'tablecat: byte 0: malformed pairs: a key that is quoted wrongly\n' '"a"b = 1\n' -f pairs
+expect 1 'tablecat: byte 6: malformed pairs: nested too deep\n' "a = 1\\n$(printf 'a.%.0s' {1..512})a = 1" -f pairs
 expect 2 'tablecat: no such option or form; see tablecat --help\n' '' --to xml
 expect 3 'tablecat: /no/such/file: No such file or directory\n' '' /no/such/file
 

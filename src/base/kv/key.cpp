@@ -122,6 +122,7 @@ void Tq4_key_obj::SetNoCase(int flag) {
 }
 
 void Tq4_key_obj::SetS(const char *text, int len, int nocase) {
+    if (len < -1) len = 0; // as in a new string, where so much finds no room
     Set(Tq4_key_type_String, {}, {text, static_cast<unsigned long>(static_cast<long>(len))}, nocase);
 }
 void Tq4_key_obj::SetI(unsigned i, const char *label) { Set(Tq4_key_type_I, halves(0, i), {label, TQ4_ALL_ONES}, 0); }

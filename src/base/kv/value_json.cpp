@@ -139,7 +139,7 @@ int on_event(void *userdata, int type, const char *text, size_t length) {
 
 // The text is copied first when it may lie in the value.
 int Tq4_value_obj::Json_decode(const char *text, int len) {
-    if (!text) return 0;
+    if (!text || len < -1) return 0;
     Tq4_bytes bytes = Tq4_text_bytes(text, static_cast<unsigned long>(static_cast<long>(len)));
     Tq4_string_obj copy(nullptr);
     if (m_type >= Tq4_value_ArrayStart) {

@@ -110,6 +110,8 @@ TEST(JsonDecode, BuildsValuesAndPrintsThemBack) {
     EXPECT_EQ((*v)->Json_decode(v.get(), (*v)->GetBytes(v.get(), nullptr), -1), 1) << "its own text";
     EXPECT_EQ(json(v), "[7]");
     EXPECT_EQ((*v)->Json_decode(v.get(), nullptr, 3), 0);
+    const char unterminated[] = {'7', ' ', ' '};
+    EXPECT_EQ((*v)->Json_decode(new_value().get(), unterminated, -2), 0) << "no length";
 }
 
 TEST(JsonEncode, PrintsEveryTypeAsItIs) {

@@ -96,6 +96,7 @@ TEST_F(KeyTest, ReadsWhatOtherPeersWrite) {
     EXPECT_EQ((*k)->GetL(k.get()), 0u);
     EXPECT_EQ(import(k, from_hex("12 09 000005")), 5) << "fewer bytes than the width: all consumed";
     EXPECT_EQ(import(k, from_hex("1b 08 0000000000000001")), 10) << "a kind from the future";
+    EXPECT_EQ((*k)->GetType(k.get()), 11);
     EXPECT_EQ(hash(), 0u);
     EXPECT_EQ(import(other, from_hex("1b 08 0000000000000002")), 10);
     EXPECT_FALSE(equal());
@@ -123,6 +124,8 @@ TEST_F(KeyTest, CopiesAndReusesItsOwnText) {
     EXPECT_STREQ((*k)->GetS(k.get()), "text");
     Tq4_key_oitf->Copy(other.get(), k.get());
     EXPECT_TRUE(equal());
+    (*k)->SetS(k.get(), "x", -2, 0);
+    EXPECT_STREQ((*k)->GetS(k.get()), "") << "a length beyond all memory";
     Tq4_key_oitf->Reset(k.get());
     EXPECT_EQ(dump(k), Bytes(1, '\0'));
 }

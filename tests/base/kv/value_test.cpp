@@ -100,11 +100,11 @@ TEST_F(ValueTest, CopiesAreDeepAndMayComeFromInside) {
     Tq4_value_oitf->Copy(v.get(), inner);   // and a value onto the one that holds it
     Tq4_value_oitf->Copy(v.get(), nullptr);
     EXPECT_EQ(json(v), "{\"inner\":\"text\",\"n\":5}") << "as it was when it was copied; null does nothing";
-    for (int tag : {11, 17, 30, 33, 18, 31, 16, 14}) {
+    for (int tag : {11, 17, 30, 33, 18, 31, 16, 14, 1000}) {
         (*v)->Init(v.get(), static_cast<Tq4_value_type>(tag));
         Tq4_value_oitf->Copy(other.get(), v.get());
         EXPECT_EQ((*other)->Type(other.get()), tag);
-        EXPECT_EQ(equal(), tag != 11 && tag != 17 && tag != 33) << tag;
+        EXPECT_EQ(equal(), tag != 11 && tag != 17 && tag < 33) << tag;
     }
     (*v)->SetFloat(v.get(), NAN);
     Tq4_value_oitf->Copy(other.get(), v.get());
