@@ -8,9 +8,9 @@
  * operation with one key also meets an entry of more keys that begins with it, when that lies in the same bucket: of
  * those that match, the newest one in the chain. With 17 buckets Lookup1(5) does not find (5, 12), but finds (5, 17).
  *
- * Values are borrowed and may be null. Create ignores its parameter. Reset removes all entries. Copy gives the same
- * buckets and entries in the same order; a null source empties. Equal is 1 when the maps have the same keys with the
- * same values in the same order.
+ * Values are borrowed and may be null. Create ignores its parameter. Reset gives what Create gives: no entries and 17
+ * buckets. Copy gives the same buckets and entries in the same order; a null source resets. Equal is 1 when the maps
+ * have the same keys with the same values in the same order.
  *
  * Null handles give null or 0. Threads: a map belongs to one thread at a time; visitors run on the calling thread.
  */
@@ -30,7 +30,8 @@ typedef int (*Tq4_intmap_visitor)(unsigned long k1, unsigned long k2, unsigned l
 struct Tq4_intmap_ {
     /* The number of buckets. */
     unsigned long (*HashTableSize)(Tq4_intmap m);
-    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0. */
+    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0 or a count of more
+     * than 32 bits. */
     void (*Init)(Tq4_intmap m, unsigned long count);
     /* The number of entries. */
     int (*Count)(Tq4_intmap m);

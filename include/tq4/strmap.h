@@ -15,9 +15,9 @@
  * Values are borrowed and may be null; keys are copied, through the hooks of cxx_support.h. A null value found cannot
  * be told from an absent key.
  *
- * Create ignores its parameter. Reset removes all entries and clears the case flag. Copy gives the same buckets, flag,
- * keys and values, in the same order; a null source resets. Equal is 1 when the maps have the same keys with the same
- * values in the same order, and both or neither ignore case.
+ * Create ignores its parameter. Reset gives what Create gives: no entries, 17 buckets, no case flag. Copy gives the
+ * same buckets, flag, keys and values, in the same order; a null source resets. Equal is 1 when the maps have the same
+ * keys with the same values in the same order, and both or neither ignore case.
  *
  * Null handles give null or 0. Threads: a map belongs to one thread at a time; visitors run on the calling thread.
  */
@@ -38,7 +38,8 @@ typedef int (*Tq4_strmap_visitor)(const char *text, unsigned long number, void *
 struct Tq4_strmap_ {
     /* The number of buckets. */
     unsigned long (*HashTableSize)(Tq4_strmap m);
-    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0. */
+    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0 or a count of more
+     * than 32 bits. */
     void (*Init)(Tq4_strmap m, unsigned long count);
     /* The number of entries. */
     int (*Count)(Tq4_strmap m);

@@ -138,10 +138,10 @@ public:
     int count() const { return m_nCount; }
 
     // A new number of chains, while there are no entries; 0, and more than memory could hold, changes nothing.
-    void Resize(uint64_t heads) {
-        if (m_nCount > 0 || heads == 0 || heads > most_heads) return;
-        m_other_heads.reset(new Entry *[heads]());
-        m_pHashTable = m_other_heads.get();
+    void Resize(uint64_t heads = first_size) {
+        if (m_nCount > 0 || heads == m_nHashTableSize || heads == 0 || heads > most_heads) return;
+        m_other_heads.reset(heads == first_size ? nullptr : new Entry *[heads]());
+        m_pHashTable = m_other_heads ? m_other_heads.get() : m_first_heads;
         m_nHashTableSize = heads;
     }
 

@@ -33,10 +33,13 @@ struct Tq4_intmap_obj {
     int m_with_arity[4] = {}; // entries by arity
 
     ~Tq4_intmap_obj() { RemoveAll(); }
-    void Reset() { RemoveAll(); }
+    void Reset() {
+        RemoveAll();
+        m_chains.Resize();
+    }
     void Copy(const Tq4_intmap_obj *source) {
         if (source == this) return;
-        RemoveAll();
+        Reset();
         if (!source) return;
         m_chains.Resize(source->m_chains.size());
         source->m_chains.EachOldestFirst([this](const Tq4_CAssocEx &entry) { Add(new Tq4_CAssocEx(entry)); });

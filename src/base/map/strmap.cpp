@@ -12,6 +12,7 @@ void *value_of(const Tq4_CAssoc *entry) { return entry ? entry->value : nullptr;
 
 void Tq4_strmap_obj::Reset() {
     RemoveAll();
+    m_index.m_chains.Resize();
     m_index.m_case = 0;
 }
 

@@ -68,6 +68,7 @@ struct Tq4_strmap2_obj {
     ~Tq4_strmap2_obj() { RemoveAll(); }
     void Reset() {
         RemoveAll();
+        m_chains.Resize();
         m_case = 0;
     }
     void Copy(const Tq4_strmap2_obj *source) {

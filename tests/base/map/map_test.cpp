@@ -241,6 +241,7 @@ template <class Own, class Set> void copies_are_equal_and_in_order(const Tq4_obj
     EXPECT_TRUE(module->Equal(copy.get(), m.get()));
     module->Reset(copy.get());
     EXPECT_TRUE((*copy)->IsEmpty(copy.get()));
+    EXPECT_EQ((*copy)->HashTableSize(copy.get()), 17u) << "as it was created";
     module->Copy(m.get(), nullptr);
     EXPECT_TRUE(module->Equal(copy.get(), m.get())) << "copying null empties";
 }
