@@ -1,8 +1,8 @@
 /* sock_api.h: socket calls on descriptors and addresses.
  *
  * Descriptors are plain numbers that the caller owns and closes; those made here are close-on-exec. After a failure
- * Error tells why. A signal never ends a call: it goes on, where there is a time-out with the time that is left.
- * Writing to a peer that has gone fails and never raises SIGPIPE.
+ * Error tells why, unless a name was not found or an address is null. A signal never ends a call: it goes on, where
+ * there is a time-out with the time that is left. Writing to a peer that has gone fails and never raises SIGPIPE.
  *
  * Calls that move bytes take at most 2147483647 at once and return how many they moved.
  *

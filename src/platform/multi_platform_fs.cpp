@@ -35,7 +35,8 @@ int type_of(const struct stat &status) {
 
 bool describe(int examined, const struct stat &status, MP_FileInfo *info) {
     if (examined != 0) return false;
-    *info = {type_of(status), static_cast<uint64_t>(status.st_size), status.st_mode & permission_bits};
+    *info = {type_of(status), static_cast<uint64_t>(status.st_size), status.st_mode & permission_bits, status.st_uid,
+             status.st_gid};
     return true;
 }
 
@@ -161,6 +162,11 @@ int MP_FileSync(int descriptor) {
 }
 
 int MP_FileSetMode(int descriptor, mode_t mode) { return fchmod(descriptor, mode) == 0; }
+
+int MP_FileSetOwner(int descriptor, uid_t owner, gid_t group) {
+    constexpr auto as_it_is = static_cast<uid_t>(-1);
+    return fchown(descriptor, owner, group) == 0 || fchown(descriptor, as_it_is, group) == 0;
+}
 
 int MP_GetFileInfo(const char *path, int follow, MP_FileInfo *info) {
     struct stat status;

@@ -56,12 +56,16 @@ int MP_FileTruncate(int descriptor, unsigned long size);
 int MP_FileSync(int descriptor);
 // Sets the permission bits of an open file, whatever the process's mask. 1/0.
 int MP_FileSetMode(int descriptor, mode_t mode);
+// Gives an open file to an owner and a group, to the group alone where the process may not give it away. 1/0.
+int MP_FileSetOwner(int descriptor, uid_t owner, gid_t group);
 
 // What stands at a path.
 struct MP_FileInfo {
     int type;      // as MP_GetFileType; a link that is not followed is 0
     uint64_t size; // in bytes
     mode_t mode;   // the permission bits
+    uid_t owner;
+    gid_t group;
 };
 // 1, or 0 when nothing is there or it cannot be examined. With follow 0 a link is examined itself.
 int MP_GetFileInfo(const char *path, int follow, MP_FileInfo *info);

@@ -360,6 +360,8 @@ TEST_F(Config, RandomTreesAreReadBackAsTheyWereWritten) {
 TEST_F(Config, DumpReplacesAFileInOneStep) {
     read("k=1\n");
     chmod(file.c_str(), 0604);
+    const uid_t owner = geteuid() ? geteuid() : 65534; // root alone may give it away
+    EXPECT_EQ(chown(file.c_str(), owner, static_cast<gid_t>(-1)), 0);
     const std::string link = directory / "link", fresh = directory / "new/dir/fresh.ini";
     ASSERT_EQ(symlink("settings.ini", link.c_str()), 0);
     std::ifstream open_before(file);
@@ -370,6 +372,8 @@ TEST_F(Config, DumpReplacesAFileInOneStep) {
     std::getline(open_before, old);
     EXPECT_EQ(old, "k=1") << "who reads meanwhile has the old file";
     EXPECT_EQ(fs::status(file).permissions(), fs::perms{0604});
+    struct stat status;
+    EXPECT_TRUE(stat(file.c_str(), &status) == 0 && status.st_uid == owner);
     EXPECT_TRUE(fs::is_symlink(link));
     const mode_t mask = umask(0);
     EXPECT_EQ((*s)->Dump(s, fresh.c_str()), 1);

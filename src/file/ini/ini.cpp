@@ -188,8 +188,9 @@ bool Tq4_config_obj::Dump(const char *file) const {
     const std::string text = Tq4_config_written(*m_tree);
     MP_FileInfo target;
     if (!MP_GetFileInfo(file, 1, &target) || target.type != Regular_file) return write_in_place(file, text);
-    // Where a link leads is replaced, not the link.
-    const bool replaced = Tq4_replace_file(MP_ResolvePath(file), target.mode, [&text](int descriptor) {
+    // Where a link leads is replaced, not the link. A service still reads what root has changed.
+    const bool replaced = Tq4_replace_file(MP_ResolvePath(file), target.mode, [&](int descriptor) {
+        MP_FileSetOwner(descriptor, target.owner, target.group);
         return Tq4_write_all(descriptor, text.data(), static_cast<long>(text.size())) && MP_FileSync(descriptor);
     });
     return replaced || (is_refusal(errno) && write_in_place(file, text));
