@@ -24,7 +24,7 @@ typedef const Tq4_file_ **Tq4_file; /* handle */
 typedef enum Tq4_file_mode {
     Tq4_file_read = 1,
     Tq4_file_write = 2,
-    Tq4_file_create = 4,    /* make the file (permission bits 0660) and the missing directories when absent */
+    Tq4_file_create = 4,    /* make the file (permission bits 0660) and, as Tq4_file_api's Open, missing directories */
     Tq4_file_truncate = 8,  /* empty an existing file */
     Tq4_file_append = 16,   /* every write goes to the end */
     Tq4_file_exclusive = 32 /* with create: fail when the file exists */

@@ -24,8 +24,8 @@ typedef struct Tq4_file_api_ {
     int (*Exist)(const char *path);
     Tq4_file_type (*Type)(const char *path);
     /* Opens as open(2) does, with its flags and permission bits, close-on-exec. With O_CREAT the missing directories
-     * are made first, with the mode plus the execute bits. Returns the descriptor, to be closed by the caller, or
-     * -1. */
+     * are made first, with the mode plus the execute bits; none whose path has more than 260 bytes. Returns the
+     * descriptor, to be closed by the caller, or -1. */
     int (*Open)(const char *path, int flags, unsigned mode);
     /* Closes a descriptor. 1, or 0 when it was not open or the system lost data of it. */
     int (*Close)(int descriptor);

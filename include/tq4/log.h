@@ -3,7 +3,8 @@
  * The files of a day lie in MAIN/logfiles-YYYY/MM/YYYY-MM-DD and are called PREFIX_YYYY-MM-DD HH-Q[NNN].log, with the
  * quarter of the hour Q (1 to 4) and a number from 001. A new file begins with every hour, and whenever the open one
  * has reached the size limit: with the next number, or with 001 again when the quarter has changed. A file with room
- * left by an earlier run is continued. Files and directories are made when they are needed. Times are local time.
+ * left by an earlier run is continued. Files and directories are made when they are needed, but no directory whose path
+ * has more than 260 bytes. Times are local time.
  *
  * A line is "[YYYY-MM-DD HH:MM:SS mmm tttt] " and the message: milliseconds, and the calling thread's kernel id in
  * hexadecimal. A message that does not end in a line feed gets one. Every operation that writes returns after its

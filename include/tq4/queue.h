@@ -14,7 +14,8 @@
  * a payload. Reset of a queue is RemoveAll; of an item, it leaves its queue and destroys its payload.
  *
  * Threads: with the lock, any; else one at a time. Visitors, comparators and on_swap run on the calling thread with the
- * lock held; comparators and on_swap must not call back into the queue.
+ * lock held; comparators and on_swap must not call back into the queue. With a null visitor or comparator nothing
+ * happens.
  */
 #ifndef TQ4_QUEUE_H
 #define TQ4_QUEUE_H

@@ -90,8 +90,8 @@ struct Tq4_thread_ {
      * 1 on success, else 0. */
     int (*SetPriority)(Tq4_thread thread, int priority);
     /* Writes the function's result (its low 32 bits) or the code of the kill, and gives 1, once the thread was stopped
-     * (WaitFor) or killed; 0 before, and when exit_code is null. A function that returned by itself is to be stopped
-     * all the same. */
+     * (WaitFor) or killed; gives 0 before, and when exit_code is null. A function that returned by itself is to be
+     * stopped all the same. Without a system thread, as before Init, it writes 0 and gives 1. */
     int (*GetExitCode)(Tq4_thread thread, uint32_t *exit_code);
     /* The name; "" for a null handle. Valid while the object lives. */
     const char *(*Name)(Tq4_thread thread);
