@@ -8,6 +8,7 @@
 #include "nested.hpp"
 #include "tq4/key.h"
 
+class Tq4_byte_reader;
 class Tq4_byte_writer;
 
 // The numeric part: h is the low-addressed half of id, l the high-addressed one.
@@ -17,8 +18,6 @@ union Tq4_key_number {
         uint32_t h, l;
     } rid;
 };
-
-class Tq4_byte_reader;
 
 // A key as its encoding tells it. What the input ends before keeps its default.
 struct Tq4_key_wire {

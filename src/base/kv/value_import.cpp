@@ -6,6 +6,7 @@
 // are taken as a damaged value: the rest of the input is consumed.
 #include <algorithm>
 #include <cstring>
+#include <type_traits>
 
 #include "assert.hpp"
 #include "base/byte_reader.hpp"
@@ -36,14 +37,16 @@ void report(const char *message) {
 
 void Tq4_value_import_undefine(Value &, Input &) {}
 
-// Numbers kept in the word, extended by sign or by zeros as their type says.
-template <class As> void import_scalar(Value &v, Input &from) {
-    As number{};
-    if (from.in.Read(number))
-        v.m_data.word = static_cast<uint64_t>(static_cast<int64_t>(number));
-    else
-        from.ConsumeAll();
+// Numbers kept in the word, extended by sign, or by zeros for the unsigned type of the width.
+template <class Signed, Tq4_value_type unsigned_tag> void import_scalar(Value &v, Input &from) {
+    Signed number{};
+    if (!from.in.Read(number)) return from.ConsumeAll();
+    v.m_data.word = static_cast<uint64_t>(int64_t{number});
+    if (v.is(unsigned_tag)) v.m_data.word = static_cast<std::make_unsigned_t<Signed>>(number);
 }
+constexpr Tq4_value_import Tq4_value_import_char = import_scalar<int8_t, Tq4_value_UCHAR>;
+constexpr Tq4_value_import Tq4_value_import_short = import_scalar<int16_t, Tq4_value_USHORT>;
+constexpr Tq4_value_import Tq4_value_import_int = import_scalar<int32_t, Tq4_value_UINT>;
 
 // A width byte of 8 or 4; 4 bytes are zero-extended also for signed longs, deliberately. Any other width is consumed
 // alone and gives 0.
@@ -190,12 +193,12 @@ constexpr Tq4_value_import Tq4_value_import_pldouble = import_packed<16, message
 
 const Tq4_value_import _g_Tq4_value_import[Tq4_value_tags] = {
     Tq4_value_import_undefine,     // 0
-    import_scalar<int8_t>,         // 1: CHAR
-    import_scalar<uint8_t>,        // 2: UCHAR
-    import_scalar<int16_t>,        // 3: SHORT
-    import_scalar<uint16_t>,       // 4: USHORT
-    import_scalar<int32_t>,        // 5: INT
-    import_scalar<uint32_t>,       // 6: UINT
+    Tq4_value_import_char,         // 1: CHAR
+    Tq4_value_import_char,         // 2: UCHAR
+    Tq4_value_import_short,        // 3: SHORT
+    Tq4_value_import_short,        // 4: USHORT
+    Tq4_value_import_int,          // 5: INT
+    Tq4_value_import_int,          // 6: UINT
     Tq4_value_import_long,         // 7: LONG
     Tq4_value_import_long,         // 8: ULONG
     Tq4_value_import_long,         // 9: PTR arrives as a bare number
