@@ -13,9 +13,10 @@
  * Copy does nothing and Equal is identity, for queues and for items; Dup gives an empty queue, an unlinked item without
  * a payload. Reset of a queue is RemoveAll; of an item, it leaves its queue and destroys its payload.
  *
- * Threads: with the lock, any; else one at a time. Visitors, comparators and on_swap run on the calling thread with the
- * lock held; comparators and on_swap must not call back into the queue. With a null visitor or comparator nothing
- * happens.
+ * Threads: with the lock, any; else one at a time. An item that moves from one queue to another is that of one thread
+ * meanwhile: either queue's lock guards it only inside that queue. Visitors, comparators and on_swap run on the calling
+ * thread with the lock held; comparators and on_swap must not call back into the queue. With a null visitor or
+ * comparator nothing happens.
  */
 #ifndef TQ4_QUEUE_H
 #define TQ4_QUEUE_H
