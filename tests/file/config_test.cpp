@@ -395,6 +395,12 @@ TEST_F(Config, AFileInADirectoryOfOthersIsWrittenInPlace) {
     EXPECT_EQ((*s)->Dump(s, file.c_str()), 1);
     EXPECT_EQ((*s)->Dump(s, (directory / "new.ini").c_str()), 0);
     EXPECT_EQ(seteuid(user), 0);
+    chmod(file.c_str(), 0444);
+    chmod(directory.path().c_str(), 0777);
+    EXPECT_EQ(seteuid(user ? user : 65534), 0);
+    set("k", "3");
+    EXPECT_EQ((*s)->Dump(s, file.c_str()), 0) << "a file for reading is not replaced either";
+    EXPECT_EQ(seteuid(user), 0);
     chmod(directory.path().c_str(), 0700);
     EXPECT_EQ(content(file), "k = 2\n");
 }

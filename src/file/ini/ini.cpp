@@ -128,6 +128,12 @@ bool is_refusal(int error) {
     return error == EACCES || error == EPERM || error == EROFS || error == EBUSY || error == ENAMETOOLONG;
 }
 
+// Replacing asks the directory alone, and would overwrite what this process may not write.
+bool is_writable(const char *file) {
+    const int descriptor = MP_SafeOpen(file, O_RDWR, 0);
+    return descriptor >= 0 && MP_FileClose(descriptor);
+}
+
 // A new file, or one that is not to be replaced.
 bool write_in_place(const char *file, const std::string &text) {
     MP_FileInfo before;
@@ -188,6 +194,7 @@ bool Tq4_config_obj::Dump(const char *file) const {
     const std::string text = Tq4_config_written(*m_tree);
     MP_FileInfo target;
     if (!MP_GetFileInfo(file, 1, &target) || target.type != Regular_file) return write_in_place(file, text);
+    if (!is_writable(file)) return false;
     // Where a link leads is replaced, not the link. A service still reads what root has changed.
     const bool replaced = Tq4_replace_file(MP_ResolvePath(file), target.mode, [&](int descriptor) {
         MP_FileSetOwner(descriptor, target.owner, target.group);
