@@ -121,8 +121,8 @@ struct Tq4_value_table_ {
     Tq4_value_table (*Append)(Tq4_value_table t, Tq4_value_table source);
     /* Sets the flag that keys made from now on get: non-zero, they ignore case. */
     void (*CaseFlag)(Tq4_value_table t, int flag);
-    /* Calls visitor(key, value, param) for each entry in order until it returns non-zero. The visitor may remove the
-     * entry that it is shown, and no other, and may add entries, which may or may not be visited. */
+    /* Calls visitor(key, value, param) for each entry in order until it returns non-zero. The visitor may remove
+     * entries, and may add entries, which may or may not be visited. */
     void (*each)(Tq4_value_table t, Tq4_value_table_visitor visitor, void *param);
     /* Echo to Printf of the debug interface at level 0, not compact. */
     void (*Print)(Tq4_value_table t);

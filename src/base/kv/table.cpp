@@ -76,6 +76,8 @@ void Tq4_value_table_obj::Delete(Tq4_kv_pair *pair) {
         m_cur = pair->next == m_list.end() ? nullptr : pair_of(pair->next);
         m_cur_is_next = true;
     }
+    for (Tq4_value_table_visit *visit = m_visits; visit; visit = visit->outer)
+        if (visit->following == pair) visit->following = pair->next;
     m_list.Unlink(pair);
     Delete_Tq4_kv_pair(pair);
     m_room.Give(pair);
@@ -153,6 +155,7 @@ void Tq4_value_table_obj::RemoveAll() {
 void Tq4_value_table_obj::Detach(Tq4_list &entries) {
     m_cur = m_unregistered = nullptr;
     m_cur_is_next = false;
+    for (Tq4_value_table_visit *visit = m_visits; visit; visit = visit->outer) visit->following = &m_list.m_tail;
     m_table.Clear();
     entries.TakeAll(m_list);
 }
@@ -251,15 +254,18 @@ Tq4_value Tq4_value_table_obj::Next(Tq4_key *key) {
 
 Tq4_value Tq4_value_table_obj::At(int index, Tq4_key *key) const { return Show(PairAt(index), key); }
 
-// The visitor may remove the entry it is shown.
+// The visitor may remove entries: by a key that it is shown, also a newer one of the same key.
 void Tq4_value_table_obj::each(Tq4_value_table_visitor visitor, void *param) const {
     if (!visitor) return;
     index();
-    for (Tq4_list_node *node = m_list.first(); node != m_list.end();) {
-        Tq4_kv_pair *pair = pair_of(node);
-        node = node->next;
-        if (visitor(pair->key_handle(), pair->value_handle(), param) != 0) return;
+    Tq4_value_table_visit visit{m_list.first(), m_visits};
+    m_visits = &visit;
+    for (bool stop = false; !stop && visit.following != m_list.end();) {
+        Tq4_kv_pair *pair = pair_of(visit.following);
+        visit.following = pair->next;
+        stop = visitor(pair->key_handle(), pair->value_handle(), param) != 0;
     }
+    m_visits = visit.outer;
 }
 
 void Tq4_value_table_obj::Reset() {

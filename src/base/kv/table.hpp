@@ -10,9 +10,16 @@
 #include "base/queue/list.hpp"
 #include "tq4/value_table.h"
 
+// An each under way, on the stack of its call.
+struct Tq4_value_table_visit {
+    Tq4_list_node *following;     // borrowed: what is shown next, or the end; moves on when it is removed
+    Tq4_value_table_visit *outer; // borrowed: the each that called this one
+};
+
 struct Tq4_value_table_obj {
     Tq4_key_index<Tq4_kv_pair> m_table; // reached through index()
     Tq4_list m_list;
+    mutable Tq4_value_table_visit *m_visits = nullptr; // borrowed: the innermost
     Tq4_entry_room<sizeof(Tq4_kv_pair)> m_room;
     Tq4_kv_pair *m_cur = nullptr;          // borrowed: where First and Next stand
     Tq4_kv_pair *m_unregistered = nullptr; // borrowed: from it to the end no entry is in the index yet

@@ -70,6 +70,25 @@ TEST_F(TableTest, TheCursorMovesOnWhenItsEntryGoes) {
     EXPECT_EQ((*new_table())->Next(new_table().get(), nullptr), nullptr);
 }
 
+TEST_F(TableTest, VisitorsMayRemoveWhatTheyHaveNotSeenYet) {
+    fill({"a", "b"});
+    (*t)->Append(t.get(), t.get());
+    const auto remove_shown = [](Tq4_key key, Tq4_value, void *table) {
+        const auto shown = static_cast<Tq4_value_table>(table);
+        (*shown)->RemoveK(shown, key); // the newer entry of that key
+        return 0;
+    };
+    (*t)->each(t.get(), remove_shown, t.get());
+    EXPECT_EQ(content(), "a=1 b=2");
+    const auto remove_all = [](Tq4_key, Tq4_value, void *table) {
+        const auto shown = static_cast<Tq4_value_table>(table);
+        (*shown)->RemoveAll(shown);
+        return 0;
+    };
+    (*t)->each(t.get(), remove_all, t.get());
+    EXPECT_EQ(content(), "");
+}
+
 TEST_F(TableTest, CopiesKnowTheCaseFlagAlsoFromEmptySources) {
     (*t)->CaseFlag(t.get(), 1);
     fill({"Abc"});
