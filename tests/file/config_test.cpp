@@ -387,8 +387,6 @@ TEST_F(Config, AFileInADirectoryOfOthersIsWrittenInPlace) {
     const uid_t user = geteuid();
     read("k=1\n");
     set("k", "2");
-    const std::string longest = directory / std::string(255, 'n'); // nothing beside it could have its name
-    for (int times = 0; times < 2; ++times) EXPECT_EQ((*s)->Dump(s, longest.c_str()), 1);
     chmod(file.c_str(), 0666);
     chmod(directory.path().c_str(), 0555);
     EXPECT_EQ(seteuid(user ? user : 65534), 0); // nothing is refused to root

@@ -123,10 +123,8 @@ std::unique_ptr<Tq4_config_tree> read_tree(const char *file, int descriptor) {
 }
 
 // Whether replacing a file failed for what its directory allows, and not for want of room: the directory may belong to
-// somebody else, the file be mounted there alone, or its name be too long for another one beside it.
-bool is_refusal(int error) {
-    return error == EACCES || error == EPERM || error == EROFS || error == EBUSY || error == ENAMETOOLONG;
-}
+// somebody else, or the file be mounted there alone.
+bool is_refusal(int error) { return error == EACCES || error == EPERM || error == EROFS || error == EBUSY; }
 
 // Replacing asks the directory alone, and would overwrite what this process may not write.
 bool is_writable(const char *file) {
