@@ -83,8 +83,8 @@ typedef void (*Tq4_echo)(void *context, const char *format, ...);
 
 struct Tq4_value_ {
     /* Appends the value's binary encoding to out and returns its length in bytes, 0 when out is null. String arrays of
-     * 65536 elements or more, and their elements of as many bytes, are cut to that number modulo 65536.
-     * docs/wire-formats.md describes the encoding. */
+     * 65536 elements or more, and their elements of as many bytes, are cut to that number modulo 65536; texts and
+     * packed arrays likewise to 32 bits. docs/wire-formats.md describes the encoding. */
     long (*Dump)(Tq4_value v, Tq4_string out);
     /* Makes the value what the first bytes of buf encode and returns how many they are; 0, and an empty value, when buf
      * is null or len is not positive.

@@ -1,6 +1,7 @@
 // value_dump: the binary encoding of values, writing; a row for each tag.
 //
-// A value is its tag byte and a payload, numbers big-endian. The encodings of nested tables follow in place. Texts may
+// A value is its tag byte and a payload, numbers big-endian. The encodings of nested tables follow in place. Of what is
+// longer than its count or length can say, so much is written as that says, and a reader stays in step. Texts may
 // lie in the buffer itself, as they are when their turn comes: room for the length before them is made before they are
 // looked up, and so they stay.
 #include "base/byte_writer.hpp"
@@ -42,16 +43,17 @@ void Tq4_value_dump_lDouble(const Value &v, Writer &out) {
 void Tq4_value_dump_string(const Value &v, Writer &out) {
     if (v.m_string) out.Settle(sizeof(uint32_t));
     const Tq4_bytes bytes = v.bytes();
-    out.Put(static_cast<uint32_t>(bytes.size));
-    out.PutBytes(bytes);
+    const auto length = static_cast<uint32_t>(bytes.size);
+    out.Put(length);
+    out.PutBytes({bytes.data, length});
 }
 
 // A count, a width byte for longs, and every element reversed on its own.
 template <unsigned width, bool with_width_byte = false> void dump_packed(const Value &v, Writer &out) {
-    const uint64_t count = v.bytes().size / width;
-    out.Put(static_cast<uint32_t>(count));
+    const auto count = static_cast<uint32_t>(v.bytes().size / width);
+    out.Put(count);
     if constexpr (with_width_byte) out.Put(static_cast<uint8_t>(width));
-    uint8_t *room = out.Extend(count * width);
+    uint8_t *room = out.Extend(uint64_t{count} * width);
     const uint8_t *elements = v.bytes().data; // looked up again: they may lie in the buffer, which may have moved
     for (uint64_t i = 0; room && i < count; ++i) Tq4_reverse_copy(room + i * width, elements + i * width, width);
 }
@@ -62,7 +64,7 @@ constexpr Tq4_value_dump Tq4_value_dump_pfloat = dump_packed<4>;
 constexpr Tq4_value_dump Tq4_value_dump_pdouble = dump_packed<8>;
 constexpr Tq4_value_dump Tq4_value_dump_pldouble = dump_packed<16>;
 
-// Counts and lengths of 16 bits: what does not fit them is left out, so that a reader stays in step.
+// Counts and lengths of 16 bits.
 void Tq4_value_dump_string_array(const Value &v, Writer &out) {
     Tq4_string_array array = v.m_data.array;
     const auto count = static_cast<uint16_t>(array ? (*array)->Size(array) : 0);
