@@ -1,6 +1,6 @@
 // object_memory: per-thread stacks of freed blocks, one for each small size.
 //
-// A stack takes no more than a fixed number of blocks, so a thread keeps some hundred kilobytes at most; what is freed
+// A stack takes no more than a fixed number of blocks, so a thread keeps two megabytes at most; what is freed
 // beyond goes, a whole stack at a time, to a depot that all threads share, for threads whose stacks are empty: objects
 // that one thread makes and another one deletes thus go round without malloc. What the depot cannot take goes to
 // malloc. Nobody waits for the depot: a thread that finds it locked, for a moment or by a thread that was killed there,

@@ -13,9 +13,9 @@ struct Tq4_object_memory_block {
 
 // One thread's stacks of freed blocks, one for each size rounded up. Zero at the start and without a destructor.
 struct Tq4_object_memory_stacks {
-    static constexpr std::size_t step = 16;     // sizes are rounded up to a multiple of it
-    static constexpr std::size_t largest = 512; // that is kept
-    static constexpr unsigned most_kept = 64;   // blocks of one size
+    static constexpr std::size_t step = 16;      // sizes are rounded up to a multiple of it
+    static constexpr std::size_t largest = 1024; // that is kept
+    static constexpr unsigned most_kept = 64;    // blocks of one size
 
     struct Stack {
         Tq4_object_memory_block *top;

@@ -3,9 +3,6 @@
 
 static_assert(alignof(std::max_align_t) > 15, "four flags lie in the lowest bits of a pointer to memory");
 
-Tq4_kv_pair *Create_Tq4_kv_pair(void *room) { return new (room) Tq4_kv_pair; }
-void Delete_Tq4_kv_pair(Tq4_kv_pair *pair) { pair->~Tq4_kv_pair(); }
-
 void Reset_Tq4_kv_pair(Tq4_kv_pair *pair) {
     if (!pair) return;
     pair->key().Reset();

@@ -87,18 +87,18 @@ private:
 };
 static_assert(sizeof(Tq4_kv_pair) == 128);
 
-// An entry in room for one, with an empty key and an empty value; and its end, which leaves the room. Neither touches
-// list or index.
-Tq4_kv_pair *Create_Tq4_kv_pair(void *room);
-void Delete_Tq4_kv_pair(Tq4_kv_pair *pair);
-// Empties key and value.
-void Reset_Tq4_kv_pair(Tq4_kv_pair *pair);
-// Deep copies of key and value, in a new entry or in an existing one. Neither is indexed by it.
-Tq4_kv_pair *Dup_Tq4_kv_pair(void *room, const Tq4_kv_pair *pair);
-void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source);
-
 inline Tq4_kv_pair::Tq4_kv_pair() {
     if (Tq4_cxx_support->new_key != Tq4_cxx_defaults.new_key ||
         Tq4_cxx_support->new_value != Tq4_cxx_defaults.new_value)
         MakeByHost();
 }
+
+// An entry in room for one, with an empty key and an empty value; and its end, which leaves the room. Neither touches
+// list or index.
+inline Tq4_kv_pair *Create_Tq4_kv_pair(void *room) { return new (room) Tq4_kv_pair; }
+inline void Delete_Tq4_kv_pair(Tq4_kv_pair *pair) { pair->~Tq4_kv_pair(); }
+// Empties key and value.
+void Reset_Tq4_kv_pair(Tq4_kv_pair *pair);
+// Deep copies of key and value, in a new entry or in an existing one. Neither is indexed by it.
+Tq4_kv_pair *Dup_Tq4_kv_pair(void *room, const Tq4_kv_pair *pair);
+void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source);

@@ -164,6 +164,7 @@ void Tq4_value_table_obj::DeleteEntries(Tq4_list &entries) {
     for (Tq4_list_node *node = entries.first(); node != entries.end();) {
         Tq4_kv_pair *pair = pair_of(node);
         node = node->next;
+        if (node != entries.end()) Prefetch(pair_of(node)->value());
         Delete_Tq4_kv_pair(pair);
         m_room.Give(pair);
     }

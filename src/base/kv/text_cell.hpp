@@ -6,7 +6,6 @@
 // they are. A cell is a plain part of a union; its owner calls Release.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -103,9 +102,11 @@ public:
 private:
     void SetState(std::size_t state) { m_raw[size_in_bytes - 1] = static_cast<uint8_t>(state); }
 
+    using Sixteen = uint8_t __attribute__((vector_size(16))); // in a register, unlike a struct of this size
+
     void AssignFew(const uint8_t *bytes, std::size_t n) {
-        if (n >= sizeof(uint64_t) * 2)
-            AssignEnds<std::array<uint64_t, 2>>(bytes, n);
+        if (n >= sizeof(Sixteen))
+            AssignEnds<Sixteen>(bytes, n);
         else if (n >= sizeof(uint64_t))
             AssignEnds<uint64_t>(bytes, n);
         else if (n >= sizeof(uint32_t))

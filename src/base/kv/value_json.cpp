@@ -23,7 +23,8 @@ using Value = Tq4_value_obj;
 
 // A container under way; its parent stands before it in the chain.
 struct Tq4_value_Json_Obj {
-    Value *obj; // borrowed: the value being filled
+    Value *obj;                 // borrowed: the value being filled
+    Tq4_value_table_obj *table; // borrowed: what it holds, when that is a table
     bool array_flag;
 };
 
@@ -38,7 +39,7 @@ struct Tq4_value_Json_decode_data {
     // The value that a new scalar or container goes to: of the pending member, or the root.
     Value &member() {
         if (chain.empty()) return *root;
-        Tq4_value_table_obj &table = *chain.back().obj->make_table();
+        Tq4_value_table_obj &table = *chain.back().table;
         return table.ValueOf({nullptr, table.m_table.m_case, key});
     }
     // The value of a new unkeyed entry at the end of the array being filled.
@@ -76,8 +77,7 @@ using Decode = Tq4_value_Json_decode_data;
 void open(Decode &data, bool array) {
     const bool element = data.in_array();
     Value &v = element ? data.element() : data.member();
-    if (element || !array) v.make_table();
-    data.chain.push_back({&v, array});
+    data.chain.push_back({&v, element || !array ? v.make_table() : nullptr, array});
 }
 
 void set_integer(Decode &data, int number) {

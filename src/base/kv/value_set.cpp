@@ -58,7 +58,8 @@ Tq4_string Tq4_value_obj::own_string() {
 void Tq4_value_obj::SetBytes(Tq4_value_type tag, const void *bytes, unsigned long n) {
     n = Tq4_text_length(bytes, n);
     const bool hosts = Tq4_cxx_support->new_string != Tq4_cxx_defaults.new_string;
-    if (holds_string() && !m_string && !hosts) {
+    if (inline_word()) m_data = {}; // nothing lies there that anybody points to
+    if (!hosts && !m_string && (holds_string() || inline_word())) {
         m_data.text.Assign(bytes, n);
     } else if (holds_string()) {
         (*own_string())->Memcpy(m_string, bytes, n);

@@ -147,7 +147,7 @@ public:
 
     // The first entry of the hash's chain that matches.
     template <class Match> Entry *FindInChain(Tq4_chain_hash hash, Match match) const {
-        Entry *entry = m_pHashTable[hash.bucket % m_nHashTableSize];
+        Entry *entry = m_pHashTable[BucketOf(hash)];
         while (entry && !match(*entry)) entry = entry->pNext;
         return entry;
     }
@@ -158,9 +158,7 @@ public:
         return FindInChain(hash, [&](const Entry &entry) { return entry.m_spread == spread && match(entry); });
     }
 
-    void Add(Entry *entry, Tq4_chain_hash hash) {
-        Add(entry, static_cast<uint32_t>(hash.bucket % m_nHashTableSize), hash.spread());
-    }
+    void Add(Entry *entry, Tq4_chain_hash hash) { Add(entry, BucketOf(hash), hash.spread()); }
     // As an entry of other chains of the same number was added.
     void AddLike(Entry *entry, const Entry &other) { Add(entry, other.nHashValue, other.m_spread); }
 
@@ -221,7 +219,8 @@ public:
 
     // Forgets all entries without a look at them.
     void Forget() {
-        std::fill_n(m_pHashTable, m_nHashTableSize, nullptr);
+        std::fill_n(m_first_heads, first_size, nullptr);
+        if (m_other_heads) std::fill_n(m_pHashTable, m_nHashTableSize, nullptr);
         m_nCount = 0;
         m_index.Clear();
     }
@@ -238,6 +237,11 @@ public:
     }
 
 private:
+    // The usual number of chains is a constant to the compiler, which then needs no division.
+    uint32_t BucketOf(Tq4_chain_hash hash) const {
+        return static_cast<uint32_t>(m_nHashTableSize == first_size ? hash.bucket % first_size
+                                                                    : hash.bucket % m_nHashTableSize);
+    }
     void Add(Entry *entry, uint32_t bucket, uint32_t spread) {
         entry->m_spread = spread;
         entry->nHashValue = bucket;

@@ -48,6 +48,7 @@ inline constexpr int Tq4_json_not_blank = 0, Tq4_json_not_plain = 0;
 
 inline std::size_t Tq4_json_blanks(const char *bytes, std::size_t n) {
     if (n == 0 || !Tq4_json_is_blank(*bytes)) return 0;
+    if (n > 1 && static_cast<unsigned char>(bytes[1]) > ' ') return 1;
     return Tq4_json_run(bytes, n, Tq4_json_is_blank, Tq4_json_not_blank);
 }
 inline std::size_t Tq4_json_plain(const char *bytes, std::size_t n) {

@@ -191,7 +191,8 @@ bool in_number(uint8_t state) { return state >= STATE_MI && state <= STATE_E3; }
 static_assert(STATE_AR + 1 == STATE_ST, "the states between tokens come first");
 bool between_tokens(uint8_t state) { return state <= STATE_AR; }
 
-// Takes plain bytes of a string. A string that lies here whole is told as it lies here, its end included.
+// Takes plain bytes of a string. A string that lies here whole is told as it lies here, its end included, and what
+// mostly stands behind it is taken with it: a key's colon, the comma after a value.
 int take_plain(json_parser *p, const char *bytes, size_t n, size_t &taken) {
     const size_t run = Tq4_json_plain(bytes, n);
     if (p->buffer_offset || run == n || bytes[run] != '"') {
@@ -202,9 +203,17 @@ int take_plain(json_parser *p, const char *bytes, size_t n, size_t &taken) {
     if (p->config.max_data && run > p->config.max_data) return JSON_ERROR_DATA_LIMIT;
     taken = run;
     p->state = STATE_OK;
-    const int error = tell(p, string_end(p), bytes, run);
-    taken += !error;
-    return error;
+    const json_type type = string_end(p);
+    if (int error = tell(p, type, bytes, run)) return error;
+    const char behind = ++taken < n ? bytes[taken] : '\0';
+    if (type == JSON_KEY && behind == ':') {
+        p->state = STATE_VA;
+        ++taken;
+    } else if (type == JSON_STRING && behind == ',' && p->stack_offset) {
+        comma(p);
+        ++taken;
+    }
+    return 0;
 }
 
 int take_digits(json_parser *p, const char *bytes, size_t n, size_t &taken) {
@@ -270,8 +279,15 @@ int json_parser_string(json_parser *parser, const char *text, size_t length, siz
         if (taken || error) continue;
         // The most frequent of what is left, and everything else.
         const uint8_t next = transitions[parser->state][class_of[static_cast<unsigned char>(text[at])]];
-        if (next == STATE_SB || next == STATE_KS)
-            parser->state = actions[next - state_count].state;
+        if (next == STATE_SB) {
+            parser->state = STATE_ST;
+            ++at;
+            error = take_plain(parser, text + at, length - at, taken);
+            at += taken;
+            continue;
+        }
+        if (next == STATE_KS)
+            parser->state = STATE_VA;
         else if (next == STATE_SP)
             error = comma(parser);
         else
