@@ -4,7 +4,7 @@
 // arrives together with the time-out, need no care of their own. Waiters are woken while the mutex is held: once the
 // flag is seen set, the setter touches the event no more than its waiter may know, and the waiter may delete it.
 // A kill takes a waiter only inside the wait, where a handler gives the mutex back and passes the wake-up on.
-#include "tq4/event.h"
+#include "thread/event.hpp"
 
 #include <atomic>
 #include <chrono>
@@ -105,6 +105,10 @@ void Tq4_event_obj::KilledInWait(void *event) {
     auto *killed = static_cast<Tq4_event_obj *>(event);
     if (killed->m_isSet) killed->Wake();
     MP_THREAD_mutex_unlock(&killed->m_mutex);
+}
+
+bool Tq4_event_is_set(Tq4_event event) {
+    return Tq4_record<const Tq4_event_obj>(event)->m_isSet.load(std::memory_order_relaxed);
 }
 
 const Tq4_event_ Tq4_event_itf = {

@@ -11,6 +11,7 @@
 #include <chrono>
 
 #include "base/queue/sort.hpp"
+#include "thread/event.hpp"
 #include "thread/lock.hpp"
 
 namespace {
@@ -92,6 +93,11 @@ void Tq4_queue_obj::Set() {
     if (base.m_event) (*base.m_event)->Set(base.m_event.get());
 }
 
+// There are items. Under the queue's lock a look at the event is enough.
+void Tq4_queue_obj::Announce() {
+    if (base.m_event && !(base.m_lock && Tq4_event_is_set(base.m_event.get()))) Set();
+}
+
 // The usual cases, here and in Read, stand apart: a queue without a lock pays only for looking.
 void Tq4_queue_obj::Insert(Tq4_queue_item_obj *item, unsigned long index) {
     if (!base.m_lock && !item->queue()) return Place(item, index);
@@ -108,7 +114,7 @@ void Tq4_queue_obj::Insert(Tq4_queue_item_obj *item, unsigned long index) {
 
 void Tq4_queue_obj::Place(Tq4_queue_item_obj *item, unsigned long index) {
     Link(item, PeekNode(index));
-    Set();
+    Announce();
 }
 
 template <Tq4_queue_obj::Step step> Tq4_queue_obj::Found Tq4_queue_obj::Read(unsigned long index, unsigned long wait) {
@@ -133,7 +139,7 @@ template <Tq4_queue_obj::Step step>
     while (!found.item && Wait(patience.left()) >= 1) {
         Tq4_guard guard(base.m_lock);
         found = (this->*step)(index);
-        if (found.item && base.m_itemCount) Set();
+        if (found.item && base.m_itemCount) Announce();
     }
     return found;
 }
@@ -147,7 +153,7 @@ Tq4_queue_obj::Found Tq4_queue_obj::Take(unsigned long index) {
     Tq4_queue_item_obj *item = PeekClamped(index);
     if (!item) return {};
     Unlink(item);
-    if (base.m_itemCount) Set();
+    if (base.m_itemCount) Announce();
     return {item->handle(), item->m_obj};
 }
 
