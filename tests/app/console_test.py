@@ -1,0 +1,350 @@
+#!/usr/bin/env python3
+"""console_test.py PROGRAM: the console from outside: a service, its daemon and its shells as real processes, on pipes,
+terminals and raw sockets.
+
+Each test has a directory of its own with a copy of the program in it, since the control socket lies beside that. The
+tests adopt daemons, so that each is waited for and none is left behind; what a sanitizer finds in one lies in a file.
+Nothing waits without end: what does not come in time fails the test.
+"""
+import ctypes
+import os
+import pty
+import select
+import shutil
+import signal
+import socket
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+PROGRAM, PATIENCE, PR_SET_CHILD_SUBREAPER = sys.argv.pop(1), 60, 36
+PIPES, NO_INPUT, TERMINAL = 'pipes', 'no input', 'terminal'
+PROMPT = 'svc> '
+UNKNOWN = '不识别的命令，请输入h(help) 获取帮助\n'
+WELCOME = '欢迎使用svc服务，请输入命令来控制服务器，输入help(h)获得命令帮助\n'
+GOODBYE = '服务程序 svc 准备退出....\n服务程序 svc 安全退出完成。\n'
+STARTED = '\n\n请输入指令，如需帮助，请输入h(help)\n'
+VERSION = 'svc    \n版本号:1.2\n编译时间：today\n作者:测试\n'
+HELP = '''        参数         [缩写] :  描述
+--charset=utf8       [-utf8   ] : console print in utf8 charset
+--charset=gb18030    [-gb     ] : console print in gb18030 charset
+--service=start      [-start  ] : 以后台服务模式启动程序
+--service=stop       [-stop   ] : 停止先前以后台服务方式运行的进程
+--help               [-h      ] : 显示帮助
+--version            [-v      ] : 显示版本
+'''
+COMMANDS = '''svc服务运行于独立模式（服务+命令行交互一体）
+        指令         [缩写] :  描述
+help                 [h    ] : 显示帮助
+version              [v    ] : 显示版本
+quit                 [q    ] : 退出交互，对于独立运行程序，意味着完整退出，对于后台服务，意味着服务还继续
+stop                 [     ] : 停止后台服务和前台交互
+utf8                 [utf  ] : console print in utf8 charset
+gb18030              [gb   ] : console print in gb18030 charset
+echo                 [e    ] : print the rest
+'''
+
+
+def text(coded):
+    return coded.decode('utf-8', 'surrogateescape')
+
+
+def gb18030(said):
+    return text(said.encode('gb18030'))
+
+
+def conversation(said):
+    """What the service has said after the greeting."""
+    return said.partition(STARTED)[2]
+
+
+def wait_for(pid):
+    """The exit code of a child, or of a process that became one; minus the signal that ended it."""
+    if not select.select([os.pidfd_open(pid)], [], [], PATIENCE)[0]:
+        os.kill(pid, signal.SIGKILL)
+    return os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1])
+
+
+class Channel:
+    """A side of a conversation, over two descriptors that may be one."""
+
+    def __init__(self, source, sink):
+        self.source, self.sink, self.said = source, sink, ''
+
+    def send(self, typed):
+        os.write(self.sink, typed.encode('utf-8', 'surrogateescape'))
+
+    def read(self):
+        try:
+            piece = os.read(self.source, 65536) if select.select([self.source], [], [], PATIENCE)[0] else b''
+        except OSError:  # how a terminal tells that nobody holds it open any more
+            piece = b''
+        self.said = text(self.said.encode('utf-8', 'surrogateescape') + piece)
+        return piece
+
+    def expect(self, wanted):
+        """Reads until this has come; everything up to its end."""
+        while wanted not in self.said and self.read():
+            pass
+        assert wanted in self.said, f'{wanted!r} did not come, but {self.said[-1000:]!r}'
+        end = self.said.index(wanted) + len(wanted)
+        said, self.said = self.said[:end], self.said[end:]
+        return said
+
+    def rest(self):
+        while self.read():
+            pass
+        return self.said
+
+    def end_input(self):
+        os.close(self.sink)
+
+    def hang_up(self):
+        for descriptor in {self.source, self.sink}:
+            os.close(descriptor)
+
+
+class Client(Channel):
+    def __init__(self, path):
+        connection = socket.socket(socket.AF_UNIX)
+        connection.connect(path)
+        descriptor = connection.detach()
+        super().__init__(descriptor, descriptor)
+
+
+class Process(Channel):
+    """A program with its descriptors 0 to 2 on pipes, the same with 0 closed, or on a terminal of its own."""
+
+    def __init__(self, command, environment, console):
+        (stdin, sink), (source, stdout) = os.pipe(), os.pipe()
+        self.pid, terminal = pty.fork() if console == TERMINAL else (os.fork(), None)
+        if self.pid == 0:
+            if console != TERMINAL:
+                os.dup2(stdin, 0), os.dup2(stdout, 1), os.dup2(stdout, 2)
+            if console == NO_INPUT:
+                os.close(0)
+            signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+            os.execve(command[0], command, environment)
+        os.close(stdin), os.close(stdout)
+        super().__init__(source, sink)
+        if console == TERMINAL:
+            self.hang_up()
+            self.source = self.sink = terminal
+
+    def wait(self):
+        return wait_for(self.pid)
+
+
+class Console(unittest.TestCase):
+    def setUp(self):
+        self.directory = tempfile.TemporaryDirectory()
+        self.here = Path(self.directory.name)
+        self.trace, self.socket = self.here / 'trace', str(self.here / 'tq4_run_var/svc/__1pipe__')
+        shutil.copy(PROGRAM, self.here / 'svc')
+
+    def tearDown(self):
+        left_behind = Path(f'/proc/self/task/{os.getpid()}/children').read_text().split()
+        for pid in map(int, left_behind):
+            os.kill(pid, signal.SIGKILL), os.waitpid(pid, 0)
+        self.assertEqual(left_behind, [])
+        self.assertEqual([report.read_text() for report in self.here.glob('san.*')], [])
+        self.directory.cleanup()
+
+    def run_it(self, *arguments, console=PIPES, **settings):
+        sanitizers = {name: f'{os.environ.get(name, "")}:log_path={self.here}/san'
+                      for name in ('ASAN_OPTIONS', 'UBSAN_OPTIONS', 'TSAN_OPTIONS')}
+        return Process([str(self.here / 'svc'), *arguments],
+                       {**os.environ, 'TRACE': str(self.trace), **sanitizers, **settings}, console)
+
+    def say(self, *arguments, typed=''):
+        """Runs it to its end: what it said, and its exit code."""
+        process = self.run_it(*arguments)
+        process.send(typed)
+        process.end_input()
+        said = process.rest()
+        os.close(process.source)
+        return f'{said}={process.wait()}'
+
+    def ask_pid(self):
+        """What the daemon tells the next shell."""
+        client = Client(self.socket)
+        self.assertEqual(client.expect(PROMPT), WELCOME + PROMPT)
+        client.send('pid\n')
+        pid = int(client.expect('\n'))
+        client.hang_up()
+        return pid
+
+    def start_daemon(self):
+        self.assertEqual(self.say('-start'), '=0')
+        self.daemon = self.ask_pid()
+
+    def expect_service(self):
+        self.assertEqual(self.ask_pid(), self.daemon)
+
+    def test_options_that_print_do_not_start_anything(self):
+        for option in '-h', '--help':
+            self.assertEqual(self.say(option), HELP + '=1')
+        for option in '-v', '--version':
+            self.assertEqual(self.say('-utf8', option), VERSION + '=1')
+        self.assertEqual(self.say('-gb', '-v'), gb18030(VERSION) + '=1')
+        for option in '-stop', '--service=stop':
+            self.assertEqual(self.say(option), 'svc 服务没有运行\n=1')
+        self.assertFalse(self.trace.exists())
+
+    def test_standalone_is_service_and_command_line_in_one(self):
+        said = self.say('--charset=utf8', typed='q\n')
+        self.assertEqual(said[:len(COMMANDS)], COMMANDS)
+        last = f'found                [     ] : look an object up\n\n{STARTED}{PROMPT}=1'
+        self.assertEqual(said[-len(last):], last)
+        self.assertEqual(self.trace.read_text(), 'start 2\nstop\ndelete second\ndelete first\n')
+
+    def test_lines_are_a_word_and_the_rest(self):
+        for typed, answer in (
+                ('e a  b \n', 'a  b \n' + PROMPT),
+                (' \t e\t \tx\r\n', 'x\n' + PROMPT),
+                ('e\n', '\n' + PROMPT),
+                ('\n \t\n\r\n', PROMPT * 3),
+                ('echo x\n', 'the shortcut\n' + PROMPT),
+                ('stdio x\ne y\n', f'x{PROMPT}y\n{PROMPT}'),
+                ('found second\nfound third\n', f'second\n{PROMPT}nothing\n{PROMPT}'),
+                ('nonsense\n', UNKNOWN + PROMPT),
+                ('E x\n', UNKNOWN + PROMPT),
+                ('q\0\ne\0 x\n', (UNKNOWN + PROMPT) * 2),
+                (f'e {"y" * 100000}\ne z\n', f'{UNKNOWN}{PROMPT}z\n{PROMPT}'),
+                ('gb\nv\nutf\ne 中\n', f'{PROMPT}{gb18030(VERSION)}{PROMPT}{PROMPT}中\n{PROMPT}'),
+                ('e half', 'half\n' + PROMPT),
+                ('stop\ne x\n', '')):
+            self.assertEqual(conversation(self.say(typed=typed)), f'{PROMPT}{answer}=1', typed[:100])
+        self.assertEqual(conversation(self.say('x', '--y=1', '-z', '1', '-', '-utf8', typed='a\nq\n')),
+                         f'{PROMPT} = x;--y=1;-z = 1 = -;-utf8;\n{PROMPT}=1')
+
+    def test_signals_end_it_in_order_and_a_supervisor_is_told(self):
+        for console, notified, typed, ending in (
+                (NO_INPUT, f'{self.here}/notify', '', signal.SIGINT),  # unattended
+                (PIPES, f'@{self.here}/notify', '', signal.SIGTERM),  # unattended: at its end from the start
+                (PIPES, f'{self.here}/notify2', 'half a line', signal.SIGTERM),
+                (TERMINAL, f'@{self.here}/notify2', 'half a line', signal.SIGINT)):
+            with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as supervisor:
+                supervisor.settimeout(PATIENCE)
+                supervisor.bind(notified.replace('@', '\0'))
+                self.trace.unlink(missing_ok=True)
+                process = self.run_it('--stdio', console=console, NOTIFY_SOCKET=notified)
+                self.assertEqual(supervisor.recv(100), b'READY=1')
+                process.send(typed) if typed else process.end_input()
+                process.expect(PROMPT)
+                os.kill(process.pid, signal.SIGHUP)
+                os.kill(process.pid, ending)
+                self.assertEqual(supervisor.recv(100), b'STOPPING=1')
+                self.assertEqual(process.wait(), 1)
+                self.assertEqual(self.trace.read_text(), 'start 2\nstop\ndelete second\ndelete first\n')
+
+    def test_shells_come_and_go_and_stop_ends_both(self):
+        self.start_daemon()
+        shell = self.run_it(console=TERMINAL)
+        shell.expect('svc服务程序已经运行，现在进入命令交互模式\r\nsvc服务运行于命令交互模式（实际服务在后台进程）\r\n')
+        shell.expect('欢迎使用svc服务')
+        shell.send('nonsense\n')
+        shell.expect('不识别的命令')
+        shell.send('pid\n')  # a program's command runs where it is typed
+        shell.expect(f'{shell.pid}\r\n')
+        shell.send('q\n')
+        self.assertEqual(shell.wait(), 1)
+        self.expect_service()
+        unread = self.run_it()
+        unread.hang_up()
+        self.assertEqual(unread.wait(), 1, 'what it says reaches nobody')
+        shell = self.run_it('-start', console=TERMINAL)
+        shell.expect('欢迎使用svc服务')
+        shell.send('stop\n')
+        shell.expect(GOODBYE.replace('\n', '\r\n'))
+        self.assertEqual((shell.wait(), wait_for(self.daemon)), (1, 1))
+        self.assertFalse(os.path.exists(self.socket))
+
+    def test_the_daemon_is_detached_and_for_owner_and_group_alone(self):
+        self.assertEqual(self.run_it('-start', console=NO_INPUT).wait(), 0)
+        self.daemon = self.ask_pid()
+        self.expect_service()  # the shell that told the pid has gone
+        for path in 'tq4_run_var', 'tq4_run_var/svc', 'tq4_run_var/svc/__1pipe__':
+            self.assertEqual((self.here / path).stat().st_mode & 0o7777, 0o770, path)
+        self.assertNotIn(os.getsid(self.daemon), (os.getsid(0), self.daemon))
+        silent = Client(self.socket)
+        silent.expect(WELCOME + PROMPT)
+        os.kill(self.daemon, signal.SIGHUP)
+        os.kill(self.daemon, signal.SIGTERM)  # also while a shell is attached
+        self.assertEqual(silent.rest(), GOODBYE)
+        self.assertEqual(wait_for(self.daemon), 1)
+        log = ''.join(path.read_text() for path in self.here.glob('log_files/**/*') if path.is_file())
+        for line in 'made\n', 'svc 运行于后台模式\n', '服务程序 svc 安全退出完成。\n':
+            self.assertIn(line, log)
+        self.assertEqual(self.trace.read_text(), 'start 2\nstop\ndelete second\ndelete first\n')
+
+    def test_a_refused_start_leaves_nothing(self):
+        self.assertEqual(self.say('--refuse'), '=1')
+        self.assertEqual(self.say('-start', '--refuse'), '=0')
+        adopted, status = os.waitpid(-1, 0)
+        self.assertEqual(os.waitstatus_to_exitcode(status), -3 & 255, adopted)
+        self.assertFalse(os.path.exists(self.socket))
+        once = '\nstop\ndelete second\ndelete first\n'
+        self.assertEqual(self.trace.read_text(), f'start 2{once}start 3{once}')
+
+    def test_a_dead_daemon_is_told_from_a_living_one(self):
+        self.start_daemon()
+        os.kill(self.daemon, signal.SIGKILL)
+        self.assertEqual(wait_for(self.daemon), -signal.SIGKILL)
+        self.assertEqual(self.say('-stop'), f'连接svc服务程序失败，请检查服务程序是否正常运行\n={-100 & 255}')
+        self.assertEqual(conversation(self.say(typed='q\n')), PROMPT + '=1', 'standalone')
+        for _ in range(3):  # a new daemon can be started as soon as the old one has said goodbye
+            self.start_daemon()
+            self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=1')
+            self.assertFalse(os.path.exists(self.socket))
+            self.assertEqual(wait_for(self.daemon), 1)
+
+    def test_a_control_socket_that_cannot_be_made_is_told(self):
+        for name in 'tq4_run_var', 'tq4_run_var/svc/__1pipe__':
+            in_the_way = self.here / name
+            in_the_way.parent.mkdir(parents=True, exist_ok=True)
+            in_the_way.write_text('x')
+            self.assertEqual(self.say('-start'), f'创建管道{self.socket}失败\n=255')
+            self.assertEqual(in_the_way.read_text(), 'x')
+            in_the_way.unlink()
+        self.assertFalse(self.trace.exists())
+
+    def test_shells_that_misbehave_do_not_disturb_the_next(self):
+        self.start_daemon()
+        noise = text(bytes(i * 7919 >> 3 & 255 for i in range(10000)))
+        for what, typed, answer in (
+                ('leaves at once', '', ''),
+                ('leaves in the middle of a word', 'e one\nsto', 'one\n'),
+                ('is half typed and complete together', 'e one\npid', 'one\n'),
+                ('sends binary data', noise + '\n', UNKNOWN),
+                ('never ends its line', 'x' * 200000, WELCOME),
+                ('chooses another charset', 'gb\ne one\n', 'one\n'),
+                ('lets the service fork', 'worker\n', 'worked\n'),
+                ('leaves while it is told much', 'flood 1000\n', 'xxx')):
+            with self.subTest(what):
+                client = Client(self.socket)
+                client.send(typed)
+                client.expect(answer)
+                client.hang_up()
+                self.expect_service()
+        deaf = Client(self.socket)  # never reads: after a while it is cut off
+        deaf.send('flood 100000\n')
+        self.expect_service()
+        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=1')
+        self.assertEqual(wait_for(self.daemon), 1)
+
+    def test_a_shell_on_pipes_shows_everything_that_was_answered(self):
+        self.start_daemon()
+        said = self.say('-gb', typed='e 中\nq\n')
+        self.assertIn(gb18030('中\n'), said)
+        self.assertIn(gb18030(WELCOME), said, "the daemon's words in the shell's charset")
+        shell = self.run_it()
+        shell.expect(WELCOME)
+        os.kill(self.daemon, signal.SIGTERM)  # the shell leaves with the daemon
+        self.assertIn(GOODBYE, shell.rest())
+        self.assertEqual((shell.wait(), wait_for(self.daemon)), (1, 1))
+
+
+ctypes.CDLL(None).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
+unittest.main()
