@@ -119,11 +119,13 @@ void common_conversion(FuzzedDataProvider &in) {
     int width = in.ConsumeIntegralInRange(-400, 400);
     s += in.ConsumeBool() ? "*" : width > 0 ? std::to_string(width) : "";
     if (in.ConsumeBool()) s += "." + std::to_string(in.ConsumeIntegralInRange(0, 600));
-    char letter = in.PickValueInArray({'d', 'u', 'o', 'x', 'X', 'e', 'f', 'g', 'p', 'c'});
+    char letter = in.PickValueInArray({'d', 'u', 'o', 'x', 'X', 'e', 'f', 'g', 'p', 'c', 's'});
     bool is_integer = strchr("duoxX", letter);
     if (strchr("efg", letter)) return compare(s + letter, width, in.ConsumeFloatingPoint<double>());
     if (letter == 'p') return compare(s + letter, width, reinterpret_cast<void *>(in.ConsumeIntegral<uintptr_t>()));
-    if (is_integer && in.ConsumeBool()) return compare(s + "l" + letter, width, in.ConsumeIntegral<long>());
+    if (letter == 's') return compare(s + letter, width, std::string(in.ConsumeIntegralInRange(0, 90), 'x').c_str());
+    if (is_integer && in.ConsumeBool())
+        return compare(s + (in.ConsumeBool() ? "l" : "ll") + letter, width, in.ConsumeIntegral<long>());
     compare(s + letter, width, in.ConsumeIntegral<int>());
 }
 
