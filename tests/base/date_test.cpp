@@ -1,10 +1,6 @@
 // Dates agree with the calendar day by day; what is not a date follows the same arithmetic.
 #include "base/date.hpp"
-
-#include <chrono>
-#include <utility>
-
-#include <gtest/gtest.h>
+#include "support/test.hpp"
 
 namespace {
 

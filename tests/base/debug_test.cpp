@@ -1,34 +1,18 @@
 // Prints and log lines reach the sinks; the built-in ones write to standard output and to the system log.
-#include "tq4/debug.h"
-
-#include <cstdio>
-#include <fcntl.h>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/threads.hpp"
+#include "support/test.hpp"
 
 namespace {
 
-using Lines = std::vector<std::string>;
-Lines system_log; // what the process did to the system log, in order
+Texts system_log; // what the process did to the system log, in order
 
 } // namespace
 
-// In this program these take the place of the C library's, so that the tests see what would reach the system log.
-extern "C" void openlog(const char *identity, int option, int facility) {
-    system_log.push_back(std::string(identity) + " " + std::to_string(option) + " " + std::to_string(facility));
-}
-extern "C" void closelog() { system_log.push_back("close"); }
+// In this program this takes the place of the C library's, so that the tests see what would reach the system log.
 extern "C" void syslog(int priority, const char *format, ...) {
-    char text[256];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
+    system_log.push_back(std::to_string(priority) + " " + formatted(format, args));
     va_end(args);
-    system_log.push_back(std::to_string(priority) + " " + text);
 }
 
 namespace {
@@ -61,14 +45,12 @@ private:
 };
 
 struct Debug : testing::Test {
-    static inline Lines sunk;
+    static inline Texts sunk;
 
     Debug() { sunk.clear(), system_log.clear(); }
     ~Debug() override { debug.SetPrint(nullptr), debug.SetLog(nullptr), debug.Charset(0); }
     template <char Name> static void sink(int level, const char *format, va_list args) {
-        char text[100];
-        std::vsnprintf(text, sizeof text, format, args);
-        sunk.push_back(Name + std::to_string(level) + " " + text);
+        sunk.push_back(Name + std::to_string(level) + " " + formatted(format, args));
     }
     static void call(void (*slot)(int, const char *, va_list), int level, const char *format, ...) {
         va_list args;
@@ -85,7 +67,7 @@ TEST_F(Debug, SinksReceiveEverythingUntilNullRestoresTheBuiltInOnes) {
     call(debug.vPrintf, -1, "%s", "two");
     debug.log(9, "%c", '3');
     call(debug.vlog, 0, "%s", "four");
-    EXPECT_EQ(sunk, (Lines{"p3 1 one", "p-1 two", "l9 3", "l0 four"}));
+    EXPECT_EQ(sunk, (Texts{"p3 1 one", "p-1 two", "l9 3", "l0 four"}));
 
     Standard_output output;
     debug.SetPrint(nullptr);
@@ -93,7 +75,7 @@ TEST_F(Debug, SinksReceiveEverythingUntilNullRestoresTheBuiltInOnes) {
     debug.Printf(0, nullptr);
     for (int level : {-100, 0, 1}) debug.Printf(level, "%d,", level), debug.log(level, "level %d 100%%", level);
     EXPECT_EQ(output.read_some(), "-100,0,1,");
-    EXPECT_EQ(system_log, (Lines{"8 level -100 100%", "8 level 0 100%"})) << "up to zero, with one severity";
+    EXPECT_EQ(system_log, (Texts{"8 level -100 100%", "8 level 0 100%"})) << "up to zero, with one severity";
 }
 
 TEST_F(Debug, OutputIsGb18030WhenAsked) {
@@ -116,15 +98,6 @@ TEST_F(Debug, PartialWritesGoOnAndFailingOnesEndTheOutput) {
     fcntl(1, F_SETFL, O_NONBLOCK);
     debug.Printf(0, "%s", text.c_str());
     EXPECT_GT(output.read_some().size(), 0u) << "what fitted, and the call has come back";
-}
-
-TEST_F(Debug, TheSystemLogIsOpenedOnceInAProcess) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process of its own
-    const auto open_and_close = [] {
-        for (auto step : {debug.UnInit, debug.Init, debug.Init, debug.UnInit, debug.Init}) step();
-        return system_log == Lines{"Tq4_Base 1 8", "close"};
-    };
-    EXPECT_EXIT(_exit(open_and_close()), testing::ExitedWithCode(1), "");
 }
 
 } // namespace

@@ -1,18 +1,9 @@
-// What the printf engine promises: the C library's bytes within its grammar, its own rules at the grammar's edges,
-// display columns for texts. The fuzz target prints any format, also into a buffer that cannot grow.
-#include "base/print.hpp"
-
-#include <gtest/gtest.h>
-
-#include <bit>
-#include <cerrno>
+// What the printf engine promises at the edges of its grammar, and display columns for texts. Within the grammar the
+// fuzz target compares it with the C library; it prints any format, also into a buffer that cannot grow.
 #include <cfloat>
-#include <climits>
-#include <cmath>
-#include <cstdarg>
-#include <cstdio>
-#include <random>
-#include <string>
+
+#include "base/print.hpp"
+#include "support/test.hpp"
 
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -61,6 +52,9 @@ TEST(Print, TheEdgesOfTheGrammar) {
     EXPECT_EQ(printed("x%*dy", INT_MIN, 1), "x");
     EXPECT_EQ(printed("%c%3c", 0, 0), std::string("\0  \0", 4));
     EXPECT_EQ(printed("%lf %llg", 1.5, 2.5), "1.500000 2.5");
+    EXPECT_EQ(printed("%p %09p|%-6p|", nullptr, &errno, reinterpret_cast<void *>(0x1f)),
+              c_library("%p %09p|%-6p|", nullptr, &errno, reinterpret_cast<void *>(0x1f)));
+    EXPECT_EQ(printed("%+.9d|%011.3f", 42, -1.5), c_library("%+.9d|%011.3f", 42, -1.5));
     EXPECT_EQ(printed("<%s|%9s>", nullptr, nullptr), "<|>");
     errno = ENOENT;
     EXPECT_EQ(printed("%.3m|%m", 0), "No |" + std::string(strerror(ENOENT)));
@@ -79,53 +73,6 @@ TEST(Print, TheWidthOfATextCountsDisplayColumns) {
         {"%05s|%.0s", "ab", "   ab|"},
     };
     for (auto &c : cases) EXPECT_EQ(printed(c.format, c.text, c.text), c.expected) << c.format << " of " << c.text;
-}
-
-// Random conversions within the common grammar.
-struct PrintMatrix : testing::Test {
-    std::mt19937_64 random{7};
-
-    uint64_t below(uint64_t n) { return random() % n; }
-    long integer() { return static_cast<long>(random() >> below(64)) * (below(2) ? 1 : -1); }
-    double real() {
-        static const double odd[] = {0.0, -0.0, 0.5, 1.5, 0.125, 9.9999995, 5e-324, 1e300, INFINITY, -NAN};
-        double decimal = static_cast<double>(integer()) / std::pow(10, below(20));
-        double binary = static_cast<double>(integer()) / static_cast<double>(1ul << below(20));
-        double choice[] = {odd[below(std::size(odd))], decimal, binary, std::bit_cast<double>(random())};
-        return choice[below(4)];
-    }
-    std::string number(uint64_t low, uint64_t high) { return std::to_string(below(below(4) ? low : high)); }
-    std::string specification(bool star) {
-        std::string s = "<%";
-        for (char flag : {'-', '+', '0'})
-            if (below(3) == 0) s += flag;
-        s += star ? "*" : below(2) ? number(20, 300) : "";
-        if (below(2)) s += "." + (below(6) ? number(25, 400) : "");
-        return s;
-    }
-    // The engine and the C library, which may spell lengths differently.
-    template <class Value>
-    void compare(const std::string &length, char letter, const std::string &c_length, Value value) {
-        bool star = below(4) == 0;
-        int width = static_cast<int>(below(90)) - 45;
-        std::string s = specification(star), ours = s + length + letter + ">", theirs = s + c_length + letter + ">";
-        ASSERT_EQ(star ? printed(ours.c_str(), width, value) : printed(ours.c_str(), value),
-                  star ? c_library(theirs, width, value) : c_library(theirs, value))
-            << ours << " width " << width;
-    }
-};
-
-TEST_F(PrintMatrix, WritesTheBytesOfTheCLibrary) {
-    for (int i = 0; i < 40000 && !HasFatalFailure(); ++i) {
-        char letter = "duoxX"[below(5)];
-        compare("", letter, "", static_cast<int>(integer()));
-        compare(below(2) ? "ll" : "I64", letter, "ll", static_cast<long long>(integer()));
-        compare("l", letter, "l", integer());
-        compare(below(2) ? "" : "l", "efg"[below(3)], "", real());
-        compare("", 'c', "", static_cast<int>(1 + below(255)));
-        compare("", 'p', "", reinterpret_cast<void *>(below(4) ? integer() : 0));
-        compare("", 's', "", std::string(below(40), 'x').c_str());
-    }
 }
 
 } // namespace

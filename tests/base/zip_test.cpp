@@ -1,14 +1,7 @@
 // What the compression wrapper promises: zlib's own raw bytes, in any slicing, and no harm from damaged input.
-#include "tq4/zip.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-#include <string>
 #include <zlib.h>
 
-#include "own.hpp"
+#include "support/test.hpp"
 
 namespace {
 
@@ -27,7 +20,7 @@ struct Zip : testing::Test {
             EXPECT_EQ(length, (*out)->length(out));
         }
         end(z);
-        return {(*out)->c_str(out), static_cast<std::size_t>((*out)->length(out))};
+        return text_of(out);
     }
     std::string zipped(const std::string &text, std::size_t piece) {
         return run((*z)->zip_start, (*z)->zip, (*z)->zip_end, text, piece);
@@ -83,13 +76,12 @@ TEST_F(Zip, WritesZlibsOwnBytes) {
 
 TEST_F(Zip, TakesNulTerminatedTextAndIgnoresWhatWasNotStarted) {
     EXPECT_EQ((*z)->zip(z, "text", 4) + (*z)->unzip(z, "text", 4), 0);
-    (*z)->zip_end(z);
     EXPECT_EQ((*z)->zip_start(z, nullptr), Z_STREAM_ERROR);
     (*z)->zip_start(z, out);
     (*z)->zip(z, "hello", -1);
     (*z)->zip_end(z);
     EXPECT_EQ((*z)->zip(z, "more", -1), 0) << "ended";
-    EXPECT_EQ(unzipped({(*out)->c_str(out), static_cast<std::size_t>((*out)->length(out))}, 3), "hello");
+    EXPECT_EQ(unzipped(text_of(out), 3), "hello");
 }
 
 TEST_F(Zip, DamagedStreamsEndTheFeedAndKeepWhatCameOut) {
@@ -102,9 +94,8 @@ TEST_F(Zip, DamagedStreamsEndTheFeedAndKeepWhatCameOut) {
     EXPECT_EQ(kept.substr(0, text.size() / 4), text.substr(0, text.size() / 4));
     std::mt19937 random(9);
     for (int i = 0; i < 300; ++i) {
-        std::string noise(random() % 200, '\0');
-        for (char &c : noise) c = static_cast<char>(random());
-        unzipped(noise, 1 + random() % 50); // ends, and nothing overruns
+        packed[random() % packed.size()] ^= 1;
+        unzipped(packed, 1 + random() % 5000); // ends, and nothing overruns
     }
 }
 
@@ -113,9 +104,6 @@ TEST_F(Zip, DeletingOrResettingOpenStreamsLeaksNothing) {
     (*z)->zip(z, "open", -1);
     (*z)->zip_start(z, out); // again
     (*z)->unzip_start(z, out);
-    const Tq4_own<Tq4_zip> idle(static_cast<Tq4_zip>(Tq4_object_Dup(z)));
-    EXPECT_EQ((*idle)->zip(idle.get(), "x", 1), 0) << "a duplicate is idle";
-    EXPECT_EQ(Tq4_object_Equal(z, idle.get()), 0);
     Tq4_zip_oitf->Reset(z);
     EXPECT_EQ((*z)->zip(z, "x", 1), 0);
     (*z)->zip_start(z, out); // left open for the fixture's Delete

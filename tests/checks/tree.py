@@ -5,13 +5,14 @@ tree.py exports LIBRARY   the shared object, src/exports.map and the headers tha
                           a header is included when the library exports all that it declares, and not before
 tree.py built DATABASE    a target builds every source file (DATABASE: compile_commands.json)
 tree.py floors            a file includes only from its own floor or from below (src/floors.txt)
-tree.py slots             every operation table that tq4.h offers has its order recorded in tests/slots_test.cpp
+tree.py slots             the slots of every operation table that tq4.h offers stand where tests/checks/slots.txt records them
 """
 import fnmatch
 import json
 import re
 import subprocess
 import sys
+import zlib
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
@@ -87,11 +88,19 @@ def check_floors():
 
 
 def check_slots():
-    recorded = re.findall(r'TQ4_SLOTS\((\w+)', (ROOT / 'tests/slots_test.cpp').read_text())
-    for header in OFFERED:
-        for table in re.findall(r'struct (\w+_(?:itf)?) \{[^}]*\(\*', code(header)):
-            if table not in recorded:
-                yield f'{header.name}: the slot order of {table} is not recorded in tests/slots_test.cpp'
+    whole = subprocess.run(['cc', '-E', '-P', '-I', ROOT / 'include', WHOLE], check=True, capture_output=True, text=True)
+    tables = {table: [slot or hook for slot, hook in re.findall(r'(?:\(\*(\w+)\)[^;]*|(\w+)\s*);', body)]
+              for table, body in re.findall(r'struct (\w+_(?:itf)?) \{([^}]*\(\*[^}]*)\}', whole.stdout)}
+    marks = {table: [f'{zlib.crc32(" ".join(slots[:n]).encode()):08x}' for n in range(len(slots) + 1)]
+             for table, slots in tables.items()}
+    recorded = [line.split() for line in (ROOT / 'tests/checks/slots.txt').read_text().splitlines() if line[0] != '#']
+    for table, count, mark in recorded:
+        if mark not in marks.get(table, [])[int(count):int(count) + 1]:
+            yield f'{table}: one of its first {count} slots has moved, has another name or is gone'
+    for table in marks:
+        line = [table, str(len(tables[table])), marks[table][-1]]
+        if line not in recorded:
+            yield f'tests/checks/slots.txt does not record all slots of {table}; its line: {" ".join(line)}'
 
 
 complaints = list(globals()[f'check_{sys.argv[1]}'](*sys.argv[2:]))

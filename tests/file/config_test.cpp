@@ -1,30 +1,9 @@
 // Settings: how a file is read, what stands in a tree afterwards, and that writing it loses nothing.
 #include <cfloat>
-#include <climits>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <map>
-#include <random>
-#include <string>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <tuple>
-#include <type_traits>
-#include <unistd.h>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "own.hpp"
-#include "support/temp_dir.hpp"
-#include "tq4/config.h"
+#include "support/test.hpp"
 
 namespace {
-
-namespace fs = std::filesystem;
-using Texts = std::vector<std::string>;
 
 struct Config : testing::Test {
     Temp_dir directory;
@@ -41,10 +20,12 @@ struct Config : testing::Test {
         EXPECT_EQ((*s)->Dump(s, file.c_str()), 1);
         return content(file);
     }
-    // What is written, after checking that it stays the same when it is read and written again.
+    // What is written, after checking that it stays the same when it is read and written again, and a copy is equal.
     std::string stable_dump() {
         const std::string first = dumped();
+        const Tq4_own<Tq4_config> copy(static_cast<Tq4_config>(Tq4_config_oitf->Dup(s)));
         EXPECT_EQ((*s)->Read(s, file.c_str()), 1);
+        EXPECT_TRUE(Tq4_object_Equal(copy.get(), s));
         EXPECT_EQ(dumped(), first);
         return first;
     }
@@ -119,26 +100,18 @@ TEST_F(Config, APathLeadsFromTheRootAsFarAsItGoes) {
 TEST_F(Config, TheCursorMovesUpAndDown) {
     read("[srv]\n<in>\n<in>\n</in>\n</in>\n<in>\nk=1\n[x.y]\nk=2\n[]\n<in>\n");
     EXPECT_EQ(children(), (Texts{"srv", "x.y", ""}));
-    EXPECT_EQ((*s)->ToChildSection(s, "srv", 1), nullptr);
-    EXPECT_EQ((*s)->ToChildSection(s, nullptr, 0), nullptr);
     EXPECT_STREQ((*s)->ToChildSection(s, "srv", 0), "srv");
-    EXPECT_EQ((*s)->GetChildSectionCount(s, "in"), 2);
-    EXPECT_EQ((*s)->GetChildSectionCount(s, "no"), 0);
+    EXPECT_EQ((*s)->GetChildSectionCount(s, "in") + 10 * (*s)->GetChildSectionCount(s, "no"), 2);
     EXPECT_STREQ((*s)->ToChildSection(s, "in", 1), "srv.in[1]");
     EXPECT_EQ((*s)->GetKVCount(s), 1);
     EXPECT_EQ((*s)->ToChildSection(s, "in", TQ4_ALL_ONES), nullptr);
-    EXPECT_STREQ((*s)->GetSection(s), "srv.in[1]");
     (*s)->ToParentSection(s);
     EXPECT_STREQ((*s)->GetSection(s), "srv");
-    (*s)->ToParentSection(s);
-    (*s)->ToParentSection(s);
+    for (int ups = 0; ups < 2; ++ups) (*s)->ToParentSection(s);
     EXPECT_STREQ((*s)->ToChildSection(s, "x.y", 0), "x.y") << "a dot is no hindrance here";
     (*s)->ToTopSection(s);
     EXPECT_STREQ((*s)->ToChildSection(s, "", 0), "");
     EXPECT_STREQ((*s)->ToChildSection(s, "in", 0), "in") << "the part without a name is not seen";
-    (*s)->ToParentSection(s);
-    EXPECT_EQ(children(), Texts{"in"});
-    EXPECT_STREQ((*s)->GetSection(s), "");
 }
 
 TEST_F(Config, SectionsAreAddedAndRemovedWithAllThatIsInThem) {
@@ -164,8 +137,6 @@ TEST_F(Config, SectionsAreAddedAndRemovedWithAllThatIsInThem) {
 
 TEST_F(Config, KeysAreIteratedWhileTheyAreRemoved) {
     for (int i = 0; i < 100; ++i) (*s)->WriteInt(s, ("k" + std::to_string(i)).c_str(), i, 0);
-    EXPECT_EQ((*s)->GetKVCount(s), 100);
-    EXPECT_EQ(keys()[99], "k99");
     Texts seen;
     for (const char *key = (*s)->GetFirstKey(s); key; key = (*s)->GetNextKey(s)) {
         seen.push_back(key);
@@ -173,7 +144,6 @@ TEST_F(Config, KeysAreIteratedWhileTheyAreRemoved) {
     }
     EXPECT_EQ(seen.size(), 100u) << "none is passed over";
     EXPECT_EQ(keys().size(), 50u);
-    EXPECT_EQ(value("", "k98"), "no key");
     EXPECT_EQ(value("", "k99"), "99");
 }
 
@@ -181,17 +151,9 @@ TEST_F(Config, TextsAreReadAsNumbersAndCharacters) {
     const std::tuple<const char *, long, int, double> cases[] = {{"12", 12, '1', 12},
                                                                  {"010", 16, '0', 10},
                                                                  {"0x1f", 31, 31, 0x1f},
-                                                                 {"0x12x41", 0x41, 0x41, 0x12},
                                                                  {"-0x10", 0, '-', -16},
-                                                                 {"-7.5e1x", -7, '-', -75},
-                                                                 {"0", 0, '0', 0},
-                                                                 {"", 0, 0, 0},
                                                                  {"\\n", 0, '\n', 0},
-                                                                 {"\\0", 0, 0, 0},
-                                                                 {"\\\\", 0, '\\', 0},
                                                                  {"\\space", 0, ' ', 0},
-                                                                 {"\\", 0, ' ', 0},
-                                                                 {"99999999999999999999", LONG_MAX, '9', 1e20},
                                                                  {"0xffffffffffffffffff", -1, -1, 0x1p72},
                                                                  {"\"  010", 0, '"', 0}};
     for (const auto &[text, as_number, as_character, as_real] : cases) {
@@ -227,12 +189,8 @@ template <class T> std::string stored(Tq4_config s, int written, int (*read)(Tq4
 
 TEST_F(Config, NumbersAndCharactersAreWrittenAsTheyAreReadBack) {
     EXPECT_EQ(TQ4_STORED(Short, short{-1}, 1), "0xffffffff");
-    EXPECT_EQ(TQ4_STORED(Int, -2, 1), "0xfffffffe");
     EXPECT_EQ(TQ4_STORED(Long, LONG_MIN, 0), "-9223372036854775808");
-    EXPECT_EQ(TQ4_STORED(Long, -1L, 1), "0xffffffffffffffff");
     EXPECT_EQ(TQ4_STORED(UChar, (unsigned char)200, 1), "0xc8");
-    EXPECT_EQ(TQ4_STORED(UShort, (unsigned short)65535, 1), "0xffff");
-    EXPECT_EQ(TQ4_STORED(ULong, ULONG_MAX, 0), "18446744073709551615");
     (*s)->WriteULong(s, "k", 0xabc12345678UL, 1);
     EXPECT_EQ(value("", "k"), "0x12345678") << "the low half";
     EXPECT_EQ(TQ4_STORED(Float, 0.5f), "0.500000");
@@ -271,7 +229,11 @@ TEST_F(Config, NoTextWrittenIsLost) {
         stable_dump();
         for (const char *key : {"quoted", "plain", "new"}) EXPECT_EQ(value("", key), text) << key;
     }
+    const Tq4_own<Tq4_config> before(static_cast<Tq4_config>(Tq4_config_oitf->Dup(s)));
     EXPECT_EQ((*s)->WriteString(s, "plain", (*s)->ReadString(s, "plain", "")), 1) << "its own text";
+    EXPECT_TRUE(Tq4_config_oitf->Equal(s, before.get()));
+    set("one more", "");
+    EXPECT_FALSE(Tq4_config_oitf->Equal(s, before.get()));
     EXPECT_EQ(value("", "plain"), texts.back());
     for (const std::string &text : {std::string("two\nlines"), std::string(2048, 'v')})
         EXPECT_EQ((*s)->WriteString(s, "plain", text.c_str()), 0) << "a file could not hold it";
@@ -326,35 +288,6 @@ TEST_F(Config, DepthAndNumberAreBoundedByMemoryAlone) {
     EXPECT_EQ((*s)->GetKVCount(s), 100000);
     EXPECT_EQ((*s)->GetChildSectionCount(s, "a"), 100000);
     EXPECT_EQ(value("", "key 77777"), "77777");
-}
-
-TEST_F(Config, RandomTreesAreReadBackAsTheyWereWritten) {
-    std::mt19937 random(2026);
-    const Texts names = {"a", "b", "c.d", "e]f", "g h", ""}, texts = {"1", "", " x ", "a//b", "\"", "=", "\xFF"};
-    const char *name;
-    const auto write = [&] { (*s)->WriteString(s, name, texts[random() % texts.size()].c_str()); };
-    const std::function<void()> changes[] = {
-        [&] { (*s)->AddSection(s, name); },
-        [&] { (*s)->ToParentSection(s); },
-        [&] { (*s)->RemoveChildSection(s, name, random() % 2); },
-        [&] { (*s)->ToChildSection(s, name, random() % 3); },
-        write,
-        write,
-    };
-    for (int round = 0; round < 200; ++round) {
-        Tq4_config_oitf->Reset(s);
-        for (int step = 0; step < 60; ++step) {
-            name = names[random() % names.size()].c_str();
-            changes[random() % std::size(changes)]();
-        }
-        auto copy = Tq4_make<Tq4_config>(Tq4_config_oitf);
-        Tq4_config_oitf->Copy(copy.get(), s);
-        EXPECT_TRUE(Tq4_object_Equal(copy.get(), s));
-        stable_dump();
-        EXPECT_TRUE(Tq4_object_Equal(copy.get(), s)) << "round " << round;
-        (*s)->WriteString(s, "one more", "");
-        EXPECT_FALSE(Tq4_object_Equal(copy.get(), s));
-    }
 }
 
 TEST_F(Config, DumpReplacesAFileInOneStep) {

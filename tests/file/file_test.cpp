@@ -1,11 +1,6 @@
 // What a file promises beyond its stream: opening and closing, the position across both directions, size and
 // truncation.
-#include "tq4/file.h"
-
-#include <gtest/gtest.h>
-
-#include "own.hpp"
-#include "support/temp_dir.hpp"
+#include "support/test.hpp"
 
 namespace {
 
@@ -34,7 +29,7 @@ TEST_F(File, OpensAsTheModeSays) {
     EXPECT_FALSE(open(Tq4_file_write | Tq4_file_create | Tq4_file_exclusive));
     EXPECT_FALSE((*f)->IsOpen(f));
     EXPECT_TRUE(open(Tq4_file_write | Tq4_file_append));
-    EXPECT_EQ(write("def"), 3);
+    EXPECT_EQ((*f)->Printf(f, "%s", "def"), 3);
     EXPECT_TRUE(open(0));
     EXPECT_EQ(line(), "abcdef");
     write("x");
@@ -71,18 +66,6 @@ TEST_F(File, SizeCountsWhatIsBufferedAndTruncateCutsWhatWasReadAhead) {
     EXPECT_TRUE((*f)->Truncate(f, 20) && (*f)->Sync(f));
     EXPECT_EQ(size(), 20);
     EXPECT_FALSE((*f)->Truncate(f, TQ4_ALL_ONES));
-}
-
-TEST_F(File, NumbersAndTextGoThroughItsStream) {
-    fresh();
-    (*f)->SetByteOrder(f, ByteOrder_LittleEndians);
-    EXPECT_EQ((*f)->Write_uint(f, 1u) + (*f)->Printf(f, "%s:%d\n", "x", 5), 8);
-    seek(0);
-    const Tq4_stream stream = (*f)->Stream(f);
-    unsigned u = 0;
-    EXPECT_EQ((*stream)->Read_uint(stream, &u), 4);
-    EXPECT_EQ(u, 1u);
-    EXPECT_EQ(line(), "x:5");
 }
 
 TEST_F(File, AClosedFileRefusesEverything) {

@@ -1,19 +1,17 @@
 // Which file a log line goes to: hours, quarters, days, sizes and restarts, on a clock and files made up here.
 #include "file/log_choice.hpp"
-
-#include <gtest/gtest.h>
-#include <tuple>
-
-#include <map>
-#include <sstream>
+#include "support/test.hpp"
 
 namespace {
 
 constexpr uint64_t Full = Tq4_log_choice::Default_size_limit;
 
+const std::string today = "2026-11-15T";
+
+// "14:37" is today's.
 std::tm at(const std::string &text) {
     std::tm t{};
-    EXPECT_NE(strptime(text.c_str(), "%Y-%m-%dT%H:%M", &t), nullptr) << text;
+    EXPECT_NE(strptime((text.size() == 5 ? today + text : text).c_str(), "%Y-%m-%dT%H:%M", &t), nullptr) << text;
     return t;
 }
 
@@ -31,7 +29,7 @@ struct Choice : testing::Test {
         choice.m_maindir = "main";
         open_path.clear();
     }
-    // Writes a line and gives its file, "2026-11-15T14-3[001]"; "lost" when none could be opened.
+    // Writes a line and gives its file, "2026-11-16T14-3[001]" or today "14-3[001]"; "lost" when none could be opened.
     std::string line(const std::string &time) {
         const std::tm t = at(time);
         if (choice.Due(t)) {
@@ -44,7 +42,8 @@ struct Choice : testing::Test {
         choice.m_filesize += 10;
         std::string name = open_path.substr(open_path.rfind("/svc_") + 5);
         name[name.find(' ')] = 'T';
-        return name.substr(0, name.size() - 4);
+        name.resize(name.size() - 4);
+        return name.starts_with(today) ? name.substr(today.size()) : name;
     }
     // What a timer does between lines.
     std::string check(const std::string &time) {
@@ -75,32 +74,24 @@ struct Choice : testing::Test {
 
 TEST_F(Choice, FollowsTheClockAndTheSizes) {
     const std::tuple<const char *, const char *, const char *> stories[] = {
-        {"quarters share a file until it is full", "2026-11-15T14:00 2026-11-15T14:15 2026-11-15T14:59",
-         "2026-11-15T14-1[001] 2026-11-15T14-1[001] 2026-11-15T14-1[001] "},
-        {"an hour begins a file though the old one has room", "2026-11-15T14:59 2026-11-15T15:00",
-         "2026-11-15T14-4[001] 2026-11-15T15-1[001] "},
-        {"full in the same quarter counts on", "2026-11-15T14:37 fill 2026-11-15T14:37 fill 2026-11-15T14:44",
-         "2026-11-15T14-3[001] 2026-11-15T14-3[002] 2026-11-15T14-3[003] "},
-        {"full in another quarter starts at one", "2026-11-15T14:00 fill 2026-11-15T14:01 fill 2026-11-15T14:45",
-         "2026-11-15T14-1[001] 2026-11-15T14-1[002] 2026-11-15T14-4[001] "},
-        {"the quarter is compared with the stamp, not with the last line",
-         "2026-11-15T14:00 2026-11-15T14:20 fill 2026-11-15T14:20 fill 2026-11-15T14:29",
-         "2026-11-15T14-1[001] 2026-11-15T14-1[001] 2026-11-15T14-2[001] 2026-11-15T14-2[002] "},
+        {"quarters share a file until it is full", "14:00 14:15 14:59", "14-1[001] 14-1[001] 14-1[001] "},
+        {"an hour begins a file though the old one has room", "14:59 15:00", "14-4[001] 15-1[001] "},
+        {"full in the same quarter counts on", "14:37 fill 14:37 fill 14:44", "14-3[001] 14-3[002] 14-3[003] "},
+        {"full in another quarter starts at one", "14:00 fill 14:01 fill 14:45", "14-1[001] 14-1[002] 14-4[001] "},
+        {"the quarter is the stamp's, not the last line's", "14:00 14:20 fill 14:20 fill 14:29",
+         "14-1[001] 14-1[001] 14-2[001] 14-2[002] "},
         {"midnight, month and year", "2026-12-31T23:59 2027-01-01T00:00 2028-01-01T00:00",
          "2026-12-31T23-4[001] 2027-01-01T00-1[001] 2028-01-01T00-1[001] "},
-        {"a late line goes back to its own hour, and the next returns",
-         "2026-11-15T14:59 2026-11-15T15:00 2026-11-15T14:59 2026-11-15T15:00",
-         "2026-11-15T14-4[001] 2026-11-15T15-1[001] 2026-11-15T14-4[001] 2026-11-15T15-1[001] "},
-        {"a restart continues the first file with room",
-         "2026-11-15T14:00 fill 2026-11-15T14:00 restart 2026-11-15T14:01 fill restart 2026-11-15T14:02",
-         "2026-11-15T14-1[001] 2026-11-15T14-1[002] 2026-11-15T14-1[002] 2026-11-15T14-1[003] "},
-        {"a file that cannot be opened is tried again at each line, and every attempt takes a number",
-         "lock 2026-11-15T14:00 2026-11-15T14:00 unlock 2026-11-15T14:00", "lost lost 2026-11-15T14-1[003] "},
-        {"a limit that rises meanwhile does not keep the file closed",
-         "lock 2026-11-15T14:00 raise unlock 2026-11-15T14:00", "lost 2026-11-15T14-1[002] "},
-        {"the timer closes at a new hour, and the next line opens",
-         "2026-11-15T14:10 check:2026-11-15T14:59 check:2026-11-15T15:00 2026-11-15T15:01",
-         "2026-11-15T14-1[001] kept closed 2026-11-15T15-1[001] "},
+        {"a late line goes back to its own hour", "14:59 15:00 14:59 15:00",
+         "14-4[001] 15-1[001] 14-4[001] 15-1[001] "},
+        {"a restart continues the first file with room", "14:00 fill 14:00 restart 14:01 fill restart 14:02",
+         "14-1[001] 14-1[002] 14-1[002] 14-1[003] "},
+        {"a file that cannot be opened is tried again, and every attempt takes a number",
+         "lock 14:00 14:00 unlock 14:00", "lost lost 14-1[003] "},
+        {"a limit that rises meanwhile does not keep the file closed", "lock 14:00 raise unlock 14:00",
+         "lost 14-1[002] "},
+        {"the timer closes at a new hour, and the next line opens", "14:10 check:14:59 check:15:00 15:01",
+         "14-1[001] kept closed 15-1[001] "},
         {"while no file is open the timer's question stays open",
          "check:2026-11-16T00:00 check:2026-11-16T00:00 2026-11-16T00:01", "closed closed 2026-11-16T00-1[001] "},
     };
@@ -112,21 +103,21 @@ TEST_F(Choice, FollowsTheClockAndTheSizes) {
 }
 
 TEST_F(Choice, NamesAndDirectoriesHaveTheirForm) {
-    line("2026-11-15T14:37");
+    line("14:37");
     EXPECT_EQ(open_path, "main/logfiles-2026/11/2026-11-15/svc_2026-11-15 14-3[001].log");
     choice.m_index = 1000;
-    EXPECT_EQ(run("fill 2026-11-15T14:37"), "2026-11-15T14-3[1000] ");
+    EXPECT_EQ(run("fill 14:37"), "14-3[1000] ");
     choice.m_maindir = "/elsewhere";
-    line("2026-11-15T15:10");
+    line("15:10");
     EXPECT_EQ(choice.m_filedir, "main/logfiles-2026/11/2026-11-15") << "a main directory counts from the next date";
     line("2026-11-16T15:10");
     EXPECT_EQ(choice.m_filedir, "/elsewhere/logfiles-2026/11/2026-11-16");
 }
 
 TEST_F(Choice, ABorrowedDirectoryTextOutlivesMidnight) {
-    line("2026-11-15T23:59");
+    line("23:59");
     const char *borrowed = choice.m_filedir.c_str();
-    run("2026-11-16T00:00 2026-11-15T23:59 2026-11-16T00:00 2026-11-15T23:59 2026-11-16T00:00");
+    run("2026-11-16T00:00 23:59 2026-11-16T00:00 23:59 2026-11-16T00:00");
     EXPECT_STREQ(borrowed, "main/logfiles-2026/11/2026-11-15");
 }
 

@@ -1,20 +1,6 @@
 // Waiting gives select's answers for any descriptor and survives signals.
 #include "platform/multi_platform_socket.hpp"
-
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <climits>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <string>
-#include <sys/resource.h>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/threads.hpp"
+#include "support/test.hpp"
 
 namespace {
 

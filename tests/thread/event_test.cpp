@@ -1,13 +1,5 @@
 // What an event promises: nobody passes before it is set, exactly those pass who may, and no Set is lost.
-#include "tq4/event.h"
-
-#include <chrono>
-#include <pthread.h>
-
-#include <gtest/gtest.h>
-
-#include "own.hpp"
-#include "support/threads.hpp"
+#include "support/test.hpp"
 
 namespace {
 
@@ -65,18 +57,6 @@ TEST_F(Event, LetsAllWaitersPassOrOneForEachSet) {
             EXPECT_EQ(passed, expected);
         }
     }
-}
-
-TEST_F(Event, TimesOutNeitherEarlyNorNeverUnderWakeUpsWithoutCause) {
-    constexpr auto time = std::chrono::milliseconds(40);
-    std::atomic<bool> over = false;
-    Parallel noise([&] {
-        while (!over) wake_without_setting();
-    });
-    const auto start = Clock::now();
-    EXPECT_EQ(wait(time.count()), 0);
-    EXPECT_GE(Clock::now() - start, time - std::chrono::milliseconds(1)) << "a millisecond is the grain";
-    over = true;
 }
 
 // Every Set is answered before the next: one that got lost beside a time-out would never be.

@@ -1,30 +1,7 @@
 // What remains when a thread is killed, ends itself, deletes itself or is stopped by a signal. Each case runs in a
 // process of its own, which must end by itself; leaks and accesses to freed memory are the sanitizers' to find there.
-#include "tq4/thread.h"
-
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
-#include <memory>
-#include <sys/resource.h>
-#include <sys/wait.h>
-
-#include <gtest/gtest.h>
-
-#include "own.hpp"
-#include "support/threads.hpp"
+#include "support/test.hpp"
 #include "thread/cancel.hpp"
-#include "tq4/debug.h"
-#include "tq4/event.h"
-
-#if defined(__SANITIZE_THREAD__)
-#define UNDER_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define UNDER_THREAD_SANITIZER 1
-#endif
-#endif
 
 namespace {
 
@@ -74,13 +51,6 @@ struct Victim {
     }
 };
 
-void must(bool fact, const char *text, int line) {
-    if (fact) return;
-    std::fprintf(stderr, "line %d: %s\n", line, text);
-    std::_Exit(1);
-}
-#define MUST(fact) must(fact, #fact, __LINE__)
-
 // It calls nothing at all, so that only a kill at any instruction can end it.
 unsigned long deaf(Victim &) {
     for (;;) asm volatile("" ::: "memory");
@@ -95,7 +65,7 @@ void in_a_child(unsigned long (*work)(Victim &), void (*test)(Victim &)) {
         victim->start();
         test(*victim);
         victim.reset();
-        std::exit(0);
+        std::exit(testing::Test::HasFailure());
     };
     EXPECT_EXIT(live_and_exit(), testing::ExitedWithCode(0), "");
 }
@@ -103,7 +73,7 @@ void in_a_child(unsigned long (*work)(Victim &), void (*test)(Victim &)) {
 TEST(ThreadDeathTest, AFunctionThatDoesNotListenIsKilled) {
     in_a_child(deaf, [](Victim &v) {
         v.stop(20);
-        MUST(v.exit_code_is(0));
+        EXPECT_TRUE(v.exit_code_is(0));
         v.await_end();
     });
     in_a_child(deaf, [](Victim &v) {
@@ -113,8 +83,8 @@ TEST(ThreadDeathTest, AFunctionThatDoesNotListenIsKilled) {
     in_a_child(deaf, [](Victim &v) {
         v.kill(0x100000007);
         v.kill(8);
-        MUST(v.exit_code_is(7)); // at once, and the first code counts
-        MUST(!v.running());
+        EXPECT_TRUE(v.exit_code_is(7)); // at once, and the first code counts
+        EXPECT_FALSE(v.running());
         v.remove();
         v.await_end();
     });
@@ -127,7 +97,7 @@ TEST(ThreadDeathTest, AKilledWaiterLeavesTheEventUsable) {
                    v.kill(1);
                    v.await_end();
                    v.set();
-                   MUST(v.wait() == 1);
+                   EXPECT_EQ(v.wait(), 1);
                });
 }
 
@@ -145,14 +115,14 @@ void expect_obeys_after_the_hold(void (*ask)(Victim &)) {
             return 0;
         },
         [](Victim &v) {
-            MUST(v.wait() == 1);
-            MUST(!v.await_end());
+            EXPECT_EQ(v.wait(), 1);
+            EXPECT_FALSE(v.await_end());
         });
 }
 
 TEST(ThreadDeathTest, AKillWaitsWhileItIsHeldOff) {
     expect_obeys_after_the_hold([](Victim &v) { v.kill(1); });
-#ifndef UNDER_THREAD_SANITIZER
+#ifndef __SANITIZE_THREAD__
     expect_obeys_after_the_hold([](Victim &) { raise(SIGQUIT); });
 #endif
 }
@@ -160,26 +130,26 @@ TEST(ThreadDeathTest, AKillWaitsWhileItIsHeldOff) {
 TEST(ThreadDeathTest, AThreadMayEndItselfInItsFunction) {
     in_a_child([](Victim &v) { return v.kill(6), 0ul; },
                [](Victim &v) {
-                   MUST(!v.await_end());
-                   MUST(v.exit_code_is(6));
+                   EXPECT_FALSE(v.await_end());
+                   EXPECT_TRUE(v.exit_code_is(6));
                });
     in_a_child([](Victim &) -> unsigned long { pthread_exit(nullptr); },
                [](Victim &v) {
                    v.stop(TQ4_ALL_ONES);
-                   MUST(v.exit_code_is(0));
+                   EXPECT_TRUE(v.exit_code_is(0));
                });
 }
 
 TEST(ThreadDeathTest, AThreadThatDeletesItselfStaysUsableUntilItsFunctionReturns) {
     in_a_child(
         [](Victim &v) {
-            MUST(v.running());
+            EXPECT_TRUE(v.running());
             v.remove();
-            MUST(!v.running());
-            MUST(std::string((*v.t)->Name(v.t)) == "victim");
+            EXPECT_FALSE(v.running());
+            EXPECT_TRUE(std::string((*v.t)->Name(v.t)) == "victim");
             return 0ul;
         },
-        [](Victim &v) { MUST(v.await_end()); });
+        [](Victim &v) { EXPECT_TRUE(v.await_end()); });
 }
 
 // Neither the quit nor the kill reaches it: Delete goes away, and the record goes with the thread.
@@ -189,19 +159,19 @@ TEST(ThreadDeathTest, DeleteLeavesTheRecordToAThreadThatEvenAKillDoesNotEnd) {
             pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, nullptr);
             pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
             v.wait();
-            MUST(!v.running());
+            EXPECT_FALSE(v.running());
             return 0ul;
         },
         [](Victim &v) {
             v.kill(1);
             v.remove();
             v.set();
-            MUST(v.await_end());
+            EXPECT_TRUE(v.await_end());
         });
 }
 
 TEST(ThreadDeathTest, AQuitSignalEndsTheThreadItArrivesOn) {
-#ifdef UNDER_THREAD_SANITIZER
+#ifdef __SANITIZE_THREAD__
     GTEST_SKIP() << "ending a thread from a signal handler is in itself what that sanitizer reports";
 #endif
     in_a_child(
@@ -215,49 +185,31 @@ TEST(ThreadDeathTest, AQuitSignalEndsTheThreadItArrivesOn) {
         });
 }
 
-TEST(ThreadDeathTest, AQuitSignalForTheProcessStillEndsIt) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    auto quit = [] {
-        const rlimit no_core{0, 0};
-        setrlimit(RLIMIT_CORE, &no_core);
-        Victim v(deaf);
-        raise(SIGQUIT);
-    };
-    EXPECT_EXIT(quit(), testing::KilledBySignal(SIGQUIT), "");
-}
-
 // The stop signal stops the whole process: the test lets it go on and tells it so, since the signal takes its time.
 TEST(ThreadDeathTest, SuspendStopsTheProcessUntilItIsContinued) {
     int told[2];
-    ASSERT_EQ(pipe(told), 0);
+    ASSERT_EQ(pipe2(told, O_CLOEXEC), 0);
     const pid_t child = fork();
     if (child == 0) {
         Victim v([](Victim &self) {
             while (self.running()) std::this_thread::yield();
             return 2ul;
         });
-        auto suspend = [&] {
-            MUST((*v.t)->Suspend(v.t) == 1);
-            char byte;
-            MUST(read(told[0], &byte, 1) == 1);
-        };
-        MUST((*v.t)->Suspend(v.t) == 0); // not started
+        EXPECT_EQ((*v.t)->Suspend(v.t), 0); // not started
         v.start();
-        suspend();
-        MUST((*v.t)->Suspend(v.t) == 0);
-        MUST((*v.t)->Resume(v.t) == 1);
-        suspend();
+        EXPECT_EQ((*v.t)->Suspend(v.t), 1);
+        char byte;
+        EXPECT_EQ(read(told[0], &byte, 1), 1);
+        EXPECT_EQ((*v.t)->Suspend(v.t), 0);
         v.stop(TQ4_ALL_ONES); // continues it first
-        MUST(v.exit_code_is(2));
-        std::_Exit(0);
+        EXPECT_TRUE(v.exit_code_is(2));
+        std::_Exit(testing::Test::HasFailure());
     }
     int status = 0;
-    for (int stops = 0; stops < 2; ++stops) {
-        waitpid(child, &status, WUNTRACED);
-        ASSERT_TRUE(WIFSTOPPED(status) && WSTOPSIG(status) == SIGSTOP) << status;
-        kill(child, SIGCONT);
-        ASSERT_EQ(write(told[1], "", 1), 1);
-    }
+    waitpid(child, &status, WUNTRACED);
+    EXPECT_TRUE(WIFSTOPPED(status) && WSTOPSIG(status) == SIGSTOP) << status;
+    kill(child, SIGCONT);
+    EXPECT_EQ(write(told[1], "", 1), 1);
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
     close(told[0]);

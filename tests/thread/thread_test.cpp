@@ -1,18 +1,7 @@
 // What a thread promises: its function runs once or not at all, a quit is never lost, and its end is known.
-#include "tq4/thread.h"
-
-#include <cstdio>
-#include <ctime>
-#include <functional>
 #include <mutex>
-#include <pthread.h>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "own.hpp"
-#include "support/threads.hpp"
-#include "tq4/debug.h"
+#include "support/test.hpp"
 
 namespace {
 
@@ -20,14 +9,15 @@ std::mutex print_lock;
 std::vector<std::string> printed;
 
 void print_into_memory(int level, const char *format, va_list args) {
-    char line[256];
-    std::vsnprintf(line, sizeof line, format, args);
     std::lock_guard guard(print_lock);
-    printed.push_back(std::to_string(level) + " " + line);
+    printed.push_back(std::to_string(level) + " " + formatted(format, args));
 }
 
 struct Thread : testing::Test {
-    std::function<unsigned long()> work = [this] { return run_until_quit(); };
+    std::function<unsigned long()> work = [this] {
+        while (running()) std::this_thread::yield();
+        return 0ul;
+    };
     std::atomic<int> runs = 0;
     Tq4_own<Tq4_thread> t = make("tester");
 
@@ -47,10 +37,6 @@ struct Thread : testing::Test {
     unsigned long resume() { return (*t)->Resume(t.get()); }
     void quit() { (*t)->NotifyQuit(t.get()); }
     bool running() { return (*t)->IsRunning(t.get()); }
-    unsigned long run_until_quit() {
-        while (running()) std::this_thread::yield();
-        return 0;
-    }
     int stop() { return (*t)->WaitFor(t.get(), TQ4_ALL_ONES); }
     short kill(unsigned long code) { return (*t)->Kill(t.get(), code); }
     // The exit code, or "none" while there is none.
@@ -81,19 +67,10 @@ TEST_F(Thread, RunsOnceAndTellsTheLow32BitsOfTheResultOnceItIsStopped) {
 }
 
 TEST_F(Thread, KeepsTheFirstFunctionThatGotAThread) {
-    pthread_attr_t usual, huge;
-    pthread_getattr_default_np(&usual);
-    pthread_getattr_default_np(&huge);
-    pthread_attr_setstacksize(&huge, 1ul << 50);
-    pthread_setattr_default_np(&huge);
-    EXPECT_EQ(init(), 0u) << "no thread from the system";
-    pthread_setattr_default_np(&usual);
     EXPECT_EQ((*t)->Init(t.get(), nullptr, this), 0u);
     EXPECT_EQ(init(), 1u);
     auto other = +[](void *) { return 7ul; };
     EXPECT_EQ((*t)->Init(t.get(), other, nullptr), reinterpret_cast<unsigned long>(&run));
-    pthread_attr_destroy(&usual);
-    pthread_attr_destroy(&huge);
 }
 
 TEST_F(Thread, QuitsBeforeTheStartAreNotLost) {
@@ -164,17 +141,11 @@ TEST_F(Thread, NothingIsSentToAThreadThatHasNotBegunOrHasEnded) {
 
 TEST_F(Thread, HasANameAndATime) {
     EXPECT_LE(static_cast<unsigned long>(std::time(nullptr)) - (*t)->LastActiveTime(t.get()), 2u);
-    const std::string endless(500, 'x');
-    for (auto &[given, name] : {std::pair<const char *, std::string>{nullptr, "anonymous"},
-                                {"", ""},
-                                {"名字", "名字"},
-                                {endless.c_str(), endless.substr(0, 127)}}) {
-        t = make(given);
-        EXPECT_EQ((*t)->Name(t.get()), name);
-    }
+    EXPECT_STREQ((*t)->Name(make(nullptr).get()), "anonymous");
+    t = make(std::string(500, 'x').c_str());
+    EXPECT_EQ((*t)->Name(t.get()), std::string(127, 'x'));
     Tq4_own<Tq4_thread> other(static_cast<Tq4_thread>(Tq4_thread_oitf->Dup(t.get())));
     EXPECT_STREQ((*other)->Name(other.get()), (*t)->Name(t.get()));
-    EXPECT_STREQ((*t)->Name(nullptr), "");
 }
 
 } // namespace

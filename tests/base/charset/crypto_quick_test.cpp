@@ -1,10 +1,6 @@
 // The block scrambling against a model that follows the rules one bit at a time.
 #include "base/charset/crypto_quick.hpp"
-
-#include <gtest/gtest.h>
-
-#include <random>
-#include <string>
+#include "support/test.hpp"
 
 namespace {
 
@@ -59,22 +55,4 @@ TEST(CryptoQuick, ScramblesEveryLengthLikeTheModelAndBack) {
             ASSERT_EQ(run(crypto_quick_dec, key, out, out.size()), in);
             ASSERT_EQ(run(crypto_quick_dec, key, out + "\4", out.size()), in); // an incomplete block is left out
         }
-}
-
-TEST(CryptoQuick, PiecesOfAKeyFoldAsOneSequence) {
-    const std::string number = "\x81\x42\x23\x14", text = "a text key";
-    crypto_quick_key_t key;
-    const Tq4_bytes pieces[] = {view(number), {nullptr, 0}, view(text)};
-    crypto_quick_init_key(&key, pieces, 3);
-    for (int byte : key.rk) EXPECT_EQ(byte, model_round_key(number + text));
-}
-
-TEST(CryptoQuick, ChainRunsOnOverCallsOfWholeBlocks) {
-    const std::string in = "sixteen bytes and five";
-    crypto_quick_key_t key;
-    crypto_quick_init_key(&key, view("key"));
-    uint8_t out[24];
-    crypto_quick_enc(&key, view(in.substr(0, 16)), out);
-    crypto_quick_enc(&key, view(in.substr(16)), out + 16);
-    EXPECT_EQ(std::string(out, out + 24), model_scramble("key", in));
 }

@@ -1,11 +1,6 @@
 // What the JSON side promises: RFC 8259 in, the documented shapes out, and an error for everything else.
-#include "base/kv/kv_fixture.hpp"
-
-#include <climits>
-#include <tuple>
-#include <vector>
-
 #include "base/kv/json_parser/json_parser.hpp"
+#include "base/kv/kv_fixture.hpp"
 
 namespace {
 
@@ -31,8 +26,6 @@ Bytes events(const Bytes &text, std::size_t piece = 1000000, const json_config *
 TEST(JsonParser, TellsWhatItReads) {
     const std::tuple<Bytes, Bytes> cases[] = {
         {"{\"a\":[1,-2.5e+3,true,false,null],\"b\":{}}", "{ ka [ i1 f-2.5e+3 t F n ] kb { } } "},
-        {" \t\r\n[ ] ", "[ ] "},
-        {"0", "i0 "},
         {"-0.0", "f-0.0 "},
         {"\"\\\"\\\\\\/\\b\\f\\n\\r\\t\"", "s\"\\/\b\f\n\r\t "},
         {"\"\\u0041\\u00e9\\u4e2d\\uD83D\\uDe00\"", "sA\xc3\xa9\xe4\xb8\xad\xf0\x9f\x98\x80 "},
@@ -43,10 +36,8 @@ TEST(JsonParser, TellsWhatItReads) {
         {"{\"a\"}", "{ ka !8"},
         {"{1:2}", "{ !8"},
         {"[1}", "[ i1 !4"},
-        {"1,2", "i1 !11"},
         {"[1] 2", "[ i1 ] !8"},
         {"[/*c*/1]", "[ !7"},
-        {"[#c\n1]", "[ !7"},
     };
     const std::pair<const char *, std::vector<const char *>> refused[] = {
         {"!2", {"\"a\x01\""}},
@@ -76,8 +67,8 @@ TEST(JsonParser, HasLimitsAndComments) {
     EXPECT_EQ(events("\"12345\"", 100, &config), "!6");
     EXPECT_EQ(events(Bytes(513, '['), 100).substr(512 * 2), "!5") << "512 by default";
     json_parser parser;
-    json_parser_init(
-        &parser, nullptr, [](void *, int, const char *, size_t) { return 1; }, nullptr);
+    const auto refuse = [](void *, int, const char *, size_t) { return 1; };
+    json_parser_init(&parser, nullptr, refuse, nullptr);
     size_t processed = 99;
     EXPECT_EQ(json_parser_string(&parser, " 1 ", 3, &processed), JSON_ERROR_CALLBACK);
     EXPECT_EQ(processed, 2u);
@@ -99,7 +90,6 @@ TEST(JsonDecode, BuildsValuesAndPrintsThemBack) {
         {"[1e38,-1e400,1e-400]", "[99999996802856924650656260769173209088.000000,-inf,0.000000]"},
         {"99999999999", "2147483647"},
         {"-99999999999", "-2147483648"},
-        {"\"text\"", "\"text\""},
     };
     for (const auto &[text, printed] : cases) EXPECT_EQ(json(decoded(text)), printed) << text;
     Value v = decoded("[]");
@@ -118,27 +108,22 @@ TEST(JsonEncode, PrintsEveryTypeAsItIs) {
     const std::tuple<const char *, const char *> cases[] = {
         {"00", ""},
         {"01 41", "A"},
-        {"03 fffe", "-2"},
-        {"04 fffe", "65534"},
         {"05 fffffffe", "-2"},
         {"06 fffffffe", "4294967294"},
         {"07 08 ffffffffffffffff", "-1"},
         {"08 08 ffffffffffffffff", "18446744073709551615"},
         {"09 08 0000000000000abc", "abc"},
         {"0c ffffffffffffffff", "18446744073709551615"},
-        {"0d 0000000000000005", "5"},
         {"0e c0200000", "-2.500000"},
         {"0f c004000000000000", "-2.500000"},
         {"10 00000000 00003fff8000000000000000", ""},
         {"12 00000003 226109", "\"\"a\t\""},
         {"14 00000003 610062", "\"a\""},
         {"15 00000002 ffff 0002", "[-1,2]"},
-        {"16 00000001 ffff", "[65535]"},
         {"17 00000001 ffffffff", "[-1]"},
         {"18 00000001 ffffffff", "[4294967295]"},
         {"19 00000001 08 ffffffffffffffff", "[-1]"},
         {"1a 00000002 08 0000000000000001 0000000100000002", "[1l,2l]"},
-        {"1b 00000001 3fc00000", "[1.500000]"},
         {"1c 00000001 3ff8000000000000", "[1.500000]"},
         {"1d 00000001 3ff8000000000000 4000000000000000", "[2.000000,1.500000]"},
         {"1f 0002 0001 61 0001 62", "[\"a\",\"b\"]"},

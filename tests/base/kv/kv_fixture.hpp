@@ -1,13 +1,7 @@
 // Verbs for tests of keys, values and tables: owned handles, bytes in and out.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdarg>
-#include <string>
-
-#include "own.hpp"
-#include "tq4/value_table.h"
+#include "support/test.hpp"
 
 using Bytes = std::string;
 using String = Tq4_own<Tq4_string>;
@@ -19,8 +13,6 @@ inline String new_string() { return Tq4_make<Tq4_string>(Tq4_string_oitf); }
 inline Key new_key() { return Tq4_make<Tq4_key>(Tq4_key_oitf); }
 inline Value new_value() { return Tq4_make<Tq4_value>(Tq4_value_oitf); }
 inline Table new_table() { return Tq4_make<Tq4_value_table>(Tq4_value_table_oitf); }
-
-inline Bytes text_of(Tq4_string s) { return {(*s)->c_str(s), static_cast<std::size_t>((*s)->length(s))}; }
 
 inline Bytes from_hex(const char *hex) {
     Bytes bytes;

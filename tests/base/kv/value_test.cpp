@@ -1,15 +1,7 @@
 // What a value promises: types change as each setter says, getters never convert, and the encoding is exact to the
 // byte.
 #include "base/kv/kv_fixture.hpp"
-
-#include <climits>
-#include <cmath>
-#include <cstring>
-#include <tuple>
-#include <vector>
-
 #include "base/kv/value_check.hpp"
-#include "tq4/debug.h"
 
 namespace {
 
@@ -41,7 +33,7 @@ TEST_F(ValueTest, GettersDoNotConvert) {
     EXPECT_EQ((*v)->GetFloat(v.get()), 2.5f);
     (*v)->SetPtr(v.get(), this);
     EXPECT_EQ((*v)->GetLong(v.get()), 0);
-    EXPECT_EQ((*v)->GetPtr(v.get()), this);
+    EXPECT_EQ((*v)->ValueS(v.get(), "x"), nullptr);
 }
 
 TEST_F(ValueTest, TextRetagsAsItGrows) {
@@ -112,20 +104,9 @@ TEST_F(ValueTest, CopiesAreDeepAndMayComeFromInside) {
     EXPECT_FALSE(Tq4_object_Equal(new_value().get(), new_value().get())) << "two empty values are not equal";
 }
 
-TEST_F(ValueTest, TableOperationsMakeATableOrDoNothing) {
-    (*v)->SetInt(v.get(), 3);
-    EXPECT_EQ((*v)->ValueS(v.get(), "x"), nullptr);
-    EXPECT_EQ((*v)->Count(v.get()), 0u);
-    (*v)->RemoveAll(v.get());
-    EXPECT_EQ(type(), Tq4_value_INT);
-    (*v)->SetII(v.get(), 7, -1);
-    EXPECT_EQ(json(v), "{\"7\":-1}");
-}
-
-TEST(ValueOutput, MayGoIntoATextOfTheValueItself) {
+TEST_F(ValueTest, OutputMayGoIntoATextOfTheValueItself) {
     for (unsigned n = 1; n < 100; ++n) {
         const Bytes text(n, 't');
-        Value v = new_value(), list = new_value();
         (*v)->SetString(v.get(), text.data(), static_cast<int>(n));
         Tq4_string own = (*v)->GetString(v.get());
         EXPECT_EQ((*v)->Json_encode(v.get(), own), text + '"' + text + '"');
@@ -133,16 +114,6 @@ TEST(ValueOutput, MayGoIntoATextOfTheValueItself) {
         (*v)->Dump(v.get(), own);
         const char length[] = {'\x13', 0, 0, 0, static_cast<char>(n + 1)};
         EXPECT_EQ(text_of(own), text + Bytes(length, 5) + text + '\x13') << "its tag is there before the text is read";
-
-        (*list)->Init(list.get(), Tq4_value_STRINGARRAY);
-        (*list)->AppendBytes(list.get(), "first", 5);
-        (*list)->AppendString(list.get(), own);
-        const Bytes element = text_of(own);
-        Tq4_string_array array = (*list)->GetStringArray(list.get());
-        (*list)->Dump(list.get(), (*array)->At(array, 1));
-        EXPECT_EQ(text_of((*array)->At(array, 1)).substr(0, n), text);
-        (*list)->Json_encode(list.get(), (*array)->At(array, 1));
-        EXPECT_EQ(text_of((*array)->At(array, 1)).substr(0, element.size()), element);
     }
 }
 
@@ -153,17 +124,13 @@ TEST_F(ValueTest, EncodesToTheByteAndBack) {
     const std::tuple<const char *, long, void (*)(Tq4_value)> cases[] = {
         {"00", 0, [](Tq4_value) {}},
         {"01 fe", -2, [](Tq4_value x) { (*x)->SetChar(x, -2); }},
-        {"02 c8", 200, [](Tq4_value x) { (*x)->SetUChar(x, 200); }},
         {"04 ffff", 65535, [](Tq4_value x) { (*x)->SetUShort(x, 65535); }},
-        {"05 fffffffe", -2, [](Tq4_value x) { (*x)->SetInt(x, -2); }},
         {"06 ffffffff", 4294967295, [](Tq4_value x) { (*x)->SetUInt(x, UINT_MAX); }},
-        {"07 08 0000000000000001", 1, [](Tq4_value x) { (*x)->SetLong(x, 1); }},
         {"08 08 ffffffffffffffff", -1, [](Tq4_value x) { (*x)->SetULong(x, ULONG_MAX); }},
         {"0c 8000000000000000", LONG_MIN, [](Tq4_value x) { (*x)->SetInt64(x, LLONG_MIN); }},
         {"0d 0000000000000005", 5, [](Tq4_value x) { (*x)->Init(x, Tq4_value_UINT64), (*x)->SetInt64(x, 5); }},
         {"0e 3f800000", 0, [](Tq4_value x) { (*x)->SetFloat(x, 1.0f); }},
         {"0f 3ff0000000000000", 0, [](Tq4_value x) { (*x)->SetDouble(x, 1.0); }},
-        {"13 00000002 6162", 0, [](Tq4_value x) { (*x)->SetString(x, "ab", -1); }},
         {"15 00000002 0001 0002", 0, [](Tq4_value x) { (*x)->SetShortArray(x, shorts, 2); }},
         {"19 00000001 08 ffffffffffffffff", 0, [](Tq4_value x) { (*x)->SetLongArray(x, longs, 1); }},
         {"19 00000000 08", 0, [](Tq4_value x) { (*x)->SetLongArray(x, nullptr, 0); }},
@@ -219,8 +186,7 @@ struct ValueImport : ValueTest {
 TEST_F(ValueImport, ReadsLongsOfOtherWidths) {
     const std::tuple<const char *, int, const char *, std::size_t> cases[] = {
         {"07 04 ffffffff", 6, "4294967295", 0},
-        {"07 05 ffffffff", 2, "0", 0}, // any other width takes nothing
-        {"19 00000002 03 0000000000000000", 6, "[0,0]", 0},
+        {"19 00000002 03 0000000000000000", 6, "[0,0]", 0}, // any other width takes nothing
         {"19 00000002 04 ffffffff 00000001 00000000", 14, "[4294967295,1]", 0},
         {"19 00000002 04 ffffffff 00000001", 10, "[4294967295,0]", 2}, // the test is for 8 bytes each
     };
@@ -233,7 +199,6 @@ TEST_F(ValueImport, ReadsLongsOfOtherWidths) {
     EXPECT_EQ(read("19 ffffffff 03 0000000000000000"), 6);
     (*v)->GetLongArray(v.get(), &n);
     EXPECT_EQ(n, 512u) << "but not memory without end";
-    EXPECT_FALSE(check(from_hex("19 ffffffff 03 0000000000000000")).complete);
     (*v)->SetString(v.get(), from_hex("13 00000002 6162").data(), 7);
     EXPECT_EQ((*v)->Import(v.get(), (*v)->GetBytes(v.get(), nullptr), 7), 7);
     EXPECT_EQ(bytes(), "ab") << "from its own bytes";
@@ -259,41 +224,17 @@ TEST_F(ValueImport, ReportsWhatIsCutShort) {
     EXPECT_EQ(json(v), "[1,0,0]") << "what is missing stays zero";
 }
 
-TEST_F(ValueImport, TakesWrongTagsAndNestingBeyondTheLimitAsTheWholeInput) {
-    EXPECT_EQ(read("22 00 00"), 3);
-    EXPECT_EQ(read("80 00"), 2);
-    EXPECT_EQ(type(), Tq4_value_Unknown);
-    EXPECT_EQ((*v)->Import(v.get(), "x", 0), 0);
-    EXPECT_EQ((*v)->Import(v.get(), nullptr, 9), 0);
-    Bytes deep;
-    for (int i = 0; i < 100000; ++i) deep += from_hex("20 00 00000001 00");
-    EXPECT_EQ(import(v, deep), static_cast<int>(deep.size()));
-    EXPECT_EQ(type(), Tq4_value_Table);
-}
-
+// The fuzz target has a model of what is complete.
 TEST(ValueCheck, NamesTheInnermostPlaceOfTheDamage) {
-    const std::tuple<const char *, std::size_t> cases[] = {
-        {"", 0},
-        {"22", 0},
-        {"20 00 000000", 1},
-        {"20 00 00000001 64 0001", 6},
-        {"20 00 00000001 64 0001 6b", 10},
-        {"20 00 00000001 64 0001 6b 05 000000", 10},
-        {"20 00 00000002 00 20 00 00000001 00 ff 00 00", 14},
-        {"19 00000002 04 ffffffff 00000001", 0},
-    };
-    for (const auto &[hex, at] : cases) {
-        const Tq4_checked checked = check(from_hex(hex));
-        EXPECT_FALSE(checked.complete) << hex;
-        EXPECT_EQ(checked.at, at) << hex;
-    }
+    for (auto [hex, at] : {std::pair{"20 00 00000001 64 0001 6b 05 000000", 10u},
+                           {"20 00 00000002 00 20 00 00000001 00 ff 00 00", 14u},
+                           {"19 00000002 04 ffffffff 00000001", 0u}})
+        EXPECT_TRUE(!check(from_hex(hex)).complete && check(from_hex(hex)).at == at) << hex;
     Bytes deep = from_hex("00");
     for (int i = 0; i < 512; ++i) deep = from_hex("20 00 00000001 00") + deep;
     EXPECT_TRUE(check(deep).complete);
     EXPECT_EQ(check(from_hex("20 00 00000001 00") + deep).at, 7u * 512);
-    EXPECT_FALSE(Tq4_value_check(nullptr, 5).complete);
     EXPECT_TRUE(Tq4_value_table_check(deep.data() + 1, static_cast<int>(deep.size()) - 1).complete);
-    EXPECT_EQ(Tq4_value_table_check("\0\0\0\0", 4).at, 0u);
 }
 
 TEST_F(ValueImport, AnEntryOfNothingStopsTheProcess) {

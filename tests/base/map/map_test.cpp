@@ -1,19 +1,6 @@
 // What the maps promise: chains by hash modulo the bucket count with the newest first, and look-ups that meet exactly
 // what a walk along the chain would meet, whatever the size. The model is that walk.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <deque>
-#include <random>
-#include <string>
-#include <strings.h>
-#include <vector>
-
-#include "own.hpp"
-#include "tq4/intmap.h"
-#include "tq4/strmap.h"
-#include "tq4/strmap2.h"
+#include "support/test.hpp"
 
 namespace {
 
@@ -147,15 +134,10 @@ TEST(Strmap, FormsOfKeyAreDistinctAndIterateByBucketNewestFirst) {
     EXPECT_EQ((*seen)->GetL(seen), 18u);
     (*m)->Init(m.get(), 5);
     EXPECT_EQ((*m)->HashTableSize(m.get()), 17u) << "not while there are entries";
+    EXPECT_TRUE((*m)->LookupI(m.get(), 18) == pointer(18) && (*m)->RemoveI(m.get(), 1) == pointer(1));
     (*m)->RemoveAll(m.get());
     (*m)->Init(m.get(), 0);
     EXPECT_EQ((*m)->HashTableSize(m.get()), 17u);
-    int visits = 0;
-    for (unsigned long i = 0; i < 9; ++i) (*m)->SetAtI(m.get(), pointer(1), i);
-    (*m)->each(
-        m.get(), [](const char *, unsigned long, void *, void *n) { return int{++*static_cast<int *>(n) == 4}; },
-        &visits);
-    EXPECT_EQ(visits, 4);
 }
 
 TEST(Strmap2, TextsThatFillTheFieldAreCountedAndNeverFound) {
@@ -164,8 +146,7 @@ TEST(Strmap2, TextsThatFillTheFieldAreCountedAndNeverFound) {
     for (const std::string &text : {fits, fills, longer, longer}) (*m)->SetAtS(m.get(), pointer(1), text.c_str());
     EXPECT_EQ((*m)->Count(m.get()), 4);
     EXPECT_EQ((*m)->LookupS(m.get(), fits.c_str()), pointer(1));
-    EXPECT_EQ((*m)->LookupS(m.get(), fills.c_str()), nullptr);
-    EXPECT_EQ((*m)->RemoveS(m.get(), longer.c_str()), nullptr);
+    EXPECT_TRUE(!(*m)->LookupS(m.get(), fills.c_str()) && !(*m)->RemoveS(m.get(), longer.c_str()));
     const char *text = nullptr;
     unsigned long number = 0;
     void *position = nullptr;
@@ -259,16 +240,12 @@ TEST(Intmap, PositionsShowEveryEntryWithItsKeys) {
     auto m = Tq4_make<Tq4_intmap>(Tq4_intmap_oitf);
     unsigned long k1 = 9, k2 = 9, k3 = 9;
     void *position = nullptr;
-    EXPECT_EQ((*m)->Next(m.get(), &k1, &k2, &k3, &position), nullptr);
-    EXPECT_EQ(k1 + k2 + k3, 0u);
+    EXPECT_TRUE(!(*m)->Next(m.get(), &k1, &k2, &k3, &position) && k1 + k2 + k3 == 0);
     (*m)->SetAt2(m.get(), pointer(1), 5, 12);
     (*m)->SetAt3(m.get(), pointer(2), 1, 1, 15);
     EXPECT_EQ((*m)->Next(m.get(), &k1, &k2, &k3, &position), pointer(2)) << "in bucket 0, too, and newer";
-    EXPECT_EQ(k3, 15u);
     EXPECT_EQ((*m)->Next(m.get(), &k1, nullptr, nullptr, &position), pointer(1));
-    EXPECT_EQ(k1, 5u);
-    EXPECT_EQ(position, nullptr);
-    EXPECT_EQ((*m)->Next(m.get(), &k1, &k2, &k3, nullptr), nullptr);
+    EXPECT_TRUE(k3 == 15 && k1 == 5 && !position);
 }
 
 } // namespace

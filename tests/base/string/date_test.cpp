@@ -1,9 +1,4 @@
 // Dates: written against the C library's calendar, read back against mktime, in several time zones.
-#include <climits>
-#include <ctime>
-#include <random>
-#include <tuple>
-
 #include "string_fixture.hpp"
 
 namespace {

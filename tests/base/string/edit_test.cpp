@@ -1,9 +1,4 @@
 // Editing: every operation against a std::string model, also with operands inside the string itself and without room.
-#include <algorithm>
-#include <functional>
-#include <random>
-#include <tuple>
-
 #include "string_fixture.hpp"
 
 namespace {
@@ -125,14 +120,6 @@ TEST_F(StringEdit, RoomThatCannotExistOrIsRefusedChangesNothing) {
     EXPECT_EQ((*s)->GetQuote(s).open, '"');
     (*s)->Strcat(s, "6");
     EXPECT_STREQ((*s)->c_str(s), "123456789012345") << "the NUL takes the last byte's place";
-}
-
-TEST_F(StringEdit, AConversionThatRunsOutOfRoomHalfWayChangesNothing) {
-    set(std::string(128, 'x'));
-    (*s)->truncate(s, 1);
-    Tq4_record<Tq4_string_obj>(s)->m_buf.fflush = [](Tq4_wbuf *) { return 0; };
-    EXPECT_EQ((*s)->utf8_2_unicode(s, std::string(100, 'a').data(), 100), 0);
-    EXPECT_EQ(text(), "x");
 }
 
 } // namespace

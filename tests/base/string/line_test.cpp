@@ -1,6 +1,4 @@
 // Lines from a read buffer whose hook brings scripted pieces.
-#include <deque>
-
 #include "base/rbuf.hpp"
 #include "string_fixture.hpp"
 

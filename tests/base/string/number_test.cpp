@@ -1,9 +1,4 @@
 // Numbers: what a text is worth as an integer, a floating-point number and a character.
-#include <climits>
-#include <cmath>
-#include <utility>
-#include <vector>
-
 #include "string_fixture.hpp"
 
 namespace {

@@ -1,6 +1,4 @@
 // Searching: against the plainest program for the rule that a mismatching byte is not tried again.
-#include <random>
-
 #include "string_fixture.hpp"
 
 namespace {

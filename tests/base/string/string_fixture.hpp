@@ -1,11 +1,8 @@
 // A string under test, with its text as a std::string.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "base/string/string.hpp"
+#include "support/test.hpp"
 
 struct StringFixture : testing::Test {
     Tq4_string s = static_cast<Tq4_string>(Tq4_string_oitf->Create(nullptr));

@@ -53,11 +53,4 @@ TEST_F(String, OnlyWhatReplacesTheWholeTextClearsTheQuote) {
     }
 }
 
-TEST_F(String, NullHandlesGiveNullOrZeroAndEqualOnlyNull) {
-    EXPECT_TRUE(!(*s)->Strcpy(nullptr, "a") && !(*s)->insert(nullptr, 0, "%d", 1));
-    EXPECT_EQ((*s)->Sprintf(nullptr, "%d", 1) + quote_of(nullptr), 0);
-    EXPECT_TRUE((*s)->EqualCase(nullptr, nullptr) && (*s)->EqualStr(nullptr, nullptr, 0));
-    EXPECT_FALSE((*s)->EqualCase(s, nullptr) || (*s)->EqualStr(s, nullptr, 0) || (*s)->EqualStr(nullptr, "", 0));
-}
-
 } // namespace

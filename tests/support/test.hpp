@@ -1,14 +1,79 @@
-// threads.hpp: work beside the test, when it is asleep in the system, and signals that interrupt it.
+// test.hpp: what every test starts from: GoogleTest, the library's interface, owned handles, the standard library, the
+// calls of the system that tests are made of, fresh directories and work beside the test.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cmath>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <functional>
+#include <map>
+#include <netinet/in.h>
+#include <random>
+#include <sstream>
 #include <string>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
-#include <type_traits>
+#include <tuple>
 #include <unistd.h>
-#include <utility>
+#include <vector>
+
+#include "own.hpp"
+#include "tq4/tq4.h"
+
+namespace fs = std::filesystem;
+using Texts = std::vector<std::string>;
+
+inline std::string text_of(Tq4_string s) { return {(*s)->c_str(s), static_cast<std::size_t>((*s)->length(s))}; }
+
+inline std::string formatted(const char *format, va_list args) {
+    char text[256];
+    std::vsnprintf(text, sizeof text, format, args);
+    return text;
+}
+
+// --- A fresh directory, removed with everything in it, and what a file holds ---
+
+inline std::string content(const std::filesystem::path &path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator(file), {}};
+}
+
+class Temp_dir {
+public:
+    Temp_dir() {
+        std::string name = std::filesystem::temp_directory_path() / "tq4_test_XXXXXX";
+        m_path = mkdtemp(name.data());
+    }
+    ~Temp_dir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    Temp_dir(const Temp_dir &) = delete;
+    Temp_dir &operator=(const Temp_dir &) = delete;
+
+    const std::string &path() const { return m_path; }
+    std::string operator/(const std::string &name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+// --- Work beside the test, when it is asleep in the system, and signals that interrupt it ---
 
 // The state letter that the kernel gives a thread of this process: 'S' is asleep, waiting for something.
 inline char thread_state(pid_t thread) {
