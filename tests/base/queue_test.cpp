@@ -242,6 +242,27 @@ TEST_F(Queue, AReaderThatPeeksPassesTheEventOn) {
     }
 }
 
+TEST_F(Queue, DeletersMayDeleteTheirNeighboursAndUseTheQueue) {
+    use_locked();
+    static Tq4_queue_item neighbour;
+    static Tq4_queue used;
+    used = q;
+    const auto busy = [](void *) {
+        EXPECT_EQ((*used)->Count(used), 0u) << "all left in one step";
+        (*neighbour)->ToHead(neighbour);
+        Tq4_queue_item_oitf->Delete(neighbour);
+        (*used)->PutTail(used, new_item(0));
+    };
+    (*q)->PutTail(q, new_item(1, busy));
+    neighbour = put(2);
+    put(3);
+    (*q)->RemoveAll(q);
+    EXPECT_EQ(destroyed, (std::vector<long>{2, 3}));
+    EXPECT_EQ((*q)->Count(q), 1u) << "what came meanwhile stays";
+    EXPECT_EQ((*q)->PeekObj(q, 0, TQ4_ALL_ONES), nullptr) << "the payload; does not wait: the item is there";
+    (*q)->each(q, nullptr, nullptr);
+}
+
 TEST_F(Queue, AnEmptyQueueTimesOut) {
     use_locked();
     EXPECT_EQ((*q)->RemoveHead(q, 10), nullptr);

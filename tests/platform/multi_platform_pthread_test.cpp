@@ -39,6 +39,36 @@ TEST(PlatformSemaphore, WaitsThroughSignals) {
     }
 }
 
+// What a cancellation sends may arrive after the thread has said that it holds it off. The first one in a process sets
+// up the signal's handler.
+TEST(PlatformThreads, AKillThatIsOnItsWayWaitsWhileItIsHeldOff) {
+    static std::atomic<pid_t> kernel_id;
+    static std::atomic<int> survived;
+    const auto first = +[](void *) -> void * {
+        for (kernel_id = MP_THREAD_GetLWP();;) pause();
+    };
+    const auto second = +[](void *) -> void * {
+        MP_THREAD_SetCancel();
+        const int before = MP_THREAD_HoldCancel();
+        kernel_id = MP_THREAD_GetLWP();
+        constexpr int cancelling_signal = 32;
+        syscall(SYS_tgkill, getpid(), gettid(), cancelling_signal);
+        survived = 1;
+        MP_THREAD_ReleaseCancel(before);
+        survived = 2;
+        return nullptr;
+    };
+    for (auto entry : {first, second}) {
+        MP_THREAD_handle thread{};
+        kernel_id = 0;
+        EXPECT_EQ(MP_THREAD_Create(entry, nullptr, 1, &thread, nullptr), 1);
+        while (kernel_id == 0) std::this_thread::yield();
+        if (entry == first) MP_THREAD_KillThread(thread, 0);
+        while (thread_state(kernel_id) != 'X') std::this_thread::yield();
+    }
+    EXPECT_EQ(survived, 1);
+}
+
 TEST(PlatformThreads, AForkedChildHasAKernelIdOfItsOwn) {
     EXPECT_EQ(MP_THREAD_GetLWP(), gettid());
     EXPECT_EXIT(_exit(MP_THREAD_GetLWP() == gettid()), testing::ExitedWithCode(1), "");

@@ -59,6 +59,18 @@ TEST_F(Event, LetsAllWaitersPassOrOneForEachSet) {
     }
 }
 
+TEST_F(Event, TimesOutNeitherEarlyNorNeverUnderWakeUpsWithoutCause) {
+    constexpr auto time = std::chrono::milliseconds(40);
+    std::atomic<bool> over = false;
+    Parallel noise([&] {
+        while (!over) wake_without_setting();
+    });
+    const auto start = Clock::now();
+    EXPECT_EQ(wait(time.count()), 0);
+    EXPECT_GE(Clock::now() - start, time - std::chrono::milliseconds(1)) << "a millisecond is the grain";
+    over = true;
+}
+
 // Every Set is answered before the next: one that got lost beside a time-out would never be.
 TEST_F(Event, LosesNoSetThatComesWithTheTimeout) {
     make(0);
