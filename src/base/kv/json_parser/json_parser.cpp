@@ -191,29 +191,34 @@ bool in_number(uint8_t state) { return state >= STATE_MI && state <= STATE_E3; }
 static_assert(STATE_AR + 1 == STATE_ST, "the states between tokens come first");
 bool between_tokens(uint8_t state) { return state <= STATE_AR; }
 
-// Takes plain bytes of a string. A string that lies here whole is told as it lies here, its end included, and what
-// mostly stands behind it is taken with it: a key's colon, the comma after a value.
-int take_plain(json_parser *p, const char *bytes, size_t n, size_t &taken) {
-    const size_t run = Tq4_json_plain(bytes, n);
-    if (p->buffer_offset || run == n || bytes[run] != '"') {
-        const int error = run ? keep(p, bytes, run) : 0;
-        taken = error ? 0 : run;
-        return error;
-    }
-    if (p->config.max_data && run > p->config.max_data) return JSON_ERROR_DATA_LIMIT;
-    taken = run;
-    p->state = STATE_OK;
-    const json_type type = string_end(p);
-    if (int error = tell(p, type, bytes, run)) return error;
-    const char behind = ++taken < n ? bytes[taken] : '\0';
-    if (type == JSON_KEY && behind == ':') {
-        p->state = STATE_VA;
+// Takes plain bytes of a string. A string that lies here whole is told as it lies here, and so is every one that
+// follows with nothing but a colon or a comma and blanks between: most of a text is members that are strings.
+int take_strings(json_parser *p, const char *bytes, size_t n, size_t &taken) {
+    for (;;) {
+        const size_t run = Tq4_json_plain(bytes + taken, n - taken), end = taken + run;
+        if (p->buffer_offset || end == n || bytes[end] != '"') {
+            const int error = run ? keep(p, bytes + taken, run) : 0;
+            if (!error) taken = end;
+            return error;
+        }
+        if (p->config.max_data && run > p->config.max_data) return JSON_ERROR_DATA_LIMIT;
+        p->state = STATE_OK;
+        const json_type type = string_end(p);
+        const char *string = bytes + std::exchange(taken, end);
+        if (int error = tell(p, type, string, run)) return error;
+        if (++taken == n) return 0;
+        if (type == JSON_KEY && bytes[taken] == ':')
+            p->state = STATE_VA;
+        else if (type == JSON_STRING && bytes[taken] == ',' && p->stack_offset)
+            comma(p);
+        else
+            return 0;
         ++taken;
-    } else if (type == JSON_STRING && behind == ',' && p->stack_offset) {
-        comma(p);
+        taken += Tq4_json_blanks(bytes + taken, n - taken);
+        if (taken == n || bytes[taken] != '"') return 0;
+        p->state = STATE_ST;
         ++taken;
     }
-    return 0;
 }
 
 int take_digits(json_parser *p, const char *bytes, size_t n, size_t &taken) {
@@ -271,7 +276,7 @@ int json_parser_string(json_parser *parser, const char *text, size_t length, siz
             at += Tq4_json_blanks(text + at, length - at);
             if (at == length) break;
         } else if (parser->state == STATE_ST) {
-            error = take_plain(parser, text + at, length - at, taken);
+            error = take_strings(parser, text + at, length - at, taken);
         } else if (parser->state == STATE_IN || parser->state == STATE_FS) {
             error = take_digits(parser, text + at, length - at, taken);
         }
@@ -282,7 +287,7 @@ int json_parser_string(json_parser *parser, const char *text, size_t length, siz
         if (next == STATE_SB) {
             parser->state = STATE_ST;
             ++at;
-            error = take_plain(parser, text + at, length - at, taken);
+            error = take_strings(parser, text + at, length - at, taken);
             at += taken;
             continue;
         }
