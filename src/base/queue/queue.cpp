@@ -93,9 +93,9 @@ void Tq4_queue_obj::Set() {
     if (base.m_event) (*base.m_event)->Set(base.m_event.get());
 }
 
-// There are items. Under the queue's lock a look at the event is enough.
-void Tq4_queue_obj::Announce() {
-    if (base.m_event && !(base.m_lock && Tq4_event_is_set(base.m_event.get()))) Set();
+// Under the queue's lock a look at the event is enough.
+[[gnu::noinline]] void Tq4_queue_obj::SetUnlessSet() {
+    if (!base.m_lock || !Tq4_event_is_set(base.m_event.get())) Set();
 }
 
 // The usual cases, here and in Read, stand apart: a queue without a lock pays only for looking.

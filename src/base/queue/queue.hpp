@@ -98,7 +98,10 @@ struct Tq4_queue_obj {
     void Unlink(Tq4_queue_item_obj *item);
     void MoveAll(Tq4_queue_obj &to); // an empty one
     void Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_visitor visitor, void *param);
-    void Announce();
+    void Announce() { // there are items
+        if (base.m_event) SetUnlessSet();
+    }
+    void SetUnlessSet();
     void Place(Tq4_queue_item_obj *item, unsigned long index);
     struct Found {
         Tq4_queue_item item; // null for none
