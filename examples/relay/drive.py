@@ -32,6 +32,16 @@ def holds(what, fact):
     print(f'   {what:<66} {"yes" if fact else "NO"}')
 
 
+def soon(fact):
+    """Whether it comes true within our patience."""
+    deadline = time.monotonic() + PATIENCE
+    while not fact():
+        if time.monotonic() > deadline:
+            return False
+        time.sleep(0.01)
+    return True
+
+
 def running():
     """The processes of this very program."""
     found = []
@@ -104,9 +114,7 @@ def first_shell():
     shell.show('set greeting 你好，世界')
     holds('and changed', shell.show('get greeting') == '你好，世界')
     holds('an unknown word is told', '不识别的命令' in shell.show('nonsense'))
-    deadline = time.monotonic() + PATIENCE
-    while 'settings_read' not in '\n'.join(shell.ask('status')) and time.monotonic() < deadline:
-        pass
+    soon(lambda: 'settings_read' in '\n'.join(shell.ask('status')))
     holds('the service has read the changed settings', 'settings_read' in shell.show('status'))
     _, code = shell.end('q')
     holds('q leaves the shell, and the service goes on', code == 1 and len(running()) == 1)
@@ -129,7 +137,8 @@ def drive(program):
     print('Another shell stops the service')
     shown, code = Shell().end('stop')
     print(*(f'   | {line}' for line in shown.splitlines() if '服务程序' in line), sep='\n')
-    holds('both have ended', code == 1 and '安全退出完成' in shown and not running())
+    ended = soon(lambda: not running())  # its last word comes before its process is gone
+    holds('both have ended', code == 1 and '安全退出完成' in shown and ended)
     holds('and left no control socket', not (HERE / 'tq4_run_var/relay/__1pipe__').exists())
     log = next((HERE / 'log_files').rglob('relay_*.log')).read_text().splitlines()
     print('   Its log:', *log, sep='\n   | ')
