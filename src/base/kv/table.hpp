@@ -78,9 +78,8 @@ struct Tq4_value_table_obj {
     // The pairs in order, for what walks them all: visit(pair) until it gives false. While one is visited, the table
     // that the next one holds comes into the cache.
     template <class Visit> void EachPair(Visit visit) const {
-        for (const Tq4_list_node *node = m_list.first(), *next; node != m_list.end(); node = next) {
-            next = node->next;
-            if (next != m_list.end()) Prefetch(static_cast<const Tq4_kv_pair *>(next)->value());
+        for (const Tq4_list_node *node = m_list.first(); node != m_list.end(); node = node->next) {
+            if (node->next != m_list.end()) Prefetch(static_cast<const Tq4_kv_pair *>(node->next)->value());
             if (!visit(*static_cast<const Tq4_kv_pair *>(node))) return;
         }
     }
