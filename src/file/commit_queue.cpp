@@ -5,6 +5,8 @@
 #include <chrono>
 #include <thread>
 
+#include "platform/multi_platform_pthread.hpp"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -14,23 +16,14 @@ constexpr auto Wait_for_turn = 5us;
 constexpr auto Wait_for_company = 1us;
 constexpr int Pauses_a_look = 8; // looks at the clock are dearer than pauses
 
-void pause() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    asm volatile("yield");
-#endif
-}
-
 // Looks for something without sleeping, for a limited time; not at all where nobody else can run meanwhile.
 template <class Condition> bool spin(std::chrono::nanoseconds limit, Condition holds) {
-    static const bool alone = std::thread::hardware_concurrency() < 2;
     if (holds()) return true;
-    if (alone) return false;
+    if (MP_THREAD_IsAlone()) return false;
     const auto end = std::chrono::steady_clock::now() + limit;
     do {
         for (int i = 0; i < Pauses_a_look; ++i) {
-            pause();
+            MP_THREAD_Pause();
             if (holds()) return true;
         }
     } while (std::chrono::steady_clock::now() < end);

@@ -20,14 +20,6 @@ template <class Wait> int wait_through_signals(Wait wait) {
     }
 }
 
-void pause_processor() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    asm volatile("yield");
-#endif
-}
-
 timespec deadline_after(unsigned long ms) {
     timespec deadline;
     MP_BuildTimeSpec(&deadline, ms);
@@ -56,6 +48,25 @@ uint64_t MP_THREAD_GetTickCount() {
     timeval now;
     gettimeofday(&now, nullptr);
     return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+}
+
+uint64_t MP_THREAD_GetMonotonicMs() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+}
+
+void MP_THREAD_Pause() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield");
+#endif
+}
+
+bool MP_THREAD_IsAlone() {
+    static const bool alone = sysconf(_SC_NPROCESSORS_ONLN) < 2;
+    return alone;
 }
 
 int MP_THREAD_mutex_init(MP_THREAD_mutex *mutex, int, const char *) { return !pthread_mutex_init(mutex, nullptr); }
@@ -93,9 +104,9 @@ int MP_THREAD_CriticalSection_destroy(MP_THREAD_CriticalSection *section) { retu
 int MP_THREAD_CriticalSection_lock(MP_THREAD_CriticalSection *section) {
     constexpr int first_pause = 64, last_pause = 256;
     if (pthread_mutex_trylock(section) == 0) return 0;
-    static const bool alone = sysconf(_SC_NPROCESSORS_ONLN) < 2;
-    for (int pause = first_pause; pause <= last_pause && !alone; pause *= 2) {
-        for (int i = 0; i < pause; ++i) pause_processor();
+    if (MP_THREAD_IsAlone()) return pthread_mutex_lock(section);
+    for (int pause = first_pause; pause <= last_pause; pause *= 2) {
+        for (int i = 0; i < pause; ++i) MP_THREAD_Pause();
         if (pthread_mutex_trylock(section) == 0) return 0;
     }
     return pthread_mutex_lock(section);

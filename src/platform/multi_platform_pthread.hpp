@@ -30,6 +30,16 @@ timespec MP_AddToTimeSpec(timeval now, unsigned long ms);
 void MP_BuildTimeSpec(timespec *deadline, unsigned long ms);
 // Wall-clock milliseconds since 1970.
 uint64_t MP_THREAD_GetTickCount();
+// Milliseconds on a clock that only goes forward, at the pace of time, whoever sets the wall clock. Its zero is of no
+// meaning.
+uint64_t MP_THREAD_GetMonotonicMs();
+
+// --- The processor ---
+
+// A moment for the other thread of the core, in a loop that looks at memory another thread will change.
+void MP_THREAD_Pause();
+// Whether there is only one processor, where such a loop waits in vain. Asked of the system once.
+bool MP_THREAD_IsAlone();
 
 // --- Mutexes ---
 
