@@ -2,9 +2,9 @@
 //
 // Everybody else in the library calls these instead of the system. Init, post and unlock functions give 1 for success
 // and 0 for failure; waits give the system's own result: 0 when obtained, otherwise the error number or, for
-// semaphores, -1 with the system error set. Nothing here logs or keeps state. Times are wall-clock milliseconds;
-// TQ4_ALL_ONES waits without limit, and no other time-out wraps, however large. A signal does not end a wait.
-// Pointers are borrowed and must not be null.
+// semaphores, -1 with the system error set. Nothing here logs or keeps state. Pointers are borrowed and must not be
+// null. Times are milliseconds; TQ4_ALL_ONES waits without limit, and no other time-out wraps, however large. Neither a
+// signal nor setting the wall clock ends a wait or makes it longer.
 #pragma once
 
 #include <cstdint>

@@ -10,6 +10,7 @@
 #include <cstddef>
 
 #include "platform/multi_platform_pthread.hpp"
+#include "sanitizers.hpp"
 
 // Set on one of our threads while it may be killed at the very instruction it is at.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local bool Tq4_killable;
@@ -61,14 +62,6 @@ public:
     Tq4_cancel_held(const Tq4_cancel_held &) = delete;
     Tq4_cancel_held &operator=(const Tq4_cancel_held &) = delete;
 };
-
-#if defined(__SANITIZE_ADDRESS__)
-#define TQ4_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define TQ4_ADDRESS_SANITIZER 1
-#endif
-#endif
 
 // The first line of a cleanup handler. The frames that a kill took away have left marks in the address sanitizer's map
 // of the stack, for which the frames that come to lie there would be blamed. Without that sanitizer: nothing.

@@ -122,7 +122,7 @@ void expect_obeys_after_the_hold(void (*ask)(Victim &)) {
 
 TEST(ThreadDeathTest, AKillWaitsWhileItIsHeldOff) {
     expect_obeys_after_the_hold([](Victim &v) { v.kill(1); });
-#ifndef __SANITIZE_THREAD__
+#ifndef TQ4_THREAD_SANITIZER
     expect_obeys_after_the_hold([](Victim &) { raise(SIGQUIT); });
 #endif
 }
@@ -171,7 +171,7 @@ TEST(ThreadDeathTest, DeleteLeavesTheRecordToAThreadThatEvenAKillDoesNotEnd) {
 }
 
 TEST(ThreadDeathTest, AQuitSignalEndsTheThreadItArrivesOn) {
-#ifdef __SANITIZE_THREAD__
+#ifdef TQ4_THREAD_SANITIZER
     GTEST_SKIP() << "ending a thread from a signal handler is in itself what that sanitizer reports";
 #endif
     in_a_child(
