@@ -136,16 +136,25 @@ long MP_SOCK_Send(int socket, const void *bytes, std::size_t n, const sockaddr *
     return restarted([=] { return sendto(socket, bytes, n, MSG_NOSIGNAL, to, length); });
 }
 
-long MP_SOCK_Receive(int socket, void *room, std::size_t n, sockaddr *from, socklen_t *length) {
-    return restarted([=] { return recvfrom(socket, room, n, 0, from, length); });
+long MP_SOCK_ReceiveNow(int socket, MP_SOCK_Room first, MP_SOCK_Room second, sockaddr *from, socklen_t *length) {
+    iovec rooms[] = {{first.begin, first.size}, {second.begin, second.size}};
+    msghdr message{};
+    message.msg_name = from;
+    message.msg_namelen = *length;
+    message.msg_iov = rooms;
+    message.msg_iovlen = 2;
+    const long received = restarted([&] { return recvmsg(socket, &message, MSG_DONTWAIT); });
+    if (received >= 0) *length = message.msg_namelen;
+    return received;
 }
 
 long MP_SOCK_NextDatagram(int socket) {
     int waiting = 0;
     const int asked = ioctl(socket, FIONREAD, &waiting);
     if (asked < 0) return asked;
-    // 0 stands for an empty datagram and for none.
-    return waiting ? waiting : restarted([=] { return recv(socket, nullptr, 0, MSG_PEEK | MSG_TRUNC); });
+    // 0 stands for an empty datagram and for none. For no byte at all, a stream would not be waited for.
+    char byte;
+    return waiting ? waiting : restarted([&] { return recv(socket, &byte, 1, MSG_PEEK | MSG_TRUNC); });
 }
 
 int MP_SOCK_LocalAddress(int socket, sockaddr *address, socklen_t *length) {

@@ -90,6 +90,38 @@ TEST_P(SockApi, DatagramsKeepTheirSizeAndTellTheirSender) {
     EXPECT_EQ(received(), "");
 }
 
+// A datagram begins with its length. Each reader asks how large the next one is, and another one takes it.
+TEST_P(SockApi, SeveralReadersOfOneSocketGetWholeDatagrams) {
+    bindable(peer, "shared");
+    Socket shared = api.OpenUdp2(peer, 1), sending = api.OpenUdp2(peer, 0);
+    api.GetLocalAddr(shared, peer);
+    constexpr unsigned readers = 4, datagrams = 6000, most_on_the_way = 4;
+    std::atomic<unsigned> taken = 0, cut = 0, ended = 0;
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < readers; ++i)
+        threads.emplace_back([&] {
+            const auto own = Tq4_make<Tq4_string>(Tq4_string_oitf);
+            while (api.RecvFrom(shared, own.get(), nullptr) > 0) {
+                const std::string got = text_of(own.get());
+                if (got.size() != std::stoul(got)) ++cut;
+                ++taken;
+            }
+            ++ended;
+        });
+    const std::size_t sizes[] = {10, 8000, 100, 3000};
+    for (unsigned sent = 0; sent < datagrams; ++sent) {
+        std::string datagram = std::to_string(sizes[sent % 4] + sent % 7) + " ";
+        datagram.resize(std::stoul(datagram), '.');
+        EXPECT_GT(api.Send(sending, peer, datagram.data(), datagram.size()), 0);
+        while (sent >= taken + most_on_the_way) std::this_thread::yield();
+    }
+    while (taken < datagrams) std::this_thread::yield();
+    for (unsigned i = 0; i < readers; ++i) api.Send(sending, peer, "", 0);
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(cut, 0u);
+    EXPECT_EQ(ended, readers);
+}
+
 TEST_P(SockApi, AFailedConnectClosesOnlyWhatItOpened) {
     bindable(address, "listener");
     Socket listener = api.OpenTcp2(address, 1);
