@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "sanitizers.hpp"
+#include "thread_record.hpp"
 
 static_assert(sizeof(time_t) == 8, "a deadline of any time-out fits");
 
@@ -282,9 +283,12 @@ int MP_THREAD_SignalIsDefault(int signal) {
 }
 
 pid_t MP_THREAD_GetLWP() {
-    static thread_local pid_t id = 0;
-    static const int forgets_at_fork = pthread_atfork(nullptr, nullptr, [] { id = 0; });
+    static const int forgets_at_fork = pthread_atfork(nullptr, nullptr, [] {
+        if (Tq4_this_thread->kernel_id) Tq4_this_thread->kernel_id = 0;
+    });
     (void)forgets_at_fork;
-    if (id == 0) id = gettid();
+    if (Tq4_this_thread->kernel_id) return Tq4_this_thread->kernel_id;
+    const pid_t id = gettid();
+    if (Tq4_thread_record *own = Tq4_own_thread_record()) own->kernel_id = id;
     return id;
 }

@@ -11,19 +11,19 @@
 
 #include "platform/multi_platform_pthread.hpp"
 #include "sanitizers.hpp"
-
-// Set on one of our threads while it may be killed at the very instruction it is at.
-[[gnu::tls_model("initial-exec")]] extern constinit thread_local bool Tq4_killable;
+#include "thread_record.hpp"
 
 class Tq4_cancel_deferred {
-    const bool m_active = Tq4_killable;
+    const bool m_active = Tq4_this_thread->killable;
     const int m_before = m_active ? MP_THREAD_DeferCancel() : 0;
 
 public:
-    Tq4_cancel_deferred() { Tq4_killable = false; }
+    Tq4_cancel_deferred() {
+        if (m_active) Tq4_this_thread->killable = false;
+    }
     ~Tq4_cancel_deferred() {
         if (!m_active) return;
-        Tq4_killable = true;
+        Tq4_this_thread->killable = true;
         MP_THREAD_RestoreCancel(m_before);
     }
     Tq4_cancel_deferred(const Tq4_cancel_deferred &) = delete;
@@ -44,9 +44,6 @@ struct Tq4_kill_gate {
         return holds == 0;
     }
 };
-// The calling thread's, while it runs a user's function on one of our threads; null elsewhere.
-[[gnu::tls_model("initial-exec")]] extern constinit thread_local Tq4_kill_gate *Tq4_own_kill_gate;
-
 // Between the two a kill does not take the calling thread at all; one that was asked for takes it at the end. They
 // nest, and cost two locked operations, some more on a thread that may be killed at any instruction.
 int Tq4_hold_off_kill();
