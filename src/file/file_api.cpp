@@ -76,6 +76,7 @@ long LineCount(const char *path) {
     return whole ? lines + (last != '\n') : -1;
 }
 
+constexpr mode_t Made_mode = 0600;       // until all is there
 constexpr mode_t Permission_bits = 0777; // a copy that runs as its owner would be another owner's
 
 int Copy(const char *from, const char *to) {
@@ -83,8 +84,9 @@ int Copy(const char *from, const char *to) {
     if (!MP_GetFileInfo(from, 1, &source) || source.type != Tq4_file_type_regular || !to) return 0;
     if (MP_GetFileInfo(to, 0, &target) && target.type != Tq4_file_type_regular) return 0;
     const Open_file in(MP_SafeOpen(from, O_RDONLY, 0));
-    return in && Tq4_replace_file(to, source.mode & Permission_bits, [&in](int out) {
-               return each_block(in.get(), [out](const char *bytes, long n) { return Tq4_write_all(out, bytes, n); });
+    return in && Tq4_replace_file(to, Made_mode, [&](int out) {
+               return each_block(in.get(), [out](const char *bytes, long n) { return Tq4_write_all(out, bytes, n); }) &&
+                      MP_FileSetMode(out, source.mode & Permission_bits);
            });
 }
 

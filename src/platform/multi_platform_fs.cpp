@@ -5,6 +5,7 @@
 #include "platform/multi_platform_fs.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace {
@@ -23,6 +25,9 @@ constexpr const char *separators = "/\\";
 constexpr std::size_t longest_prefix = 260;
 constexpr mode_t permission_bits = 07777;
 constexpr mode_t execute_bits = S_IXUSR | S_IXGRP | S_IXOTH;
+constexpr int most_links = 40;     // on the way of one path, as for the system
+constexpr int most_attempts = 100; // to find a name that nobody has
+constexpr std::size_t tail_length = 7;
 
 uint64_t size_of(int examined, const struct stat &status) {
     return examined == 0 ? static_cast<uint64_t>(status.st_size) : 0;
@@ -50,6 +55,18 @@ template <class Call> auto restarted(Call call) {
 bool make_directory(const char *path, mode_t mode) {
     if (MP_GetFileType(path) == type_directory || mkdir(path, mode) == 0) return true;
     return errno == EEXIST && MP_GetFileType(path) == type_directory; // made by somebody else meanwhile
+}
+
+// A point and six letters, seldom the same twice.
+std::string unusual_tail() {
+    constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz0123456789";
+    static std::atomic<uint64_t> calls{0};
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    uint64_t number = static_cast<uint64_t>(now.tv_nsec) * 1000003 + static_cast<uint64_t>(getpid()) * 8191 + ++calls;
+    std::string tail(1, '.');
+    for (; tail.size() < tail_length; number /= letters.size()) tail += letters[number % letters.size()];
+    return tail;
 }
 
 // Splits text at the last of the given characters into what stands before and behind it. False when there is none.
@@ -178,11 +195,47 @@ int MP_GetOpenFileInfo(int descriptor, MP_FileInfo *info) {
     return describe(fstat(descriptor, &status), status, info);
 }
 
-std::string MP_ResolvePath(const char *path) {
-    char *resolved = realpath(path, nullptr); // owned
-    std::string result = resolved ? resolved : path;
-    std::free(resolved);
+std::string MP_AbsolutePath(const char *path) {
+    char *current = *path == '/' ? nullptr : getcwd(nullptr, 0); // owned
+    // One that this process cannot reach from its root begins in another way.
+    std::string result = current && *current == '/' ? current + ("/" + std::string(path)) : path;
+    std::free(current);
     return result;
+}
+
+int MP_ResolvePath(const char *path, std::string *resolved) {
+    std::string at = path;
+    for (int links = 0; links < most_links; ++links) {
+        const std::size_t name = at.rfind('/') + 1;                                   // 0 without a '/'
+        char *directory = realpath(name ? at.substr(0, name).c_str() : ".", nullptr); // owned
+        if (!directory) return 0;
+        const std::string place = std::string(directory) + "/";
+        std::free(directory);
+        at = place + at.substr(name);
+        char link[PATH_MAX];
+        const ssize_t length = readlink(at.c_str(), link, sizeof link);
+        if (length < 0) {
+            *resolved = at;
+            return errno == EINVAL || errno == ENOENT; // no link, or nothing at all
+        }
+        const std::string target(link, static_cast<std::size_t>(length));
+        at = target.starts_with('/') ? target : place + target;
+    }
+    errno = ELOOP;
+    return 0;
+}
+
+int MP_FileMakeBeside(const char *path, mode_t mode, std::string *made) {
+    const std::string_view whole = path;
+    const std::size_t name = whole.rfind('/') + 1; // 0 without a '/'
+    const std::string start(whole.substr(0, name + NAME_MAX - tail_length));
+    int descriptor = -1;
+    for (int attempt = 0; attempt < most_attempts; ++attempt) {
+        *made = start + unusual_tail();
+        descriptor = restarted([&] { return open(made->c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode); });
+        if (descriptor >= 0 || errno != EEXIST) break;
+    }
+    return descriptor;
 }
 
 int MP_FileRename(const char *from, const char *to) { return from && to && rename(from, to) == 0; }

@@ -72,8 +72,16 @@ int MP_GetFileInfo(const char *path, int follow, MP_FileInfo *info);
 // The same for an open file.
 int MP_GetOpenFileInfo(int descriptor, MP_FileInfo *info);
 
-// The path of what stands at a path, without links in it; the path as it is when nothing does.
-std::string MP_ResolvePath(const char *path);
+// A path as it is from the root, whatever the current directory becomes later; the path itself where the system does
+// not tell the current directory. Links in it stay.
+std::string MP_AbsolutePath(const char *path);
+// Where a path leads, from the root and without links in it, also where a link leads to nothing yet. Its directory must
+// be there. 1, or 0 when the system does not tell.
+int MP_ResolvePath(const char *path, std::string *resolved);
+// Makes a new empty file in the directory of path, for reading and writing and close-on-exec, with these permission
+// bits (the process's mask applies). Its name, which *made receives, is that of path, cut where it leaves no room, and
+// an unusual tail. The descriptor, owned by the caller, or -1.
+int MP_FileMakeBeside(const char *path, mode_t mode, std::string *made);
 
 // Renames a file or a directory within a file system; a file at `to` is replaced. 1/0.
 int MP_FileRename(const char *from, const char *to);

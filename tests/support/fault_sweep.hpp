@@ -23,6 +23,8 @@ public:
     bool is(const char *call) const { return std::strcmp(m_fault.call, call) == 0; }
     // Whether the system refused nothing: a signal came in between, or it took the bytes in two parts.
     bool is_harmless() const { return !m_happened || m_fault.error == EINTR || m_fault.manner == Fault_manner::cut; }
+    // Whether the system took half of some bytes and nothing more for good.
+    bool leaves_half() const { return m_happened && m_fault.manner == Fault_manner::cut_then_fail; }
     std::string name() const { return name_of(m_fault) + ", call " + std::to_string(m_nth); }
 
 private:
@@ -34,6 +36,11 @@ private:
     const Fault &m_fault;
     unsigned long m_nth;
     bool m_happened = false;
+};
+
+// A fresh directory in memory where there is one: a round takes no time on a medium.
+struct Quick_dir : Temp_dir {
+    Quick_dir() : Temp_dir(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path()) {}
 };
 
 inline long open_descriptors() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }

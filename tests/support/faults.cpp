@@ -247,7 +247,9 @@ std::vector<Fault> possible_faults() {
 
 std::string name_of(const Fault &fault) {
     constexpr const char *manners[] = {"once", "from then on", "cut", "cut, then fails"};
-    return std::string(fault.call) + " " + strerrorname_np(fault.error) + " " + manners[static_cast<int>(fault.manner)];
+    const char *error = strerrorname_np(fault.error); // null for one of getaddrinfo's own
+    return std::string(fault.call) + " " + (error ? error : std::to_string(fault.error)) + " " +
+           manners[static_cast<int>(fault.manner)];
 }
 
 Armed_fault::Armed_fault(const Fault &fault, unsigned long nth) { arm(fault, nth); }
