@@ -40,8 +40,13 @@ int type_of(const struct stat &status) {
 
 bool describe(int examined, const struct stat &status, MP_FileInfo *info) {
     if (examined != 0) return false;
-    *info = {type_of(status), static_cast<uint64_t>(status.st_size), status.st_mode & permission_bits, status.st_uid,
-             status.st_gid};
+    *info = {type_of(status),
+             static_cast<uint64_t>(status.st_size),
+             status.st_mode & permission_bits,
+             status.st_uid,
+             status.st_gid,
+             status.st_dev,
+             status.st_ino};
     return true;
 }
 
@@ -186,8 +191,7 @@ int MP_FileSetOwner(int descriptor, uid_t owner, gid_t group) {
 }
 
 int MP_GetFileInfo(const char *path, int follow, MP_FileInfo *info) {
-    struct stat status;
-    return path && describe(fstatat(AT_FDCWD, path, &status, follow ? 0 : AT_SYMLINK_NOFOLLOW), status, info);
+    return path && MP_GetFileInfoIn(AT_FDCWD, path, follow, info);
 }
 
 int MP_GetOpenFileInfo(int descriptor, MP_FileInfo *info) {
@@ -255,18 +259,43 @@ int MP_LockDirectoryOf(const char *path) {
 
 int MP_DirRemove(const char *path) { return path && rmdir(path) == 0; }
 
-int MP_DirList(const char *path, std::vector<std::string> *names) {
-    DIR *directory = path ? opendir(path) : nullptr;
-    if (!directory) return 0;
+int MP_DirOpen(const char *path, int follow) {
+    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW);
+    return restarted([=] { return open(path, flags); });
+}
+
+int MP_DirOpenIn(int directory, const char *name) {
+    return restarted([=] { return openat(directory, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); });
+}
+
+int MP_DirOpenAbove(int directory) {
+    return restarted([=] { return openat(directory, "..", O_PATH | O_DIRECTORY | O_CLOEXEC); });
+}
+
+int MP_DirList(int directory, std::vector<std::string> *names) {
+    const int reading = fcntl(directory, F_DUPFD_CLOEXEC, 0); // the stream's own
+    DIR *stream = reading < 0 ? nullptr : fdopendir(reading);
+    if (!stream) {
+        if (reading >= 0) close(reading);
+        return 0;
+    }
     errno = 0;
-    while (const dirent *entry = readdir(directory)) {
+    while (const dirent *entry = readdir(stream)) {
         const std::string_view name = entry->d_name;
         if (name != "." && name != "..") names->emplace_back(name);
         errno = 0;
     }
     const int error = errno;
-    closedir(directory);
+    closedir(stream);
     return error == 0;
 }
+
+int MP_GetFileInfoIn(int directory, const char *name, int follow, MP_FileInfo *info) {
+    struct stat status;
+    return describe(fstatat(directory, name, &status, follow ? 0 : AT_SYMLINK_NOFOLLOW), status, info);
+}
+
+int MP_FileDeleteIn(int directory, const char *name) { return unlinkat(directory, name, 0) == 0; }
+int MP_DirRemoveIn(int directory, const char *name) { return unlinkat(directory, name, AT_REMOVEDIR) == 0; }
 
 int MP_FileGetLastError() { return errno; }

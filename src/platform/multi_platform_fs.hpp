@@ -66,6 +66,7 @@ struct MP_FileInfo {
     mode_t mode;   // the permission bits
     uid_t owner;
     gid_t group;
+    uint64_t device, number; // the same for nothing else that exists at the time
 };
 // 1, or 0 when nothing is there or it cannot be examined. With follow 0 a link is examined itself.
 int MP_GetFileInfo(const char *path, int follow, MP_FileInfo *info);
@@ -95,8 +96,22 @@ int MP_DirMake(const char *path, mode_t mode);
 int MP_LockDirectoryOf(const char *path);
 // Removes an empty directory. 1/0.
 int MP_DirRemove(const char *path);
-// The names in a directory, without "." and "..", in no order. 1, or 0 when it cannot be read to its end.
-int MP_DirList(const char *path, std::vector<std::string> *names);
+
+// --- Directories by descriptor: a path has a greatest length, a tree has no greatest depth ---
+
+// Opens a directory for listing; with follow 0 a link to one is refused. Owned by the caller; -1 on failure.
+int MP_DirOpen(const char *path, int follow);
+// The same for a name in an open directory. Links are refused.
+int MP_DirOpenIn(int directory, const char *name);
+// Opens the directory above an open one: not for listing, but for the names in it. Owned by the caller; -1 on failure.
+int MP_DirOpenAbove(int directory);
+// Appends the names in an open directory, without "." and "..", in no order. 1, or 0 when it cannot be read to its end.
+int MP_DirList(int directory, std::vector<std::string> *names);
+// What stands at a name in an open directory, as MP_GetFileInfo.
+int MP_GetFileInfoIn(int directory, const char *name, int follow, MP_FileInfo *info);
+// Deletes a file, or a link itself, or removes an empty directory, by its name in an open directory. 1/0.
+int MP_FileDeleteIn(int directory, const char *name);
+int MP_DirRemoveIn(int directory, const char *name);
 
 // The system error number.
 int MP_FileGetLastError();

@@ -218,19 +218,6 @@ void tell_that_it_happened() {
     errno = error;
 }
 
-// For a whole program, before its main.
-const bool armed_by_environment = [] {
-    static char call[64], file[4096];
-    unsigned long nth;
-    int error, manner;
-    const char *given = std::getenv("TQ4_FAULT");
-    if (!given) return false;
-    if (std::sscanf(given, "%63s %lu %d %d %4095s", call, &nth, &error, &manner, file) != 5) std::abort();
-    armed.report = file;
-    arm({call, error, static_cast<Fault_manner>(manner)}, nth);
-    return true;
-}();
-
 } // namespace
 
 std::vector<Fault> possible_faults() {
@@ -244,6 +231,28 @@ std::vector<Fault> possible_faults() {
     }
     return faults;
 }
+
+namespace {
+
+// For a whole program, before its main.
+const bool armed_by_environment = [] {
+    static char call[64], file[4096];
+    unsigned long nth;
+    int error, manner;
+    const char *given = std::getenv("TQ4_FAULT");
+    if (!given) return false;
+    if (std::strcmp(given, "list") == 0) {
+        for (const Fault &fault : possible_faults())
+            std::printf("%s %d %d\n", fault.call, fault.error, static_cast<int>(fault.manner));
+        std::exit(0);
+    }
+    if (std::sscanf(given, "%63s %lu %d %d %4095s", call, &nth, &error, &manner, file) != 5) std::abort();
+    armed.report = file;
+    arm({call, error, static_cast<Fault_manner>(manner)}, nth);
+    return true;
+}();
+
+} // namespace
 
 std::string name_of(const Fault &fault) {
     constexpr const char *manners[] = {"once", "from then on", "cut", "cut, then fails"};

@@ -6,7 +6,7 @@
 //
 // A process counts the calls of all its threads. A child goes on with the count of its parent. A whole program is
 // given its fault by the environment: TQ4_FAULT="CALL NTH ERROR MANNER FILE", where FILE is made when the fault
-// happens.
+// happens; with "list" it prints the possible faults, "CALL ERROR MANNER" a line, and ends.
 #pragma once
 
 #include <string>

@@ -46,8 +46,10 @@ TEST_F(Faults, EveryKindOfCallFailsInItsOwnWay) {
     }
     {
         const Armed_fault armed({"readdir", EIO, once}, 2);
+        const int directory = MP_DirOpen(dir.path().c_str(), 0);
         std::vector<std::string> names;
-        EXPECT_EQ(MP_DirList(dir.path().c_str(), &names), 0);
+        EXPECT_EQ(MP_DirList(directory, &names), 0);
+        close(directory);
     }
     {
         const Armed_fault armed({"write", EINTR, once}, 1);
