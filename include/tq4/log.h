@@ -65,8 +65,8 @@ struct Tq4_log_ {
 
     /* Sets the level: messages with a higher one are dropped. */
     void (*Level)(Tq4_log log, int level);
-    /* Sets the main directory (copied), which counts from the next change of date, for a new log from its first line.
-     * Null and "" change nothing. */
+    /* Sets the main directory (copied), which counts from the next change of date, for a new log from its first line. A
+     * relative one is in the directory that is the current one during this call. Null and "" change nothing. */
     void (*MainDir)(Tq4_log log, const char *directory);
     /* The directory of the current day; "" before the first line. Borrowed: it stays valid through the next change of
      * date, until the second, or Delete. */

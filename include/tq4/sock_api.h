@@ -70,7 +70,8 @@ typedef struct Tq4_socket_api_ {
     int (*RecvFrom)(int descriptor, Tq4_string string, Tq4_sockaddr address);
 
     /* Options of the socket, on when the second argument is non-zero: reuse of addresses, sending to broadcast
-     * addresses, sending at once (TCP), reporting of all errors (IPv4), blocking mode. */
+     * addresses, sending at once (TCP), reporting of all errors (of IPv4, on a socket of IPv6 of both),
+     * blocking mode. */
     void (*Reuse)(int descriptor, int on);
     void (*BroadCast)(int descriptor, int on);
     void (*NoDelay)(int descriptor, int on);

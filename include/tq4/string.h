@@ -159,7 +159,8 @@ struct Tq4_string_ {
      * the decimal number at the front of the text, up to the first character that is no digit; 0 when there is none.
      * What does not fit is the largest or smallest long. */
     long (*ToInt)(Tq4_string s, int base);
-    /* The decimal number at the front of the text, as the C library reads it; 0 when there is none. */
+    /* The decimal number at the front of the text, as the C library reads it but with a point in every
+     * locale; 0 when there is none. */
     double (*ToFloat)(Tq4_string s);
     /* The text as one character. "0x..": the low eight bits of the hexadecimal value. A backslash and n, r, t, 0 or a
      * backslash: that escape; with anything else a blank. Any other text that starts with '0': '0'. Else the low eight

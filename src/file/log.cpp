@@ -89,7 +89,7 @@ bool cut_tail(int descriptor, unsigned long n) {
 std::string default_main_directory() {
     char path[4096];
     MP_GetExePath(path, sizeof path);
-    return std::string(*path ? path : ".") + "/log_files";
+    return MP_AbsolutePath((std::string(*path ? path : ".") + "/log_files").c_str());
 }
 
 } // namespace
@@ -196,7 +196,7 @@ void Tq4_log_obj::LineLimit(int lines) {
 void Tq4_log_obj::MainDir(const char *directory) {
     if (!directory || !*directory) return;
     const Tq4_guard guard(m_lock);
-    m_choice.m_maindir = directory;
+    m_choice.m_maindir = MP_AbsolutePath(directory);
 }
 
 const char *Tq4_log_obj::DirInfo() {

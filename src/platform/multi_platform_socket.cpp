@@ -46,6 +46,13 @@ template <class Call> auto restarted(Call call) {
     return result;
 }
 
+int family_of(int socket) {
+    int family = AF_UNSPEC;
+    socklen_t size = sizeof family;
+    getsockopt(socket, SOL_SOCKET, SO_DOMAIN, &family, &size);
+    return family;
+}
+
 // Makes a resolved address the any-address of its family.
 void set_any(sockaddr *address, uint16_t port) {
     if (address->sa_family == AF_INET) {
@@ -172,7 +179,10 @@ int MP_SOCK_SetOption(int socket, MP_SOCK_Option option, int on) {
     constexpr Place places[] = {
         {SOL_SOCKET, SO_REUSEADDR}, {SOL_SOCKET, SO_BROADCAST}, {IPPROTO_TCP, TCP_NODELAY}, {IPPROTO_IP, IP_RECVERR}};
     const int value = on != 0;
-    return setsockopt(socket, places[option].level, places[option].name, &value, sizeof value) == 0;
+    if (setsockopt(socket, places[option].level, places[option].name, &value, sizeof value) != 0) return 0;
+    // A socket of IPv6 has errors of its own, and those of the IPv4 it may carry.
+    return option != MP_SOCK_AllErrors || family_of(socket) != AF_INET6 ||
+           setsockopt(socket, IPPROTO_IPV6, IPV6_RECVERR, &value, sizeof value) == 0;
 }
 
 const char *MP_SOCK_HostText(int family, const void *host, char *text, std::size_t room) {

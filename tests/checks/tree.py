@@ -5,6 +5,7 @@ tree.py exports LIBRARY   the shared object, src/exports.map and the headers tha
                           a header is included when the library exports all that it declares, and not before
 tree.py built DATABASE    a target builds every source file (DATABASE: compile_commands.json)
 tree.py floors            a file includes only from its own floor or from below (src/floors.txt)
+tree.py faults OBJECTS    tests can make every system call of the platform fail (OBJECTS: the library's object files)
 tree.py slots             the slots of every operation table that tq4.h offers stand where tests/checks/slots.txt records them
 """
 import fnmatch
@@ -85,6 +86,23 @@ def check_floors():
                 yield f'{name}: includes "{other}", which is not a path from src or include'
             elif (floor := floor_of(other)) is not None and floor > own:
                 yield f'{name} ({floors[own][0]}): includes "{other}" from the higher floor {floors[floor][0]}'
+
+
+# What reports nothing, or fails for a wrong argument alone.
+CANNOT_FAIL = re.compile(r'_\w*|free|(mem|str)\w+|\w*printf|std(in|out|err)|in6addr_any|inet_ntop|clearerr|umask|sysconf|'
+                         r'get(timeofday|pid|tid)|localtime(_r)?|clock_\w+|dl\w+|(open|close|sys)log|aligned_alloc|'
+                         r'(sem|sig(add|empty)|pthread_(mutex|cond|attr|mutexattr|set|get|self|exit|kill|cancel|sigmask|'
+                         r'atfork))\w*|eventfd_(read|write)')
+
+
+def check_faults(*objects):
+    called = subprocess.run(['nm', '-u', *[name for name in objects if '/platform/' in name]], check=True,
+                            capture_output=True, text=True).stdout
+    seam = (ROOT / 'tests/support/faults.cpp').read_text()
+    failing = set(re.findall(r'^    (?:PLAIN|MOVE|DONE|CODE)\([^,]*, (\w+)', seam, re.M))
+    for call in sorted(set(re.findall(r'U (\w+)', called)) - failing):
+        if not CANNOT_FAIL.fullmatch(call):
+            yield f'src/platform calls {call}, which tests/support/faults.cpp does not list'
 
 
 def check_slots():

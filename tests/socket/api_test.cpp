@@ -152,6 +152,7 @@ TEST_P(SockApi, TheWayToAnAddressOfThisHostStartsThere) {
 
 TEST(SockApiCalls, OpenByHostAndPortAndSetOptions) {
     Socket tcp = api.OpenTcp("127.0.0.1", 0, 1), udp = api.OpenUdp2(nullptr, 1);
+    Socket udp6 = api.OpenUdp("::1", 0, 0);
     EXPECT_EQ(api.Listen(tcp, 1), 0);
     auto own = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
     api.GetLocalAddr(tcp, own.get());
@@ -162,11 +163,14 @@ TEST(SockApiCalls, OpenByHostAndPortAndSetOptions) {
         api.Reuse(udp, on);
         api.BroadCast(udp, on);
         api.AllError(udp, on);
+        api.AllError(udp6, on);
         api.NoDelay(connected, on);
         api.Block(connected, on);
         EXPECT_EQ(SockApi::option(udp, SOL_SOCKET, SO_REUSEADDR), on != 0);
         EXPECT_EQ(SockApi::option(udp, SOL_SOCKET, SO_BROADCAST), on != 0);
         EXPECT_EQ(SockApi::option(udp, IPPROTO_IP, IP_RECVERR), on != 0);
+        EXPECT_EQ(SockApi::option(udp6, IPPROTO_IP, IP_RECVERR), on != 0);
+        EXPECT_EQ(SockApi::option(udp6, IPPROTO_IPV6, IPV6_RECVERR), on != 0);
         EXPECT_EQ(SockApi::option(connected, IPPROTO_TCP, TCP_NODELAY), on != 0);
         EXPECT_EQ((fcntl(connected, F_GETFL) & O_NONBLOCK) == 0, on != 0);
     }
