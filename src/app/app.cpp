@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/debug.hpp"
 #include "platform/multi_platform_console.hpp"
 #include "tq4/debug.h"
 #include "tq4/system.h"
@@ -138,7 +139,7 @@ Tq4_app_obj::Tq4_app_obj()
 Tq4_app_obj::~Tq4_app_obj() {
     (*m_global_obj)->RemoveAll(m_global_obj.get());
     CloseControl();
-    Tq4_debug_api->SetLog(nullptr);
+    Tq4_debug_restore_log(log_sink); // unless the program has installed its own
 }
 
 void Tq4_app_obj::SetInfo(const char *version, const char *build_time, const char *author) {
