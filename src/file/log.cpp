@@ -7,12 +7,12 @@
 // a second.
 //
 // What the system refuses is lost at once, so that nothing piles up behind a full disk; the file is cut back to its
-// last line end, and its size counts what is really there. The first failure with a file is told on standard error, by a
-// thread that holds nothing.
+// last line end, and its size counts what is really there. The first failure with a file is told on standard error, by
+// a thread that holds nothing.
 //
 // Others move the open file, write to it, or die in the middle of a line: the leader looks at the file from time to
-// time, before it writes. A fork waits for the leader, so that a child has the log whole; there the first line opens the
-// file again, for a position of its own.
+// time, before it writes. A fork waits for the leader, so that a child has the log whole; there the first line opens
+// the file again, for a position of its own.
 #include "tq4/log.h"
 
 #include <algorithm>

@@ -43,8 +43,8 @@ struct Tq4_log_choice {
     // The path of the open file.
     std::string Path() const { return m_filedir + '/' + m_filename; }
 
-    // Whether the owner should look for the open file at its path, at a time in milliseconds of a clock that may be set:
-    // once a second.
+    // Whether the owner should look for the open file at its path, at a time in milliseconds of a clock that may be
+    // set: once a second.
     bool Look_due(uint64_t milliseconds);
     // Whether the owner should ask for the true size of the open file: rarely, until others are seen to write to it.
     bool Size_due() const { return m_shared || m_filesize - m_seen >= Unseen_most; }
@@ -61,10 +61,10 @@ private:
     static constexpr int64_t Look_interval = 1000;
     static constexpr int64_t Unseen_most = 65536; // bytes: a sixteenth of the least limit
 
-    uint64_t m_looked = 0; // when the path was last looked at
-    int64_t m_seen = 0;    // the size when it was last asked
-    bool m_shared = false; // others write to the open file
-    std::string m_filedir_before;              // kept so that a borrowed m_filedir text outlives one change of date
+    uint64_t m_looked = 0;        // when the path was last looked at
+    int64_t m_seen = 0;           // the size when it was last asked
+    bool m_shared = false;        // others write to the open file
+    std::string m_filedir_before; // kept so that a borrowed m_filedir text outlives one change of date
 
     void Begin_day(const std::tm &t);
 };

@@ -129,8 +129,8 @@ void MP_THREAD_ReleaseCancel(int before);
 
 // --- Processes ---
 
-// From now on each fork calls these on the thread that forks: one before it, one after it in the parent, one after it in
-// the child. Later calls are nested around earlier ones. 1/0.
+// From now on each fork calls these on the thread that forks: one before it, one after it in the parent, one after it
+// in the child. Later calls are nested around earlier ones. 1/0.
 int MP_THREAD_AtFork(void (*before)(), void (*in_parent)(), void (*in_child)());
 
 // --- Signals ---

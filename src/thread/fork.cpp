@@ -44,8 +44,8 @@ Tq4_no_fork::~Tq4_no_fork() {
 }
 
 Tq4_fork_member::Tq4_fork_member(void *owner, At_fork at_fork) : m_owner(owner), m_at_fork(at_fork) {
-    static const int called = MP_THREAD_AtFork(before_fork, after_fork<Tq4_fork_moment::in_parent>,
-                                               after_fork<Tq4_fork_moment::in_child>);
+    static const int called =
+        MP_THREAD_AtFork(before_fork, after_fork<Tq4_fork_moment::in_parent>, after_fork<Tq4_fork_moment::in_child>);
     (void)called;
     const Tq4_no_fork held;
     m_next = members;

@@ -11,8 +11,8 @@ class Tq4_fork_member {
 public:
     using At_fork = void (*)(void *owner, Tq4_fork_moment moment);
 
-    // At each fork, at_fork runs on the thread that forks. It must bring the owner to rest without waiting for more than
-    // the end of what is going on, and must not make or end members.
+    // At each fork, at_fork runs on the thread that forks. It must bring the owner to rest without waiting for more
+    // than the end of what is going on, and must not make or end members.
     Tq4_fork_member(void *owner, At_fork at_fork);
     ~Tq4_fork_member();
     Tq4_fork_member(const Tq4_fork_member &) = delete;
