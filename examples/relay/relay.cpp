@@ -30,7 +30,8 @@ std::string counters_file() { return file_beside_the_program("relay.json"); }
 class Relay {
 public:
     Relay() {
-        if (const char *directory = std::getenv("TQ4_LOG_DIR")) m_log->MainDir(m_log, directory);
+        if (const char *directory = std::getenv("TQ4_LOG_DIR"); directory && *directory)
+            m_log->MainDir(m_log, (directory + std::string("/log_files")).c_str());
         m_log->Init(m_log, "relay", static_cast<int>(m_settings.GetNumber("log.level", 10)));
         m_log->Printf(m_log, 0, "%s starts", m_settings.Get("name", "relay").c_str());
         m_counters.Add("starts");

@@ -77,7 +77,7 @@ bool Tq4_app_obj::Await(int descriptor, long ms) {
         const unsigned events = MP_Events_Wait(descriptor, ms, &readable);
         if (events & (MP_Event_stop | MP_Event_ended)) m_ending = true;
         if (m_ending) return false;
-        if (events & MP_Event_reload) Reload();
+        if (events & MP_Event_reopen) Reload();
         if (readable) return true;
         if (events == MP_Event_none && ms >= 0) return false;
     }
@@ -175,6 +175,7 @@ void Tq4_app_obj::CloseControl() {
 
 int Tq4_app_obj::RunDaemon(Tq4_app_start start) {
     if (const int failure = OpenControl()) return failure;
+    MP_SetFileMask(0);                     // what the log makes now has the mode that it has later
     Log("服务程序 %s 准备进入后台模式\n"); // a log that cannot be written is told while somebody can read it
     const bool entered = MP_EnterBackground();
     m_listen_process = MP_GetCurrentProcessId(); // also where it failed: the socket goes with this process
@@ -182,7 +183,6 @@ int Tq4_app_obj::RunDaemon(Tq4_app_start start) {
         Tq4_debug_api->Printf(0, "fork() failed");
         std::exit(-1);
     }
-    MP_SetFileMask(0);
     MP_DetachStandardDescriptors();
     SetCharset(0);
     Tq4_debug_write_failed = end_connection;

@@ -44,7 +44,7 @@ struct Caught {
 Caught caught[] = {
     {SIGTERM, on_signal<MP_Event_stop>, {}},
     {SIGINT, on_signal<MP_Event_stop>, {}},
-    {SIGHUP, on_signal<MP_Event_reload>, {}},
+    {SIGHUP, on_signal<MP_Event_reopen>, {}},
     {SIGPIPE, [](int) {}, {}},
 };
 

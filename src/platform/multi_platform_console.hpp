@@ -44,7 +44,7 @@ void MP_SOCK_Shutdown(int socket, MP_Direction direction);
 enum MP_Event : unsigned {
     MP_Event_none = 0,
     MP_Event_stop = 1,   // SIGTERM or SIGINT
-    MP_Event_reload = 2, // SIGHUP
+    MP_Event_reopen = 2, // SIGHUP
     MP_Event_ended = 4   // raised by the program alone
 };
 

@@ -180,6 +180,23 @@ TEST_F(Log, AChildOfAProcessWhoseThreadsLogCanLog) {
     EXPECT_EQ(count.size(), 2u) << "nothing but whole lines of parent and child";
 }
 
+// Both take back what a full disk cuts off, from where they themselves have written.
+TEST_F(Log, AChildHasAPositionOfItsOwnInTheFile) {
+    line("parent");
+    int descriptor = 3;
+    std::error_code not_open;
+    while (!fs::equivalent("/proc/self/fd/" + std::to_string(descriptor), first, not_open)) ++descriptor;
+    const off_t position = lseek(descriptor, 0, SEEK_CUR);
+    const pid_t child = fork();
+    if (child == 0) {
+        line("child");
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(messages(first), (Texts{"parent", "child"}));
+    EXPECT_EQ(lseek(descriptor, 0, SEEK_CUR), position);
+}
+
 // --- What others do to the files ---
 
 TEST_F(Log, ALineNeverContinuesWhatAKilledProcessLeftHalfWritten) {
