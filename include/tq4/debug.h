@@ -4,8 +4,9 @@
  * to the system log. The level is the message's importance (Tq4_level); what it does is the sink's affair. Formats are
  * those of Tq4_string's Sprintf.
  *
- * Threads: no lock. Sinks and flags are set at start-up by one thread and then only read. Each call formats into a
- * string of its own, so concurrent output interleaves only between write calls.
+ * Threads: no lock. Sinks and the charset may be changed at any time; a call that has begun ends with the old ones.
+ * Init, UnInit and the pointers for sinks belong to one thread. Each call formats into a string of its own, so
+ * concurrent output interleaves only between write calls.
  */
 #ifndef TQ4_DEBUG_H
 #define TQ4_DEBUG_H

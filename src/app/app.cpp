@@ -6,8 +6,13 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
+#include <string_view>
+#include <utility>
 
+#include "base/debug.hpp"
 #include "platform/multi_platform_console.hpp"
+#include "platform/multi_platform_system.hpp"
 #include "tq4/debug.h"
 #include "tq4/system.h"
 
@@ -89,6 +94,31 @@ const Record *look_up(const Tq4_app_obj::Table &by_name, const Tq4_own<Tq4_strma
     return static_cast<const Record *>(found);
 }
 
+// --- Commands as a list ---
+
+// A command that a shell hands to the service, and that does not end it.
+bool is_service_command(const Tq4_app_cmd &command) { return !command.m_local_cmd && !command.m_exit_flag; }
+
+struct Listing {
+    const char *heading;
+    bool of_service; // the kind of commands
+    bool begun = false;
+};
+constexpr Listing listings[] = {{"        指令         [缩写] :  描述\n", false},
+                                {"        服务指令     [缩写] :  描述（在服务进程中执行）\n", true}};
+
+int list_command(Tq4_key, Tq4_value value, void *context) {
+    auto &listing = *static_cast<Listing *>(context);
+    const auto &command = *static_cast<const Tq4_app_cmd *>((*value)->GetPtr(value));
+    if (is_service_command(command) != listing.of_service) return 0;
+    if (!std::exchange(listing.begun, true)) Tq4_debug_api->Printf(0, "%s", listing.heading);
+    Tq4_debug_api->Printf(0, "%-20s [%-5s] : %s\n", text_of(command.m_cmd_name), text_of(command.m_cmd_shortcut),
+                          text_of(command.m_comment));
+    return 0;
+}
+
+// --- What others call the frame for ---
+
 void log_sink(int level, const char *format, va_list args) {
     const Tq4_log log = app().m_log.get();
     (*log)->vPrintf(log, level, format, args);
@@ -127,8 +157,10 @@ Tq4_app_obj::Tq4_app_obj()
     Tq4_system_api->gettimeofday(&m_start_sec, &m_start_usec);
     srandom(static_cast<unsigned>(m_start_sec));
     (*m_log)->Init(m_log.get(), "Tq4_app", 100);
+    const std::string log_directory = Directory("TQ4_LOG_DIR");
+    if (log_directory != m_path) (*m_log)->MainDir(m_log.get(), (log_directory + "/log_files").c_str());
     Tq4_debug_api->SetLog(log_sink);
-    (*m_pipe)->Sprintf(m_pipe.get(), "%s/tq4_run_var/%s/__1pipe__", m_path, m_name);
+    (*m_pipe)->Sprintf(m_pipe.get(), "%s/tq4_run_var/%s/__1pipe__", Directory("TQ4_RUN_DIR").c_str(), m_name);
     for (const Tq4_app_arg &option : options)
         make_known(m_arg_cmds, m_arg_shotcut, option.m_arg_name, option.m_arg_shortcut, &option);
     for (const Built_in &each : commands)
@@ -138,7 +170,16 @@ Tq4_app_obj::Tq4_app_obj()
 Tq4_app_obj::~Tq4_app_obj() {
     (*m_global_obj)->RemoveAll(m_global_obj.get());
     CloseControl();
-    Tq4_debug_api->SetLog(nullptr);
+    Tq4_debug_restore_log(log_sink); // unless the program has installed its own
+}
+
+// The directory that a variable of the environment names instead of the executable's.
+std::string Tq4_app_obj::Directory(const char *variable) const {
+    const char *named = MP_GetEnvironment(variable);
+    if (!named || !*named) return m_path;
+    if (*named == '/') return named;
+    const Text current = new_text(); // it is the same directory when the program has gone elsewhere
+    return Tq4_system_api->CurrentDir(current.get()) + std::string("/") + named;
 }
 
 void Tq4_app_obj::SetInfo(const char *version, const char *build_time, const char *author) {
@@ -185,15 +226,10 @@ void Tq4_app_obj::PrintOptions() const {
 }
 
 void Tq4_app_obj::PrintCommands() const {
-    Tq4_debug_api->Printf(0, "        指令         [缩写] :  描述\n");
-    const auto print = [](Tq4_key, Tq4_value value, void *) {
-        const auto &command = *static_cast<const Tq4_app_cmd *>((*value)->GetPtr(value));
-        Tq4_debug_api->Printf(0, "%-20s [%-5s] : %s\n", text_of(command.m_cmd_name), text_of(command.m_cmd_shortcut),
-                              text_of(command.m_comment));
-        return 0;
-    };
-    (*m_cmds)->each(m_cmds.get(), print, nullptr);
-    Tq4_debug_api->Printf(0, "\n");
+    for (Listing listing : listings) {
+        (*m_cmds)->each(m_cmds.get(), list_command, &listing);
+        if (listing.begun) Tq4_debug_api->Printf(0, "\n");
+    }
 }
 
 void Tq4_app_obj::PrintVersion() const {
@@ -229,6 +265,23 @@ bool Tq4_app_obj::ArgV(int *cursor, const char **value) const {
     return true;
 }
 
+// Whether each option of a family of the frame's, "--service=" or "--charset=", is one that there is. The others may be
+// the program's own.
+bool Tq4_app_obj::KnowsOptions() const {
+    const char *name;
+    for (int cursor = 0; ArgK(&cursor, &name);) {
+        const std::string_view family(name, std::string_view(name).find('=') + 1);
+        const auto is_of_it = [=](const Tq4_app_arg &option) {
+            return !family.empty() && std::string_view(option.m_arg_name).starts_with(family);
+        };
+        if (std::none_of(std::begin(options), std::end(options), is_of_it)) continue;
+        if (look_up<Tq4_app_arg>(m_arg_cmds, m_arg_shotcut, name)) continue;
+        Tq4_debug_tell_error("不识别的参数%s，请用-h(--help)获取帮助\n", name);
+        return false;
+    }
+    return true;
+}
+
 bool Tq4_app_obj::ParseOptions(int *result) {
     const char *name;
     for (int cursor = 0; ArgK(&cursor, &name);) {
@@ -252,6 +305,9 @@ constexpr Tq4_app_ api_Tq4_app = {
     .Find = [](const char *name) { return app().Find(name); },
     .ArgK = [](int *cursor, const char **name) { return static_cast<int>(app().ArgK(cursor, name)); },
     .ArgV = [](int *cursor, const char **value) { return static_cast<int>(app().ArgV(cursor, value)); },
+    .AddServiceCmd = [](const char *name, const char *shortcut, Tq4_app_cmd_handle handler,
+                        const char *comment) { app().AddCmd(name, shortcut, handler, comment, false, false); },
+    .OnReload = [](Tq4_app_reload function) { app().m_reload = function; },
 };
 
 } // namespace

@@ -57,8 +57,10 @@ struct Tq4_app_obj {
     std::mutex m_registry;
     unsigned long m_listen_process = 0; // whose socket file it is: processes that the service forks must leave it alone
     Tq4_app_stop m_stop = nullptr;      // of Run
-    bool m_ending = false;              // a signal, or the end of the daemon, ends what is being done
-    unsigned long m_lines = 0;          // read in this conversation
+    Tq4_app_reload m_reload = nullptr;
+    bool m_serving = false;    // the service runs in this process
+    bool m_ending = false;     // a signal, or the end of the daemon, ends what is being done
+    unsigned long m_lines = 0; // read in this conversation
 
     // The one there is, made when it is first used.
     static Tq4_app_obj &The();
@@ -90,10 +92,14 @@ struct Tq4_app_obj {
     int RunStopOption();
 
 private:
+    std::string Directory(const char *variable) const;
+    bool KnowsOptions() const;
     bool ParseOptions(int *result);
     bool Start(Tq4_app_start start);
     void Stop();
+    void Reload();
     bool Await(int descriptor, long ms);
+    void Log(const char *format) const;
     void Announce(const char *format) const;
     void Greet(const char *format) const;
     int OpenControl();

@@ -32,8 +32,11 @@ constexpr long Send_timeout = 1000;
 constexpr long Leave_wait = 5000; // for a daemon to answer what was typed before a shell left
 constexpr long Without_limit = -1;
 
-enum Result { Done = 1, Start_refused = -3, No_daemon = -100 };
+enum Result { Done = 1, Start_refused = -3, Unknown_option = -4, No_daemon = -100 };
 
+constexpr const char *standalone_text = "%s服务运行于独立模式（服务+命令行交互一体）\n";
+constexpr const char *stopping_text = "服务程序 %s 准备退出....\n";
+constexpr const char *stopped_text = "服务程序 %s 安全退出完成。\n";
 constexpr const char *prompt_text = "\n\n请输入指令，如需帮助，请输入h(help)\n";
 constexpr const char *stop_line = "stop\n";
 
@@ -72,18 +75,25 @@ void notify_supervisor(const char *state) {
 bool Tq4_app_obj::Await(int descriptor, long ms) {
     for (bool readable = false;;) {
         const unsigned events = MP_Events_Wait(descriptor, ms, &readable);
-        if (events & MP_Event_reopen) (*m_log)->CheckFile(m_log.get());
         if (events & (MP_Event_stop | MP_Event_ended)) m_ending = true;
         if (m_ending) return false;
+        if (events & MP_Event_reopen) Reload();
         if (readable) return true;
         if (events == MP_Event_none && ms >= 0) return false;
     }
 }
 
+void Tq4_app_obj::Reload() {
+    (*m_log)->CheckFile(m_log.get());
+    if (m_serving && m_reload) m_reload();
+}
+
+void Tq4_app_obj::Log(const char *format) const { Tq4_debug_api->log(0, format, m_name); }
+
 // For whoever is attached, and for the log.
 void Tq4_app_obj::Announce(const char *format) const {
     print(format, m_name);
-    Tq4_debug_api->log(0, format, m_name);
+    Log(format);
 }
 
 void Tq4_app_obj::Greet(const char *format) const {
@@ -95,13 +105,16 @@ void Tq4_app_obj::Greet(const char *format) const {
 bool Tq4_app_obj::Start(Tq4_app_start start) {
     if (start && !start(m_argc, m_argv)) {
         if (m_stop) m_stop();
+        Log("服务程序 %s 启动失败\n");
         return false;
     }
+    m_serving = true;
     notify_supervisor("READY=1");
     return true;
 }
 
 void Tq4_app_obj::Stop() {
+    m_serving = false;
     notify_supervisor("STOPPING=1");
     if (m_stop) m_stop();
 }
@@ -111,6 +124,7 @@ int Tq4_app_obj::Run(int argc, char **argv, Tq4_app_start start, Tq4_app_stop st
     m_argv = argv;
     m_stop = stop;
     int result = Done;
+    if (!KnowsOptions()) return Unknown_option;
     if (!ParseOptions(&result)) return result;
     const int connection = Tq4_control_connect((*m_pipe)->c_str(m_pipe.get()));
     if (connection >= 0) m_run_type = Tq4_app_run_type_cmdonly;
@@ -130,12 +144,15 @@ int Tq4_app_obj::Run(int argc, char **argv, Tq4_app_start start, Tq4_app_stop st
 int Tq4_app_obj::RunStandalone(Tq4_app_start start) {
     const bool on_terminal = MP_IsTerminal(standard_input);
     MP_Events_Open();
+    Log(standalone_text);
     if (Start(start)) {
-        Greet("%s服务运行于独立模式（服务+命令行交互一体）\n");
+        Greet(standalone_text);
         Converse(-1);
         // Nobody was ever there to type: a supervisor runs the service, and ends it by a signal.
         while (!on_terminal && m_lines == 0 && !m_ending) Await(-1, Without_limit);
+        Log(stopping_text);
         Stop();
+        Log(stopped_text);
     }
     MP_Events_Close();
     return Done;
@@ -158,13 +175,14 @@ void Tq4_app_obj::CloseControl() {
 
 int Tq4_app_obj::RunDaemon(Tq4_app_start start) {
     if (const int failure = OpenControl()) return failure;
+    MP_SetFileMask(0);                     // what the log makes now has the mode that it has later
+    Log("服务程序 %s 准备进入后台模式\n"); // a log that cannot be written is told while somebody can read it
     const bool entered = MP_EnterBackground();
     m_listen_process = MP_GetCurrentProcessId(); // also where it failed: the socket goes with this process
     if (!entered) {
         Tq4_debug_api->Printf(0, "fork() failed");
         std::exit(-1);
     }
-    MP_SetFileMask(0);
     MP_DetachStandardDescriptors();
     SetCharset(0);
     Tq4_debug_write_failed = end_connection;
@@ -194,18 +212,20 @@ void Tq4_app_obj::ServeShells() {
         if (said == Tq4_app_farewell::Left && !m_ending) MP_DetachStandardDescriptors();
         Tq4_sock_api->Close(connection); // descriptors 0 to 2 keep it open
     }
-    Announce("服务程序 %s 准备退出....\n");
+    Announce(stopping_text);
     Stop();
-    Announce("服务程序 %s 安全退出完成。\n");
+    Announce(stopped_text);
 }
 
 Tq4_app_farewell Tq4_app_obj::ServeShell(int connection) {
     MP_SOCK_SendTimeout(connection, Send_timeout);
     MP_AttachStandardDescriptors(connection);
-    if (m_charset) SetCharset(0); // the last one may have asked for another
+    if (m_charset) SetCharset(0);           // the last one may have asked for another
+    Log("命令交互模式连接到服务程序 %s\n"); // here, not in the shell: that may belong to somebody else
     print("欢迎使用%s服务，请输入命令来控制服务器，输入help(h)获得命令帮助\n", m_name);
     const auto said = Converse(-1);
     MP_FlushStandardOutput(); // for this shell, and not for the next
+    Log("命令交互模式离开服务程序 %s\n");
     return said;
 }
 

@@ -112,6 +112,13 @@ uint64_t MP_GetFileSize2(const char *path) {
     return path ? size_of(stat(path, &status), status) : 0;
 }
 
+int MP_FileHasMoved(int descriptor, const char *path) {
+    struct stat open_file, there;
+    if (fstat(descriptor, &open_file) != 0) return 0;
+    if (stat(path, &there) != 0) return errno == ENOENT || errno == ENOTDIR;
+    return there.st_dev != open_file.st_dev || there.st_ino != open_file.st_ino;
+}
+
 int MP_GetFileType(const char *path) {
     struct stat status;
     return path && stat(path, &status) == 0 ? type_of(status) : 0;
@@ -159,8 +166,11 @@ int MP_SafeOpen(const char *path, int flags, mode_t mode) {
         errno = EFAULT;
         return -1;
     }
-    if (flags & O_CREAT) MP_MkdirBeforCreateFile(path, mode | execute_bits); // a failure shows in the open
-    return restarted([=] { return open(path, flags | O_CLOEXEC, mode); });
+    const bool prepared = !(flags & O_CREAT) || MP_MkdirBeforCreateFile(path, mode | execute_bits) == 0;
+    const int reason = errno;
+    const int descriptor = restarted([=] { return open(path, flags | O_CLOEXEC, mode); });
+    if (descriptor < 0 && !prepared) errno = reason; // why the directory is missing tells more
+    return descriptor;
 }
 
 int MP_FileClose(int descriptor) { return close(descriptor) == 0; }

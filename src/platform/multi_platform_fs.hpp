@@ -21,6 +21,8 @@ char *MP_TempFile(char *name_template);
 // The size in bytes of an open file or of the file at path; 0 when it cannot be examined.
 uint64_t MP_GetFileSize1(int descriptor);
 uint64_t MP_GetFileSize2(const char *path);
+// 1 when the path leads to another file than the open one, or to none; 0 also when the system does not tell.
+int MP_FileHasMoved(int descriptor, const char *path);
 
 // 1 for a directory, 2 for a regular file, 0 for anything else and for what is missing. Links are followed.
 int MP_GetFileType(const char *path);
@@ -39,7 +41,8 @@ void MP_SpliteFileName1(const char *path, std::string_view *directory, std::stri
 int MP_MkdirBeforCreateFile(const char *path, mode_t mode);
 
 // Opens a file as open(2) does, close-on-exec. With O_CREAT in flags the missing directories are made first, with mode
-// plus the three execute bits. The descriptor, owned by the caller, or -1.
+// plus the three execute bits. The descriptor, owned by the caller, or -1; then the system error number tells about the
+// first thing that failed.
 int MP_SafeOpen(const char *path, int flags, mode_t mode);
 
 // Closes a descriptor. 1/0.

@@ -277,6 +277,10 @@ void MP_THREAD_Signal(int signal, void (*handler)(int)) {
     sigaction(signal, &action, nullptr);
 }
 
+int MP_THREAD_AtFork(void (*before)(), void (*in_parent)(), void (*in_child)()) {
+    return !pthread_atfork(before, in_parent, in_child);
+}
+
 int MP_THREAD_SignalIsDefault(int signal) {
     struct sigaction action;
     return sigaction(signal, nullptr, &action) == 0 && !(action.sa_flags & SA_SIGINFO) && action.sa_handler == SIG_DFL;

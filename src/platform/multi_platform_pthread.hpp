@@ -127,6 +127,12 @@ void MP_THREAD_RestoreCancel(int before);
 int MP_THREAD_HoldCancel();
 void MP_THREAD_ReleaseCancel(int before);
 
+// --- Processes ---
+
+// From now on each fork calls these on the thread that forks: one before it, one after it in the parent, one after it
+// in the child. Later calls are nested around earlier ones. 1/0.
+int MP_THREAD_AtFork(void (*before)(), void (*in_parent)(), void (*in_child)());
+
 // --- Signals ---
 
 // A signal handler that ends the thread it runs on.

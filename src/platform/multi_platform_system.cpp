@@ -35,6 +35,8 @@ void MP_Sleep(long ms) {
 
 unsigned long MP_GetCurrentProcessId() { return static_cast<unsigned long>(getpid()); }
 
+const char *MP_GetEnvironment(const char *name) { return secure_getenv(name); }
+
 char *MP_GetExeFullName(char *buffer, std::size_t size) {
     if (size == 0) return buffer;
     char link[32];

@@ -21,6 +21,8 @@ void MP_Sleep(long ms);
 // --- The process ---
 
 unsigned long MP_GetCurrentProcessId();
+// A variable of the environment; null when it is not set, and in a process that has more rights than its caller.
+const char *MP_GetEnvironment(const char *name);
 
 // These fill buffer with a NUL-terminated text of at most size - 1 bytes; what is longer is cut. With size 0 the
 // buffer is left alone. The text is empty when the system does not tell.

@@ -44,6 +44,10 @@ utf8                 [utf  ] : console print in utf8 charset
 gb18030              [gb   ] : console print in gb18030 charset
 echo                 [e    ] : print the rest
 '''
+SERVICE_COMMANDS = '''        服务指令     [缩写] :  描述（在服务进程中执行）
+where                [w    ] : the service's process
+
+'''
 
 
 def text(coded):
@@ -166,6 +170,11 @@ class Console(unittest.TestCase):
         os.close(process.source)
         return f'{said}={process.wait()}'
 
+    def log(self, directory=None):
+        """The messages of the application log."""
+        files = sorted((directory or self.here).glob('log_files/**/Tq4_app_*.log'))
+        return [line.partition('] ')[2] for path in files for line in path.read_text().splitlines()]
+
     def ask_pid(self):
         """What the daemon tells the next shell."""
         client = Client(self.socket)
@@ -178,6 +187,10 @@ class Console(unittest.TestCase):
     def start_daemon(self):
         self.assertEqual(self.say('-start'), '=0')
         self.daemon = self.ask_pid()
+
+    def end_daemon(self):
+        os.kill(self.daemon, signal.SIGTERM)
+        self.assertEqual(wait_for(self.daemon), 1)
 
     def expect_service(self):
         self.assertEqual(self.ask_pid(), self.daemon)
@@ -195,7 +208,7 @@ class Console(unittest.TestCase):
     def test_standalone_is_service_and_command_line_in_one(self):
         said = self.say('--charset=utf8', typed='q\n')
         self.assertEqual(said[:len(COMMANDS)], COMMANDS)
-        last = f'found                [     ] : look an object up\n\n{STARTED}{PROMPT}=1'
+        last = f'found                [     ] : look an object up\n\n{SERVICE_COMMANDS}{STARTED}{PROMPT}=1'
         self.assertEqual(said[-len(last):], last)
         self.assertEqual(self.trace.read_text(), 'start 2\nstop\ndelete second\ndelete first\n')
 
@@ -233,7 +246,6 @@ class Console(unittest.TestCase):
                 self.assertEqual(supervisor.recv(100), b'READY=1')
                 process.send(typed) if typed else process.end_input()
                 process.expect(PROMPT)
-                os.kill(process.pid, signal.SIGHUP)
                 os.kill(process.pid, ending)
                 self.assertEqual(supervisor.recv(100), b'STOPPING=1')
                 self.assertEqual(process.wait(), 1)
@@ -248,6 +260,8 @@ class Console(unittest.TestCase):
         shell.expect('不识别的命令')
         shell.send('pid\n')  # a program's command runs where it is typed
         shell.expect(f'{shell.pid}\r\n')
+        shell.send('w in the service\n')  # and a command of the service there
+        shell.expect(f'{self.daemon}:in the service\r\n')
         shell.send('q\n')
         self.assertEqual(shell.wait(), 1)
         self.expect_service()
@@ -274,10 +288,62 @@ class Console(unittest.TestCase):
         os.kill(self.daemon, signal.SIGTERM)  # also while a shell is attached
         self.assertEqual(silent.rest(), GOODBYE)
         self.assertEqual(wait_for(self.daemon), 1)
-        log = ''.join(path.read_text() for path in self.here.glob('log_files/**/*') if path.is_file())
-        for line in 'made\n', 'svc 运行于后台模式\n', '服务程序 svc 安全退出完成。\n':
-            self.assertIn(line, log)
+        self.assertEqual([line for line in self.log() if '命令交互模式' not in line], [
+            'made', '服务程序 svc 准备进入后台模式', 'svc 运行于后台模式', '服务程序 svc 准备退出....', '服务程序 svc 安全退出完成。'])
         self.assertEqual(self.trace.read_text(), 'start 2\nstop\ndelete second\ndelete first\n')
+
+    def test_the_log_tells_of_each_run(self):
+        self.say(typed='w\n')
+        self.say('--refuse')
+        begin = ['made', 'svc服务运行于独立模式（服务+命令行交互一体）']
+        self.assertEqual(self.log(), [*begin, '服务程序 svc 准备退出....', '服务程序 svc 安全退出完成。',
+                                      *begin, '服务程序 svc 启动失败'])
+        self.start_daemon()  # with a shell that comes and goes
+        self.end_daemon()
+        self.assertEqual([line for line in self.log() if '命令交互模式' in line],
+                         ['命令交互模式连接到服务程序 svc', '命令交互模式离开服务程序 svc'])
+
+    def test_directories_of_the_environment_take_the_place_of_the_programs(self):
+        run, logs, in_the_way = self.here / 'run', self.here / 'logs', self.here / 'file'
+        self.socket = str(run / 'tq4_run_var/svc/__1pipe__')
+        self.addCleanup(lambda: [os.environ.pop(name) for name in ('TQ4_RUN_DIR', 'TQ4_LOG_DIR')])
+        os.environ.update(TQ4_RUN_DIR=str(run), TQ4_LOG_DIR=str(logs))
+        self.start_daemon()
+        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=1')
+        self.assertEqual((wait_for(self.daemon), self.log(logs)[-1]), (1, '服务程序 svc 安全退出完成。'))
+        self.assertEqual((self.log(), list(self.here.glob('tq4*'))), ([], []))
+        in_the_way.write_text('x')
+        os.environ.update(TQ4_RUN_DIR='', TQ4_LOG_DIR=str(in_the_way))
+        told = f'^日志文件{in_the_way}/log_files/[^\n]*无法写入：Not a directory\n'
+        self.assertRegex(self.say(typed='q\n'), f'{told}svc服务运行于独立模式')
+        self.assertRegex(self.say('-start'), f'{told}=0$')
+        self.socket = str(self.here / 'tq4_run_var/svc/__1pipe__')
+        self.daemon = self.ask_pid()
+        self.end_daemon()
+
+    def test_words_that_options_do_not_have_are_refused(self):
+        for option in '--service=restart', '--service=', '--charset=latin1':
+            refused = f'不识别的参数{option}，请用-h(--help)获取帮助\n={-4 & 255}'
+            self.assertEqual(self.say('-start', option), refused)
+            self.assertEqual(self.say(option, '-h'), refused)
+        self.assertFalse(self.trace.exists())
+
+    def test_a_hangup_lets_the_log_follow_its_file_and_the_service_reload(self):
+        self.start_daemon()
+        path = next(self.here.glob('log_files/**/Tq4_app_*.log'))
+        path.rename(self.here / 'moved')
+        os.kill(self.daemon, signal.SIGHUP)
+        shell = Client(self.socket)
+        shell.expect(PROMPT)
+        self.assertTrue(self.trace.read_text().endswith('reload\n'))
+        self.assertTrue(path.exists())
+        attached = self.run_it(console=TERMINAL)
+        attached.expect(STARTED.replace('\n', '\r\n'))
+        os.kill(attached.pid, signal.SIGHUP)  # the service is not in it
+        os.kill(attached.pid, signal.SIGTERM)
+        attached.wait()
+        self.end_daemon()
+        self.assertEqual(self.trace.read_text(), 'start 2\nreload\nstop\ndelete second\ndelete first\n')
 
     def test_a_refused_start_leaves_nothing(self):
         self.assertEqual(self.say('--refuse'), '=1')

@@ -76,6 +76,9 @@ int main(int argc, char **argv) {
         {"found", nullptr, find, "look an object up"},
     };
     for (const auto &[name, shortcut, run, comment] : commands) Tq4_app->AddCmd(name, shortcut, run, comment);
+    const auto where = [](const char *rest) { print(std::to_string(getpid()) + ":" + rest); };
+    Tq4_app->AddServiceCmd("where", "w", where, "the service's process");
+    Tq4_app->OnReload([] { trace("reload"); });
     if (argc > 1 && argv[1] == std::string("--stdio"))
         Tq4_debug_api->SetPrint([](int, const char *format, va_list args) { std::vprintf(format, args); });
     Tq4_debug_api->log(0, "made\n");
