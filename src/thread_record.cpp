@@ -2,13 +2,10 @@
 #include "thread_record.hpp"
 
 #include <cstdlib>
-#include <cxxabi.h>
 #include <new>
 
 #include "assert.hpp"
-
-extern "C"
-    [[gnu::visibility("hidden")]] void *__dso_handle; // the library, which stays loaded until its threads have ended
+#include "platform/multi_platform_pthread.hpp"
 
 namespace {
 
@@ -41,7 +38,7 @@ Tq4_thread_record *make_record() {
     void *memory = std::malloc(sizeof(Tq4_thread_record));
     TQ4_ASSERT(memory != nullptr);
     auto *record = new (memory) Tq4_thread_record;
-    abi::__cxa_thread_atexit(end_record, record, &__dso_handle);
+    MP_THREAD_AtEnd(end_record, record);
     return Tq4_this_thread = record;
 }
 

@@ -7,7 +7,6 @@
 #pragma once
 
 #include <cstddef>
-#include <sys/types.h>
 
 struct Tq4_kill_gate;
 struct Tq4_thread_obj;
@@ -23,7 +22,7 @@ struct Tq4_thread_record {
 
     bool ended = false;                        // the thread's end has begun: it keeps no more blocks
     bool killable = false;                     // it may be killed at the very instruction it is at (thread/cancel.hpp)
-    pid_t kernel_id = 0;                       // 0: not asked yet
+    int kernel_id = 0;                         // 0: not asked yet
     Tq4_kill_gate *kill_gate = nullptr;        // borrowed; null unless it runs a user's function on a thread of ours
     const Tq4_thread_obj *runs_here = nullptr; // borrowed: the thread object whose body this is; null on other threads
 

@@ -10,7 +10,8 @@
  * wait is a time-out in milliseconds: 0 does not wait, all ones waits without limit. Without an event nobody waits. A
  * reader in a queue with an event looks first. When it finds nothing it waits for the event, once, and looks again. So
  * null means that the time-out passed, that somebody called Set, or that another reader was faster; a consumer that
- * goes on after null reads in a loop. With a lock and a single reader, null before the time-out always means Set.
+ * goes on after null reads in a loop. With a lock and a single thread that takes items out, null before the time-out
+ * means Set.
  *
  * The event resets by itself: each time it is set it lets one waiter through, a reader or a Wait, and setting it again
  * before that adds nothing. A reader passes it on while items remain, so no item waits beside a waiting reader. A

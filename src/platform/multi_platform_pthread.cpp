@@ -9,10 +9,13 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cxxabi.h>
 #include <unistd.h>
 
 #include "sanitizers.hpp"
 #include "thread_record.hpp"
+
+extern "C" [[gnu::visibility("hidden")]] void *__dso_handle; // names the library to the C++ runtime
 
 static_assert(sizeof(time_t) == 8, "a deadline of any time-out fits");
 
@@ -245,6 +248,10 @@ int MP_THREAD_DeferCancel() {
 }
 
 void MP_THREAD_RestoreCancel(int before) { pthread_setcanceltype(before, nullptr); }
+
+void MP_THREAD_AtEnd(void (*function)(void *), void *argument) {
+    abi::__cxa_thread_atexit(function, argument, &__dso_handle);
+}
 
 // The type changes first and comes back last: a cancellation that is on its way as a signal asks for the type alone,
 // and would strike a thread that has only disabled it.

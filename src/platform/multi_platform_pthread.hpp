@@ -122,6 +122,10 @@ void MP_THREAD_ClearCancel();
 int MP_THREAD_DeferCancel();
 void MP_THREAD_RestoreCancel(int before);
 
+// Calls function(argument) at the end of the calling thread, in line with the destructors of its thread-local objects;
+// this library stays loaded until then.
+void MP_THREAD_AtEnd(void (*function)(void *), void *argument);
+
 // Keeps the calling thread from being cancelled at all, until the matching call gives back the result of this one. What
 // happens between them may wait in the system with locks held.
 int MP_THREAD_HoldCancel();
