@@ -15,7 +15,8 @@
 int MP_GetDiskInfo(const char *path, uint64_t *block_size, uint64_t *total_blocks, uint64_t *free_blocks);
 
 // Makes a new empty file that only its owner may read and write, replacing the six X that end name_template. Returns
-// null when it SUCCEEDED and name_template when it failed, deliberately.
+// null when it SUCCEEDED and name_template when it failed, deliberately. (The library's own files are made by
+// MP_FileMakeBeside, which asks the process's mask.)
 char *MP_TempFile(char *name_template);
 
 // The size in bytes of an open file or of the file at path; 0 when it cannot be examined.
