@@ -61,6 +61,7 @@ void in_a_child(unsigned long (*work)(Victim &), void (*test)(Victim &)) {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // the child is started anew
     auto live_and_exit = [&] {
         alarm(120);                                   // a child that hangs is not left behind
+        signal(SIGQUIT, SIG_DFL);                     // which whoever runs the tests may have ignored
         auto victim = std::make_unique<Victim>(work); // on the heap: a dead pointer on the stack would hide a leak
         victim->start();
         test(*victim);
