@@ -32,7 +32,8 @@ public:
         m_log->Printf(m_log, 0, "%s starts", m_settings.Get("name", "relay").c_str());
         m_counters.Add("starts");
         m_thread->Init(m_thread, Run, this);
-        m_thread->Resume(m_thread);
+        // Until the thread has begun, so that what it prints then is not left for the first shell.
+        if (m_thread->Resume(m_thread)) m_begun->Wait(m_begun, TQ4_ALL_ONES);
     }
     ~Relay() {
         m_thread->NotifyQuit(m_thread);
@@ -48,7 +49,7 @@ private:
     Settings m_settings{settings_file()}; // the thread's, once it runs
     Counters m_counters{counters_file()};
     Object<Tq4_log> m_log{Tq4_log_oitf, "for several threads"};
-    Object<Tq4_event> m_quit{Tq4_event_oitf};
+    Object<Tq4_event> m_begun{Tq4_event_oitf}, m_quit{Tq4_event_oitf};
     Object<Tq4_thread> m_thread{Tq4_thread_oitf, "relay"};
 
     static unsigned long Run(void *relay) {
@@ -56,6 +57,7 @@ private:
         return 0;
     }
     void Beat() {
+        m_begun->Set(m_begun);
         while (m_thread->IsRunning(m_thread)) {
             m_counters.Add("beats");
             if (m_settings.Reload()) {
