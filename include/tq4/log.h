@@ -40,7 +40,8 @@ typedef struct Tq4_log_ Tq4_log_;
 typedef const Tq4_log_ **Tq4_log; /* handle */
 
 struct Tq4_log_ {
-    /* Sets the file-name prefix (copied; null: empty), which the next file has, and the level. */
+    /* Sets the file-name prefix (copied; null: empty), which the next file has, and the level: one of Tq4_level
+     * (tq4/debug.h) or any other number. */
     void (*Init)(Tq4_log log, const char *prefix, int level);
     /* Bytes in a file after which the next one begins; at least 1048576, 2097152 until set. A line that begins below
      * the limit is written whole. */

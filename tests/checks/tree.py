@@ -2,9 +2,11 @@
 """tree.py: checks of the tree that no compiler makes. Each prints what is wrong and exits 1, or prints nothing.
 
 tree.py exports LIBRARY   the shared object, src/exports.map and the headers that tq4.h includes name the same symbols;
+                          the shared object has the name that programs were linked with;
                           a header is included when the library exports all that it declares, and not before
 tree.py built DATABASE    a target builds every source file (DATABASE: compile_commands.json)
 tree.py floors            a file includes only from its own floor or from below (src/floors.txt)
+tree.py version VERSION   the headers, CMake (VERSION) and the first heading of CHANGELOG.md name the same version
 tree.py slots             the slots of every operation table that tq4.h offers stand where tests/checks/slots.txt records them
 """
 import fnmatch
@@ -44,6 +46,9 @@ def check_exports(library):
         absent = [where for where, symbols in names.items() if symbol not in symbols]
         if absent:
             yield f'{symbol} is not in {" nor in ".join(absent)}'
+    dynamic = subprocess.run(['readelf', '-d', library], check=True, capture_output=True, text=True).stdout
+    if '[libTq4_c_objectD-1.0.so]' not in dynamic:
+        yield 'programs that were linked look for libTq4_c_objectD-1.0.so, which is not the name in the shared object'
     for header in HEADERS:
         if header not in OFFERED and header != WHOLE and declared(header) <= exported:
             yield f'tq4.h does not include {header.name}, and the library exports all of it'
@@ -85,6 +90,17 @@ def check_floors():
                 yield f'{name}: includes "{other}", which is not a path from src or include'
             elif (floor := floor_of(other)) is not None and floor > own:
                 yield f'{name} ({floors[own][0]}): includes "{other}" from the higher floor {floors[floor][0]}'
+
+
+def check_version(project):
+    macro = dict(re.findall(r'#define (TQ4_VERSION\w*) "?([\d.]+)', (ROOT / 'include/tq4/api.h').read_text()))
+    major, minor, patch = map(int, project.split('.'))
+    named = {
+        'TQ4_VERSION': macro['TQ4_VERSION'] == project,
+        'TQ4_VERSION_NUMBER': int(macro['TQ4_VERSION_NUMBER']) == 10000 * major + 100 * minor + patch,
+        'CHANGELOG.md': re.search(r'^## (\S+)', (ROOT / 'CHANGELOG.md').read_text(), re.M)[1] == project,
+    }
+    yield from (f'{where} does not tell the version {project}' for where, same in named.items() if not same)
 
 
 def check_slots():
