@@ -122,6 +122,7 @@ void Tq4_fsm_obj::Handle(Tq4_fsm_item item, const char *name, unsigned long mess
     do Event(*this, record, handling, held).Handle();
     while (handling.Take(m_msg));
     m_msg = outer;
+    TQ4_CHECK(!handling.m_item || (handling.m_item == &record && record.m_rflag == &handling));
     handling.End();
     m_depth = depth;
     TQ4_CHECK(m_handlings[depth].get() == &handling);

@@ -27,7 +27,10 @@ void Tq4_fsm_obj::Declare() {
 }
 
 void Tq4_fsm_obj::Clear() {
-    for (const auto &handling : m_handlings) handling->End();
+    for (const auto &handling : m_handlings) {
+        handling->End();
+        handling->Abandon();
+    }
     m_default.reset();
     m_mapStates.reset();
     m_StatesList.clear();

@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "assert.hpp"
 #include "base/fsm/state.hpp"
 
 static Tq4_fsm_stateNextStateType first_flag(const char *next) {
@@ -29,5 +30,7 @@ void Tq4_fsm_state_Handle::Found(Tq4_fsm_state_obj *next) {
 }
 
 void Tq4_fsm_state_Handle::Release() {
-    if (m_nextState) --m_nextState->m_ref;
+    if (!m_nextState) return;
+    TQ4_CHECK(m_nextState->m_ref > 0);
+    --m_nextState->m_ref;
 }
