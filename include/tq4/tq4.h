@@ -13,6 +13,7 @@
 #include "tq4/file.h"
 #include "tq4/file_api.h"
 #include "tq4/finder.h"
+#include "tq4/fsm.h"
 #include "tq4/intmap.h"
 #include "tq4/key.h"
 #include "tq4/lock.h"

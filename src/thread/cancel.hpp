@@ -84,6 +84,27 @@ public:
     Tq4_cancel_held &operator=(const Tq4_cancel_held &) = delete;
 };
 
+// The same for a module that calls users' functions between steps of its own: a kill takes the thread only inside
+// Admit. Costs a look at a thread-local pointer on threads that cannot be killed.
+class Tq4_cancel_held_around {
+    const bool m_active = Tq4_this_thread->kill_gate != nullptr;
+    int m_before = m_active ? Tq4_hold_off_kill() : 0;
+
+public:
+    Tq4_cancel_held_around() = default;
+    ~Tq4_cancel_held_around() {
+        if (m_active) Tq4_admit_kill(m_before);
+    }
+    Tq4_cancel_held_around(const Tq4_cancel_held_around &) = delete;
+    Tq4_cancel_held_around &operator=(const Tq4_cancel_held_around &) = delete;
+
+    template <class Callback> void Admit(Callback callback) {
+        if (m_active) Tq4_admit_kill(m_before);
+        callback();
+        if (m_active) m_before = Tq4_hold_off_kill();
+    }
+};
+
 // The first line of a cleanup handler. The frames that a kill took away have left marks in the address sanitizer's map
 // of the stack, for which the frames that come to lie there would be blamed. Without that sanitizer: nothing.
 #ifdef TQ4_ADDRESS_SANITIZER
