@@ -2,6 +2,7 @@
 // days; and what functions of the user may do to the timers in the middle of a step.
 #include "support/test.hpp"
 
+#include "assert.hpp"
 #include "base/timer/wheel.hpp"
 
 namespace {
@@ -312,7 +313,9 @@ TEST_F(Wheel, ATimerThatResetsItselfKeepsToThatUnlessItWasItsLastFiring) {
         [&](Tq4_timer_callback *firing) {
             fired.push_back(now);
             EXPECT_EQ(firing->elapse, fired.size() == 1 ? 50u : 5u * (fired.size() - 1));
-            if (fired.size() < 4) EXPECT_TRUE(wheel.Reset(firing->timerid, 5 * fired.size()));
+            if (fired.size() < 4) {
+                EXPECT_TRUE(wheel.Reset(firing->timerid, 5 * fired.size()));
+            }
             EXPECT_EQ(firing->repeat, fired.size() == 5 ? 2u : 1u);
         },
         2);
