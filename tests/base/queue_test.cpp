@@ -276,7 +276,7 @@ TEST_F(Queue, ConsumersThatPassTheSetOnAllEnd) {
                 if (Tq4_queue_item item = (*q)->RemoveHead(q, TQ4_ALL_ONES)) sum += drop(item);
             (*q)->Set(q);
         });
-    for (int i = 1; i <= 1000; ++i) put(1);
+    for (int i = 1; i <= 1000; ++i) (*q)->PutTail(q, new_item(1));
     while (sum < 1000) std::this_thread::yield();
     running = false;
     (*q)->Set(q);
