@@ -4,12 +4,14 @@
 // by one thread and then only read, so there is no lock. The built-in sinks keep nothing between calls: each formats
 // into a string of its own, with the string's engine, so that a format means the same to every sink.
 #include "base/debug.hpp"
+
+#include <atomic>
+
 #include "own.hpp"
+#include "platform/multi_platform_console.hpp"
 #include "platform/multi_platform_system.hpp"
 #include "tq4/debug.h"
 #include "tq4/string.h"
-
-void (*Tq4_debug_write_failed)() = nullptr;
 
 namespace {
 
@@ -18,6 +20,8 @@ constexpr int highest_logged_level = 0;
 // Facility "user", severity 0: the same for every message, deliberately; who filters the system log relies on it.
 constexpr int system_log_priority = 8;
 
+void write_to_standard_output(const char *bytes, std::size_t size) { MP_WriteAll(standard_output, bytes, size); }
+
 void print_built_in(int level, const char *format, va_list args);
 void log_built_in(int level, const char *format, va_list args);
 
@@ -25,7 +29,7 @@ struct Tq4_debug_GlobalData {
     Tq4_debug_sink __Print_funcV;
     Tq4_debug_sink __Log_funcV;
     const void *__hEventSource; // not null once Init has run, and for good
-    int gb18030;                // non-zero: the built-in print sink converts from UTF-8
+    std::atomic<int> gb18030;   // non-zero: the built-in print sink converts from UTF-8; any thread changes it
     void *printf_obj;           // borrowed, the host's
     void *log_obj;              // borrowed, the host's
 };
@@ -41,14 +45,7 @@ void print_built_in(int, const char *format, va_list args) {
                              static_cast<unsigned long>((*text)->length(text.get())));
         text = std::move(converted);
     }
-    const char *bytes = (*text)->c_str(text.get());
-    for (long left = (*text)->length(text.get()), written; left > 0; left -= written, bytes += written) {
-        written = MP_Write(standard_output, bytes, static_cast<std::size_t>(left));
-        if (written < 1) {
-            if (void (*tell)() = Tq4_debug_write_failed) tell();
-            break;
-        }
-    }
+    Tq4_debug_write((*text)->c_str(text.get()), static_cast<std::size_t>((*text)->length(text.get())));
 }
 
 void log_built_in(int level, const char *format, va_list args) {
@@ -104,5 +101,7 @@ constexpr Tq4_debug_ api_Tq4_debug = {
 };
 
 } // namespace
+
+void (*Tq4_debug_write)(const char *, std::size_t) = write_to_standard_output;
 
 extern "C" constinit const Tq4_debug_ *const Tq4_debug_api = &api_Tq4_debug;
