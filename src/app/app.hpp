@@ -105,7 +105,6 @@ private:
     void ForgetShortcut(const char *name);
     int Reach();
     int FailToReach();
-    bool OpenEvents();
     bool Start(Tq4_app_start start);
     void Stop(bool started);
     void End(bool started);

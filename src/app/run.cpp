@@ -51,6 +51,16 @@ void print_reason(int error) {
     Tq4_debug_api->Printf(0, "%m\n");
 }
 
+// Whether the system gave what the service cannot do without; the name of the call and the reason otherwise.
+bool is_granted(int result, const char *call) {
+    if (result) return true;
+    const int error = Tq4_sock_api->Error();
+    print("%s failed\n", call);
+    print_reason(error);
+    return false;
+}
+bool open_events() { return is_granted(MP_Events_Open(), "eventfd()"); }
+
 // Output on a console of the program's own.
 void write_patiently(const char *bytes, std::size_t size) {
     MP_Output_Write(standard_output, bytes, size, Without_limit);
@@ -115,14 +125,6 @@ void Tq4_app_obj::Greet(const char *format) const {
     Tq4_debug_api->Printf(0, "%s", prompt_text);
 }
 
-bool Tq4_app_obj::OpenEvents() {
-    if (MP_Events_Open()) return true;
-    const int error = Tq4_sock_api->Error();
-    Tq4_debug_api->Printf(0, "eventfd() failed\n");
-    print_reason(error);
-    return false;
-}
-
 // After a refusal the stop function is to be called.
 bool Tq4_app_obj::Start(Tq4_app_start start) {
     if (start && !start(m_argc, m_argv)) return false;
@@ -176,7 +178,7 @@ int Tq4_app_obj::FailToReach() {
 
 int Tq4_app_obj::RunStandalone(Tq4_app_start start) {
     const bool on_terminal = MP_IsTerminal(standard_input);
-    if (!OpenEvents()) return Start_refused;
+    if (!open_events()) return Start_refused;
     const bool started = Start(start);
     if (started) {
         Greet("%s服务运行于独立模式（服务+命令行交互一体）\n");
@@ -211,8 +213,9 @@ void Tq4_app_obj::CloseControl() {
 }
 
 int Tq4_app_obj::RunDaemon(Tq4_app_start start) {
-    if (!OpenEvents()) return Start_refused;
-    if (const int failure = OpenControl()) {
+    if (!open_events()) return Start_refused;
+    const bool can_detach = is_granted(MP_PrepareToDetach(), "open()");
+    if (const int failure = can_detach ? OpenControl() : Start_refused) {
         MP_Events_Close();
         return failure;
     }
@@ -277,7 +280,7 @@ Tq4_app_farewell Tq4_app_obj::ServeShell() {
 // --- Shell ---
 
 int Tq4_app_obj::RunShell() {
-    if (!OpenEvents()) return No_daemon; // before anything is shown: who reads that may have gone
+    if (!open_events()) return No_daemon; // before anything is shown: who reads that may have gone
     print("%s服务程序已经运行，现在进入命令交互模式\n", m_name);
     Greet("%s服务运行于命令交互模式（实际服务在后台进程）\n");
     auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "console_display");
@@ -302,7 +305,7 @@ int Tq4_app_obj::RunStopOption() {
         return Done;
     }
     if (m_daemon == Tq4_control_unknown) return FailToReach();
-    if (!OpenEvents()) return No_daemon;
+    if (!open_events()) return No_daemon;
     MP_Output_Write(m_daemon, stop_line, std::strlen(stop_line), Leave_wait);
     MP_SOCK_Shutdown(m_daemon, MP_Direction_out); // a daemon that does something else with it ends the connection
     while (Await(m_daemon, Without_limit) && ShowNext()) continue;

@@ -91,13 +91,11 @@ void MP_OpenStandardDescriptors() {
     }
 }
 
-int MP_DetachStandardDescriptors() {
-    int done = 1;
-    for (int descriptor = 0; descriptor < standard_descriptors; ++descriptor) {
-        const int null = open_reserve(descriptor);
-        done &= null >= 0 && dup2(null, descriptor) >= 0;
-    }
-    return done;
+int MP_PrepareToDetach() { return open_reserve(0) >= 0 && open_reserve(standard_output) >= 0; }
+
+void MP_DetachStandardDescriptors() {
+    for (int descriptor = 0; descriptor < standard_descriptors; ++descriptor)
+        dup2(open_reserve(descriptor), descriptor);
 }
 
 void MP_AttachStandardDescriptors(int descriptor) {

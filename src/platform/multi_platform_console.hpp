@@ -11,9 +11,10 @@
 
 // Opens those that are closed on the null device, so that no file or socket gets their numbers.
 void MP_OpenStandardDescriptors();
-// Puts all three on the null device: 0 for reading, 1 and 2 for reading and writing. They are open at any moment. Once
-// it has succeeded it always does: two descriptors are kept for that.
-int MP_DetachStandardDescriptors();
+// Opens what the next function needs, so that it does not fail when no descriptor is free later on.
+int MP_PrepareToDetach();
+// Puts all three on the null device: 0 for reading, 1 and 2 for reading and writing. They are open at any moment.
+void MP_DetachStandardDescriptors();
 // Puts all three on the descriptor, which stays open.
 void MP_AttachStandardDescriptors(int descriptor);
 // Hands what the C library holds for standard output to the system. 0 when that refuses some, which is dropped, and

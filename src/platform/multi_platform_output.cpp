@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <fcntl.h>
 #include <linux/sockios.h>
@@ -24,15 +25,16 @@
 namespace {
 
 constexpr int slice_ms = 50;
-constexpr std::size_t small_piece = 512; // what a pipe takes whole when it reports room
+constexpr std::size_t terminal_piece = 128; // for one that cannot be opened again
 
-enum class Kind { Socket, Shared, Other }; // Shared: a terminal or a pipe
+enum class Kind { Socket, Pipe, Terminal, Other };
 
 Kind kind_of(int descriptor) {
     struct stat status;
     if (fstat(descriptor, &status) != 0) return Kind::Other;
     if (S_ISSOCK(status.st_mode)) return Kind::Socket;
-    return S_ISFIFO(status.st_mode) || (S_ISCHR(status.st_mode) && isatty(descriptor)) ? Kind::Shared : Kind::Other;
+    if (S_ISFIFO(status.st_mode)) return Kind::Pipe;
+    return S_ISCHR(status.st_mode) && isatty(descriptor) ? Kind::Terminal : Kind::Other;
 }
 
 // The same terminal or pipe in a mode of its own; -1 where the system does not allow it. For signal handlers too.
@@ -47,7 +49,7 @@ class Held {
 public:
     explicit Held(int descriptor) : m_kind(kind_of(descriptor)), m_given(descriptor) {
         if (m_kind == Kind::Socket) m_own = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
-        if (m_kind == Kind::Shared) m_own = open_again(descriptor);
+        if (m_kind == Kind::Terminal) m_own = open_again(descriptor);
     }
     ~Held() {
         if (m_own >= 0) close(m_own);
@@ -71,12 +73,12 @@ private:
     int m_own = -1; // owned
 };
 
-// Never waits. What could not be opened again is asked for room and gets little at once.
 ssize_t Held::Write(const void *bytes, std::size_t size) const {
     if (m_kind == Kind::Socket) return send(at(), bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL);
-    if (m_kind != Kind::Shared || m_own >= 0) return write(at(), bytes, size);
+    if (m_kind == Kind::Other || m_own >= 0) return write(at(), bytes, size);
     pollfd watched{at(), POLLOUT, 0};
-    if (poll(&watched, 1, 0) == 1) return write(at(), bytes, std::min(size, small_piece));
+    const std::size_t piece = m_kind == Kind::Pipe ? PIPE_BUF : terminal_piece;
+    if (poll(&watched, 1, 0) == 1) return write(at(), bytes, std::min(size, piece));
     errno = EAGAIN;
     return -1;
 }
@@ -125,7 +127,7 @@ int MP_Output_Write(int descriptor, const void *bytes, std::size_t size, long ms
 void MP_Output_StopWaiting(int descriptor) {
     const Kind kind = kind_of(descriptor);
     if (kind == Kind::Other) return;
-    const int own = kind == Kind::Shared ? open_again(descriptor) : -1;
+    const int own = kind == Kind::Socket ? -1 : open_again(descriptor);
     if (own >= 0) {
         dup2(own, descriptor);
         close(own);

@@ -24,6 +24,9 @@ import unittest
 from pathlib import Path
 
 PROGRAM, PATIENCE, PR_SET_CHILD_SUBREAPER = sys.argv.pop(1), 60, 36
+SANITIZED = any(mark in Path(PROGRAM).read_bytes() for mark in (b'__asan_', b'__tsan_'))
+# The thread sanitizer runs no handler while the C library waits in a call of its own.
+DEFERS_SIGNALS = b'__tsan_' in Path(PROGRAM).read_bytes()
 PIPES, NO_INPUT, TERMINAL = 'pipes', 'no input', 'terminal'
 STANDALONE, DAEMON, SHELL = 'standalone', 'daemon', 'shell'
 NOBODY = 65534
@@ -183,7 +186,9 @@ class Console(unittest.TestCase):
         for pid in left_behind:
             os.kill(pid, signal.SIGKILL), os.waitpid(pid, 0)
         self.assertEqual(left_behind, [])
-        self.assertEqual([report.read_text() for report in self.here.glob('san.*')], [])
+        reports = [line for report in self.here.glob('san.*') for line in report.read_text().splitlines()]
+        # A process that the service forks has not its threads, which the leak sanitizer remarks on.
+        self.assertEqual([line for line in reports if 'was not suspended. False leaks are possible' not in line], [])
         self.directory.cleanup()
 
     def run_it(self, *arguments, console=PIPES, limits={}, user=None, **settings):
@@ -394,6 +399,7 @@ class Console(unittest.TestCase):
             os.kill(daemon, signal.SIGTERM)
             self.assertEqual(wait_for(daemon), 1)
 
+    @unittest.skipIf(SANITIZED, 'sanitizers need descriptors of their own')
     def test_a_daemon_with_few_descriptors_runs_or_tells_why_not(self):
         outcomes = set()
         for limit in range(4, 20):
@@ -402,18 +408,18 @@ class Console(unittest.TestCase):
             starting.hang_up()
             outcomes.add(code)
             for daemon in children():
+                self.assertEqual(os.readlink(f'/proc/{daemon}/fd/1'), '/dev/null', limit)
                 os.kill(daemon, signal.SIGTERM)
                 self.assertEqual(wait_for(daemon), 1, limit)
             if code not in (0, 127):  # 127: there is not even a library
                 self.assertIn(code, (-1 & 255, -2 & 255, -3 & 255, -100 & 255), (limit, said))
                 self.assertIn('Too many open files\n', said)
             self.assertFalse(os.path.exists(self.socket), limit)
-        self.assertLess({0, -1 & 255, -100 & 255}, outcomes)
+        self.assertLess({0, -1 & 255, -3 & 255, -100 & 255}, outcomes)
 
+    @unittest.skipIf(SANITIZED, 'sanitizers need threads of their own')
     def test_a_shell_without_a_thread_shows_what_the_daemon_says(self):
         no_threads = {resource.RLIMIT_STACK: 1 << 46}  # there is no room for another stack of that size
-        if self.say('-h', limits=no_threads) != HELP + '=1':
-            self.skipTest('the sanitizer needs threads of its own')
         self.start_daemon()
         shell = self.run_it(limits=no_threads)
         shell.expect(WELCOME)
@@ -476,6 +482,8 @@ class Console(unittest.TestCase):
 
     def test_nothing_waits_for_a_reader_at_the_end(self):
         for command in 'flood 20000', 'printf 20000', 'aside 2000000':
+            if DEFERS_SIGNALS and command.startswith('printf'):
+                continue
             for mode, console in (
                     (STANDALONE, PIPES), (STANDALONE, TERMINAL), (DAEMON, None), (SHELL, PIPES), (SHELL, TERMINAL)):
                 with self.subTest(f'{command}, {mode} on {console}'):
