@@ -83,28 +83,29 @@ ssize_t Held::Write(const void *bytes, std::size_t size) const {
     return -1;
 }
 
-// The time that one write may wait, in all.
+// The time that one write may wait, in all. Most never wait, so the clock is first read when one has to.
 class Patience {
 public:
-    explicit Patience(long ms) : m_limited(ms >= 0), m_end(m_limited ? MP_THREAD_GetMonotonicMs() + ms : 0) {}
+    explicit Patience(long ms) : m_ms(ms) {}
     // The next slice; 0 when no time is left.
-    int Slice() const {
+    int Slice() {
         if (MP_Events_Ending()) return 0;
-        if (!m_limited) return slice_ms;
-        const auto now = MP_THREAD_GetMonotonicMs();
+        if (m_ms < 0) return slice_ms;
+        const uint64_t now = MP_THREAD_GetMonotonicMs();
+        if (m_end == 0) m_end = now + static_cast<uint64_t>(m_ms);
         return now >= m_end ? 0 : static_cast<int>(std::min<uint64_t>(m_end - now, slice_ms));
     }
 
 private:
-    bool m_limited;
-    uint64_t m_end;
+    long m_ms;
+    uint64_t m_end = 0; // when it waits
 };
 
 } // namespace
 
 int MP_Output_Write(int descriptor, const void *bytes, std::size_t size, long ms) {
     const Held held(descriptor);
-    const Patience patience(ms);
+    Patience patience(ms);
     const char *at = static_cast<const char *>(bytes);
     while (size > 0) {
         const ssize_t written = held.Write(at, size);
