@@ -52,7 +52,7 @@ typedef void (*Tq4_app_cmd_handle)(const char *rest);
 /* Starts the service, with the arguments of Run. 0 refuses; anything else lets it run. Threads that the service needs
  * are made here and not before Run: a daemon is a new process. */
 typedef int (*Tq4_app_start)(int argc, char **argv);
-/* Stops the service; also called when the start function refused. */
+/* Stops the service; also called when the start function refused. A daemon's shell is still attached. */
 typedef void (*Tq4_app_stop)(void);
 /* Looks again at what the service has read: its settings, its own log files. */
 typedef void (*Tq4_app_reload)(void);
@@ -65,7 +65,8 @@ typedef struct Tq4_app_ {
     /* Adds a console command, known by its name and by its shortcut (null or "": none; shortcuts are looked up before
      * names). The texts are copied. It runs in the process where it is typed, in a shell too, where the start function
      * was never called; for what asks the service there is AddServiceCmd. Reading goes on after it. A command of the
-     * same name takes the place of the earlier one; a null or empty name or a null handler is ignored. */
+     * same name takes the place of the earlier one, whose shortcut is gone with it. Ignored are a null or empty name, a
+     * null handler, and "stop" as name or shortcut: that word ends the service. */
     void (*AddCmd)(const char *name, const char *shortcut, Tq4_app_cmd_handle handler, const char *comment);
     /* Runs the application and returns when it ends. The arguments are main's, borrowed until the process ends; those
      * that the frame does not know are the program's (ArgK and ArgV). A null start always succeeds, a null stop does
@@ -76,16 +77,21 @@ typedef struct Tq4_app_ {
      *     --charset=utf8, -utf8               console output in UTF-8
      *     --charset=gb18030, -gb              console output in GB18030
      *     --service=start, -start             runs as a daemon
-     *     --service=stop, -stop               stops the daemon and shows what it answers
+     *     --service=stop, -stop               stops the daemon, shows what it answers, and waits for its end
+     *
+     * A daemon lets nobody in once it ends. "--service=start" waits up to 10 s for the end of such a process. A shell
+     * begins in the charset that the daemon was started with, unless an option of its own says another.
      *
      * An argument that begins with "--charset=" or "--service=" and is none of these is told on standard error, and
      * nothing is started.
      *
      * Signals: from before the start function until after the stop function SIGTERM and SIGINT stop the service in
      * order, SIGHUP lets the application log look for its file (CheckFile of tq4/log.h) and then calls the function of
-     * OnReload, and a broken pipe is an error like others; afterwards what the program had installed is back. A shell
-     * that gets SIGTERM or SIGINT leaves. Standalone, with standard input closed or at its end from the start (and not
-     * a terminal), the service runs until a signal stops it.
+     * OnReload, and a broken pipe is an error like others; afterwards what the program had installed is back. A daemon
+     * has them before "--service=start" returns. A shell that gets SIGTERM or SIGINT leaves. From SIGTERM or SIGINT on,
+     * no output to descriptors 1 and 2 waits for a reader, in any mode: what finds no room is lost.
+     * Standalone, with standard input closed or at its end from the start (and not a terminal), the service runs until
+     * a signal stops it.
      *
      * When NOTIFY_SOCKET is set in the environment, the supervisor there is told "READY=1" after the start function
      * and "STOPPING=1" before the stop function.
@@ -93,10 +99,11 @@ typedef struct Tq4_app_ {
      * Standalone and as a daemon it writes to the application log before the start function and after the stop
      * function, and the daemon also when a shell comes and goes.
      *
-     * Returns 1, also for the options that only print and for a standalone start that refuses; -1 or -2 when the
-     * daemon's control socket cannot be made or listened on, -3 when its start function refused, -4 for an argument
-     * that it refuses, -100 when a shell or "--service=stop" does not reach the daemon. So main ends with "return
-     * Tq4_app->Run(argc, argv, start, stop) == 1 ? 0 : 1;". */
+     * Returns 1, also for the options that only print, for "--service=stop" where no daemon runs, and for a standalone
+     * start that refuses; -1 or -2 when the daemon's control socket cannot be made or listened on, -3 when its start
+     * function refused or the system has no descriptor for what signals raise, -4 for an argument that it refuses, -100
+     * when it cannot be told whether a daemon runs (no right to connect, say), or the one before has not ended after
+     * 10 s. The reason is printed. So main ends with "return Tq4_app->Run(argc, argv, start, stop) == 1 ? 0 : 1;". */
     int (*Run)(int argc, char **argv, Tq4_app_start start, Tq4_app_stop stop);
     /* Keeps an object for the whole process. At its normal end all are deleted, the last one first, each by its delete
      * function (null: it is only forgotten). The name (copied) finds the object; a name given again finds the newer

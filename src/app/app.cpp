@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -32,37 +33,36 @@ Tq4_app_obj::Text new_text(const char *text = nullptr) {
 const char *text_of(const Tq4_app_obj::Text &text) { return (*text)->c_str(text.get()); }
 
 // Options. Those that print end the run.
-template <auto Print> bool only_print(int *result) {
+template <auto Print> int only_print() {
     (app().*Print)();
-    *result = 1;
-    return false;
+    return 1;
 }
-template <int Charset> bool choose_charset(int *) {
-    app().SetCharset(Charset);
-    return true;
+template <int Charset> int choose_charset() {
+    app().ChooseCharset(Charset);
+    return Tq4_app_arg::None;
 }
-bool choose_daemon(int *) {
+int choose_daemon() {
     app().m_run_type = Tq4_app_run_type_daemon;
-    return true;
+    return Tq4_app_arg::None;
 }
-bool stop_daemon(int *result) {
-    *result = app().RunStopOption();
-    return false;
-}
+int stop_daemon() { return app().RunStopOption(); }
 
 constexpr const char *utf8_help = "console print in utf8 charset";
 constexpr const char *gb18030_help = "console print in gb18030 charset";
 
 constexpr Tq4_app_arg options[] = {
-    {"--charset=utf8", "-utf8", utf8_help, choose_charset<0>},
-    {"--charset=gb18030", "-gb", gb18030_help, choose_charset<1>},
-    {"--service=start", "-start", "以后台服务模式启动程序", choose_daemon},
-    {"--service=stop", "-stop", "停止先前以后台服务方式运行的进程", stop_daemon},
-    {"--help", "-h", "显示帮助", only_print<&Tq4_app_obj::PrintOptions>},
-    {"--version", "-v", "显示版本", only_print<&Tq4_app_obj::PrintVersion>},
+    {"--charset=utf8", "-utf8", utf8_help, false, choose_charset<0>},
+    {"--charset=gb18030", "-gb", gb18030_help, false, choose_charset<1>},
+    {"--service=start", "-start", "以后台服务模式启动程序", false, choose_daemon},
+    {"--service=stop", "-stop", "停止先前以后台服务方式运行的进程", true, stop_daemon},
+    {"--help", "-h", "显示帮助", true, only_print<&Tq4_app_obj::PrintOptions>},
+    {"--version", "-v", "显示版本", true, only_print<&Tq4_app_obj::PrintVersion>},
 };
 
 void nothing(const char *) {}
+
+// "--service=stop" types it, so no other command may take its place.
+constexpr const char *stop_name = "stop";
 
 struct Built_in {
     const char *name, *shortcut, *comment;
@@ -73,9 +73,9 @@ constexpr Built_in commands[] = {
     {"help", "h", "显示帮助", [](const char *) { app().PrintCommands(); }, true, false},
     {"version", "v", "显示版本", [](const char *) { app().PrintVersion(); }, true, false},
     {"quit", "q", "退出交互，对于独立运行程序，意味着完整退出，对于后台服务，意味着服务还继续", nothing, true, true},
-    {"stop", "", "停止后台服务和前台交互", nothing, false, true},
-    {"utf8", "utf", utf8_help, [](const char *) { app().SetCharset(0); }, true, false},
-    {"gb18030", "gb", gb18030_help, [](const char *) { app().SetCharset(1); }, true, false},
+    {stop_name, "", "停止后台服务和前台交互", nothing, false, true},
+    {"utf8", "utf", utf8_help, [](const char *) { app().ChooseCharset(0); }, true, false},
+    {"gb18030", "gb", gb18030_help, [](const char *) { app().ChooseCharset(1); }, true, false},
 };
 
 // Makes a record known by its name and, unless that is empty, by its shortcut.
@@ -192,8 +192,23 @@ void Tq4_app_obj::AddCmd(const char *name, const char *shortcut, Tq4_app_cmd_han
                          bool local, bool exits) {
     if (!name || !*name || !handler) return;
     shortcut = text_or_nothing(shortcut);
+    const bool takes_stop = std::strcmp(name, stop_name) == 0 || std::strcmp(shortcut, stop_name) == 0;
+    if (takes_stop && FindCmd(stop_name)) {
+        Tq4_debug_api->log(0, "Tq4_app_AddCmd failed,\"%s\" is the frame's own\n", stop_name);
+        return;
+    }
+    ForgetShortcut(name);
     m_cmd_records.push_back({new_text(name), new_text(shortcut), new_text(comment), handler, local, exits});
     make_known(m_cmds, m_cmd_shotcut, name, shortcut, &m_cmd_records.back());
+}
+
+// The command of the name is about to be replaced. Its shortcut may have become another's.
+void Tq4_app_obj::ForgetShortcut(const char *name) {
+    const void *old = (*m_cmds)->PtrS(m_cmds.get(), name);
+    if (!old) return;
+    const char *shortcut = text_of(static_cast<const Tq4_app_cmd *>(old)->m_cmd_shortcut);
+    if ((*m_cmd_shotcut)->LookupS(m_cmd_shotcut.get(), shortcut) == old)
+        (*m_cmd_shotcut)->RemoveS(m_cmd_shotcut.get(), shortcut);
 }
 
 const Tq4_app_cmd *Tq4_app_obj::FindCmd(const char *word) const {
@@ -217,6 +232,11 @@ void *Tq4_app_obj::Find(const char *name) {
 void Tq4_app_obj::SetCharset(int gb18030) {
     m_charset = gb18030;
     Tq4_debug_api->Charset(gb18030);
+}
+
+void Tq4_app_obj::ChooseCharset(int gb18030) {
+    m_charset_chosen = true;
+    SetCharset(gb18030);
 }
 
 void Tq4_app_obj::PrintOptions() const {
@@ -282,13 +302,17 @@ bool Tq4_app_obj::KnowsOptions() const {
     return true;
 }
 
-bool Tq4_app_obj::ParseOptions(int *result) {
-    const char *name;
-    for (int cursor = 0; ArgK(&cursor, &name);) {
-        const auto *option = look_up<Tq4_app_arg>(m_arg_cmds, m_arg_shotcut, name);
-        if (option && !option->m_arg_handle(result)) return false;
+// The result of the first option that ends the run, or None. The others hold for it wherever they stand.
+int Tq4_app_obj::ObeyOptions() const {
+    for (const bool ending : {false, true}) {
+        const char *name;
+        for (int cursor = 0; ArgK(&cursor, &name);) {
+            const auto *option = look_up<Tq4_app_arg>(m_arg_cmds, m_arg_shotcut, name);
+            if (!option || option->m_ends != ending) continue;
+            if (const int result = option->m_arg_handle(); ending) return result;
+        }
     }
-    return true;
+    return Tq4_app_arg::None;
 }
 
 namespace {

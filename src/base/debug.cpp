@@ -9,11 +9,10 @@
 #include <atomic>
 
 #include "own.hpp"
+#include "platform/multi_platform_console.hpp"
 #include "platform/multi_platform_system.hpp"
 #include "tq4/debug.h"
 #include "tq4/string.h"
-
-void (*Tq4_debug_write_failed)() = nullptr;
 
 namespace {
 
@@ -22,6 +21,8 @@ constexpr int highest_logged_level = 0;
 // Facility "user", severity 0: the same for every message, deliberately; who filters the system log relies on it.
 constexpr int system_log_priority = 8;
 
+void write_to_standard_output(const char *bytes, std::size_t size) { MP_WriteAll(standard_output, bytes, size); }
+
 void print_built_in(int level, const char *format, va_list args);
 void log_built_in(int level, const char *format, va_list args);
 
@@ -29,7 +30,7 @@ struct Tq4_debug_GlobalData {
     std::atomic<Tq4_debug_sink> __Print_funcV;
     std::atomic<Tq4_debug_sink> __Log_funcV;
     const void *__hEventSource; // not null once Init has run, and for good
-    std::atomic<int> gb18030;   // non-zero: the built-in print sink converts from UTF-8
+    std::atomic<int> gb18030;   // non-zero: the built-in print sink converts from UTF-8; any thread changes it
     void *printf_obj;           // borrowed, the host's
     void *log_obj;              // borrowed, the host's
 };
@@ -51,14 +52,7 @@ Tq4_own<Tq4_string> console_text(const char *format, va_list args) {
 
 void print_built_in(int, const char *format, va_list args) {
     const auto text = console_text(format, args);
-    const char *bytes = (*text)->c_str(text.get());
-    for (long left = (*text)->length(text.get()), written; left > 0; left -= written, bytes += written) {
-        written = MP_Write(standard_output, bytes, static_cast<std::size_t>(left));
-        if (written < 1) {
-            if (void (*tell)() = Tq4_debug_write_failed) tell();
-            break;
-        }
-    }
+    Tq4_debug_write((*text)->c_str(text.get()), static_cast<std::size_t>((*text)->length(text.get())));
 }
 
 void log_built_in(int level, const char *format, va_list args) {
@@ -114,6 +108,8 @@ constexpr Tq4_debug_ api_Tq4_debug = {
 };
 
 } // namespace
+
+void (*Tq4_debug_write)(const char *, std::size_t) = write_to_standard_output;
 
 void Tq4_debug_restore_log(Tq4_debug_sink own) {
     _Tq4_debug_GlobalData.__Log_funcV.compare_exchange_strong(own, log_built_in);

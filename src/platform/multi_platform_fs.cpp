@@ -258,13 +258,38 @@ int MP_FileDelete(const char *path) { return path && unlink(path) == 0; }
 
 int MP_DirMake(const char *path, mode_t mode) { return path && make_directory(path, mode); }
 
-int MP_LockDirectoryOf(const char *path) {
+// The directory that holds path, open for reading; -1 on failure.
+static int open_directory_of(const char *path) {
     const std::string_view whole = path ? path : "";
     const std::string directory(whole.substr(0, std::min(whole.rfind('/'), whole.size())));
-    const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+int MP_LockDirectoryOf(const char *path) {
+    const int descriptor = open_directory_of(path);
     if (descriptor < 0 || restarted([=] { return flock(descriptor, LOCK_EX); }) == 0) return descriptor;
     close(descriptor);
     return -1;
+}
+
+// A record lock: unlike the lock above, processes that this one forks do not have it, and it tells whose it is.
+int MP_OccupyDirectoryOf(const char *path) {
+    const int descriptor = open_directory_of(path);
+    struct flock shared {};
+    shared.l_type = F_RDLCK;
+    if (descriptor < 0 || fcntl(descriptor, F_SETLK, &shared) == 0) return descriptor;
+    close(descriptor);
+    return -1;
+}
+
+long MP_OccupierOfDirectoryOf(const char *path) {
+    const int descriptor = open_directory_of(path);
+    if (descriptor < 0) return 0;
+    struct flock asked {};
+    asked.l_type = F_WRLCK;
+    const bool occupied = fcntl(descriptor, F_GETLK, &asked) == 0 && asked.l_type != F_UNLCK;
+    close(descriptor);
+    return occupied ? asked.l_pid : 0;
 }
 
 int MP_DirRemove(const char *path) { return path && rmdir(path) == 0; }

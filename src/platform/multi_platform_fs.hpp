@@ -98,6 +98,12 @@ int MP_DirMake(const char *path, mode_t mode);
 // Opens the directory that holds path and waits until this process alone has it locked; closing the descriptor, which
 // the caller owns, gives it free. -1 when there is no such directory or it may not be read.
 int MP_LockDirectoryOf(const char *path);
+// Lets other processes know that this one, but none that it forks, uses the directory that holds path; until it ends.
+// It must not open the directory a second time: closing that would take the mark away. The descriptor behind the mark,
+// owned by the caller; -1 on failure.
+int MP_OccupyDirectoryOf(const char *path);
+// The process that does so; 0 when there is none or it cannot be told.
+long MP_OccupierOfDirectoryOf(const char *path);
 // Removes an empty directory. 1/0.
 int MP_DirRemove(const char *path);
 
