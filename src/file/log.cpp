@@ -47,6 +47,10 @@ constexpr unsigned Directory_mode = 0770;
 constexpr int Group_lines = 64;
 constexpr unsigned long Group_bytes = 65536;
 
+// A write takes microseconds, milliseconds when its process has to wait for a processor.
+constexpr int Torn_looks = 10;
+constexpr long Torn_look_interval = 1; // milliseconds
+
 struct Moment {
     time_t seconds; // the line's
     uint64_t tick;  // the clock's, in milliseconds
@@ -95,11 +99,20 @@ bool cut_tail(int descriptor, unsigned long n) {
            MP_FileTruncate(descriptor, static_cast<unsigned long>(end) - n);
 }
 
-// Whether a line may follow what the file holds.
-bool ends_with_line(int descriptor, uint64_t size) {
+bool ends_in_line_feed(int descriptor) {
     char last;
-    return size == 0 || MP_FileSeek(descriptor, -1, SEEK_END) < 0 || MP_FileRead(descriptor, &last, 1) != 1 ||
-           last == '\n';
+    return MP_FileSeek(descriptor, -1, SEEK_END) < 0 || MP_FileRead(descriptor, &last, 1) != 1 || last == '\n';
+}
+
+// Whether a killed process has left half a line at the end of the file. Half a line that another process is just
+// writing does not stay half.
+bool is_torn(int descriptor) {
+    if (MP_GetFileSize1(descriptor) == 0) return false; // a device, perhaps
+    for (int looks = 0; looks < Torn_looks; ++looks) {
+        if (ends_in_line_feed(descriptor)) return false;
+        MP_Sleep(Torn_look_interval);
+    }
+    return true;
 }
 
 // What is told about a file that cannot be written.
@@ -354,9 +367,8 @@ bool Tq4_log_obj::Open_file(const std::string &path) {
     }
     Close_file();
     stream().Attach(descriptor);
-    const uint64_t size = MP_GetFileSize1(descriptor);
-    m_choice.Opened(size);
-    m_torn = !ends_with_line(descriptor, size);
+    m_choice.Opened(MP_GetFileSize1(descriptor));
+    m_torn = is_torn(descriptor);
     m_told = false;
     m_filelines = 0;
     return true;

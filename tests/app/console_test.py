@@ -326,7 +326,6 @@ class Console(unittest.TestCase):
         self.assertNotIn(os.getsid(self.daemon), (os.getsid(0), self.daemon))
         silent = Client(self.socket)
         silent.expect(WELCOME + PROMPT)
-        os.kill(self.daemon, signal.SIGHUP)
         os.kill(self.daemon, signal.SIGTERM)  # also while a shell is attached
         self.assertEqual(silent.rest(), GOODBYE)
         self.assertEqual(wait_for(self.daemon), 1)
