@@ -38,11 +38,11 @@ struct Crossing {
         for (std::size_t i = 0; i < light_count; ++i) add(lights[i], lights[(i + 1) % light_count]);
         fsm->SetIntMsgHandle(fsm, POWER, 1, nullptr, lights[0].name);
     }
-    void add(const Light &light, const Light &next) {
-        const Tq4_fsm_state state = fsm->AddState(fsm, light.name);
+    void add(const Light &lit, const Light &next) {
+        const Tq4_fsm_state state = fsm->AddState(fsm, lit.name);
         (*state)->SetStateEnterHandler(state, entered);
-        (*state)->SetIntMsgHandleRange(state, TICK, 1, light.ticks - 1, nullptr, "");
-        (*state)->SetIntMsgHandle(state, TICK, light.ticks, nullptr, next.name);
+        (*state)->SetIntMsgHandleRange(state, TICK, 1, lit.ticks - 1, nullptr, "");
+        (*state)->SetIntMsgHandle(state, TICK, lit.ticks, nullptr, next.name);
     }
     void give(Message message, long value) { fsm->HandleIntMsg(fsm, light, message, value, this); }
 
