@@ -10,6 +10,7 @@ import ctypes
 import fcntl
 import os
 import pty
+import re
 import resource
 import select
 import shutil
@@ -211,9 +212,10 @@ class Console(unittest.TestCase):
         return f'{said}={process.wait()}'
 
     def log(self, directory=None):
-        """The messages of the application log."""
+        """The messages of the application log, but for those of the commands that every run is refused."""
         files = sorted((directory or self.here).glob('log_files/**/Tq4_app_*.log'))
-        return [line.partition('] ')[2] for path in files for line in path.read_text().splitlines()]
+        lines = [line.partition('] ')[2] for path in files for line in path.read_text().splitlines()]
+        return [line for line in lines if not line.startswith('Tq4_app_AddCmd failed')]
 
     def ask_pid(self):
         """What the daemon tells the next shell."""
@@ -424,11 +426,13 @@ class Console(unittest.TestCase):
             self.here.chmod(0o755)
             self.start_daemon()
             for options in ('-start',), ('-stop',), ():
-                self.assertEqual(self.say(*options, user=NOBODY), f'{UNREACHABLE}Permission denied\n={-100 & 255}')
+                said = re.sub('日志文件.*\n', '', self.say(*options, user=NOBODY))  # nor may that user write the log
+                self.assertEqual(said, f'{UNREACHABLE}Permission denied\n={-100 & 255}')
             self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=1')
             self.assertEqual(wait_for(self.daemon), 1)
             shutil.rmtree(self.here / 'tq4_run_var')
-            self.assertEqual(self.say('-start', user=NOBODY), f'创建管道{self.socket}失败\nPermission denied\n=255')
+            said = re.sub('日志文件.*\n', '', self.say('-start', user=NOBODY))
+            self.assertEqual(said, f'创建管道{self.socket}失败\nPermission denied\n=255')
             self.assertEqual(self.trace.read_text().count('start'), 1)
 
     def test_a_start_waits_for_the_end_of_the_daemon_before(self):
@@ -480,7 +484,7 @@ class Console(unittest.TestCase):
                 self.assertIn(code, (-1 & 255, -2 & 255, -3 & 255, -100 & 255), (limit, said))
                 self.assertIn('Too many open files\n', said)
             self.assertFalse(os.path.exists(self.socket), limit)
-        self.assertLess({0, -1 & 255, -3 & 255, -100 & 255}, outcomes)
+        self.assertLessEqual({0, -1 & 255, -3 & 255, -100 & 255}, outcomes)
 
     @unittest.skipIf(SANITIZED, 'sanitizers need threads of their own')
     def test_a_shell_without_a_thread_shows_what_the_daemon_says(self):
