@@ -21,6 +21,7 @@
 
 #include "platform/multi_platform_output.hpp"
 #include "platform/multi_platform_system.hpp"
+#include "platform/restarted.hpp"
 
 namespace {
 
@@ -65,7 +66,7 @@ int reserve[] = {-1, -1};
 
 int open_reserve(int descriptor) {
     int &kept = reserve[descriptor != 0];
-    if (kept < 0) kept = open(null_device, null_flags(descriptor) | O_CLOEXEC);
+    if (kept < 0) kept = MP_Restarted([=] { return open(null_device, null_flags(descriptor) | O_CLOEXEC); });
     return kept;
 }
 
@@ -84,7 +85,8 @@ bool lock_standard_output() {
 void MP_OpenStandardDescriptors() {
     for (int descriptor = 0; descriptor < standard_descriptors; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) >= 0) continue;
-        const int null = open(null_device, null_flags(descriptor)); // gets the lowest number that is free: this one
+        // Gets the lowest number that is free: this one.
+        const int null = MP_Restarted([=] { return open(null_device, null_flags(descriptor)); });
         if (null < 0 || null == descriptor) continue;
         dup2(null, descriptor); // another thread was quicker
         close(null);

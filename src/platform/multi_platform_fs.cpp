@@ -17,6 +17,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "platform/restarted.hpp"
+
 namespace {
 
 constexpr int type_directory = 1;
@@ -48,13 +50,6 @@ bool describe(int examined, const struct stat &status, MP_FileInfo *info) {
              status.st_dev,
              status.st_ino};
     return true;
-}
-
-// A system call, made again while a signal interrupts it.
-template <class Call> auto restarted(Call call) {
-    auto result = call();
-    while (result < 0 && errno == EINTR) result = call();
-    return result;
 }
 
 bool make_directory(const char *path, mode_t mode) {
@@ -168,7 +163,7 @@ int MP_SafeOpen(const char *path, int flags, mode_t mode) {
     }
     const bool prepared = !(flags & O_CREAT) || MP_MkdirBeforCreateFile(path, mode | execute_bits) == 0;
     const int reason = errno;
-    const int descriptor = restarted([=] { return open(path, flags | O_CLOEXEC, mode); });
+    const int descriptor = MP_Restarted([=] { return open(path, flags | O_CLOEXEC, mode); });
     if (descriptor < 0 && !prepared) errno = reason; // why the directory is missing tells more
     return descriptor;
 }
@@ -176,7 +171,7 @@ int MP_SafeOpen(const char *path, int flags, mode_t mode) {
 int MP_FileClose(int descriptor) { return close(descriptor) == 0; }
 
 long MP_FileRead(int descriptor, void *room, unsigned long n) {
-    return restarted([=] { return read(descriptor, room, n); });
+    return MP_Restarted([=] { return read(descriptor, room, n); });
 }
 
 long MP_FileSeek(int descriptor, long offset, int whence) { return lseek(descriptor, offset, whence); }
@@ -186,11 +181,11 @@ int MP_FileTruncate(int descriptor, unsigned long size) {
         errno = EFBIG;
         return 0;
     }
-    return restarted([=] { return ftruncate(descriptor, static_cast<off_t>(size)); }) == 0;
+    return MP_Restarted([=] { return ftruncate(descriptor, static_cast<off_t>(size)); }) == 0;
 }
 
 int MP_FileSync(int descriptor) {
-    return restarted([=] { return fsync(descriptor); }) == 0;
+    return MP_Restarted([=] { return fsync(descriptor); }) == 0;
 }
 
 int MP_FileSetMode(int descriptor, mode_t mode) { return fchmod(descriptor, mode) == 0; }
@@ -246,7 +241,7 @@ int MP_FileMakeBeside(const char *path, mode_t mode, std::string *made) {
     int descriptor = -1;
     for (int attempt = 0; attempt < most_attempts; ++attempt) {
         *made = start + unusual_tail();
-        descriptor = restarted([&] { return open(made->c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode); });
+        descriptor = MP_Restarted([&] { return open(made->c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode); });
         if (descriptor >= 0 || errno != EEXIST) break;
     }
     return descriptor;
@@ -262,12 +257,12 @@ int MP_DirMake(const char *path, mode_t mode) { return path && make_directory(pa
 static int open_directory_of(const char *path) {
     const std::string_view whole = path ? path : "";
     const std::string directory(whole.substr(0, std::min(whole.rfind('/'), whole.size())));
-    return open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return MP_Restarted([&] { return open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
 }
 
 int MP_LockDirectoryOf(const char *path) {
     const int descriptor = open_directory_of(path);
-    if (descriptor < 0 || restarted([=] { return flock(descriptor, LOCK_EX); }) == 0) return descriptor;
+    if (descriptor < 0 || MP_Restarted([=] { return flock(descriptor, LOCK_EX); }) == 0) return descriptor;
     close(descriptor);
     return -1;
 }
@@ -296,15 +291,15 @@ int MP_DirRemove(const char *path) { return path && rmdir(path) == 0; }
 
 int MP_DirOpen(const char *path, int follow) {
     const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW);
-    return restarted([=] { return open(path, flags); });
+    return MP_Restarted([=] { return open(path, flags); });
 }
 
 int MP_DirOpenIn(int directory, const char *name) {
-    return restarted([=] { return openat(directory, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); });
+    return MP_Restarted([=] { return openat(directory, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); });
 }
 
 int MP_DirOpenAbove(int directory) {
-    return restarted([=] { return openat(directory, "..", O_PATH | O_DIRECTORY | O_CLOEXEC); });
+    return MP_Restarted([=] { return openat(directory, "..", O_PATH | O_DIRECTORY | O_CLOEXEC); });
 }
 
 int MP_DirList(int directory, std::vector<std::string> *names) {

@@ -15,6 +15,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "platform/restarted.hpp"
+
 namespace {
 
 constexpr int wait_for_writing = 1;
@@ -37,13 +39,6 @@ int poll_one(pollfd &watched, long ms) {
 int bad_descriptor() {
     errno = EBADF;
     return -1;
-}
-
-// A system call, made again while a signal interrupts it.
-template <class Call> auto restarted(Call call) {
-    auto result = call();
-    while (result < 0 && errno == EINTR) result = call();
-    return result;
 }
 
 int family_of(int socket) {
@@ -136,11 +131,11 @@ int MP_SOCK_Connect(int socket, const sockaddr *address, socklen_t length) {
 int MP_SOCK_Listen(int socket, int backlog) { return listen(socket, backlog); }
 
 int MP_SOCK_Accept(int socket, sockaddr *peer, socklen_t *length) {
-    return restarted([=] { return accept4(socket, peer, length, SOCK_CLOEXEC); });
+    return MP_Restarted([=] { return accept4(socket, peer, length, SOCK_CLOEXEC); });
 }
 
 long MP_SOCK_Send(int socket, const void *bytes, std::size_t n, const sockaddr *to, socklen_t length) {
-    return restarted([=] { return sendto(socket, bytes, n, MSG_NOSIGNAL, to, length); });
+    return MP_Restarted([=] { return sendto(socket, bytes, n, MSG_NOSIGNAL, to, length); });
 }
 
 long MP_SOCK_ReceiveNow(int socket, MP_SOCK_Room first, MP_SOCK_Room second, sockaddr *from, socklen_t *length) {
@@ -150,7 +145,7 @@ long MP_SOCK_ReceiveNow(int socket, MP_SOCK_Room first, MP_SOCK_Room second, soc
     message.msg_namelen = *length;
     message.msg_iov = rooms;
     message.msg_iovlen = 2;
-    const long received = restarted([&] { return recvmsg(socket, &message, MSG_DONTWAIT); });
+    const long received = MP_Restarted([&] { return recvmsg(socket, &message, MSG_DONTWAIT); });
     if (received >= 0) *length = message.msg_namelen;
     return received;
 }
@@ -161,7 +156,7 @@ long MP_SOCK_NextDatagram(int socket) {
     if (asked < 0) return asked;
     // 0 stands for an empty datagram and for none. For no byte at all, a stream would not be waited for.
     char byte;
-    return waiting ? waiting : restarted([&] { return recv(socket, &byte, 1, MSG_PEEK | MSG_TRUNC); });
+    return waiting ? waiting : MP_Restarted([&] { return recv(socket, &byte, 1, MSG_PEEK | MSG_TRUNC); });
 }
 
 int MP_SOCK_LocalAddress(int socket, sockaddr *address, socklen_t *length) {
