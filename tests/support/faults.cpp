@@ -40,6 +40,7 @@
     PLAIN(int, fcntl, (int d, int c, long v), (d, c, v), EBADF) \
     PLAIN(DIR *, fdopendir, (int d), (d), ENOMEM) \
     PLAIN(int, fflush, (FILE *f), (f), EAGAIN) \
+    PLAIN(int, fflush_unlocked, (FILE *f), (f), EAGAIN) \
     PLAIN(int, flock, (int d, int o), (d, o), ENOLCK, EINTR) \
     PLAIN(pid_t, fork, (), (), EAGAIN) \
     PLAIN(int, fstat, (int d, struct stat *s), (d, s), EIO) \
@@ -61,6 +62,8 @@
     PLAIN(int, mkdir, (const char *p, mode_t m), (p, m), ENOSPC, EACCES) \
     PLAIN(int, mkdirat, (int d, const char *p, mode_t m), (d, p, m), ENOSPC, EACCES) \
     PLAIN(int, mkostemp, (char *t, int f), (t, f), EACCES, EMFILE) \
+    PLAIN(void *, mmap, (void *a, size_t n, int p, int f, int d, off_t o), (a, n, p, f, d, o), ENOMEM) \
+    PLAIN(int, munmap, (void *a, size_t n), (a, n), EINVAL) \
     PLAIN(int, open, (const char *p, int f, mode_t m), (p, f, m), EMFILE, EACCES, EINTR) \
     PLAIN(int, openat, (int d, const char *p, int f, mode_t m), (d, p, f, m), EMFILE, EACCES, EINTR) \
     PLAIN(DIR *, opendir, (const char *p), (p), EMFILE, EACCES) \
@@ -70,6 +73,7 @@
     PLAIN(dirent *, readdir, (DIR *d), (d), EIO) \
     PLAIN(ssize_t, readlink, (const char *p, char *b, size_t n), (p, b, n), EACCES) \
     PLAIN(char *, realpath, (const char *p, char *r), (p, r), ENOMEM, EACCES) \
+    PLAIN(ssize_t, recvmsg, (int s, msghdr *m, int f), (s, m, f), ECONNRESET, EINTR) \
     PLAIN(int, rename, (const char *f, const char *t), (f, t), EBUSY, ENOSPC) \
     PLAIN(int, rmdir, (const char *p), (p), EBUSY) \
     PLAIN(pid_t, setsid, (), (), EPERM) \
@@ -165,7 +169,9 @@ Outcome outcome_of(Call call) {
 }
 
 template <class Result> Result failure() {
-    if constexpr (std::is_pointer_v<Result>)
+    if constexpr (std::is_same_v<Result, void *>)
+        return MAP_FAILED;
+    else if constexpr (std::is_pointer_v<Result>)
         return nullptr;
     else
         return -1;
