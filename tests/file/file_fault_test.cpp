@@ -83,7 +83,7 @@ struct LogFault : testing::Test {
     static std::string message(int number) { return std::to_string(number) + " " + std::string(100, '.'); }
 };
 
-// Half of the lines are an hour later, so that two files are opened.
+// The second half of the lines is an hour later, so that two files are opened; the last line goes to the second.
 TEST_F(LogFault, LinesAreWholeAndInOrderAndTheLogGoesOn) {
     const auto failed = sweep_faults([&](Fault_round &round) {
         const Quick_dir dir;
@@ -94,7 +94,8 @@ TEST_F(LogFault, LinesAreWholeAndInOrderAndTheLogGoesOn) {
             (*log)->MainDir(log, dir.path().c_str());
             const auto write = [&](int number) {
                 errno = ENOTTY;
-                (*log)->Printf_t(log, first_moment + number / 3 * 3600, 0, "%s", message(number).c_str());
+                (*log)->Printf_t(log, first_moment + std::min(number, lines - 1) / 3 * 3600, 0, "%s",
+                                 message(number).c_str());
                 EXPECT_EQ(errno, ENOTTY) << "the caller's";
             };
             round([&] {

@@ -63,6 +63,7 @@
     PLAIN(int, mkdirat, (int d, const char *p, mode_t m), (d, p, m), ENOSPC, EACCES) \
     PLAIN(int, mkostemp, (char *t, int f), (t, f), EACCES, EMFILE) \
     PLAIN(void *, mmap, (void *a, size_t n, int p, int f, int d, off_t o), (a, n, p, f, d, o), ENOMEM) \
+    PLAIN(int, munmap, (void *a, size_t n), (a, n), EINVAL) \
     PLAIN(int, open, (const char *p, int f, mode_t m), (p, f, m), EMFILE, EACCES, EINTR) \
     PLAIN(int, openat, (int d, const char *p, int f, mode_t m), (d, p, f, m), EMFILE, EACCES, EINTR) \
     PLAIN(DIR *, opendir, (const char *p), (p), EMFILE, EACCES) \
@@ -71,8 +72,8 @@
     PLAIN(int, ppoll, (pollfd *p, nfds_t n, const timespec *t, const sigset_t *s), (p, n, t, s), EINTR, ENOMEM) \
     PLAIN(dirent *, readdir, (DIR *d), (d), EIO) \
     PLAIN(ssize_t, readlink, (const char *p, char *b, size_t n), (p, b, n), EACCES) \
-    PLAIN(ssize_t, recvmsg, (int s, msghdr *m, int f), (s, m, f), ENOBUFS, EINTR) \
     PLAIN(char *, realpath, (const char *p, char *r), (p, r), ENOMEM, EACCES) \
+    PLAIN(ssize_t, recvmsg, (int s, msghdr *m, int f), (s, m, f), ECONNRESET, EINTR) \
     PLAIN(int, rename, (const char *f, const char *t), (f, t), EBUSY, ENOSPC) \
     PLAIN(int, rmdir, (const char *p), (p), EBUSY) \
     PLAIN(pid_t, setsid, (), (), EPERM) \
@@ -169,7 +170,7 @@ Outcome outcome_of(Call call) {
 
 template <class Result> Result failure() {
     if constexpr (std::is_same_v<Result, void *>)
-        return MAP_FAILED; // of mmap
+        return MAP_FAILED;
     else if constexpr (std::is_pointer_v<Result>)
         return nullptr;
     else
