@@ -13,6 +13,7 @@
 
 #include "base/timer/wheel.hpp"
 #include "own.hpp"
+#include "tq4/debug.h"
 #include "tq4/timer.h"
 
 #ifdef HAVE_UV
@@ -24,6 +25,9 @@ namespace {
 constexpr unsigned live = 1000000;
 
 void on_timer(Tq4_timer, Tq4_timer_callback *) {}
+
+// What the threads print would stand between the results.
+const bool quiet = (Tq4_debug_api->SetPrint([](int, const char *, va_list) {}), true);
 
 // Up to ten minutes, as of connections and requests; the same for both.
 std::vector<unsigned long> intervals() {
@@ -67,6 +71,23 @@ void tq4_set_clear(benchmark::State &state) {
     });
 }
 BENCHMARK(tq4_set_clear)->Name("timer_set_clear/tq4");
+
+// A million are set, and then cleared in that order.
+void tq4_fill_drain(benchmark::State &state) {
+    const auto owner = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
+    const Tq4_timer t = owner.get();
+    const auto ms = intervals();
+    (*t)->Start(t, "bench");
+    on_handler(t, [&] {
+        std::vector<Tq4_id> ids(live);
+        for (auto _ : state) {
+            for (unsigned i = 0; i < live; ++i) (*t)->SetTimer1(t, ms[i], on_timer, &ids[i]);
+            for (const Tq4_id &id : ids) (*t)->ClearTimer(t, &id);
+        }
+    });
+    state.SetItemsProcessed(state.iterations() * live);
+}
+BENCHMARK(tq4_fill_drain)->Name("timer_fill_drain/tq4")->Unit(benchmark::kMillisecond)->Iterations(4);
 
 // Each time one of the million is cleared, at random, and another one set.
 void tq4_replace(benchmark::State &state) {
@@ -198,6 +219,20 @@ void uv_set_clear(benchmark::State &state) {
     }
 }
 BENCHMARK(uv_set_clear)->Name("timer_set_clear/uv");
+
+void uv_fill_drain(benchmark::State &state) {
+    const auto ms = intervals();
+    uv_loop_t loop;
+    uv_loop_init(&loop);
+    std::vector<uv_timer_t> timers(live);
+    for (uv_timer_t &timer : timers) uv_timer_init(&loop, &timer);
+    for (auto _ : state) {
+        for (unsigned i = 0; i < live; ++i) uv_timer_start(&timers[i], uv_on_timer, ms[i], 0);
+        for (uv_timer_t &timer : timers) uv_timer_stop(&timer);
+    }
+    state.SetItemsProcessed(state.iterations() * live);
+}
+BENCHMARK(uv_fill_drain)->Name("timer_fill_drain/uv")->Unit(benchmark::kMillisecond)->Iterations(4);
 
 void uv_replace(benchmark::State &state) {
     const auto ms = intervals();

@@ -182,7 +182,6 @@ uint64_t Tq4_timer_wheel::TicksSince(const Tq4_timer_item &item) const {
 }
 
 void Tq4_timer_wheel::TurnTo(uint64_t ticks) {
-    TQ4_ASSERT(Count() == 0);
     for (int level = 0; level < levels; ++level)
         m_current[level] = static_cast<int16_t>(masked(ticks / ticks_of(level)));
 }

@@ -100,7 +100,8 @@ public:
     void ReleaseAll(From from);
 
     unsigned long Count() const { return (*m_resource)->Counts(m_resource.get()); }
-    // The wheel, while it is empty, as if it had gone on for so many ticks. For tests of what nobody lives to see.
+    // Sets the current slots as after so many ticks, and leaves the timers where they are. For tests of what nobody
+    // lives to see.
     void TurnTo(uint64_t ticks);
 
 private:
