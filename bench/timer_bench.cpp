@@ -13,6 +13,7 @@
 
 #include "base/timer/wheel.hpp"
 #include "own.hpp"
+#include "tq4/debug.h"
 #include "tq4/timer.h"
 
 #ifdef HAVE_UV
@@ -25,13 +26,18 @@ constexpr unsigned live = 1000000;
 
 void on_timer(Tq4_timer, Tq4_timer_callback *) {}
 
-// Up to ten minutes, as of connections and requests; the same for both.
-std::vector<unsigned long> intervals() {
+// What the threads print would stand between the results.
+const bool quiet = (Tq4_debug_api->SetPrint([](int, const char *, va_list) {}), true);
+
+// The same for both: up to ten minutes, as of connections that are watched, and up to five seconds, as of requests.
+std::vector<unsigned long> random_intervals(unsigned long least, unsigned long most) {
     std::vector<unsigned long> ms(live);
     std::mt19937 random(1);
-    for (unsigned long &one : ms) one = random() % 600000 + 1000;
+    for (unsigned long &one : ms) one = random() % (most - least) + least;
     return ms;
 }
+std::vector<unsigned long> intervals() { return random_intervals(5000, 600000); }
+std::vector<unsigned long> request_intervals() { return random_intervals(50, 5000); }
 
 // Runs work on the thread of a timer object's handler, where a service's own callbacks run.
 void on_handler(Tq4_timer t, std::function<void()> work) {
@@ -51,22 +57,39 @@ void on_handler(Tq4_timer t, std::function<void()> work) {
     given.done.wait(false);
 }
 
-// A request's time-out: set, and cleared when the answer is there.
+// A request's time-out: set, and cleared when the answer is there, while a million connections are watched.
 void tq4_set_clear(benchmark::State &state) {
     const auto owner = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
     const Tq4_timer t = owner.get();
-    const auto ms = intervals();
+    const auto ms = intervals(), requests = request_intervals();
     (*t)->Start(t, "bench");
     on_handler(t, [&] {
         for (const unsigned long one : ms) (*t)->SetTimer0(t, one, on_timer);
         Tq4_id id;
         for (unsigned i = 0; auto _ : state) {
-            (*t)->SetTimer1(t, ms[i++ % live], on_timer, &id);
+            (*t)->SetTimer1(t, requests[i++ % live], on_timer, &id);
             (*t)->ClearTimer(t, &id);
         }
     });
 }
 BENCHMARK(tq4_set_clear)->Name("timer_set_clear/tq4");
+
+// A million are set, and then cleared in that order.
+void tq4_fill_drain(benchmark::State &state) {
+    const auto owner = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
+    const Tq4_timer t = owner.get();
+    const auto ms = intervals();
+    (*t)->Start(t, "bench");
+    on_handler(t, [&] {
+        std::vector<Tq4_id> ids(live);
+        for (auto _ : state) {
+            for (unsigned i = 0; i < live; ++i) (*t)->SetTimer1(t, ms[i], on_timer, &ids[i]);
+            for (const Tq4_id &id : ids) (*t)->ClearTimer(t, &id);
+        }
+    });
+    state.SetItemsProcessed(state.iterations() * live);
+}
+BENCHMARK(tq4_fill_drain)->Name("timer_fill_drain/tq4")->Unit(benchmark::kMillisecond)->Iterations(4);
 
 // Each time one of the million is cleared, at random, and another one set.
 void tq4_replace(benchmark::State &state) {
@@ -89,11 +112,11 @@ BENCHMARK(tq4_replace)->Name("timer_replace/tq4");
 
 void tq4_wheel_set_clear(benchmark::State &state) {
     Tq4_timer_wheel wheel(nullptr, 1);
-    const auto ms = intervals();
+    const auto ms = intervals(), requests = request_intervals();
     Tq4_id id;
     for (const unsigned long one : ms) wheel.Set({one, 1, on_timer, nullptr, nullptr, nullptr}, &id);
     for (unsigned i = 0; auto _ : state) {
-        wheel.Set({ms[i++ % live], 1, on_timer, nullptr, nullptr, nullptr}, &id);
+        wheel.Set({requests[i++ % live], 1, on_timer, nullptr, nullptr, nullptr}, &id);
         wheel.Clear(&id);
     }
 }
@@ -190,14 +213,28 @@ struct Loop {
 };
 
 void uv_set_clear(benchmark::State &state) {
-    const auto ms = intervals();
+    const auto ms = intervals(), requests = request_intervals();
     Loop l(ms);
     for (unsigned i = 0; auto _ : state) {
-        uv_timer_start(&l.timers[live], uv_on_timer, ms[i++ % live], 0);
+        uv_timer_start(&l.timers[live], uv_on_timer, requests[i++ % live], 0);
         uv_timer_stop(&l.timers[live]);
     }
 }
 BENCHMARK(uv_set_clear)->Name("timer_set_clear/uv");
+
+void uv_fill_drain(benchmark::State &state) {
+    const auto ms = intervals();
+    uv_loop_t loop;
+    uv_loop_init(&loop);
+    std::vector<uv_timer_t> timers(live);
+    for (uv_timer_t &timer : timers) uv_timer_init(&loop, &timer);
+    for (auto _ : state) {
+        for (unsigned i = 0; i < live; ++i) uv_timer_start(&timers[i], uv_on_timer, ms[i], 0);
+        for (uv_timer_t &timer : timers) uv_timer_stop(&timer);
+    }
+    state.SetItemsProcessed(state.iterations() * live);
+}
+BENCHMARK(uv_fill_drain)->Name("timer_fill_drain/uv")->Unit(benchmark::kMillisecond)->Iterations(4);
 
 void uv_replace(benchmark::State &state) {
     const auto ms = intervals();

@@ -46,7 +46,7 @@ Tq4_pool_obj::Tq4_pool_obj(const Tq4_pool_CreateParams *given)
     : m_callback(with_defaults(*given)), m_mask(mask_of(m_callback.max_res)),
       m_mask_radom(static_cast<uint32_t>(m_callback.mask) & m_mask),
       // Of the directory, too, only what is used takes memory: pages of zeros that nobody writes are the system's.
-      m_item_res(static_cast<Tq4_pool_leaf **>(std::calloc(Leaves() + 1, sizeof *m_item_res))),
+      m_item_res(static_cast<Tq4_pool_leaf **>(std::calloc(Leaves() + 1, sizeof(void *)))),
       m_serial(first_serial(m_callback.max_res)) {
     TQ4_ASSERT(m_item_res != nullptr);
 }

@@ -16,6 +16,7 @@
 
 #include <cstddef>
 
+#include "assert.hpp"
 #include "base/queue/list.hpp"
 #include "tq4/pool.h"
 
@@ -37,9 +38,13 @@ struct Tq4_pool_slot {
     unsigned at;
 
     explicit operator bool() const { return leaf != nullptr; }
-    uint32_t &l() const { return leaf->l[at]; }
-    void *&obj() const { return leaf->m_obj[at]; }
-    Tq4_pool_item &item() const { return leaf->items[at]; }
+    Tq4_pool_leaf &there() const {
+        TQ4_CHECK(leaf != nullptr);
+        return *leaf;
+    }
+    uint32_t &l() const { return there().l[at]; }
+    void *&obj() const { return there().m_obj[at]; }
+    Tq4_pool_item &item() const { return there().items[at]; }
     Tq4_list_node *node() const { return &item().m_q; }
 
     bool made() const { return leaf && obj(); }

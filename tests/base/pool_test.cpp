@@ -279,9 +279,11 @@ TEST_F(Pool, KeepsWhatItsFunctionsAreAboutFromBeingLentOrGivenBack) {
     };
     EXPECT_EQ(give_back(ids[0]), 1);
     EXPECT_EQ(lend(&ids[1]), 0);
+    on_reset = nullptr;
     on_delete = [&](Payload *payload) {
         EXPECT_TRUE(payload->number != 0 || (look(ids[1]) == -1 && !give_back(ids[1])));
     };
+    owner.reset();
 }
 
 TEST_F(Pool, ASlotWhosePayloadCannotBeMadeIsUsedLater) {

@@ -82,42 +82,64 @@ unsigned long Tq4_timer_obj::TickLoop(void *param) {
 
 bool Tq4_timer_obj::IsInside() const { return m_inside.load(std::memory_order_relaxed) == MP_THREAD_GetCurrentId(); }
 
-long Tq4_timer_obj::Ask(Tq4_msg message) {
-    if (IsInside()) {
-        const Tq4_kill_gate_shut gate;
-        return Handle(message);
-    }
+long Tq4_timer_obj::Send(Tq4_msg message) {
     return (*m_handler)
         ->Send(m_handler.get(), message.sender, message.receiver, message.msg, message.submsg, message.params, nullptr);
 }
 
-int Tq4_timer_obj::Set(const Tq4_timer_SetParams &params, Tq4_id *id) {
+int Tq4_timer_obj::SetTimer(const Tq4_timer_SetParams &params, Tq4_id *id) {
+    if (IsInside()) return SetHere(params, id);
     return static_cast<int>(
-        Ask({.msg = Tq4_timer_obj_msg_set, .sender = id, .params = const_cast<Tq4_timer_SetParams *>(&params)}));
+        Send({.msg = Tq4_timer_obj_msg_set, .sender = id, .params = const_cast<Tq4_timer_SetParams *>(&params)}));
 }
 
 int Tq4_timer_obj::ResetTimer(const Tq4_id *id, unsigned long ms) {
-    return static_cast<int>(Ask({.msg = Tq4_timer_obj_msg_reset,
-                                 .receiver = const_cast<Tq4_id *>(id),
-                                 .params = reinterpret_cast<void *>(ms)}));
+    if (IsInside()) return ResetHere(id, ms);
+    return static_cast<int>(Send({.msg = Tq4_timer_obj_msg_reset,
+                                  .receiver = const_cast<Tq4_id *>(id),
+                                  .params = reinterpret_cast<void *>(ms)}));
 }
 
 uint64_t Tq4_timer_obj::StopWatch(const Tq4_id *id, int clear) {
     uint64_t ms = 0;
-    Ask({.msg = Tq4_timer_obj_msg_watch, .submsg = clear, .receiver = const_cast<Tq4_id *>(id), .params = &ms});
+    if (IsInside())
+        WatchHere(id, clear, &ms);
+    else
+        Send({.msg = Tq4_timer_obj_msg_watch, .submsg = clear, .receiver = const_cast<Tq4_id *>(id), .params = &ms});
     return ms;
 }
 
 int Tq4_timer_obj::ClearTimer(const Tq4_id *id) {
-    auto *receiver = const_cast<Tq4_id *>(id);
     if (IsInside())
-        Ask({.msg = Tq4_timer_obj_msg_clear, .receiver = receiver});
+        ClearHere(id);
     else
-        (*m_handler)->PushFirst(m_handler.get(), nullptr, receiver, Tq4_timer_obj_msg_clear, 0, nullptr, nullptr);
+        (*m_handler)
+            ->PushFirst(m_handler.get(), nullptr, const_cast<Tq4_id *>(id), Tq4_timer_obj_msg_clear, 0, nullptr,
+                        nullptr);
     return 1;
 }
 
 // --- The handler ---
+
+// By Tq4_timer_obj_msg_list.
+long Tq4_timer_obj::Handle(const Tq4_msg &message) {
+    using Handler = long (*)(Tq4_timer_obj &, const Tq4_msg &);
+    static constexpr Handler handlers[] = {
+        [](Tq4_timer_obj &, const Tq4_msg &) { return 0l; },
+        [](Tq4_timer_obj &t, const Tq4_msg &m) { return t.m_wheel.Tick(m.submsg), 1l; },
+        [](Tq4_timer_obj &t, const Tq4_msg &m) {
+            return long{t.SetHere(*static_cast<const Tq4_timer_SetParams *>(m.params), m.sender)};
+        },
+        [](Tq4_timer_obj &t, const Tq4_msg &m) {
+            return long{t.ResetHere(m.receiver, reinterpret_cast<unsigned long>(m.params))};
+        },
+        [](Tq4_timer_obj &t, const Tq4_msg &m) { return long{t.ClearHere(m.receiver)}; },
+        [](Tq4_timer_obj &t, const Tq4_msg &m) {
+            return long{t.WatchHere(m.receiver, m.submsg, static_cast<uint64_t *>(m.params))};
+        },
+    };
+    return message.msg < std::size(handlers) ? handlers[message.msg](*this, message) : 0;
+}
 
 long Tq4_timer_obj::Tq4_timer_handler(void *context, Tq4_msg *message) {
     const Tq4_kill_gate_shut gate;
@@ -143,27 +165,6 @@ void Tq4_timer_obj::Leave() {
     if (m_users.fetch_sub(1) == 1) Tq4_object_ops<Tq4_timer_obj>::Destroy(this, Delete_Tq4_timer_obj);
 }
 
-long Tq4_timer_obj::Handle(const Tq4_msg &message) {
-    using Handler = long (Tq4_timer_obj::*)(const Tq4_msg &);
-    static constexpr Handler handlers[] = {nullptr, // by Tq4_timer_obj_msg_list
-                                           &Tq4_timer_obj::OnTick,
-                                           &Tq4_timer_obj::OnSet,
-                                           &Tq4_timer_obj::OnReset,
-                                           &Tq4_timer_obj::OnClear,
-                                           &Tq4_timer_obj::OnWatch};
-    if (message.msg >= std::size(handlers) || !handlers[message.msg]) return 0;
-    return (this->*handlers[message.msg])(message);
-}
-
-long Tq4_timer_obj::OnTick(const Tq4_msg &message) {
-    m_wheel.Tick(message.submsg);
-    return 1;
-}
-
-long Tq4_timer_obj::OnSet(const Tq4_msg &message) {
-    return m_wheel.Set(*static_cast<const Tq4_timer_SetParams *>(message.params), message.sender);
-}
-
 // The log may wait in the system.
 static void tell_not_found(const char *format, const Tq4_id *id) {
     const Tq4_cancel_held held;
@@ -171,21 +172,29 @@ static void tell_not_found(const char *format, const Tq4_id *id) {
     Tq4_debug_api->log(-1, format, told.h, told.l);
 }
 
-long Tq4_timer_obj::OnReset(const Tq4_msg &message) {
-    if (m_wheel.Reset(message.receiver, reinterpret_cast<unsigned long>(message.params))) return 1;
-    tell_not_found("!!ResetTimer Error: [0x%08x:0x%08x] not found", message.receiver);
+int Tq4_timer_obj::SetHere(const Tq4_timer_SetParams &params, Tq4_id *id) {
+    const Tq4_kill_gate_shut gate;
+    return m_wheel.Set(params, id);
+}
+
+int Tq4_timer_obj::ResetHere(const Tq4_id *id, unsigned long ms) {
+    const Tq4_kill_gate_shut gate;
+    if (m_wheel.Reset(id, ms)) return 1;
+    tell_not_found("!!ResetTimer Error: [0x%08x:0x%08x] not found", id);
     return 0;
 }
 
-long Tq4_timer_obj::OnClear(const Tq4_msg &message) {
-    if (m_wheel.Clear(message.receiver)) return 1;
-    tell_not_found("ClearTimer Error: [0x%08x:0x%08x] not found", message.receiver);
+int Tq4_timer_obj::ClearHere(const Tq4_id *id) {
+    const Tq4_kill_gate_shut gate;
+    if (m_wheel.Clear(id)) return 1;
+    tell_not_found("ClearTimer Error: [0x%08x:0x%08x] not found", id);
     return -1;
 }
 
-long Tq4_timer_obj::OnWatch(const Tq4_msg &message) {
-    if (m_wheel.StopWatch(message.receiver, message.submsg != 0, static_cast<uint64_t *>(message.params))) return 1;
-    tell_not_found("!!StopWatch Error: [0x%08x:0x%08x] not found", message.receiver);
+int Tq4_timer_obj::WatchHere(const Tq4_id *id, long clear, uint64_t *ms) {
+    const Tq4_kill_gate_shut gate;
+    if (m_wheel.StopWatch(id, clear != 0, ms)) return 1;
+    tell_not_found("!!StopWatch Error: [0x%08x:0x%08x] not found", id);
     return 0;
 }
 
@@ -194,7 +203,7 @@ long Tq4_timer_obj::OnWatch(const Tq4_msg &message) {
 static int set_delta(Tq4_timer t, unsigned long count, unsigned long ms, Tq4_timer_OnTimer callback,
                      Tq4_timer_delta delta, Tq4_id *id, void *data, Tq4_timer_free free_data) {
     if (!t) return 0;
-    return Tq4_record<Tq4_timer_obj>(t)->Set({ms, count, callback, delta, data, free_data}, id);
+    return Tq4_record<Tq4_timer_obj>(t)->SetTimer({ms, count, callback, delta, data, free_data}, id);
 }
 
 static int set_repeat(Tq4_timer t, unsigned long count, unsigned long ms, Tq4_timer_OnTimer callback, Tq4_id *id,

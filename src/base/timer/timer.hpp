@@ -41,7 +41,7 @@ struct Tq4_timer_obj : Tq4_identity {
 
     int Start(const char *name);
     int Stop();
-    int Set(const Tq4_timer_SetParams &params, Tq4_id *id);
+    int SetTimer(const Tq4_timer_SetParams &params, Tq4_id *id);
     int ClearTimer(const Tq4_id *id);
     int ResetTimer(const Tq4_id *id, unsigned long ms);
     uint64_t StopWatch(const Tq4_id *id, int clear);
@@ -53,11 +53,11 @@ private:
     void Leave();
 
     bool IsInside() const;
-    long Ask(Tq4_msg message);
+    long Send(Tq4_msg message);
     long Handle(const Tq4_msg &message);
-    long OnTick(const Tq4_msg &message);
-    long OnSet(const Tq4_msg &message);
-    long OnReset(const Tq4_msg &message);
-    long OnClear(const Tq4_msg &message);
-    long OnWatch(const Tq4_msg &message);
+    // On the handler's thread.
+    int SetHere(const Tq4_timer_SetParams &params, Tq4_id *id);
+    int ResetHere(const Tq4_id *id, unsigned long ms);
+    int ClearHere(const Tq4_id *id);
+    int WatchHere(const Tq4_id *id, long clear, uint64_t *ms);
 };

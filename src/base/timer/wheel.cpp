@@ -49,12 +49,13 @@ static Tq4_own<Tq4_pool> new_pool(uint64_t mask) {
     return Tq4_make<Tq4_pool>(Tq4_pool_oitf, &params);
 }
 
-Tq4_timer_wheel::Tq4_timer_wheel(Tq4_timer owner, uint64_t mask) : itf(owner), m_resource(new_pool(mask)) {}
+Tq4_timer_wheel::Tq4_timer_wheel(Tq4_timer owner, uint64_t mask)
+    : itf(owner), m_resource(new_pool(mask)), m_pool(Tq4_record_of<Tq4_pool_obj>(m_resource.get())) {}
 
 bool Tq4_timer_wheel::Set(const Tq4_timer_SetParams &params, Tq4_id *id) {
     if (!params.f_triger) return false;
     Tq4_id own;
-    auto *item = static_cast<Tq4_timer_item *>((*m_resource)->Alloc(m_resource.get(), nullptr, &own));
+    auto *item = static_cast<Tq4_timer_item *>(m_pool.Alloc(nullptr, &own));
     if (!item) return false;
     if (id) *id = own;
     item->m_id = own;
@@ -97,7 +98,7 @@ bool Tq4_timer_wheel::StopWatch(const Tq4_id *id, bool clear, uint64_t *ms) {
 
 // What was cleared in its own callback is not found any more, though it is there until the callback returns.
 Tq4_timer_item *Tq4_timer_wheel::Find(const Tq4_id *id) const {
-    auto *item = static_cast<Tq4_timer_item *>((*m_resource)->Peek(m_resource.get(), id));
+    auto *item = static_cast<Tq4_timer_item *>(m_pool.Peek(id));
     return m_calling && m_calling->ended && m_calling->item == item ? nullptr : item;
 }
 
@@ -113,7 +114,7 @@ void Tq4_timer_wheel::Release(Tq4_timer_item &item) {
     const Tq4_id id = item.m_id;
     void *const data = item.m_cbdata;
     const Tq4_timer_free free_data = item.del_cbdata;
-    (*m_resource)->Recycle(m_resource.get(), &id);
+    m_pool.Recycle(&id);
     if (free_data) outside([=] { free_data(data); });
 }
 
@@ -130,7 +131,7 @@ void Tq4_timer_wheel::ReleaseAll(From from) {
     };
     for (unsigned long count = Count(); count; --count) { // no more than there are: their functions may set others
         void *first = nullptr;
-        (*m_resource)->each(m_resource.get(), take_first, &first);
+        m_pool.each(take_first, &first);
         if (!first) return;
         Release(*static_cast<Tq4_timer_item *>(first));
     }
@@ -294,7 +295,7 @@ void Tq4_timer_wheel::Check(const Tq4_timer_item &item) const {
     TQ4_CHECK(Tq4_list_node_linked(&item.m_pos) && item.m_pos.next->prev == &item.m_pos &&
               item.m_pos.prev->next == &item.m_pos);
     TQ4_CHECK(item.cQueue >= 0 && item.cQueue < levels && item.ulDelta < ticks_of(item.cQueue));
-    TQ4_CHECK((*m_resource)->Peek(m_resource.get(), &item.m_id) == &item);
+    TQ4_CHECK(m_pool.Peek(&item.m_id) == &item);
     TQ4_CHECK(item.m_OnTimer &&
               (!item.ulRepeat || item.ulTriger < item.ulRepeat || (m_calling && m_calling->item == &item)));
     for (const int16_t current : m_current) TQ4_CHECK(current >= 0 && current < slots);

@@ -24,9 +24,9 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/pool.hpp"
 #include "base/queue/list_node.hpp"
 #include "own.hpp"
-#include "tq4/pool.h"
 #include "tq4/timer.h"
 
 // What a set asks for.
@@ -99,8 +99,9 @@ public:
     enum class From { outside, function };
     void ReleaseAll(From from);
 
-    unsigned long Count() const { return (*m_resource)->Counts(m_resource.get()); }
-    // The wheel as if it had gone on for so many ticks without coming to a timer. For tests of what nobody lives to see.
+    unsigned long Count() const { return m_pool.Counts(); }
+    // Sets the current slots as after so many ticks, and leaves the timers where they are. For tests of what nobody
+    // lives to see.
     void TurnTo(uint64_t ticks);
 
 private:
@@ -120,6 +121,7 @@ private:
 
     const Tq4_timer itf; // borrowed
     const Tq4_own<Tq4_pool> m_resource;
+    Tq4_pool_obj &m_pool;                              // its record, for what happens at each request
     std::unique_ptr<Tq4_timer_slot[]> m_items[levels]; // made when first used
     int16_t m_current[levels] = {};
     Tq4_timer_slot m_due[levels]; // of this step

@@ -14,6 +14,13 @@ void note(Texts &texts, const char *format, va_list args) {
     texts.push_back(formatted(format, args));
 }
 
+// Of what threads print when they begin and end.
+long lines_with(const char *text) {
+    const std::lock_guard guard(log_lock);
+    return std::count_if(threads.begin(), threads.end(),
+                         [&](const std::string &line) { return line.find(text) != std::string::npos; });
+}
+
 template <class Condition> void await(Condition holds) {
     while (!holds()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
@@ -39,6 +46,7 @@ struct Timer : testing::Test {
     ~Timer() override {
         owner.reset();
         EXPECT_EQ(given, freed);
+        await([] { return lines_with("] begin") == lines_with("] end"); }); // also of what was stopped in a callback
         Tq4_debug_api->SetLog(nullptr);
         Tq4_debug_api->SetPrint(nullptr);
     }
@@ -89,12 +97,8 @@ TEST_F(Timer, FiresOnOneThreadAndFreesTheDataOnce) {
     EXPECT_EQ(told, (std::vector<std::pair<unsigned long, int>>{{1, 0}, {2, 0}, {3, 1}}));
     EXPECT_NE(thread, gettid());
     EXPECT_TRUE(stop() == 1 && stop() == 1);
-    const auto named = [](const char *name) {
-        return std::count_if(threads.begin(), threads.end(),
-                             [&](const std::string &line) { return line.find(name) != std::string::npos; });
-    };
-    EXPECT_TRUE(named(" Tq4_timer_handler] begin") == 1 && named(" Tq4_TimerTickThread(test)] begin") == 1);
-    EXPECT_TRUE(named(" Tq4_timer_handler] end") == 1 && named(" Tq4_TimerTickThread(test)] end") == 1);
+    EXPECT_TRUE(lines_with(" Tq4_timer_handler] begin") == 1 && lines_with(" Tq4_TimerTickThread(test)] begin") == 1);
+    EXPECT_TRUE(lines_with(" Tq4_timer_handler] end") == 1 && lines_with(" Tq4_TimerTickThread(test)] end") == 1);
 }
 
 TEST_F(Timer, HasShortFormsOfEachWayToSet) {
