@@ -20,6 +20,7 @@
 #include "tq4/mutex.h"
 #include "tq4/object.h"
 #include "tq4/queue.h"
+#include "tq4/reorder.h"
 #include "tq4/semaphore.h"
 #include "tq4/sock_api.h"
 #include "tq4/sockaddr.h"
