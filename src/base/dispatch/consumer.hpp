@@ -24,25 +24,24 @@ struct Tq4_dispatch_frame : Tq4_msg_obj {
 };
 
 struct Tq4_dispatch_consumer {
-    // What producers tell; changed under the dispatcher's lock, in a line that is read far more often.
-    alignas(64) Tq4_alarm m_alarm; // armed when nothing was found, rung with each message
-    std::atomic<bool> m_stopped{false};
-    std::atomic<bool> m_front{false}; // messages wait at the front
-    std::atomic<bool> m_grown{false}; // allowance more wait behind the batch than m_behind
-    std::atomic<int> m_users{1};      // the dispatcher, the thread, calls that are under way
-
-    // The thread's.
-    alignas(64) Tq4_message_batch m_out;
-    uint64_t m_behind = 0; // at least so many wait behind the batch
-    unsigned m_stream = 0; // batches in a row that came without a sleep, and began with nobody waiting
-    Tq4_dispatch_frame *m_current = nullptr; // the innermost that is being handled
-    Tq4_dispatch_frame m_outermost{nullptr};
-    // Set before the first message, and by its thread.
-    Tq4_msg_handler handler = nullptr;
+    // What producers tell, and what does not change: a line that is read far more often than written.
+    alignas(64) Tq4_alarm m_alarm; // armed when nothing was found, rung with each message; under the dispatcher's lock
+    std::atomic<bool> m_stopped{false}; // like the next two changed under that lock
+    std::atomic<bool> m_front{false};   // messages wait at the front
+    std::atomic<bool> m_grown{false};   // allowance more wait behind the batch than m_behind
+    std::atomic<bool> m_entered{false}; // the thread has come to serve
+    std::atomic<int> m_users{1};        // the dispatcher, the thread, calls that are under way
+    Tq4_msg_handler handler = nullptr;  // like the next set before the first message, and by the handler's thread
     void *handler_obj = nullptr;        // borrowed
     Tq4_dispatch_obj *m_owner;          // borrowed; its users count this one's thread and calls
     Tq4_thread m_thread = nullptr;      // borrowed; null: the owner's, which calls try_once
-    std::atomic<bool> m_entered{false}; // the thread has come to serve
+
+    // The thread's.
+    alignas(64) Tq4_message_batch m_out;
+    uint64_t m_behind = 0;                   // at least so many wait behind the batch
+    Tq4_dispatch_frame *m_current = nullptr; // the innermost that is being handled
+    Tq4_dispatch_frame m_outermost{nullptr};
+    unsigned m_stream = 0; // batches in a row that came without a sleep, and began with nobody waiting
 
     // How many may come before producers tell, so that their number need not be looked at for each message.
     static constexpr uint64_t allowance = 512;

@@ -7,8 +7,6 @@ namespace {
 
 constexpr std::size_t most_kept_in_stack = 64; // room that a burst at the front leaves behind
 
-constexpr unsigned lines_ahead = 6; // measured: fewer come too late, more gain nothing
-
 } // namespace
 
 Tq4_message_chunk *Tq4_spare_chunks::Pop() {
@@ -71,11 +69,8 @@ void Tq4_message_queue::AddChunk() {
     m_filled = 0;
 }
 
-// The lines of a chunk that has served are still the consumer's, and each takes as long to come back as all else that
-// is done here. So they are asked for some messages before they are written.
 void Tq4_message_queue::PutLast(const Tq4_waiting_msg &message) {
     if (!m_first || m_filled == Tq4_message_chunk::size) AddChunk();
-    if (m_filled + lines_ahead < Tq4_message_chunk::size) MP_PrefetchToWrite(&m_last->messages[m_filled + lines_ahead]);
     m_last->messages[m_filled++] = message;
     ++m_back;
     Check();
