@@ -1,11 +1,12 @@
 // cxx_support: the replaceable hooks through which nested objects are made and destroyed.
 //
 // One mutable table. It is the one file that names the modules whose objects others nest; everybody else goes through
-// the table. A hook whose module is not part of the library yet gives null.
+// the table.
 #include "tq4/cxx_support.h"
 
 #include "cxx_defaults.hpp"
 #include "module.hpp"
+#include "tq4/fsm.h"
 #include "tq4/string.h"
 #include "tq4/string_array.h"
 #include "tq4/value_table.h"
@@ -21,7 +22,7 @@ void *cxx_new_array() { return Tq4_string_array_oitf->Create(nullptr); }
 void *cxx_new_value() { return Tq4_value_oitf->Create(nullptr); }
 void *cxx_new_table() { return Tq4_value_table_oitf->Create(nullptr); }
 void *cxx_new_key() { return Tq4_key_oitf->Create(nullptr); }
-void *cxx_not_available() { return nullptr; }
+void *cxx_new_state() { return Tq4_fsm_state_oitf->Create(nullptr); }
 
 // A setter for each slot: replaces the hook it is named for.
 extern Tq4_cxx_support_ api_Tq4_cxx_support;
@@ -34,7 +35,7 @@ constexpr Tq4_cxx_support_ defaults = {
     .new_value = cxx_new_value,
     .new_table = cxx_new_table,
     .new_key = cxx_new_key,
-    .new_state = cxx_not_available,
+    .new_state = cxx_new_state,
     .set_delete = set_hook<&Tq4_cxx_support_::delete_obj>,
     .set_new_string = set_hook<&Tq4_cxx_support_::new_string>,
     .set_new_array = set_hook<&Tq4_cxx_support_::new_array>,

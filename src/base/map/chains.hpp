@@ -136,6 +136,7 @@ public:
 
     uint64_t size() const { return m_nHashTableSize; }
     int count() const { return m_nCount; }
+    bool indexed() const { return static_cast<bool>(m_index); }
 
     // A new number of chains, while there are no entries; 0, and more than memory could hold, changes nothing.
     void Resize(uint64_t heads = first_size) {

@@ -1,0 +1,237 @@
+// timer: the wheel on its thread.
+//
+// A kill may strike while a function of the user runs, and nowhere else in the handler: the kill gate is shut for the
+// handler, and the wheel opens it around those functions.
+#include "base/timer/timer.hpp"
+
+#include <cstdio>
+#include <iterator>
+#include <type_traits>
+
+#include "base/timer/tick_pacer.hpp"
+#include "module.hpp"
+#include "platform/multi_platform_pthread.hpp"
+#include "platform/multi_platform_system.hpp"
+#include "thread/cancel.hpp"
+#include "tq4/debug.h"
+#include "tq4/system.h"
+
+static void Delete_Tq4_timer_obj(Tq4_timer_obj *record);
+
+Tq4_timer_obj::Tq4_timer_obj()
+    : m_wheel(Tq4_handle_of<Tq4_timer>(this), static_cast<uint64_t>(Tq4_system_api->Random())),
+      m_handler(Tq4_make<Tq4_dispatch>(Tq4_dispatch_oitf)) {}
+
+// --- Starting and stopping ---
+
+int Tq4_timer_obj::Start(const char *name) {
+    const Tq4_kill_gate_shut gate;
+    if (m_state != State::stopped) return m_state == State::running;
+    if (!(*m_handler)->Start(m_handler.get(), this, Tq4_timer_handler, "Tq4_timer_handler")) return 0;
+    char thread_name[128];
+    std::snprintf(thread_name, sizeof thread_name, "Tq4_TimerTickThread(%s)", name ? name : "");
+    m_thread_tick = Tq4_make<Tq4_thread>(Tq4_thread_oitf, thread_name);
+    const Tq4_thread thread = m_thread_tick.get();
+    m_state = State::running;
+    if ((*thread)->Init(thread, TickLoop, this)) return static_cast<int>((*thread)->Resume(thread));
+    Stop();
+    return 0;
+}
+
+int Tq4_timer_obj::Stop() {
+    const Tq4_kill_gate_shut gate;
+    State running = State::running;
+    if (!m_state.compare_exchange_strong(running, State::stopping)) return 1;
+    const auto from = IsInside() ? Tq4_timer_wheel::From::function : Tq4_timer_wheel::From::outside;
+    const Tq4_thread thread = m_thread_tick.get();
+    (*thread)->NotifyQuit(thread);
+    m_wheel.Interrupt();
+    (*m_handler)->Stop(m_handler.get());
+    m_thread_tick.reset();
+    m_inside = 0;
+    m_wheel.ReleaseAll(from);
+    m_state = State::stopped;
+    return 1;
+}
+
+bool Tq4_timer_obj::Retire() {
+    Stop();
+    return m_users.fetch_sub(1) == 1;
+}
+
+// --- The thread that ticks ---
+
+// Ticks go in front: requests that wait do not delay them.
+unsigned long Tq4_timer_obj::TickLoop(void *param) {
+    auto *timer = static_cast<Tq4_timer_obj *>(param);
+    const Tq4_thread self = timer->m_thread_tick.get();
+    const Tq4_dispatch handler = timer->m_handler.get();
+    const auto push = [handler](long ticks) {
+        (*handler)->PushFirst(handler, nullptr, nullptr, Tq4_timer_obj_msg_tick, ticks, nullptr, nullptr);
+    };
+    Tq4_tick_pacer pacer(MP_THREAD_GetMonotonicMs);
+    while ((*self)->IsRunning(self)) {
+        MP_Sleep(Tq4_tick_pacer::tick_ms);
+        push(1);
+        if (const long missed = pacer.Missed()) push(missed);
+    }
+    return 0;
+}
+
+// --- Requests ---
+
+bool Tq4_timer_obj::IsInside() const { return m_inside.load(std::memory_order_relaxed) == MP_THREAD_GetCurrentId(); }
+
+long Tq4_timer_obj::Ask(Tq4_msg message) {
+    if (IsInside()) {
+        const Tq4_kill_gate_shut gate;
+        return Handle(message);
+    }
+    return (*m_handler)
+        ->Send(m_handler.get(), message.sender, message.receiver, message.msg, message.submsg, message.params, nullptr);
+}
+
+int Tq4_timer_obj::Set(const Tq4_timer_SetParams &params, Tq4_id *id) {
+    return static_cast<int>(
+        Ask({.msg = Tq4_timer_obj_msg_set, .sender = id, .params = const_cast<Tq4_timer_SetParams *>(&params)}));
+}
+
+int Tq4_timer_obj::ResetTimer(const Tq4_id *id, unsigned long ms) {
+    return static_cast<int>(Ask({.msg = Tq4_timer_obj_msg_reset,
+                                 .receiver = const_cast<Tq4_id *>(id),
+                                 .params = reinterpret_cast<void *>(ms)}));
+}
+
+uint64_t Tq4_timer_obj::StopWatch(const Tq4_id *id, int clear) {
+    uint64_t ms = 0;
+    Ask({.msg = Tq4_timer_obj_msg_watch, .submsg = clear, .receiver = const_cast<Tq4_id *>(id), .params = &ms});
+    return ms;
+}
+
+int Tq4_timer_obj::ClearTimer(const Tq4_id *id) {
+    auto *receiver = const_cast<Tq4_id *>(id);
+    if (IsInside())
+        Ask({.msg = Tq4_timer_obj_msg_clear, .receiver = receiver});
+    else
+        (*m_handler)->PushFirst(m_handler.get(), nullptr, receiver, Tq4_timer_obj_msg_clear, 0, nullptr, nullptr);
+    return 1;
+}
+
+// --- The handler ---
+
+long Tq4_timer_obj::Tq4_timer_handler(void *context, Tq4_msg *message) {
+    const Tq4_kill_gate_shut gate;
+    auto *timer = static_cast<Tq4_timer_obj *>(context);
+    ++timer->m_users;
+    timer->m_inside = MP_THREAD_GetCurrentId();
+    long result;
+    pthread_cleanup_push(Killed, timer);
+    result = timer->Handle(*message);
+    pthread_cleanup_pop(0);
+    timer->Leave();
+    return result;
+}
+
+void Tq4_timer_obj::Killed(void *timer) {
+    Tq4_forget_killed_frames();
+    static_cast<Tq4_timer_obj *>(timer)->Leave();
+}
+
+void Tq4_timer_obj::Leave() {
+    unsigned long self = MP_THREAD_GetCurrentId();
+    m_inside.compare_exchange_strong(self, 0);
+    if (m_users.fetch_sub(1) == 1) Tq4_object_ops<Tq4_timer_obj>::Destroy(this, Delete_Tq4_timer_obj);
+}
+
+long Tq4_timer_obj::Handle(const Tq4_msg &message) {
+    using Handler = long (Tq4_timer_obj::*)(const Tq4_msg &);
+    static constexpr Handler handlers[] = {nullptr, // by Tq4_timer_obj_msg_list
+                                           &Tq4_timer_obj::OnTick,
+                                           &Tq4_timer_obj::OnSet,
+                                           &Tq4_timer_obj::OnReset,
+                                           &Tq4_timer_obj::OnClear,
+                                           &Tq4_timer_obj::OnWatch};
+    if (message.msg >= std::size(handlers) || !handlers[message.msg]) return 0;
+    return (this->*handlers[message.msg])(message);
+}
+
+long Tq4_timer_obj::OnTick(const Tq4_msg &message) {
+    m_wheel.Tick(message.submsg);
+    return 1;
+}
+
+long Tq4_timer_obj::OnSet(const Tq4_msg &message) {
+    return m_wheel.Set(*static_cast<const Tq4_timer_SetParams *>(message.params), message.sender);
+}
+
+// The log may wait in the system.
+static void tell_not_found(const char *format, const Tq4_id *id) {
+    const Tq4_cancel_held held;
+    const Tq4_id told = id ? *id : Tq4_id{};
+    Tq4_debug_api->log(-1, format, told.h, told.l);
+}
+
+long Tq4_timer_obj::OnReset(const Tq4_msg &message) {
+    if (m_wheel.Reset(message.receiver, reinterpret_cast<unsigned long>(message.params))) return 1;
+    tell_not_found("!!ResetTimer Error: [0x%08x:0x%08x] not found", message.receiver);
+    return 0;
+}
+
+long Tq4_timer_obj::OnClear(const Tq4_msg &message) {
+    if (m_wheel.Clear(message.receiver)) return 1;
+    tell_not_found("ClearTimer Error: [0x%08x:0x%08x] not found", message.receiver);
+    return -1;
+}
+
+long Tq4_timer_obj::OnWatch(const Tq4_msg &message) {
+    if (m_wheel.StopWatch(message.receiver, message.submsg != 0, static_cast<uint64_t *>(message.params))) return 1;
+    tell_not_found("!!StopWatch Error: [0x%08x:0x%08x] not found", message.receiver);
+    return 0;
+}
+
+// --- The table: the nine ways to set a timer are one ---
+
+static int set_delta(Tq4_timer t, unsigned long count, unsigned long ms, Tq4_timer_OnTimer callback,
+                     Tq4_timer_delta delta, Tq4_id *id, void *data, Tq4_timer_free free_data) {
+    if (!t) return 0;
+    return Tq4_record<Tq4_timer_obj>(t)->Set({ms, count, callback, delta, data, free_data}, id);
+}
+
+static int set_repeat(Tq4_timer t, unsigned long count, unsigned long ms, Tq4_timer_OnTimer callback, Tq4_id *id,
+                      void *data, Tq4_timer_free free_data) {
+    return set_delta(t, count, ms, callback, nullptr, id, data, free_data);
+}
+
+static int set_once(Tq4_timer t, unsigned long ms, Tq4_timer_OnTimer callback, Tq4_id *id, void *data,
+                    Tq4_timer_free free_data) {
+    return set_delta(t, 1, ms, callback, nullptr, id, data, free_data);
+}
+
+// A short form: without the user data and its function, and, when the arguments end before it, without the id.
+template <auto Whole, class... Args> static int without_data(Tq4_timer t, Args... args) {
+    if constexpr (std::is_invocable_v<decltype(Whole), Tq4_timer, Args..., void *, Tq4_timer_free>)
+        return Whole(t, args..., nullptr, nullptr);
+    else
+        return Whole(t, args..., nullptr, nullptr, nullptr);
+}
+
+const Tq4_timer_ Tq4_timer_itf = {
+    .Start = Tq4_op<&Tq4_timer_obj::Start>,
+    .Stop = Tq4_op<&Tq4_timer_obj::Stop>,
+    .SetTimer = set_once,
+    .SetRepeatTimer = set_repeat,
+    .SetRepeatTimerDelta = set_delta,
+    .ClearTimer = Tq4_op<&Tq4_timer_obj::ClearTimer>,
+    .ResetTimer = Tq4_op<&Tq4_timer_obj::ResetTimer>,
+    .StopWatch = Tq4_op<&Tq4_timer_obj::StopWatch>,
+    .SetTimer0 = without_data<set_once>,
+    .SetTimer1 = without_data<set_once>,
+    .SetTimer2 = set_once,
+    .SetRepeatTimer0 = without_data<set_repeat>,
+    .SetRepeatTimer1 = without_data<set_repeat>,
+    .SetRepeatTimer2 = set_repeat,
+    .SetRepeatTimerDelta0 = without_data<set_delta>,
+    .SetRepeatTimerDelta1 = without_data<set_delta>,
+    .SetRepeatTimerDelta2 = set_delta,
+};
+TQ4_MODULE(timer)

@@ -1,0 +1,415 @@
+// What the wheel promises at each tick: beside a model that is a sorted list of when timers are due, over simulated
+// days; and what functions of the user may do to the timers in the middle of a step.
+#include "support/test.hpp"
+
+#include "assert.hpp"
+#include "base/timer/wheel.hpp"
+
+namespace {
+
+using Firing = std::function<void(Tq4_timer_callback *)>;
+
+// Timers of a wheel whose callbacks are functions of the test.
+struct Wheel : testing::Test {
+    struct Data {
+        Wheel *wheel;
+        Firing on_fire;
+        std::function<unsigned long(unsigned long, unsigned long)> next; // null: without delta
+        std::function<void()> on_free;
+    };
+    Tq4_timer_wheel wheel{nullptr, 0x5A5A5A};
+    long now = 0; // steps begun
+    int freed = 0, living = 0;
+
+    ~Wheel() override {
+        wheel.ReleaseAll(Tq4_timer_wheel::From::outside);
+        EXPECT_EQ(living, 0);
+    }
+    static void fire(Tq4_timer, Tq4_timer_callback *firing) {
+        const auto *data = static_cast<Data *>(firing->userdata);
+        if (data->on_fire) data->on_fire(firing);
+    }
+    static unsigned long next(const Tq4_id *, unsigned long times, unsigned long ms, void *data) {
+        return static_cast<Data *>(data)->next(times, ms);
+    }
+    static void free_data(void *p) {
+        const std::unique_ptr<Data> data(static_cast<Data *>(p));
+        ++data->wheel->freed;
+        --data->wheel->living;
+        if (data->on_free) data->on_free();
+    }
+    Tq4_id set(Data given, unsigned long ms, unsigned long count = 1) {
+        given.wheel = this;
+        const bool with_delta = given.next != nullptr;
+        Tq4_id id;
+        EXPECT_TRUE(
+            wheel.Set({ms, count, fire, with_delta ? next : nullptr, new Data(std::move(given)), free_data}, &id));
+        ++living;
+        return id;
+    }
+    Tq4_id set(unsigned long ms, Firing on_fire, unsigned long count = 1) {
+        return set(Data{.on_fire = std::move(on_fire)}, ms, count);
+    }
+    void release_all() { wheel.ReleaseAll(Tq4_timer_wheel::From::function); }
+    void step(long ticks = 1) {
+        while (ticks--) ++now, wheel.Tick(1);
+    }
+    uint64_t watch(Tq4_id id) {
+        uint64_t ms = ~0ull;
+        return wheel.StopWatch(&id, false, &ms) ? ms : ~0ull;
+    }
+    // At which steps a timer fires.
+    Firing note(std::vector<long> &steps) {
+        return [&, this](Tq4_timer_callback *) { steps.push_back(now); };
+    }
+};
+
+TEST_F(Wheel, FiresAtTheStepAfterTheTicksAsked) {
+    const std::pair<unsigned long, long> cases[] = {// ms, the step in which it fires
+                                                    {0, 2},
+                                                    {9, 2},
+                                                    {10, 2},
+                                                    {19, 2},
+                                                    {20, 3},
+                                                    {100, 11},
+                                                    {10230, 1024},
+                                                    {10240, 1024},
+                                                    {10250, 1026},
+                                                    {10480, 1049},
+                                                    {1048570000 / 100, 1048571}};
+    std::vector<std::vector<long>> fired(std::size(cases));
+    for (std::size_t i = 0; i < std::size(cases); ++i) set(cases[i].first, note(fired[i]));
+    step(1048600);
+    for (std::size_t i = 0; i < std::size(cases); ++i)
+        EXPECT_EQ(fired[i], std::vector<long>{cases[i].second}) << cases[i].first;
+}
+
+TEST_F(Wheel, RepeatsEachIntervalRoundedToTicksAndTellsTheFirings) {
+    const std::pair<unsigned long, long> cases[] = {{100, 10}, {95, 10}, {94, 9}, {10, 1}, {15, 2}, {10250, 1025}};
+    for (const auto &[ms, ticks] : cases) {
+        std::vector<long> fired;
+        std::vector<std::pair<unsigned long, int>> told;
+        uint64_t elapse = 0;
+        const long begin = now;
+        set(
+            ms,
+            [&](Tq4_timer_callback *firing) {
+                fired.push_back(now);
+                told.emplace_back(firing->repeat, firing->closed);
+                elapse = firing->elapse;
+            },
+            3);
+        step(5000);
+        ASSERT_EQ(fired.size(), 3u) << ms;
+        EXPECT_TRUE(fired[1] - fired[0] == ticks && fired[2] - fired[1] == ticks) << ms;
+        EXPECT_LE(std::abs(fired[0] - begin - static_cast<long>(ms / 10) - 1), 1);
+        EXPECT_EQ(told, (std::vector<std::pair<unsigned long, int>>{{1, 0}, {2, 0}, {3, 1}}));
+        EXPECT_EQ(elapse, 3 * ms);
+    }
+    EXPECT_EQ(freed, 6);
+}
+
+// A timer's rules told plainly: when it is due, in steps.
+struct Due {
+    long at;
+    unsigned long ms, count, fired = 0;
+    uint64_t elapse;
+};
+
+// Random timers of up to days, set, reset and cleared inside and outside callbacks, for four simulated days a round.
+TEST_F(Wheel, KeepsToASortedListOverSimulatedDays) {
+    std::mt19937_64 random(1);
+    std::map<uint64_t, Due> model; // by id
+    std::multimap<long, uint64_t> sorted;
+    const auto number = [](Tq4_id id) { return uint64_t{id.h} << 32 | id.l; };
+    const auto interval = [&] { // of every level, the shorter ones more often
+        const unsigned long most[] = {100, 5000, 100000, 10000000, 300000000};
+        return random() % most[random() % 5] + 10;
+    };
+    const auto due = [&](uint64_t id, long ticks) {
+        auto &entry = model.at(id);
+        entry.at = now + ticks;
+        sorted.emplace(entry.at, id);
+    };
+    const auto forget = [&](uint64_t id) {
+        const auto [first, last] = sorted.equal_range(model.at(id).at);
+        for (auto it = first; it != last; ++it)
+            if (it->second == id) return void(sorted.erase(it));
+        FAIL();
+    };
+    bool inside = false;
+    long total = 0;
+    std::function<void()> change;
+    const Firing fired = [&](Tq4_timer_callback *firing) {
+        const uint64_t id = number(*firing->timerid);
+        ASSERT_TRUE(model.contains(id));
+        Due &entry = model.at(id);
+        ++total;
+        ASSERT_LE(std::abs(entry.at - now), 1) << "one tick at most, where a rest on a higher level is 0";
+        ASSERT_EQ(firing->repeat, ++entry.fired);
+        ASSERT_EQ(firing->elapse, entry.elapse);
+        ASSERT_EQ(firing->closed, entry.count && entry.fired >= entry.count);
+        forget(id);
+        if (firing->closed) {
+            model.erase(id);
+        } else {
+            entry.elapse += entry.ms;
+            due(id, static_cast<long>((entry.ms - 10) / 10 + (entry.ms % 10 >= 5)) + 1);
+        }
+        inside = true;
+        if (random() % 4 == 0) change();
+        inside = false;
+    };
+    change = [&] {
+        const long outside = inside ? 0 : 1; // what is set in a callback counts from the slot at hand
+        const unsigned long ms = interval();
+        const auto chosen =
+            model.empty() ? model.end() : std::next(model.begin(), static_cast<long>(random() % model.size()));
+        const unsigned kind = random() % (model.size() > 300 ? 5 : 3);
+        if (kind < 2 || chosen == model.end()) {
+            const unsigned long count = ms < 1000 ? random() % 5 + 1 : random() % 3;
+            const uint64_t id = number(set(ms, fired, count));
+            model[id] = {0, ms, count, 0, ms};
+            return due(id, static_cast<long>(ms / 10) + outside);
+        }
+        const Tq4_id id{static_cast<uint32_t>(chosen->first >> 32), static_cast<uint32_t>(chosen->first)};
+        forget(chosen->first);
+        if (kind == 2) {
+            ASSERT_TRUE(wheel.Reset(&id, ms));
+            chosen->second = {0, ms, chosen->second.count, 0, ms};
+            return due(chosen->first, static_cast<long>(ms / 10) + outside);
+        }
+        ASSERT_TRUE(wheel.Clear(&id) && !wheel.Clear(&id));
+        model.erase(chosen);
+    };
+    const long days = Tq4_checks ? 1 : 4;
+    while (now < days * 8640000 && !HasFailure()) {
+        step(static_cast<long>(random() % 400));
+        change();
+        ASSERT_TRUE(sorted.empty() || sorted.begin()->first >= now) << "missed";
+        ASSERT_LE(model.size(), wheel.Count());
+    }
+    EXPECT_GT(total, 10000);
+}
+
+TEST_F(Wheel, FiresEveryTimerOfManyWithinOneTick) {
+    constexpr int many = 200000;
+    std::mt19937 random(2);
+    int fired = 0, late = 0;
+    for (int i = 0; i < many; ++i) {
+        const unsigned long ms = random() % 200000 + 10;
+        set(ms, [&, expected = static_cast<long>(ms / 10) + 1](Tq4_timer_callback *) {
+            ++fired;
+            late += std::abs(now - expected) > 1;
+        });
+    }
+    step(20002);
+    EXPECT_TRUE(fired == many && late == 0 && freed == many && wheel.Count() == 0);
+    EXPECT_TRUE(wheel.m_totalSet == many && wheel.m_totalTriger == many && wheel.m_totalCancel == 0);
+}
+
+TEST_F(Wheel, StopWatchCountsTicksAcrossTheWrapsOfEveryLevel) {
+    constexpr uint64_t turn = 1024, before = 3000;
+    const std::pair<uint64_t, uint64_t> cases[] = {
+        // a wrap that comes soon, and for how many ticks a timer is set
+        {turn, 1000},
+        {turn * turn, 1000},
+        {turn * turn, 500000},
+        {turn * turn * turn, 1000},
+        {turn * turn * turn, 500000},
+        {turn * turn * turn, 400000000},
+        {turn * turn * turn * turn, 500000},
+        {turn * turn * turn * turn, 400000000},
+        {turn * turn * turn * turn, 3 * turn * turn * turn + 5 * turn * turn},
+    };
+    for (const auto &[wrap, ticks] : cases) {
+        const uint64_t start = wrap * 5 - std::min(before, wrap / 2);
+        wheel.TurnTo(start);
+        const Tq4_id id = set(ticks * 10, nullptr);
+        for (uint64_t passed = 0; passed < std::min(2 * before, ticks - 1); ++passed) {
+            ASSERT_EQ(watch(id), passed * 10) << wrap << " " << ticks;
+            if (ticks > turn && (start + passed + 1) % (turn * turn) == 0 && ticks < turn * turn) break; // moves down
+            step();
+        }
+        uint64_t ms;
+        EXPECT_TRUE(wheel.StopWatch(&id, true, &ms) && watch(id) == ~0ull);
+    }
+}
+
+TEST_F(Wheel, TheHighestLevelKeepsItsOddShift) {
+    constexpr uint64_t turn2 = 1 << 20, turn3 = 1 << 30;
+    wheel.TurnTo(7 * turn3 - 100);
+    std::vector<long> fired;
+    set((turn3 + turn2 + 105) * 10, note(fired));
+    step(100 + turn2 + 6);
+    EXPECT_EQ(fired, (std::vector<long>{100 + turn2 + 6})) << "124 days early";
+
+    // A slot before the current one, and timers that let it come by more than once.
+    wheel.TurnTo(0);
+    const Tq4_id masked = set(turn3 * 10, nullptr), patient = set(((uint64_t{2} << 40) + turn2) * 10, nullptr),
+                 longest = set(~0ul, nullptr);
+    wheel.TurnTo((uint64_t{1} << 40) - 1);
+    EXPECT_EQ(watch(masked), ((uint64_t{1} << 40) - 1) * 10);
+    step();
+    EXPECT_EQ(watch(masked), ~0ull) << "had no rest";
+    EXPECT_EQ(watch(longest), 0u) << "a whole turn of all levels is not seen";
+    wheel.TurnTo(turn3 - 1);
+    step();
+    EXPECT_EQ(watch(patient), (uint64_t{1} << 40) * 10 + turn3 * 10) << "the first visit of two counts as a turn";
+    wheel.TurnTo(turn3 - 1);
+    step();
+    EXPECT_EQ(watch(patient), 0u) << "placed again for the rest";
+    EXPECT_EQ(freed, 2);
+}
+
+// --- Functions of the user in the middle of a step ---
+
+TEST_F(Wheel, ACallbackMayClearAndResetAnyTimerOfItsSlot) {
+    std::vector<long> cleared, reset, later;
+    Tq4_id ids[4];
+    set(100, [&](Tq4_timer_callback *) {
+        EXPECT_TRUE(wheel.Clear(&ids[0]) && !wheel.Clear(&ids[0]));
+        EXPECT_TRUE(wheel.Reset(&ids[1], 3) && wheel.Reset(&ids[2], 50) && wheel.Reset(&ids[3], 10230));
+        EXPECT_EQ(watch(ids[1]), 0u);
+    });
+    ids[0] = set(100, note(cleared));
+    ids[1] = set(100, note(reset));
+    ids[2] = set(100, note(later));
+    ids[3] = set(100, note(later));
+    step(2000);
+    EXPECT_EQ(cleared, std::vector<long>{});
+    EXPECT_EQ(reset, std::vector<long>{12}) << "the next tick";
+    EXPECT_EQ(later, (std::vector<long>{16, 11 + 1023}));
+}
+
+TEST_F(Wheel, ATimerMayClearItselfAndKeepsItsDataUntilItsCallbackReturns) {
+    std::vector<std::function<void(const Tq4_id *)>> ways{[&](const Tq4_id *id) { EXPECT_TRUE(wheel.Clear(id)); },
+                                                          [&](const Tq4_id *id) {
+                                                              uint64_t ms;
+                                                              EXPECT_TRUE(wheel.Reset(id, 70) &&
+                                                                          wheel.StopWatch(id, true, &ms) && ms == 0);
+                                                          }};
+    for (const auto &clear : ways)
+        for (unsigned long count : {0ul, 1ul}) {
+            freed = 0;
+            int fired = 0;
+            set(
+                20,
+                [&](Tq4_timer_callback *firing) {
+                    ++fired;
+                    const Tq4_id id = *firing->timerid;
+                    clear(&id);
+                    EXPECT_TRUE(freed == 0 && !wheel.Reset(&id, 10) && !wheel.Clear(&id) && watch(id) == ~0ull);
+                },
+                count);
+            step(100);
+            EXPECT_TRUE(fired == 1 && freed == 1 && wheel.Count() == 0);
+        }
+    EXPECT_EQ(wheel.m_totalCancel, 4u);
+}
+
+TEST_F(Wheel, ATimerThatResetsItselfKeepsToThatUnlessItWasItsLastFiring) {
+    std::vector<long> fired;
+    set(
+        50,
+        [&](Tq4_timer_callback *firing) {
+            fired.push_back(now);
+            EXPECT_EQ(firing->elapse, fired.size() == 1 ? 50u : 5u * (fired.size() - 1));
+            if (fired.size() < 4) wheel.Reset(firing->timerid, 5 * fired.size());
+            EXPECT_EQ(firing->repeat, fired.size() == 5 ? 2u : 1u);
+        },
+        2);
+    step(40);
+    EXPECT_EQ(fired, (std::vector<long>{6, 7, 8, 9, 10})) << "the last reset was to 15 ms";
+    fired.clear();
+    set(50, [&](Tq4_timer_callback *firing) {
+        fired.push_back(now);
+        EXPECT_TRUE(firing->closed && wheel.Reset(firing->timerid, 50));
+    });
+    step(40);
+    EXPECT_TRUE(fired.size() == 1 && freed == 2);
+}
+
+TEST_F(Wheel, ADeltaFunctionGivesTheIntervalsAndTheEnd) {
+    std::vector<long> fired;
+    std::vector<std::pair<unsigned long, unsigned long>> asked;
+    const auto next = [&](unsigned long times, unsigned long ms) -> unsigned long {
+        asked.emplace_back(times, ms);
+        const unsigned long intervals[] = {4, 9, 40, 0, TQ4_ALL_ONES};
+        return intervals[times - 1];
+    };
+    uint64_t elapse = 0;
+    const Firing on_fire = [&](Tq4_timer_callback *firing) {
+        fired.push_back(now);
+        elapse = firing->elapse;
+    };
+    set(Data{.on_fire = on_fire, .next = next}, 30, 0);
+    step(100);
+    EXPECT_EQ(fired, (std::vector<long>{4, 5, 7, 11, 12}));
+    EXPECT_TRUE(elapse == 30 + 4 + 9 + 40 && asked.size() == 5 && asked[4] == std::pair(5ul, 30ul) && freed == 1);
+
+    // It may also clear or reset its timer.
+    Tq4_id id;
+    fired.clear();
+    const auto change = [&](unsigned long times, unsigned long) -> unsigned long {
+        EXPECT_TRUE(fired.size() == 1 ? wheel.Reset(&id, 50) : wheel.Clear(&id)) << times;
+        return 10;
+    };
+    id = set(Data{.on_fire = on_fire, .next = change}, 30, 0);
+    const long begin = now;
+    step(100);
+    EXPECT_EQ(fired, (std::vector<long>{begin + 4, begin + 10}));
+    EXPECT_TRUE(freed == 2 && wheel.Count() == 0);
+}
+
+TEST_F(Wheel, IsLeftAloneByAStepWhoseCallbackReleasedAll) {
+    int fired = 0;
+    const Firing release = [&](Tq4_timer_callback *) {
+        ++fired;
+        const int before = freed;
+        release_all();
+        EXPECT_EQ(freed, before + 2) << "but not its own";
+        set(10, [&](Tq4_timer_callback *) { ++fired; }); // the next life
+    };
+    for (const unsigned long ms : {100ul, 10240ul, 1024 * 10240ul}) {
+        fired = freed = 0;
+        wheel.TurnTo(0);
+        for (int i = 0; i < 3; ++i) set(ms, release, 0);
+        step(static_cast<long>(ms / 10) + 1);
+        EXPECT_TRUE(fired == 1 && freed == 3 && wheel.Count() == 1) << ms;
+        step(2);
+        EXPECT_TRUE(fired == 2 && freed == 4 && wheel.Count() == 0) << ms;
+    }
+    // From a delta function and from a free function, of which the latter comes last.
+    set(Data{.next = [&](unsigned long, unsigned long) -> unsigned long { return release_all(), 10; }}, 10, 0);
+    set(Data{.on_free = [&] { release_all(); }}, 10);
+    set(10, nullptr, 0);
+    step(3);
+    EXPECT_TRUE(wheel.Count() == 0 && living == 0);
+}
+
+TEST_F(Wheel, AFreeFunctionMaySetAndClear) {
+    Tq4_id other = set(50, nullptr), inner{};
+    int fired = 0;
+    const Tq4_id id = set(Data{.on_free =
+                                   [&] {
+                                       EXPECT_TRUE(!wheel.Clear(&id) && wheel.Clear(&other));
+                                       inner = set(20, [&](Tq4_timer_callback *) { ++fired; });
+                                   }},
+                          30);
+    EXPECT_TRUE(wheel.Clear(&id));
+    EXPECT_TRUE(watch(inner) == 0 && freed == 2);
+    step(5);
+    EXPECT_TRUE(fired == 1 && freed == 3);
+}
+
+TEST_F(Wheel, RefusesWhatHasNoCallbackOrIsNotThere) {
+    Tq4_id id{7, 7};
+    EXPECT_FALSE(wheel.Set({10, 1, nullptr, nullptr, nullptr, free_data}, &id));
+    uint64_t ms = 5;
+    for (const Tq4_id *unknown : {static_cast<const Tq4_id *>(&id), static_cast<const Tq4_id *>(nullptr)})
+        EXPECT_TRUE(!wheel.Reset(unknown, 10) && !wheel.Clear(unknown) && !wheel.StopWatch(unknown, true, &ms));
+    EXPECT_TRUE(id.h == 7 && ms == 5 && wheel.m_totalSet + wheel.m_totalCancel == 0);
+}
+
+} // namespace
