@@ -65,6 +65,7 @@ class Tq4_message_queue {
     Tq4_spare_chunks m_spare;
 
     void AddChunk();
+    const Tq4_waiting_msg *Ahead() const;
 
 public:
     ~Tq4_message_queue();
