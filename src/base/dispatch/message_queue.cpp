@@ -65,7 +65,7 @@ void Tq4_message_queue::AddChunk() {
     Tq4_message_chunk *chunk = m_spare.Pop();
     if (!chunk) chunk = new Tq4_message_chunk;
     chunk->next = nullptr;
-    (m_first ? m_last->next : m_first) = chunk;
+    (m_last ? m_last->next : m_first) = chunk;
     m_last = chunk;
     m_filled = 0;
 }
@@ -80,7 +80,7 @@ const Tq4_waiting_msg *Tq4_message_queue::Ahead() const {
 // A chunk that has served is still in the consumer's cache. Its lines take longer to come back than all else here, and
 // the unlocking waits for them, so they are asked for beforehand.
 void Tq4_message_queue::PutLast(const Tq4_waiting_msg &message) {
-    if (!m_first || m_filled == Tq4_message_chunk::size) AddChunk();
+    if (!m_last || m_filled == Tq4_message_chunk::size) AddChunk();
     if (const Tq4_waiting_msg *ahead = Ahead()) MP_PrefetchToWrite(ahead);
     m_last->messages[m_filled++] = message;
     ++m_back;
@@ -103,6 +103,7 @@ void Tq4_message_queue::TakeAll(Tq4_message_batch &to) {
     TQ4_CHECK(!to.m_chunk);
     m_spare.TakeSome(to.m_spare);
     to.m_chunk = std::exchange(m_first, nullptr);
+    m_last = nullptr;
     to.m_left.store(std::exchange(m_back, 0), std::memory_order_relaxed);
     to.Check();
     Check();
@@ -111,7 +112,7 @@ void Tq4_message_queue::TakeAll(Tq4_message_batch &to) {
 void Tq4_message_queue::MoveTo(Tq4_message_queue &other) {
     TQ4_CHECK(other.count() == 0);
     other.m_first = std::exchange(m_first, nullptr);
-    other.m_last = m_last;
+    other.m_last = std::exchange(m_last, nullptr);
     other.m_filled = m_filled;
     other.m_back = std::exchange(m_back, 0);
     other.m_stack.swap(m_stack);
@@ -129,7 +130,7 @@ void Tq4_message_queue::Drop() {
 }
 
 void Tq4_message_queue::Check() const {
-    TQ4_CHECK(!m_first == (m_back == 0));
+    TQ4_CHECK(!m_first == (m_back == 0) && !m_last == !m_first);
     TQ4_CHECK(!m_first || (!m_last->next && m_filled <= Tq4_message_chunk::size));
     TQ4_CHECK(!m_first || m_first != m_last || m_back == m_filled);
 }
