@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include <atomic>
+#include <optional>
 #include <pthread.h>
 #include <sched.h>
 #include <thread>
@@ -19,25 +20,36 @@ namespace {
 
 constexpr long pushed = 200000; // messages a round
 
-// The whole process on one core while it lives, or where it was.
-class Cores {
+void run_on(int core) {
+    cpu_set_t cores;
+    CPU_ZERO(&cores);
+    CPU_SET(core, &cores);
+    sched_setaffinity(0, sizeof cores, &cores);
+}
+
+// A server whose thread has a core of its own, or shares this thread's: threads begin where their makers run.
+template <class Server> class Placed {
     cpu_set_t m_before;
 
 public:
-    explicit Cores(bool one) {
+    alignas(64) std::optional<Server> server;
+
+    explicit Placed(long cores) {
         sched_getaffinity(0, sizeof m_before, &m_before);
-        cpu_set_t first;
-        CPU_ZERO(&first);
-        CPU_SET(0, &first);
-        if (one) sched_setaffinity(0, sizeof first, &first);
+        run_on(cores == 1 ? 0 : 1);
+        server.emplace();
+        run_on(0);
     }
-    ~Cores() { sched_setaffinity(0, sizeof m_before, &m_before); }
+    ~Placed() {
+        server.reset();
+        sched_setaffinity(0, sizeof m_before, &m_before);
+    }
 };
 
 // A dispatcher whose handler counts, and answers with the count.
 struct Dispatcher {
-    std::atomic<long> count = 0;
-    Tq4_dispatch d = static_cast<Tq4_dispatch>(Tq4_dispatch_oitf->Create(nullptr));
+    alignas(64) std::atomic<long> count = 0; // apart from what the producer reads
+    alignas(64) Tq4_dispatch d = static_cast<Tq4_dispatch>(Tq4_dispatch_oitf->Create(nullptr));
 
     Dispatcher() {
         Tq4_debug_api->SetPrint([](int, const char *, va_list) {});
@@ -52,21 +64,20 @@ struct Dispatcher {
     ~Dispatcher() { Tq4_dispatch_oitf->Delete(d); }
     void push() { (*d)->Push(d, nullptr, nullptr, 1, 1, nullptr, nullptr); }
     long call() { return (*d)->Send(d, nullptr, nullptr, 1, 1, nullptr, nullptr); }
-    void await(long n) const {
-        while (count.load(std::memory_order_acquire) < n) std::this_thread::yield();
-    }
 };
 
-void push_tq4(benchmark::State &state) {
-    Dispatcher dispatcher;
+// Until all are handled.
+template <class Server> void push(benchmark::State &state) {
+    Placed<Server> placed(2);
+    Server &server = *placed.server;
     for (auto _ : state) {
-        const long end = dispatcher.count + pushed;
-        for (long i = 0; i < pushed; ++i) dispatcher.push();
-        dispatcher.await(end);
+        const long end = server.count + pushed;
+        for (long i = 0; i < pushed; ++i) server.push();
+        while (server.count.load(std::memory_order_acquire) < end) __builtin_ia32_pause();
     }
     state.SetItemsProcessed(state.iterations() * pushed);
 }
-BENCHMARK(push_tq4)->Name("dispatch_push/tq4")->UseRealTime();
+BENCHMARK(push<Dispatcher>)->Name("dispatch_push/tq4")->UseRealTime();
 
 // From one thread to another and back; the other is asleep between calls, or about to be.
 struct Mailbox {
@@ -109,9 +120,8 @@ struct Condition_server {
 };
 
 template <class Server> void send(benchmark::State &state) {
-    const Cores cores(state.range(0) == 1);
-    Server server;
-    for (auto _ : state) server.call();
+    Placed<Server> placed(state.range(0));
+    for (auto _ : state) placed.server->call();
 }
 BENCHMARK(send<Dispatcher>)->Name("dispatch_send/tq4")->ArgName("cores")->Arg(1)->Arg(2)->UseRealTime();
 BENCHMARK(send<Condition_server>)->Name("dispatch_send/pthread")->ArgName("cores")->Arg(1)->Arg(2)->UseRealTime();
@@ -130,23 +140,21 @@ BENCHMARK(idle)->Name("dispatch_idle/tq4")->UseRealTime()->Iterations(20);
 #ifdef HAVE_GLIB
 int something;
 
-void push_glib(benchmark::State &state) {
-    GAsyncQueue *q = g_async_queue_new();
-    std::atomic<long> count = 0;
-    std::thread consumer([&] {
-        while (g_async_queue_pop(q) == &something) count.store(count.load(std::memory_order_relaxed) + 1);
-    });
-    for (auto _ : state) {
-        const long end = count + pushed;
-        for (long i = 0; i < pushed; ++i) g_async_queue_push(q, &something);
-        while (count.load(std::memory_order_acquire) < end) std::this_thread::yield();
+struct Glib_counter {
+    alignas(64) std::atomic<long> count = 0;
+    alignas(64) GAsyncQueue *q = g_async_queue_new();
+    std::thread thread{[this] {
+        while (g_async_queue_pop(q) == &something)
+            count.store(count.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }};
+    ~Glib_counter() {
+        g_async_queue_push(q, this);
+        thread.join();
+        g_async_queue_unref(q);
     }
-    g_async_queue_push(q, &count);
-    consumer.join();
-    g_async_queue_unref(q);
-    state.SetItemsProcessed(state.iterations() * pushed);
-}
-BENCHMARK(push_glib)->Name("dispatch_push/glib")->UseRealTime();
+    void push() { g_async_queue_push(q, &something); }
+};
+BENCHMARK(push<Glib_counter>)->Name("dispatch_push/glib")->UseRealTime();
 
 struct Glib_server {
     GAsyncQueue *request = g_async_queue_new(), *answer = g_async_queue_new();

@@ -20,7 +20,7 @@ TEST(Slots, AreFilled) {
                TQ4_FILLED(value_table), TQ4_FILLED(strmap), TQ4_FILLED(strmap2), TQ4_FILLED(intmap), TQ4_FILLED(queue),
                TQ4_FILLED(queue_item), TQ4_FILLED(lock), TQ4_FILLED(mutex), TQ4_FILLED(event), TQ4_FILLED(semaphore),
                TQ4_FILLED(thread), TQ4_FILLED(stream), TQ4_FILLED(file), TQ4_FILLED(finder), TQ4_FILLED(log),
-               TQ4_FILLED(config), TQ4_FILLED(sockaddr), TQ4_FILLED(dispatch), TQ4_FILLED(timer),
+               TQ4_FILLED(config), TQ4_FILLED(sockaddr), TQ4_FILLED(dispatch), TQ4_FILLED(reorder), TQ4_FILLED(timer),
                std::pair("pool", filled(**Tq4_make<Tq4_pool>(Tq4_pool_oitf, &pool))),
                std::pair("object", filled(*Tq4_object_oitf)), std::pair("cxx_support", filled(*Tq4_cxx_support)),
                std::pair("debug", filled(*Tq4_debug_api)), std::pair("system", filled(*Tq4_system_api)),

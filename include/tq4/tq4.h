@@ -22,6 +22,7 @@
 #include "tq4/object.h"
 #include "tq4/pool.h"
 #include "tq4/queue.h"
+#include "tq4/reorder.h"
 #include "tq4/semaphore.h"
 #include "tq4/sock_api.h"
 #include "tq4/sockaddr.h"

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cxxabi.h>
 #include <linux/futex.h>
+#include <linux/membarrier.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -102,6 +103,13 @@ bool MP_THREAD_IsAlone() {
     static const bool alone = sysconf(_SC_NPROCESSORS_ONLN) < 2;
     return alone;
 }
+
+bool MP_THREAD_CanFenceOthers() {
+    static const bool can = syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+    return can;
+}
+
+void MP_THREAD_FenceOthers() { syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0); }
 
 void MP_THREAD_SleepOn(const std::atomic<int> *word, int value, unsigned long ms) {
     const timespec limit{.tv_sec = static_cast<time_t>(ms / 1000), .tv_nsec = static_cast<long>(ms % 1000 * 1000000)};

@@ -39,8 +39,22 @@ uint64_t MP_THREAD_GetMonotonicMs();
 
 // A moment for the other thread of the core, in a loop that looks at memory another thread will change.
 void MP_THREAD_Pause();
+// Asks for a line of the cache that is about to be written, where it is still another core's.
+inline void MP_PrefetchToWrite(const void *at) {
+#if defined(__x86_64__)
+    asm volatile("prefetchw %0" ::"m"(*static_cast<const char *>(at)));
+#else
+    __builtin_prefetch(at, 1);
+#endif
+}
 // Whether there is only one processor, where such a loop waits in vain. Asked of the system once.
 bool MP_THREAD_IsAlone();
+
+// Whether one thread can make all others of the process pass a full fence, which then need none of their own to be
+// ordered with that one. Asked of the system once; false where it has no such call, or forbids it.
+bool MP_THREAD_CanFenceOthers();
+// Makes them, and passes one itself. Costs microseconds.
+void MP_THREAD_FenceOthers();
 
 // --- Words that one thread sleeps on ---
 

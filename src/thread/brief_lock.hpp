@@ -18,7 +18,9 @@ public:
     Tq4_brief_lock(const Tq4_brief_lock &) = delete;
     Tq4_brief_lock &operator=(const Tq4_brief_lock &) = delete;
 
-    void Lock() TQ4_ACQUIRE() { Wait(); }
+    void Lock() TQ4_ACQUIRE() {
+        if (!MP_THREAD_mutex_take(&m_mutex)) Wait();
+    }
     void Unlock() TQ4_RELEASE() { MP_THREAD_mutex_unlock(&m_mutex); }
 };
 

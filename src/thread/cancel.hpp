@@ -34,28 +34,40 @@ public:
 // when nothing is held; the thread holds, and looks whether it was asked. Each writes its own part first and then reads
 // the other's, so at least one of them sees the other. Left to the system alone, a kill that was sent in time may
 // arrive later, in the middle of a write that has held it off.
+// Writing first takes a fence on both sides. Threads hold millions of times a second and are hardly ever killed, so the
+// killer fences for both where the system lets it.
 struct Tq4_kill_gate {
     std::atomic<int> holds = 0; // how often the thread holds a kill off; written by itself
     std::atomic<bool> asked = false;
+    const bool m_killer_fences = MP_THREAD_CanFenceOthers();
 
     // For the killer: true when the kill is to be sent, false when the thread will see to it.
     bool Ask() {
         asked = true;
+        if (m_killer_fences) MP_THREAD_FenceOthers();
         return holds == 0;
+    }
+    // For the thread: so many holds more; gives how many there were.
+    int Add(int more) {
+        if (!m_killer_fences) return holds.fetch_add(more);
+        const int before = holds.load(std::memory_order_relaxed);
+        holds.store(before + more, std::memory_order_relaxed);
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        return before;
     }
 };
 // While its gate is shut no kill is sent to the calling thread; one that was asked for meanwhile takes it when the gate
-// opens. Shutting nests, and costs a locked operation each way on our threads, nothing elsewhere.
+// opens. Shutting nests, and costs a few loads and stores each way on our threads, nothing elsewhere.
 void Tq4_obey_kill();
 inline void Tq4_shut_kill_gate() {
     Tq4_kill_gate *gate = Tq4_this_thread->kill_gate;
     if (!gate) return;
-    const bool first = gate->holds.fetch_add(1) == 0;
+    const bool first = gate->Add(1) == 0;
     if (first && Tq4_this_thread->killable && gate->asked) Tq4_obey_kill(); // the kill was sent: nothing is held yet
 }
 inline void Tq4_open_kill_gate() {
     Tq4_kill_gate *gate = Tq4_this_thread->kill_gate;
-    if (gate && gate->holds.fetch_sub(1) == 1 && gate->asked) Tq4_obey_kill();
+    if (gate && gate->Add(-1) == 1 && gate->asked) Tq4_obey_kill();
 }
 
 // The same for a scope, for steps that hold nothing across a wait in the system: a user's function that has made
@@ -69,7 +81,7 @@ public:
 };
 
 // Between the two a kill does not take the calling thread at all; one that was asked for takes it at the end. They
-// nest, and cost two locked operations, some more on a thread that may be killed at any instruction.
+// nest, and cost some locked operations on a thread that may be killed at any instruction.
 int Tq4_hold_off_kill();
 void Tq4_admit_kill(int before);
 

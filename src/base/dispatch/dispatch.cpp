@@ -6,7 +6,6 @@
 namespace {
 
 constexpr unsigned long most_posted = 4096;  // a Post that finds more waiting is refused
-constexpr unsigned long crowd = 4096;        // so many waiting that the consumer is to look at their number
 constexpr unsigned long stop_wait_ms = 2000; // a handler gets so long before it is killed
 constexpr int thread_has_ended = -1;         // as its priority
 
@@ -68,6 +67,7 @@ void Tq4_dispatch_obj::Close(State state) {
         m_consumer = next;
         m_state = state;
         m_left_seen = 0;
+        m_tell_at = Tq4_dispatch_consumer::allowance;
         m_task.MoveTo(dropped);
         senders.TakeAll(m_senders);
         Notify = nullptr;
@@ -151,21 +151,13 @@ void Tq4_dispatch_obj::Queued::Tell() const {
     if (notify) notify(context);
 }
 
-Tq4_dispatch_obj::Queued Tq4_dispatch_obj::Queue(const Handed &handed, Place place, Tq4_reply *reply) {
+Tq4_dispatch_obj::Queued Tq4_dispatch_obj::Queue(const Tq4_waiting_msg &message, Place place) {
     Tq4_dispatch_consumer &consumer = *m_consumer;
-    Tq4_msg_obj &queued = place == Place::front ? m_task.PutFirst() : m_task.PutLast();
-    queued.message = handed.message;
-    queued.del_data = handed.del_data;
-    queued.reply = reply;
-    if (reply)
-        m_senders.Append(&reply->node);
-    else
-        queued.CopyIds();
+    place == Place::front ? m_task.PutFirst(message) : m_task.PutLast(message);
+    if (message.reply) m_senders.Append(&message.reply->node);
     if (place == Place::front) consumer.m_front.store(true, std::memory_order_relaxed);
-    if (m_task.count() + m_left_seen >= crowd && !consumer.m_crowded.load(std::memory_order_relaxed)) {
-        m_left_seen = consumer.m_out.left();
-        if (m_task.count() + m_left_seen >= crowd) consumer.m_crowded.store(true, std::memory_order_relaxed);
-    }
+    if (m_task.count() >= m_tell_at && !consumer.m_grown.load(std::memory_order_relaxed))
+        consumer.m_grown.store(true, std::memory_order_relaxed);
     const bool asleep = consumer.m_alarm.Ring(m_consumer_habit);
     return {asleep ? consumer.m_alarm.word() : nullptr, Notify, consumer.handler_obj};
 }
@@ -177,7 +169,7 @@ bool Tq4_dispatch_obj::IsFull() {
     return m_task.count() + m_left_seen > most_posted;
 }
 
-long Tq4_dispatch_obj::Send(const Handed &handed, Place place) {
+long Tq4_dispatch_obj::Send(Tq4_waiting_msg &message, Place place) {
     const Tq4_kill_gate_shut gate;
     const bool may_look = m_sender_habit.pays(); // later this may be gone
     Tq4_reply reply(m_sender_habit);
@@ -189,12 +181,14 @@ long Tq4_dispatch_obj::Send(const Handed &handed, Place place) {
         stopped = m_state == State::stopped;
         if (!stopped && m_state == State::serving && IsSameThread())
             own = m_consumer;
-        else if (!stopped)
-            queued = Queue(handed, place, &reply);
+        else if (!stopped) {
+            message.reply = &reply;
+            queued = Queue(message, place);
+        }
     }
-    if (own) return own->m_thread || own->m_current ? HandleHere(*own, handed) : SendAsGuest(*own, handed);
+    if (own) return own->m_thread || own->m_current ? HandleHere(*own, message) : SendAsGuest(*own, message);
     if (stopped) {
-        handed.FreeParams();
+        message.FreeParams();
         return 0;
     }
     queued.Tell();
@@ -202,28 +196,28 @@ long Tq4_dispatch_obj::Send(const Handed &handed, Place place) {
     return reply.m_ret;
 }
 
-long Tq4_dispatch_obj::Post(const Handed &handed, Place place) {
+long Tq4_dispatch_obj::Post(const Tq4_waiting_msg &message, Place place) {
     const Tq4_kill_gate_shut gate;
     Queued queued{};
     bool full;
     {
         const Tq4_brief_guard guard(m_lock);
         full = IsFull();
-        if (!full) queued = Queue(handed, place, nullptr);
+        if (!full) queued = Queue(message, place);
     }
     if (full)
-        handed.FreeParams();
+        message.FreeParams();
     else
         queued.Tell();
     return !full;
 }
 
-long Tq4_dispatch_obj::Push(const Handed &handed, Place place) {
+long Tq4_dispatch_obj::Push(const Tq4_waiting_msg &message, Place place) {
     const Tq4_kill_gate_shut gate;
     Queued queued;
     {
         const Tq4_brief_guard guard(m_lock);
-        queued = Queue(handed, place, nullptr);
+        queued = Queue(message, place);
     }
     queued.Tell();
     return 1;
@@ -249,9 +243,16 @@ static Tq4_thread Tq4_dispatch_itf_Start(Tq4_dispatch d, void *context, Tq4_msg_
 template <auto Method, Tq4_msg_type type, Tq4_dispatch_obj::Place place>
 static long hand_over(Tq4_dispatch d, Tq4_id *sender, Tq4_id *receiver, unsigned long msg, long submsg, void *params,
                       Tq4_msg_free free_params) {
-    const Tq4_dispatch_obj::Handed handed{{type, msg, submsg, sender, receiver, params}, free_params};
-    if (d) return (Tq4_record<Tq4_dispatch_obj>(d)->*Method)(handed, place);
-    handed.FreeParams();
+    Tq4_waiting_msg message{type,
+                            msg,
+                            submsg,
+                            params,
+                            free_params,
+                            Tq4_waiting_msg::party(type, sender),
+                            Tq4_waiting_msg::party(type, receiver),
+                            nullptr};
+    if (d) return (Tq4_record<Tq4_dispatch_obj>(d)->*Method)(message, place);
+    message.FreeParams();
     return 0;
 }
 

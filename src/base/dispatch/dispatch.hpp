@@ -21,21 +21,12 @@
 struct Tq4_dispatch_obj {
     enum class State { fresh, serving, stopped };
     enum class Place { back, front };
-    // A message as it is handed over.
-    struct Handed {
-        Tq4_msg message;
-        Tq4_msg_free del_data;
-
-        void FreeParams() const {
-            if (message.params && del_data) del_data(message.params);
-        }
-    };
-
     Tq4_brief_lock m_lock;
-    Tq4_message_queue m_task TQ4_GUARDED_BY(m_lock); // its count() without the lock too
+    Tq4_message_queue m_task TQ4_GUARDED_BY(m_lock);
     Tq4_list m_senders TQ4_GUARDED_BY(m_lock);       // Tq4_reply, whose messages wait
     uint64_t m_left_seen TQ4_GUARDED_BY(m_lock) = 0; // at most so many are left in the consumer's batch
-    Tq4_dispatch_consumer *m_consumer;               // owned; changed under m_lock, by who starts and stops
+    uint64_t m_tell_at TQ4_GUARDED_BY(m_lock) = Tq4_dispatch_consumer::allowance; // see m_grown
+    Tq4_dispatch_consumer *m_consumer; // owned; changed under m_lock, by who starts and stops
     Tq4_dispatch_notify Notify TQ4_GUARDED_BY(m_lock) = nullptr;
     Tq4_spin_habit m_consumer_habit;
     Tq4_spin_habit m_sender_habit;
@@ -58,16 +49,16 @@ struct Tq4_dispatch_obj {
     Tq4_thread StartV(void *context, Tq4_msg_handler handler, const char *format, va_list args);
     void Start2(void *context, unsigned long thread_id, Tq4_dispatch_notify notify, Tq4_msg_handler handler);
     void Stop();
-    long Send(const Handed &handed, Place place);
-    long Post(const Handed &handed, Place place);
-    long Push(const Handed &handed, Place place);
+    long Send(Tq4_waiting_msg &message, Place place);
+    long Post(const Tq4_waiting_msg &message, Place place);
+    long Push(const Tq4_waiting_msg &message, Place place);
     int try_once(unsigned long milliseconds);
     int IsSameThread() const;
 
     // The consumer's thread: serving and handling (serve.cpp).
     static unsigned long Serve(void *consumer);
     int TakeAndHandle(Tq4_dispatch_consumer &consumer, unsigned long milliseconds);
-    long HandleHere(Tq4_dispatch_consumer &consumer, const Handed &handed);
+    long HandleHere(Tq4_dispatch_consumer &consumer, const Tq4_waiting_msg &message);
     // A user less; true: it was the last, and the record is gone.
     bool Leave();
 
@@ -79,17 +70,18 @@ private:
         void *context;
         void Tell() const;
     };
-    Queued Queue(const Handed &handed, Place place, Tq4_reply *reply) TQ4_REQUIRES(m_lock);
+    Queued Queue(const Tq4_waiting_msg &message, Place place) TQ4_REQUIRES(m_lock);
     bool IsFull() TQ4_REQUIRES(m_lock);
 
     enum class Taken { message, nothing, stopped };
-    Taken Take(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &to);
-    Taken TakeLocked(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &to);
-    Taken Claim(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &message);
-    Taken Await(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &to, unsigned long milliseconds);
-    void TellIfBusy(const Tq4_dispatch_consumer &consumer) TQ4_NO_THREAD_ANALYSIS; // the count needs no lock
+    Taken Take(Tq4_dispatch_consumer &consumer, Tq4_waiting_msg &to);
+    Taken TakeLocked(Tq4_dispatch_consumer &consumer, Tq4_waiting_msg &to);
+    Taken Claim(Tq4_dispatch_consumer &consumer, Tq4_waiting_msg &message);
+    Taken Await(Tq4_dispatch_consumer &consumer, Tq4_waiting_msg &to, unsigned long milliseconds);
+    void NoteBehind(Tq4_dispatch_consumer &consumer) TQ4_REQUIRES(m_lock);
+    void TellIfBusy(Tq4_dispatch_consumer &consumer);
     int TryOnceAsGuest(Tq4_dispatch_consumer &consumer, unsigned long milliseconds);
-    long SendAsGuest(Tq4_dispatch_consumer &consumer, const Handed &handed);
+    long SendAsGuest(Tq4_dispatch_consumer &consumer, const Tq4_waiting_msg &message);
 
     bool IsInside() const;
     void Close(State state);

@@ -27,23 +27,49 @@ struct Tq4_reply {
     }
 };
 
-// A queued message. It is copied from place to place; its id pointers are set when it has come to rest.
-struct Tq4_msg_obj {
-    Tq4_msg message;       // first: the handler's pointer to it is one to the whole
+// A message as a user hands it over, and while it waits: one line of the cache, which is what a message costs most to
+// bring from one core to another.
+struct alignas(64) Tq4_waiting_msg {
+    // An id of a Post or Push is copied, null as a zero id; that of a Send stays the sender's.
+    union Party {
+        Tq4_id copy;
+        Tq4_id *borrowed;
+    };
+    Tq4_msg_type type;
+    unsigned long msg;
+    long submsg;
+    void *params;
     Tq4_msg_free del_data; // null: params are not freed
-    Tq4_id sender;         // copies
-    Tq4_id receiver;
-    Tq4_reply *reply; // borrowed; of a Send from another thread, until it is answered
+    Party sender;
+    Party receiver;
+    Tq4_reply *reply; // borrowed; of a Send from another thread, else null
 
-    // A Post or Push keeps the ids, where null is a zero id; a Send borrows them.
-    void CopyIds() {
-        sender = message.sender ? *message.sender : Tq4_id{};
-        receiver = message.receiver ? *message.receiver : Tq4_id{};
+    static Party party(Tq4_msg_type type, Tq4_id *id) {
+        if (type == Tq4_msg_type_send) return {.borrowed = id};
+        return {.copy = id ? *id : Tq4_id{}};
     }
-    void PointToCopies() {
-        message.sender = &sender;
-        message.receiver = &receiver;
+    void FreeParams() const {
+        if (params && del_data) del_data(params);
     }
+};
+static_assert(sizeof(Tq4_waiting_msg) == 64);
+
+// A message at its handler, whose pointer to the message is one to the whole. One is inside another when a handler
+// sends to its own dispatcher.
+struct Tq4_msg_obj {
+    Tq4_msg message; // first
+    Tq4_msg_free del_data;
+    Tq4_id sender; // copies
+    Tq4_id receiver;
+    Tq4_reply *reply; // borrowed; who waits for the answer, until it is answered
+    long m_ret;       // the answer
+    bool m_answered;
+
+    void Settle(const Tq4_waiting_msg &waiting);
+    // The first answer counts.
+    void Answer(long value);
+    // The sender may go on, and its ids with it.
+    void KeepIds();
     void FreeParams() {
         void *params = std::exchange(message.params, nullptr);
         if (params && del_data) del_data(params);

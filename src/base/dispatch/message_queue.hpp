@@ -14,10 +14,10 @@
 #include "base/dispatch/message.hpp"
 
 struct Tq4_message_chunk {
-    static constexpr unsigned size = 50; // messages: with the link just below 4096 bytes
+    static constexpr unsigned size = 63; // messages: with the link 4096 bytes
 
     Tq4_message_chunk *next;
-    Tq4_msg_obj messages[size];
+    Tq4_waiting_msg messages[size];
 };
 
 // A chain of chunks that have served.
@@ -50,7 +50,7 @@ public:
     ~Tq4_message_batch() { Drop(); }
     uint64_t left() const { return m_left.load(std::memory_order_relaxed); } // any thread; it only falls
     // The first message, copied; there is one.
-    void Take(Tq4_msg_obj &to);
+    void Take(Tq4_waiting_msg &to);
     // Frees the parameters of what is left.
     void Drop();
     void Check() const;
@@ -59,30 +59,30 @@ public:
 class Tq4_message_queue {
     Tq4_message_chunk *m_first = nullptr; // owned, with those behind it; null when empty
     Tq4_message_chunk *m_last = nullptr;
-    unsigned m_filled = 0;            // messages in the last chunk; the others are full
-    std::atomic<uint64_t> m_back{0};  // messages in the chunks; written under the lock
-    std::atomic<uint64_t> m_front{0}; // messages in the stack; likewise
-    std::vector<Tq4_msg_obj> m_stack; // the last is the next
+    unsigned m_filled = 0;                // messages in the last chunk; the others are full
+    uint64_t m_back = 0;                  // messages in the chunks
+    std::vector<Tq4_waiting_msg> m_stack; // the last is the next
     Tq4_spare_chunks m_spare;
 
     void AddChunk();
+    const Tq4_waiting_msg *Ahead() const;
 
 public:
     ~Tq4_message_queue();
 
-    // Under the lock: room for a message at the back or the front, for the caller to fill.
-    Tq4_msg_obj &PutLast();
-    Tq4_msg_obj &PutFirst();
+    // Under the lock.
+    void PutLast(const Tq4_waiting_msg &message);
+    void PutFirst(const Tq4_waiting_msg &message);
     // Under the lock, for the consumer: the message in front, there is one; all others, to a batch that has none left.
-    void TakeFirst(Tq4_msg_obj &to);
+    void TakeFirst(Tq4_waiting_msg &to);
     void TakeAll(Tq4_message_batch &to);
     // Under the lock: everything goes to an empty queue.
     void MoveTo(Tq4_message_queue &other);
     // Frees all parameters.
     void Drop();
 
-    // The messages here, without those of the batch; exact under the lock, else at some moment.
-    uint64_t count() const { return m_back.load(std::memory_order_relaxed) + m_front.load(std::memory_order_relaxed); }
-    bool has_front() const { return m_front.load(std::memory_order_relaxed); }
+    // Under the lock: the messages here, without those of the batch.
+    uint64_t count() const { return m_back + m_stack.size(); }
+    bool has_front() const { return !m_stack.empty(); }
     void Check() const;
 };

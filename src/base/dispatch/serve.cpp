@@ -1,5 +1,4 @@
 // serve: the handler's thread takes messages and has them handled, one by one.
-#include "assert.hpp"
 #include "base/dispatch/dispatch.hpp"
 #include "thread/cancel.hpp"
 #include "tq4/debug.h"
@@ -86,55 +85,54 @@ int Tq4_dispatch_obj::try_once(unsigned long milliseconds) {
     return stay.End() ? -1 : result;
 }
 
-[[gnu::noinline]] long Tq4_dispatch_obj::SendAsGuest(Tq4_dispatch_consumer &consumer, const Handed &handed) {
+[[gnu::noinline]] long Tq4_dispatch_obj::SendAsGuest(Tq4_dispatch_consumer &consumer, const Tq4_waiting_msg &message) {
     Stay stay{&consumer};
     stay.Begin();
     long result;
     pthread_cleanup_push(Stay::Killed, &stay);
-    result = HandleHere(consumer, handed);
+    result = HandleHere(consumer, message);
     pthread_cleanup_pop(0);
     stay.End();
     return result;
 }
 
 int Tq4_dispatch_obj::TakeAndHandle(Tq4_dispatch_consumer &consumer, unsigned long milliseconds) {
-    Tq4_dispatch_frame &frame = consumer.NextFrame();
-    Taken taken = Take(consumer, frame);
-    if (taken == Taken::nothing && milliseconds) taken = Await(consumer, frame, milliseconds);
+    Tq4_waiting_msg message;
+    Taken taken = Take(consumer, message);
+    if (taken == Taken::nothing && milliseconds) taken = Await(consumer, message, milliseconds);
     if (taken != Taken::message) return taken == Taken::nothing ? 0 : -1;
-    consumer.Enter(frame);
-    if (consumer.m_crowded.load(std::memory_order_relaxed)) TellIfBusy(consumer);
-    consumer.Handle(frame);
+    consumer.Enter(message);
+    if (consumer.MayWait(busy_step)) TellIfBusy(consumer);
+    consumer.Handle();
     return 1;
 }
 
-long Tq4_dispatch_obj::HandleHere(Tq4_dispatch_consumer &consumer, const Handed &handed) {
-    Tq4_dispatch_frame &frame = consumer.NextFrame();
-    frame.message = handed.message;
-    frame.del_data = handed.del_data;
-    frame.reply = nullptr;
-    consumer.Enter(frame);
-    return consumer.Handle(frame);
+long Tq4_dispatch_obj::HandleHere(Tq4_dispatch_consumer &consumer, const Tq4_waiting_msg &message) {
+    consumer.Enter(message);
+    return consumer.Handle();
 }
 
-Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Await(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &to,
+Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Await(Tq4_dispatch_consumer &consumer, Tq4_waiting_msg &to,
                                                 unsigned long milliseconds) {
-    if (!consumer.m_alarm.Await(m_consumer_habit.pays(), milliseconds)) return Taken::nothing;
+    const bool may_look = m_consumer_habit.pays();
+    if (!may_look) consumer.m_stream = 0;
+    if (!consumer.m_alarm.Await(may_look, milliseconds)) return Taken::nothing;
     return Take(consumer, to);
 }
 
 // The usual cases need no lock: nothing came since the alarm was armed; or the batch has a message that nobody awaits
 // the answer of.
-Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Take(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &to) {
+Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Take(Tq4_dispatch_consumer &consumer, Tq4_waiting_msg &to) {
     if (consumer.m_stopped.load(std::memory_order_relaxed)) return Taken::stopped;
     const bool batch = consumer.m_out.left() != 0;
     if (!batch && !consumer.m_alarm.rung()) return Taken::nothing;
+    if (!batch) consumer.GatherInStream();
     if (!batch || consumer.m_front.load(std::memory_order_relaxed)) return TakeLocked(consumer, to);
     consumer.m_out.Take(to);
     return to.reply ? Claim(consumer, to) : Taken::message;
 }
 
-Tq4_dispatch_obj::Taken Tq4_dispatch_obj::TakeLocked(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &to) {
+Tq4_dispatch_obj::Taken Tq4_dispatch_obj::TakeLocked(Tq4_dispatch_consumer &consumer, Tq4_waiting_msg &to) {
     const Tq4_brief_guard guard(m_lock);
     if (consumer.m_stopped.load(std::memory_order_relaxed)) return Taken::stopped;
     if (m_task.has_front()) {
@@ -143,19 +141,26 @@ Tq4_dispatch_obj::Taken Tq4_dispatch_obj::TakeLocked(Tq4_dispatch_consumer &cons
     } else {
         if (consumer.m_out.left() == 0) m_task.TakeAll(consumer.m_out);
         m_left_seen = consumer.m_out.left();
-        consumer.m_crowded.store(m_task.count() + m_left_seen >= busy_step, std::memory_order_relaxed);
         if (m_left_seen == 0) {
             consumer.m_alarm.Arm();
             return Taken::nothing;
         }
         consumer.m_out.Take(to);
+        consumer.m_stream = to.reply ? 0 : consumer.m_stream + 1;
     }
+    NoteBehind(consumer);
     if (to.reply) m_senders.Unlink(&to.reply->node);
     return Taken::message;
 }
 
+void Tq4_dispatch_obj::NoteBehind(Tq4_dispatch_consumer &consumer) {
+    consumer.m_behind = m_task.count();
+    consumer.m_grown.store(false, std::memory_order_relaxed);
+    m_tell_at = consumer.m_behind + Tq4_dispatch_consumer::allowance;
+}
+
 // The sender of a message from the batch: a stop may have sent it away meanwhile.
-Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Claim(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &message) {
+Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Claim(Tq4_dispatch_consumer &consumer, Tq4_waiting_msg &message) {
     {
         const Tq4_brief_guard guard(m_lock);
         if (!consumer.m_stopped.load(std::memory_order_relaxed)) {
@@ -167,8 +172,13 @@ Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Claim(Tq4_dispatch_consumer &consumer,
     return Taken::stopped;
 }
 
-void Tq4_dispatch_obj::TellIfBusy(const Tq4_dispatch_consumer &consumer) {
-    const unsigned long waiting = m_task.count() + consumer.m_out.left();
+void Tq4_dispatch_obj::TellIfBusy(Tq4_dispatch_consumer &consumer) {
+    {
+        const Tq4_brief_guard guard(m_lock);
+        if (consumer.m_stopped.load(std::memory_order_relaxed)) return;
+        NoteBehind(consumer);
+    }
+    const uint64_t waiting = consumer.m_behind + consumer.m_out.left();
     if (waiting == 0 || waiting % busy_step != 0) return;
     const Tq4_cancel_held held; // the log may wait in the system
     Tq4_debug_api->log(0, "%s busy queue=%d\n", (*name)->c_str(name.get()), static_cast<int>(waiting));

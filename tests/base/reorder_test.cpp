@@ -1,0 +1,168 @@
+// What a reorder buffer promises at either end of a connection, beside a model; what it logs; and the numbers that
+// strangers may send.
+#include "base/reorder_model.hpp"
+#include "support/test.hpp"
+
+namespace {
+
+Texts logged, printed;
+
+struct Reorder : testing::Test {
+    Tq4_own<Tq4_reorder> owned = Tq4_make<Tq4_reorder>(Tq4_reorder_oitf);
+    Tq4_reorder b = owned.get();
+
+    Reorder() {
+        logged.clear();
+        printed.clear();
+        Tq4_debug_api->SetLog([](int, const char *format, va_list args) { logged.push_back(formatted(format, args)); });
+        Tq4_debug_api->SetPrint(
+            [](int, const char *format, va_list args) { printed.push_back(formatted(format, args)); });
+    }
+    ~Reorder() override {
+        owned.reset();
+        Tq4_debug_api->SetLog(nullptr);
+        Tq4_debug_api->SetPrint(nullptr);
+    }
+    void init(int size, int max_wait = 0) { (*b)->Init(b, size, ignore, max_wait); }
+    static void ignore(void *) {}
+    static void *data(long n) { return reinterpret_cast<void *>(n); }
+    int cache(unsigned seq, int mode = 1) { return (*b)->CacheItem(b, seq, data(seq + 1l), mode); }
+    // The number of the packet released, or -1.
+    long get(int wait = 0) {
+        unsigned seq = 0;
+        int empty = 0;
+        (*b)->GetItemWait(b, &seq, wait, &empty);
+        return empty ? -1 : long{seq};
+    }
+};
+
+void complain(const std::string &what) { ADD_FAILURE() << what; }
+
+// Numbers near the head, at the edges of the window, and anywhere.
+unsigned some_number(std::mt19937 &random, const Reorder_model &model) {
+    switch (random() % 8) {
+    case 0:
+        return static_cast<unsigned>(random());
+    case 1:
+        return model.head() + model.size() + static_cast<unsigned>(random() % 3) - 1;
+    case 2:
+        return model.head() - static_cast<unsigned>(random() % 3);
+    case 3:
+        return model.head() + static_cast<unsigned>(random() % (3 * model.size()));
+    default:
+        return model.head() + static_cast<unsigned>(random() % std::min(model.size(), 4u));
+    }
+}
+
+TEST_F(Reorder, BehavesAsAModelAtBothEndsAcrossTheWrap) {
+    std::mt19937 random(1);
+    for (int round = 0; round < 300 && !HasFailure(); ++round) {
+        const int sizes[] = {0, 1, 2, 3, 5, 8, 64, 70000};
+        Reorder_model model(sizes[random() % (round % 50 ? 7 : 8)], static_cast<int>(random() % 12) - 2, complain);
+        const unsigned start =
+            random() % 2 ? 0u - static_cast<unsigned>(random() % 40) : static_cast<unsigned>(random());
+        if (random() % 2)
+            model.set_first(start);
+        else
+            model.cache(start, 0);
+        const unsigned bias = static_cast<unsigned>(random() % 3); // which end it is more of
+        for (int step = 0; step < 200 && !HasFailure(); ++step) {
+            const unsigned way = static_cast<unsigned>(random() % 16) + 8 * bias;
+            if (way < 10)
+                model.cache(some_number(random, model), static_cast<int>(random() % 3) - 1);
+            else if (way < 16)
+                model.get(static_cast<int>(random() % 4) - 1);
+            else if (way < 17)
+                model.append();
+            else if (way < 25)
+                model.send();
+            else
+                model.ack(some_number(random, model));
+            model.compare();
+        }
+    }
+}
+
+TEST_F(Reorder, LogsWhatItDrops) {
+    init(2);
+    EXPECT_EQ(cache(4294967295u), 1);
+    EXPECT_EQ(cache(0), 2);
+    EXPECT_EQ(logged, (Texts{"Tq4_reorder_itf_CacheItem 队列满,obj->m_size=2\n"}));
+    logged.clear();
+    EXPECT_EQ(cache(1, 1), -1);
+    EXPECT_EQ(cache(1, 0), -1);
+    EXPECT_EQ((*b)->CacheItem(b, 0, nullptr, 0), 0);
+    EXPECT_EQ(cache(2, -1), 1) << "stored behind a gap";
+    EXPECT_EQ(get(), -1);
+    EXPECT_EQ(logged,
+              (Texts{"Tq4_reorder_CacheItem 数据包超过范围，直接丢弃 1\n",
+                     "Tq4_reorder_CacheItem 数据包 seq 超过范围，返回失败\n", "Tq4_reorder_CacheItem 缓冲区满\n",
+                     "主动丢弃数据包 4294967295,eseq = 4294967295,seq = 2,end_pos=3\n",
+                     "主动丢弃数据包 0,eseq = 0,seq = 2,end_pos=2\n"}));
+    EXPECT_EQ(printed, (Texts{"Tq4_reorder_CacheItem 数据包 seq 超过范围，返回失败\n"}));
+    EXPECT_EQ(cache(1), 2);
+    logged.clear();
+    EXPECT_EQ((*b)->Ack(b, 3, nullptr, nullptr), -4);
+    EXPECT_EQ(get(), 1);
+    EXPECT_EQ((*b)->Ack(b, 3, nullptr, nullptr), -5);
+    EXPECT_EQ(logged, (Texts{"Tq4_reorder_Ack seq=1, ACK seq=3,超过范围了01",
+                             "Tq4_reorder_Ack seq=2, ACK seq=3,超过范围了02"}));
+}
+
+// Late packets make it hold back; the limit keeps a window that is nearly full going.
+TEST_F(Reorder, LatePacketsRaiseTheHoldBackUpToItsLimit) {
+    init(8, 100);
+    for (unsigned seq = 10; seq < 13; ++seq) cache(seq);
+    EXPECT_EQ(get(3), 10);
+    EXPECT_EQ(get(3), -1);
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(cache(3), 0);
+    EXPECT_EQ(get(), 11) << "who holds nothing back is not concerned";
+    for (unsigned seq = 13; seq < 17; ++seq) cache(seq);
+    EXPECT_EQ(get(1), -1) << "five of six";
+    cache(17);
+    EXPECT_EQ(get(1), 12);
+    (*b)->SetMaxwait(b, 2);
+    EXPECT_EQ(get(1), 13);
+}
+
+TEST_F(Reorder, HoldsNothingBeforeInitAndIsFreshAfterReset) {
+    EXPECT_TRUE((*b)->IsEmpty(b) && (*b)->IsFull(b));
+    for (const int mode : {1, 0, -1}) EXPECT_EQ(cache(5, mode), -1);
+    EXPECT_EQ((*b)->SafeCache(b, 5, data(1)), 0);
+    EXPECT_EQ((*b)->SafeWait(b, nullptr, data(1)), 0);
+    EXPECT_EQ((*b)->Ack(b, 5, nullptr, nullptr), 0);
+    EXPECT_EQ((*b)->PeekData(b, 5), nullptr);
+    EXPECT_EQ(get(), -1);
+    (*b)->Init(b, 4, nullptr, 1); // the default delete function
+    unsigned seq = 1;
+    EXPECT_EQ((*b)->SafeWait(b, &seq, std::malloc(8)), 1);
+    EXPECT_EQ(seq, 0u);
+    auto twin = Tq4_own<Tq4_reorder>(static_cast<Tq4_reorder>(Tq4_reorder_oitf->Dup(b)));
+    Tq4_reorder t = twin.get();
+    EXPECT_TRUE((*t)->IsEmpty(t) && !(*t)->IsFull(t));
+    EXPECT_EQ((*t)->SafeCache(t, 3, std::malloc(8)), 1);
+    EXPECT_EQ((*t)->SafeCache(t, 3, data(1)), 0);
+    EXPECT_EQ((*t)->SafeCache(t, 7, data(1)), 0) << "as large as the first";
+    std::free((*t)->SafeGet(t, &seq));
+    EXPECT_EQ(seq, 3u);
+    Tq4_reorder_oitf->Reset(b);
+    EXPECT_TRUE((*b)->IsFull(b));
+    (*b)->each(
+        b, [](unsigned, void *, void *) { return 1; }, nullptr);
+}
+
+// The largest window and the farthest jumps: no walk by distance, no room outside of the ring.
+TEST_F(Reorder, AnyNumberIsCheap) {
+    init(65536);
+    cache(0);
+    std::mt19937 random(2);
+    for (int i = 0; i < 20000; ++i) {
+        const auto seq = static_cast<unsigned>(random());
+        EXPECT_LE(cache(seq, -1), 1);
+        (*b)->PeekData(b, seq - 1);
+        (*b)->Ack(b, static_cast<unsigned>(random()), nullptr, nullptr);
+        logged.clear();
+    }
+}
+
+} // namespace
