@@ -42,13 +42,14 @@ int Tq4_timer_obj::Stop() {
     const Tq4_kill_gate_shut gate;
     State running = State::running;
     if (!m_state.compare_exchange_strong(running, State::stopping)) return 1;
+    const auto from = IsInside() ? Tq4_timer_wheel::From::function : Tq4_timer_wheel::From::outside;
     const Tq4_thread thread = m_thread_tick.get();
     (*thread)->NotifyQuit(thread);
     m_wheel.Interrupt();
     (*m_handler)->Stop(m_handler.get());
     m_thread_tick.reset();
     m_inside = 0;
-    m_wheel.ReleaseAll();
+    m_wheel.ReleaseAll(from);
     m_state = State::stopped;
     return 1;
 }

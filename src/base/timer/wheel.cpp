@@ -2,6 +2,7 @@
 #include "base/timer/wheel.hpp"
 
 #include <algorithm>
+#include <utility>
 
 #include "assert.hpp"
 #include "thread/cancel.hpp"
@@ -17,11 +18,12 @@ uint64_t ticks_to_repeat(unsigned long interval) {
     return ms / Tq4_timer_wheel::tick_ms + (ms % Tq4_timer_wheel::tick_ms >= 5);
 }
 
-// Around functions of the user: there a kill may strike.
-struct Outside {
-    Outside() { Tq4_open_kill_gate(); }
-    ~Outside() { Tq4_shut_kill_gate(); }
-};
+// Runs a function of the user; there a kill may strike.
+template <class Function> void outside(Function function) {
+    Tq4_open_kill_gate();
+    function();
+    Tq4_shut_kill_gate();
+}
 
 } // namespace
 
@@ -96,14 +98,14 @@ bool Tq4_timer_wheel::StopWatch(const Tq4_id *id, bool clear, uint64_t *ms) {
 // What was cleared in its own callback is not found any more, though it is there until the callback returns.
 Tq4_timer_item *Tq4_timer_wheel::Find(const Tq4_id *id) const {
     auto *item = static_cast<Tq4_timer_item *>((*m_resource)->Peek(m_resource.get(), id));
-    return item == m_calling && m_calling_ended ? nullptr : item;
+    return m_calling && m_calling->ended && m_calling->item == item ? nullptr : item;
 }
 
 void Tq4_timer_wheel::End(Tq4_timer_item &item) {
     ++m_totalCancel;
-    if (&item != m_calling) return Release(item);
+    if (!m_calling || m_calling->item != &item) return Release(item);
     Tq4_list_node_Remove(&item.m_pos);
-    m_calling_ended = true;
+    m_calling->ended = true;
 }
 
 // The record is the pool's before the user's function runs, and nothing is touched after it.
@@ -112,14 +114,16 @@ void Tq4_timer_wheel::Release(Tq4_timer_item &item) {
     void *const data = item.m_cbdata;
     const Tq4_timer_free free_data = item.del_cbdata;
     (*m_resource)->Recycle(m_resource.get(), &id);
-    if (!free_data) return;
-    const Outside outside;
-    free_data(data);
+    if (free_data) outside([=] { free_data(data); });
 }
 
-void Tq4_timer_wheel::ReleaseAll() {
+// From outside, the stack of a function that was killed is gone.
+void Tq4_timer_wheel::ReleaseAll(From from) {
     Interrupt();
-    m_calling = nullptr;
+    if (Calling *calling = std::exchange(m_calling, nullptr); calling && from == From::function) {
+        calling->left_data = calling->item->m_cbdata;
+        calling->free_left = std::exchange(calling->item->del_cbdata, nullptr);
+    }
     const auto take_first = [](void *item, void *first) {
         *static_cast<void **>(first) = item;
         return 1;
@@ -238,8 +242,9 @@ bool Tq4_timer_wheel::Fire(Tq4_timer_item &item, unsigned life) {
     ++m_totalTriger;
     const bool last = item.ulRepeat != 0 && item.ulTriger >= item.ulRepeat;
     Tq4_timer_callback firing{&item.m_id, item.ulTriger, item.m_elapse, last, item.m_cbdata};
-    if (!Call(item, life, [&] { item.m_OnTimer(itf, &firing); })) return false;
-    if (last || m_calling_ended)
+    Calling calling{&item};
+    if (!Call(calling, life, [&] { item.m_OnTimer(itf, &firing); })) return false;
+    if (last || calling.ended)
         Release(item);
     else if (!Tq4_list_node_linked(&item.m_pos)) // else it was reset
         m_repeat.Append(item);
@@ -260,8 +265,9 @@ bool Tq4_timer_wheel::Repeat(Tq4_timer_item &item, unsigned life) {
     bool ended = false;
     if (item.m_delta) {
         const auto ask = [&] { interval = item.m_delta(&item.m_id, item.ulTriger, item.ulRealTimer, item.m_cbdata); };
-        if (!Call(item, life, ask)) return false;
-        ended = m_calling_ended || interval == TQ4_ALL_ONES;
+        Calling calling{&item};
+        if (!Call(calling, life, ask)) return false;
+        ended = calling.ended || interval == TQ4_ALL_ONES;
     }
     if (ended) {
         Release(item);
@@ -273,16 +279,15 @@ bool Tq4_timer_wheel::Repeat(Tq4_timer_item &item, unsigned life) {
 }
 
 // Calls a function of the user for a timer.
-template <class Function> bool Tq4_timer_wheel::Call(Tq4_timer_item &item, unsigned life, Function function) {
-    m_calling = &item;
-    m_calling_ended = false;
-    {
-        const Outside outside;
-        function();
+template <class Function> bool Tq4_timer_wheel::Call(Calling &calling, unsigned life, Function function) {
+    m_calling = &calling;
+    outside(function);
+    if (m_life == life) {
+        m_calling = nullptr;
+        return true;
     }
-    if (m_life != life) return false;
-    m_calling = nullptr;
-    return true;
+    if (calling.free_left) outside([&] { calling.free_left(calling.left_data); });
+    return false;
 }
 
 void Tq4_timer_wheel::Check(const Tq4_timer_item &item) const {
@@ -291,6 +296,7 @@ void Tq4_timer_wheel::Check(const Tq4_timer_item &item) const {
               item.m_pos.prev->next == &item.m_pos);
     TQ4_CHECK(item.cQueue >= 0 && item.cQueue < levels && item.ulDelta < ticks_of(item.cQueue));
     TQ4_CHECK((*m_resource)->Peek(m_resource.get(), &item.m_id) == &item);
-    TQ4_CHECK(item.m_OnTimer && (!item.ulRepeat || item.ulTriger < item.ulRepeat || &item == m_calling));
+    TQ4_CHECK(item.m_OnTimer &&
+              (!item.ulRepeat || item.ulTriger < item.ulRepeat || (m_calling && m_calling->item == &item)));
     for (const int16_t current : m_current) TQ4_CHECK(current >= 0 && current < slots);
 }

@@ -81,7 +81,7 @@ public:
 
     // owner is handed to the callbacks; mask scrambles the ids.
     Tq4_timer_wheel(Tq4_timer owner, uint64_t mask);
-    ~Tq4_timer_wheel() { ReleaseAll(); }
+    ~Tq4_timer_wheel() { ReleaseAll(From::outside); }
     Tq4_timer_wheel(const Tq4_timer_wheel &) = delete;
     Tq4_timer_wheel &operator=(const Tq4_timer_wheel &) = delete;
 
@@ -95,14 +95,22 @@ public:
     void Tick(long ticks);
     // For any thread: a tick that is under way ends after the timer at hand. Only ReleaseAll can follow.
     void Interrupt() { ++m_life; }
-    // Ends all timers.
-    void ReleaseAll();
+    // Ends all timers. In a function of the user, a timer's own data is freed when that returns.
+    enum class From { outside, function };
+    void ReleaseAll(From from);
 
     unsigned long Count() const { return (*m_resource)->Counts(m_resource.get()); }
     // The wheel, while it is empty, as if it had gone on for so many ticks. For tests of what nobody lives to see.
     void TurnTo(uint64_t ticks);
 
 private:
+    // A function of the user that runs for a timer; on its stack.
+    struct Calling {
+        Tq4_timer_item *item;
+        bool ended = false;                 // cleared meanwhile: it is not found any more
+        void *left_data = nullptr;          // of a timer that was released meanwhile
+        Tq4_timer_free free_left = nullptr; // or null
+    };
     struct Spot {
         int level;
         unsigned slot;
@@ -116,9 +124,8 @@ private:
     int16_t m_current[levels] = {};
     Tq4_timer_slot m_due[levels]; // of this step
     Tq4_timer_slot m_repeat;
-    Tq4_timer_item *m_calling = nullptr; // the timer whose function runs; borrowed
-    bool m_calling_ended = false;        // that one was cleared meanwhile
-    std::atomic<unsigned> m_life{0};     // changes when the timers there are come to their end together
+    Calling *m_calling = nullptr;    // borrowed; null: none runs
+    std::atomic<unsigned> m_life{0}; // changes when the timers there are come to their end together
 
     // False: the life is over.
     bool Step(unsigned life);
@@ -126,7 +133,7 @@ private:
     bool Fire(Tq4_timer_item &item, unsigned life);
     bool Repeat(unsigned life);
     bool Repeat(Tq4_timer_item &item, unsigned life);
-    template <class Function> bool Call(Tq4_timer_item &item, unsigned life, Function function);
+    template <class Function> bool Call(Calling &calling, unsigned life, Function function);
     void TakeDue(int level);
     int TurnLevels();
 

@@ -23,7 +23,8 @@ TEST_F(Pacer, KeepsUpWithTheClockForDays) {
     std::mt19937 random(1);
     for (int turn = 0; turn < 20000000; ++turn) {
         sleep(10 + (random() % 4 == 0) + (random() % 1000 == 0 ? random() % 300 : 0));
-        if ((turn + 1) % Tq4_tick_pacer::ticks_a_look == 0) ASSERT_TRUE(behind() <= 5 && behind() > -5) << turn;
+        const bool looked = (turn + 1) % Tq4_tick_pacer::ticks_a_look == 0;
+        ASSERT_TRUE(!looked || (behind() <= 5 && behind() > -10)) << turn;
     }
 }
 

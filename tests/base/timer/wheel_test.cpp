@@ -2,6 +2,7 @@
 // days; and what functions of the user may do to the timers in the middle of a step.
 #include "support/test.hpp"
 
+#include "assert.hpp"
 #include "base/timer/wheel.hpp"
 
 namespace {
@@ -21,7 +22,7 @@ struct Wheel : testing::Test {
     int freed = 0, living = 0;
 
     ~Wheel() override {
-        wheel.ReleaseAll();
+        wheel.ReleaseAll(Tq4_timer_wheel::From::outside);
         EXPECT_EQ(living, 0);
     }
     static void fire(Tq4_timer, Tq4_timer_callback *firing) {
@@ -49,6 +50,7 @@ struct Wheel : testing::Test {
     Tq4_id set(unsigned long ms, Firing on_fire, unsigned long count = 1) {
         return set(Data{.on_fire = std::move(on_fire)}, ms, count);
     }
+    void release_all() { wheel.ReleaseAll(Tq4_timer_wheel::From::function); }
     void step(long ticks = 1) {
         while (ticks--) ++now, wheel.Tick(1);
     }
@@ -83,7 +85,8 @@ TEST_F(Wheel, FiresAtTheStepAfterTheTicksAsked) {
 }
 
 TEST_F(Wheel, RepeatsEachIntervalRoundedToTicksAndTellsTheFirings) {
-    for (const auto &[ms, ticks] : {std::pair{100ul, 10l}, {95, 10}, {94, 9}, {10, 1}, {15, 2}, {10250, 1025}}) {
+    const std::pair<unsigned long, long> cases[] = {{100, 10}, {95, 10}, {94, 9}, {10, 1}, {15, 2}, {10250, 1025}};
+    for (const auto &[ms, ticks] : cases) {
         std::vector<long> fired;
         std::vector<std::pair<unsigned long, int>> told;
         uint64_t elapse = 0;
@@ -312,7 +315,7 @@ TEST_F(Wheel, ATimerThatResetsItselfKeepsToThatUnlessItWasItsLastFiring) {
         [&](Tq4_timer_callback *firing) {
             fired.push_back(now);
             EXPECT_EQ(firing->elapse, fired.size() == 1 ? 50u : 5u * (fired.size() - 1));
-            if (fired.size() < 4) EXPECT_TRUE(wheel.Reset(firing->timerid, 5 * fired.size()));
+            if (fired.size() < 4) wheel.Reset(firing->timerid, 5 * fired.size());
             EXPECT_EQ(firing->repeat, fired.size() == 5 ? 2u : 1u);
         },
         2);
@@ -363,7 +366,9 @@ TEST_F(Wheel, IsLeftAloneByAStepWhoseCallbackReleasedAll) {
     int fired = 0;
     const Firing release = [&](Tq4_timer_callback *) {
         ++fired;
-        wheel.ReleaseAll();
+        const int before = freed;
+        release_all();
+        EXPECT_EQ(freed, before + 2) << "but not its own";
         set(10, [&](Tq4_timer_callback *) { ++fired; }); // the next life
     };
     for (const unsigned long ms : {100ul, 10240ul, 1024 * 10240ul}) {
@@ -376,8 +381,8 @@ TEST_F(Wheel, IsLeftAloneByAStepWhoseCallbackReleasedAll) {
         EXPECT_TRUE(fired == 2 && freed == 4 && wheel.Count() == 0) << ms;
     }
     // From a delta function and from a free function, of which the latter comes last.
-    set(Data{.next = [&](unsigned long, unsigned long) -> unsigned long { return wheel.ReleaseAll(), 10; }}, 10, 0);
-    set(Data{.on_free = [&] { wheel.ReleaseAll(); }}, 10);
+    set(Data{.next = [&](unsigned long, unsigned long) -> unsigned long { return release_all(), 10; }}, 10, 0);
+    set(Data{.on_free = [&] { release_all(); }}, 10);
     set(10, nullptr, 0);
     step(3);
     EXPECT_TRUE(wheel.Count() == 0 && living == 0);

@@ -1,0 +1,304 @@
+// What the timer service promises its callers: firings on one thread, data freed once however a timer ends, and
+// starting, stopping and deleting at any moment, from anywhere. When timers fire is the wheel's (wheel_test).
+#include <mutex>
+
+#include "support/test.hpp"
+
+namespace {
+
+std::mutex log_lock;
+Texts logged, threads;
+
+void note(Texts &texts, const char *format, va_list args) {
+    const std::lock_guard guard(log_lock);
+    texts.push_back(formatted(format, args));
+}
+
+template <class Condition> void await(Condition holds) {
+    while (!holds()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+struct Timer : testing::Test {
+    using Firing = std::function<void(Tq4_timer_callback *)>;
+    struct Data {
+        Timer *test;
+        Firing on_fire;
+    };
+    Tq4_own<Tq4_timer> owner = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
+    Tq4_timer t = owner.get();
+    std::atomic<int> fired = 0, given = 0, freed = 0;
+
+    Timer() {
+        logged.clear();
+        threads.clear();
+        Tq4_debug_api->SetLog([](int level, const char *format, va_list args) {
+            if (level == -1) note(logged, format, args);
+        });
+        Tq4_debug_api->SetPrint([](int, const char *format, va_list args) { note(threads, format, args); });
+    }
+    ~Timer() override {
+        owner.reset();
+        EXPECT_EQ(given, freed);
+        Tq4_debug_api->SetLog(nullptr);
+        Tq4_debug_api->SetPrint(nullptr);
+    }
+    int start() { return (*t)->Start(t, "test"); }
+    int stop() { return (*t)->Stop(t); }
+    void *data(Firing on_fire) {
+        ++given;
+        return new Data{this, std::move(on_fire)};
+    }
+    static void fire(Tq4_timer, Tq4_timer_callback *firing) {
+        const auto *d = static_cast<Data *>(firing->userdata);
+        if (d->on_fire) d->on_fire(firing);
+        ++d->test->fired;
+    }
+    static void free_data(void *p) {
+        const std::unique_ptr<Data> d(static_cast<Data *>(p));
+        ++d->test->freed;
+    }
+    Tq4_id set(unsigned long ms, Firing on_fire = nullptr, unsigned long count = 1) {
+        Tq4_id id{};
+        void *const d = data(std::move(on_fire));
+        if ((*t)->SetRepeatTimer(t, count, ms, fire, &id, d, free_data) == 0) free_data(d);
+        return id;
+    }
+    // Runs on the handler's thread, and waits for it.
+    void inside(std::function<void()> work) {
+        const int before = fired;
+        set(10, [&](Tq4_timer_callback *) { work(); });
+        await([&] { return fired > before; });
+    }
+};
+
+TEST_F(Timer, FiresOnOneThreadAndFreesTheDataOnce) {
+    EXPECT_TRUE(start() == 1 && start() == 1);
+    std::atomic<pid_t> thread = 0;
+    std::vector<std::pair<unsigned long, int>> told;
+    const Tq4_id id = set(
+        20,
+        [&](Tq4_timer_callback *firing) {
+            EXPECT_TRUE(thread == 0 || thread == gettid());
+            thread = gettid();
+            EXPECT_EQ(firing->elapse, 20 * firing->repeat);
+            told.emplace_back(firing->repeat, firing->closed);
+        },
+        3);
+    EXPECT_NE(id.l, 0u);
+    await([&] { return freed == 1; });
+    EXPECT_EQ(told, (std::vector<std::pair<unsigned long, int>>{{1, 0}, {2, 0}, {3, 1}}));
+    EXPECT_NE(thread, gettid());
+    EXPECT_TRUE(stop() == 1 && stop() == 1);
+    const auto named = [](const char *name) {
+        return std::count_if(threads.begin(), threads.end(),
+                             [&](const std::string &line) { return line.find(name) != std::string::npos; });
+    };
+    EXPECT_TRUE(named(" Tq4_timer_handler] begin") == 1 && named(" Tq4_TimerTickThread(test)] begin") == 1);
+    EXPECT_TRUE(named(" Tq4_timer_handler] end") == 1 && named(" Tq4_TimerTickThread(test)] end") == 1);
+}
+
+TEST_F(Timer, HasShortFormsOfEachWayToSet) {
+    start();
+    static std::atomic<int> count;
+    count = 0;
+    const auto fire1 = [](Tq4_timer, Tq4_timer_callback *firing) { count += firing->userdata ? 100 : 1; };
+    const auto once_more = [](const Tq4_id *, unsigned long, unsigned long, void *) { return 10ul; };
+    static std::atomic<int> frees;
+    frees = 0;
+    const auto free1 = [](void *) { ++frees; };
+    Tq4_id ids[6];
+    EXPECT_TRUE((*t)->SetTimer0(t, 10, fire1) && (*t)->SetTimer1(t, 10, fire1, &ids[0]) &&
+                (*t)->SetTimer2(t, 10, fire1, &ids[1], &ids, free1));
+    EXPECT_TRUE((*t)->SetRepeatTimer0(t, 2, 10, fire1) && (*t)->SetRepeatTimer1(t, 2, 10, fire1, &ids[2]) &&
+                (*t)->SetRepeatTimer2(t, 2, 10, fire1, &ids[3], &ids, free1));
+    EXPECT_TRUE((*t)->SetRepeatTimerDelta0(t, 2, 10, fire1, once_more) &&
+                (*t)->SetRepeatTimerDelta1(t, 2, 10, fire1, once_more, &ids[4]) &&
+                (*t)->SetRepeatTimerDelta2(t, 2, 10, fire1, once_more, &ids[5], &ids, free1));
+    EXPECT_TRUE((*t)->SetTimer(t, 10, fire1, nullptr, nullptr, free1) &&
+                (*t)->SetRepeatTimerDelta(t, 1, 10, fire1, nullptr, nullptr, &ids, nullptr));
+    await([&] { return count == 10 + 1 + 600 && frees == 4; });
+    for (const Tq4_id &id : ids) EXPECT_NE(id.l, 0u);
+    EXPECT_EQ((*t)->SetTimer(t, 10, nullptr, &ids[0], nullptr, free1), 0);
+}
+
+TEST_F(Timer, ResetsWatchesAndClearsByIdAndTellsOfUnknownOnes) {
+    start();
+    const Tq4_id id = set(3600000);
+    await([&] { return (*t)->StopWatch(t, &id, 0) >= 30; });
+    EXPECT_EQ((*t)->ResetTimer(t, &id, 3600000), 1);
+    EXPECT_LT((*t)->StopWatch(t, &id, 0), 3600000u);
+    await([&] { return (*t)->StopWatch(t, &id, 0) >= 20; });
+    EXPECT_GE((*t)->StopWatch(t, &id, 1), 20u);
+    EXPECT_EQ(freed, 1);
+    const Tq4_id other = set(3600000);
+    EXPECT_EQ((*t)->ClearTimer(t, &other), 1);
+    await([&] { return freed == 2; });
+    EXPECT_TRUE(logged.empty());
+
+    const Tq4_id foreign{0x12, 0xABCDEF01};
+    EXPECT_TRUE((*t)->ClearTimer(t, &foreign) == 1 && (*t)->ResetTimer(t, &foreign, 10) == 0 &&
+                (*t)->StopWatch(t, &foreign, 1) == 0 && (*t)->ResetTimer(t, nullptr, 10) == 0);
+    EXPECT_EQ(logged, (Texts{"ClearTimer Error: [0x00000012:0xabcdef01] not found",
+                             "!!ResetTimer Error: [0x00000012:0xabcdef01] not found",
+                             "!!StopWatch Error: [0x00000012:0xabcdef01] not found",
+                             "!!ResetTimer Error: [0x00000000:0x00000000] not found"}));
+}
+
+TEST_F(Timer, InACallbackRequestsTakeEffectAtOnce) {
+    start();
+    inside([&] {
+        const Tq4_id id = set(50), kept = set(3600000);
+        EXPECT_TRUE((*t)->StopWatch(t, &id, 0) == 0 && (*t)->ClearTimer(t, &id) == 1);
+        EXPECT_TRUE(freed == 0 + 1 && (*t)->ResetTimer(t, &id, 10) == 0 && (*t)->ResetTimer(t, &kept, 20) == 1);
+    });
+    await([&] { return freed == 3; });
+    EXPECT_EQ(fired, 2);
+}
+
+TEST_F(Timer, WaitsForTheFirstStartAndRefusesAfterAStop) {
+    {
+        Parallel early([&] { set(10); });
+        early.await_sleep();
+        EXPECT_FALSE(early.done());
+        start();
+    }
+    await([&] { return freed == 1; });
+    set(3600000);
+    stop();
+    EXPECT_EQ(freed, 2) << "by Stop";
+    const Tq4_id late = set(10);
+    EXPECT_TRUE(late.l == 0 && (*t)->StopWatch(t, &late, 0) == 0 && (*t)->ResetTimer(t, &late, 10) == 0);
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(start(), 1);
+        const int before = fired;
+        set(10);
+        set(3600000);
+        await([&] { return fired > before; });
+        Tq4_timer_oitf->Reset(t);
+        EXPECT_EQ(given, freed);
+    }
+}
+
+TEST_F(Timer, MayBeStoppedStartedAndDeletedInACallback) {
+    start();
+    set(3600000);
+    inside([&] {
+        EXPECT_TRUE(stop() == 1 && freed == 1) << "its own data when it returns";
+        EXPECT_EQ(set(10).l, 0u);
+    });
+    EXPECT_EQ(start(), 1);
+    inside([&] { EXPECT_TRUE(stop() == 1 && start() == 1); });
+    inside([&] {});
+    EXPECT_EQ(stop(), 1);
+    start();
+    const Tq4_timer deleted = owner.release();
+    set(3600000);
+    inside([&] {
+        Tq4_timer_oitf->Delete(deleted);
+        EXPECT_EQ((*deleted)->SetTimer0(deleted, 10, fire), 0) << "the handle is good until the callback returns";
+    });
+    await([&] { return freed == given; });
+}
+
+TEST_F(Timer, MayBeStoppedByAFreeFunction) {
+    start();
+    static std::atomic<bool> stopped;
+    stopped = false;
+    (*t)->SetTimer(
+        t, 10, [](Tq4_timer, Tq4_timer_callback *) {}, nullptr, t,
+        [](void *timer) {
+            const auto self = static_cast<Tq4_timer>(timer);
+            (*self)->Stop(self);
+            stopped = (*self)->Start(self, nullptr) == 1;
+        });
+    set(3600000);
+    await([&] { return stopped.load(); });
+    EXPECT_EQ(freed, 1);
+    inside([&] {});
+}
+
+TEST_F(Timer, StopEndsACallbackThatDoesNotReturn) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto live_and_exit = [&] {
+        alarm(120);
+        start();
+        static std::atomic<bool> there;
+        (*t)->SetTimer(
+            t, 10,
+            [](Tq4_timer, Tq4_timer_callback *) {
+                there = true;
+                for (;;) asm volatile("" ::: "memory");
+            },
+            nullptr, data(nullptr), free_data);
+        set(3600000);
+        await([&] { return there.load(); });
+        EXPECT_TRUE(stop() == 1 && freed == 2);
+        EXPECT_EQ(start(), 1);
+        inside([&] {});
+        owner.reset();
+        std::exit(HasFailure() || given != freed);
+    };
+    EXPECT_EXIT(live_and_exit(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(Timer, StopsUnderFullLoadFromManyThreadsWithoutLosingData) {
+    for (int round = 0; round < 3; ++round) {
+        start();
+        std::atomic<bool> over = false;
+        {
+            std::vector<std::unique_ptr<Parallel>> users;
+            for (unsigned seed = 0; seed < 4; ++seed)
+                users.push_back(std::make_unique<Parallel>([&, seed] {
+                    std::mt19937 random(seed);
+                    while (!over) {
+                        const Tq4_id id = set(random() % 40, nullptr, random() % 3);
+                        if (random() % 3 == 0) (*t)->ResetTimer(t, &id, random() % 100);
+                        if (random() % 3 == 0) (*t)->StopWatch(t, &id, random() % 2);
+                        if (random() % 2) (*t)->ClearTimer(t, &id);
+                    }
+                }));
+            const int before = fired;
+            await([&] { return fired > before + 200; });
+            stop();
+            over = true;
+        }
+        EXPECT_EQ(given, freed);
+    }
+}
+
+TEST_F(Timer, IsOneOfAKindAndTakesNullHandles) {
+    const auto other = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
+    const Tq4_own<Tq4_timer> fresh(static_cast<Tq4_timer>(Tq4_timer_oitf->Dup(t)));
+    Tq4_timer_oitf->Copy(t, other.get());
+    EXPECT_TRUE(Tq4_object_Equal(t, t) && !Tq4_object_Equal(t, other.get()) && fresh &&
+                (*fresh)->Stop(fresh.get()) == 1);
+    const Tq4_timer_ &table = **t;
+    Tq4_id id{1, 1};
+    EXPECT_EQ(table.Start(nullptr, "") + table.Stop(nullptr) +
+                  table.SetTimer(nullptr, 10, fire, &id, nullptr, nullptr) + table.SetTimer0(nullptr, 10, fire) +
+                  table.SetRepeatTimer1(nullptr, 1, 10, fire, &id) + table.ClearTimer(nullptr, &id) +
+                  table.ResetTimer(nullptr, &id, 10),
+              0);
+    EXPECT_EQ(table.StopWatch(nullptr, &id, 1), 0u);
+}
+
+TEST_F(Timer, CallbackDataOwnsItsTable) {
+    Tq4_timer_callback_data *record = Create_Tq4_timer_callback_data();
+    EXPECT_TRUE(record->id.h == 0 && record->id.l == 0 && !record->owner && !record->t);
+    record->t = static_cast<Tq4_value_table>(Tq4_value_table_oitf->Create(nullptr));
+    (*record->t)->SetSI(record->t, "tries", 3);
+    start();
+    static std::atomic<bool> seen;
+    seen = false;
+    (*t)->SetTimer(
+        t, 10,
+        [](Tq4_timer, Tq4_timer_callback *firing) {
+            seen = static_cast<Tq4_timer_callback_data *>(firing->userdata)->t != nullptr;
+        },
+        nullptr, record, Delete_Tq4_timer_callback_data);
+    await([&] { return seen.load(); });
+    Delete_Tq4_timer_callback_data(Create_Tq4_timer_callback_data());
+    Delete_Tq4_timer_callback_data(nullptr);
+}
+
+} // namespace
