@@ -2,6 +2,9 @@
 # installed tree can be moved: both find the library from where they lie.
 include(CMakePackageConfigHelpers)
 
+if(TQ4_STRIP)
+  install(CODE "set(CMAKE_INSTALL_DO_STRIP TRUE)") # what the option --strip of `cmake --install` sets
+endif()
 install(TARGETS Tq4_c_objectD-1.0 EXPORT tq4Targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY include/tq4 DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(EXPORT tq4Targets NAMESPACE tq4:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tq4)

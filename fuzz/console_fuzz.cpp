@@ -54,10 +54,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size) {
     converse(input, true);
     if (input.empty()) return 0;
     const std::size_t cut = data[0] % size;
-    Tq4_app_display whole, pieces;
-    const std::string expected = whole.Next(input, true);
-    const std::string first = pieces.Next(input.substr(0, cut), true);
-    require(first + pieces.Next(input.substr(cut), true) == expected);
-    require(whole.Next("", false).size() < 6); // what waits is less than a character
+    for (const Tq4_app_charset console : {Tq4_app_charset::Gb18030, Tq4_app_charset::Utf8}) {
+        Tq4_app_display whole, pieces;
+        const std::string expected = whole.Next(input, console);
+        const std::string first = pieces.Next(input.substr(0, cut), console);
+        require(first + pieces.Next(input.substr(cut), console) == expected);
+        require(whole.Next("", Tq4_app_charset::As_it_comes).size() < 6); // what waits is less than a character
+    }
     return 0;
 }

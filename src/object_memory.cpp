@@ -4,33 +4,27 @@
 // beyond goes, a whole stack at a time, to a depot that all threads share, for threads whose stacks are empty: objects
 // that one thread makes and another one deletes thus go round without malloc. What the depot cannot take goes to
 // malloc. Nobody waits for the depot: a thread that finds it locked, for a moment or by a thread that was killed there,
-// does without. A stack has no room until its thread first frees a block of its size; then the thread also arranges
-// that its stacks are emptied at its end. What is freed later still, by destructors of other thread-local objects, goes
-// straight to malloc. Under the sanitizers nothing is kept, so that they see every block's end.
+// does without. A stack has no room until its thread first frees a block of its size. What is freed after the stacks
+// were emptied at the thread's end, by destructors of other thread-local objects, goes straight to malloc. Under the
+// sanitizers nothing is kept, so that they see every block's end.
 #include "object_memory.hpp"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <iterator>
+#include <utility>
 
 #include "assert.hpp"
-
-constinit thread_local Tq4_object_memory_stacks Tq4_object_stacks{};
+#include "sanitizers.hpp"
 
 namespace {
 
-#ifndef __has_feature
-#define __has_feature(feature) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) ||               \
-    __has_feature(thread_sanitizer)
+#if defined(TQ4_ADDRESS_SANITIZER) || defined(TQ4_THREAD_SANITIZER)
 constexpr bool keeps_blocks = false;
 #else
 constexpr bool keeps_blocks = true;
 #endif
-
-constinit thread_local bool thread_ended = false;
 
 // Full stacks of one size: chains of most_kept blocks.
 class Depot {
@@ -48,7 +42,7 @@ class Depot {
 
 public:
     bool Put(Tq4_object_memory_block *stack, std::size_t block_size) {
-        const unsigned long most = bytes_kept / (block_size * Tq4_object_memory_stacks::most_kept) + 1;
+        const unsigned long most = bytes_kept / (block_size * Tq4_thread_record::most_kept) + 1;
         return Try([&] {
             if (m_count >= std::min(most, std::size(m_stacks))) return false;
             m_stacks[m_count++] = stack;
@@ -61,50 +55,45 @@ public:
         return stack;
     }
 };
-constexpr std::size_t sizes = Tq4_object_memory_stacks::largest / Tq4_object_memory_stacks::step + 1;
+constexpr std::size_t sizes = Tq4_thread_record::largest / Tq4_thread_record::step + 1;
 constinit Depot depots[sizes];
 
 constexpr std::size_t class_of(std::size_t size) {
-    return (size + Tq4_object_memory_stacks::step - 1) / Tq4_object_memory_stacks::step;
+    return (size + Tq4_thread_record::step - 1) / Tq4_thread_record::step;
 }
 
-// Empties the stacks at the end of the thread, and leaves them without room.
-struct Emptier {
-    ~Emptier() {
-        thread_ended = true;
-        for (auto &stack : Tq4_object_stacks.of_size) {
-            stack.room = 0;
-            while (auto *block = stack.top) {
-                stack.top = block->next;
-                std::free(block);
-            }
-        }
-    }
-    void Arrange() {}
-};
-thread_local Emptier emptier;
+Tq4_thread_record *keeper_of(std::size_t size) {
+    return keeps_blocks && size <= Tq4_thread_record::largest ? Tq4_own_thread_record() : nullptr;
+}
+
+// The chain leaves the stack before others can have it. False when the depot has no place, and the stack is as it was.
+bool pass_on(Tq4_thread_record::Stack &stack, std::size_t size) {
+    Tq4_object_memory_block *chain = std::exchange(stack.top, nullptr);
+    std::atomic_signal_fence(std::memory_order_release);
+    if (!chain || depots[class_of(size)].Put(chain, class_of(size) * Tq4_thread_record::step)) return true;
+    stack.top = chain;
+    return false;
+}
 
 } // namespace
 
 void *Tq4_object_memory_new(std::size_t size) {
-    if (keeps_blocks && size <= Tq4_object_memory_stacks::largest && !thread_ended) {
+    if (Tq4_thread_record *own = keeper_of(size)) {
         if (Tq4_object_memory_block *block = depots[class_of(size)].Take()) {
-            emptier.Arrange();
-            Tq4_object_stacks.stack_of(size) = {block->next, 1};
+            own->stack_of(size) = {block->next, 1};
             return block;
         }
     }
-    void *memory = std::malloc(class_of(size) * Tq4_object_memory_stacks::step);
+    void *memory = std::malloc(class_of(size) * Tq4_thread_record::step);
     TQ4_ASSERT(memory != nullptr);
     return memory;
 }
 
 void Tq4_object_memory_overflow(void *memory, std::size_t size) {
-    if (!keeps_blocks || size > Tq4_object_memory_stacks::largest || thread_ended) return std::free(memory);
-    auto &stack = Tq4_object_stacks.stack_of(size);
-    if (stack.top && !depots[class_of(size)].Put(stack.top, class_of(size) * Tq4_object_memory_stacks::step))
-        return std::free(memory);
-    emptier.Arrange();
-    stack = {static_cast<Tq4_object_memory_block *>(memory), Tq4_object_memory_stacks::most_kept - 1};
-    stack.top->next = nullptr;
+    Tq4_thread_record *own = keeper_of(size);
+    if (!own || !pass_on(own->stack_of(size), size)) return std::free(memory);
+    auto *block = static_cast<Tq4_object_memory_block *>(memory);
+    block->next = nullptr;
+    std::atomic_signal_fence(std::memory_order_release);
+    own->stack_of(size) = {block, Tq4_thread_record::most_kept - 1};
 }

@@ -1,4 +1,4 @@
-// counters.hpp: what the relay counts, by name; kept in a file, so that it survives the service and shells can read it.
+// counters.hpp: what the relay counts, by name; kept in a file, so that it survives the service.
 //
 // Threads: any.
 #pragma once

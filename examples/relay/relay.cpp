@@ -3,10 +3,12 @@
 //   relay                 the service and a command line in one process
 //   relay -start          the service in the background; `relay` is then a shell to it, `relay -stop` ends it
 //
-// Commands: status (the counters as JSON), get KEY, set KEY VALUE. Settings lie in relay.ini beside the program,
-// counters in relay.json. A command runs in the process where it is typed; since both files are read by all, a shell
-// shows and changes what the service in the background has, which looks at its settings at every beat.
+// Commands of the service: status (its counters as JSON), get KEY, set KEY VALUE. A shell hands them to the service, so
+// they show what it has. Settings lie in relay.ini beside the program, counters in relay.json; the service looks at its
+// settings at every beat, and at once on SIGHUP. TQ4_LOG_DIR in the environment is for its log too.
+#include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include <tq4/tq4.h>
@@ -28,11 +30,14 @@ std::string counters_file() { return file_beside_the_program("relay.json"); }
 class Relay {
 public:
     Relay() {
+        if (const char *directory = std::getenv("TQ4_LOG_DIR"); directory && *directory)
+            m_log->MainDir(m_log, (directory + std::string("/log_files")).c_str());
         m_log->Init(m_log, "relay", static_cast<int>(m_settings.GetNumber("log.level", 10)));
         m_log->Printf(m_log, 0, "%s starts", m_settings.Get("name", "relay").c_str());
         m_counters.Add("starts");
         m_thread->Init(m_thread, Run, this);
-        m_thread->Resume(m_thread);
+        // Until the thread has begun, so that what it prints then is not left for the first shell.
+        if (m_thread->Resume(m_thread)) m_begun->Wait(m_begun, TQ4_ALL_ONES);
     }
     ~Relay() {
         m_thread->NotifyQuit(m_thread);
@@ -42,13 +47,31 @@ public:
         m_log->Printf(m_log, 0, "stops with %s", m_counters.Json().c_str());
     }
     std::string Status() { return m_counters.Json(); }
+    std::string Get(const std::string &name) {
+        const std::lock_guard guard(m_mutex);
+        return m_settings.Has(name) ? m_settings.Get(name) : "no such setting: " + name;
+    }
+    std::string Set(const std::string &name, const std::string &value) {
+        const std::lock_guard guard(m_mutex);
+        ReadSettings(); // somebody may have edited the file
+        if (!m_settings.Set(name, value)) return "cannot be set: " + name;
+        SettingsHaveChanged();
+        return name + " is now " + m_settings.Get(name);
+    }
+    // Whoever has moved the log's file or edited the settings need not wait.
+    void Reload() {
+        const std::lock_guard guard(m_mutex);
+        m_log->CheckFile(m_log);
+        ReadSettings();
+    }
 
 private:
     // Members go from the last to the first: the thread before what it uses.
-    Settings m_settings{settings_file()}; // the thread's, once it runs
+    std::mutex m_mutex;
+    Settings m_settings{settings_file()}; // under m_mutex
     Counters m_counters{counters_file()};
     Object<Tq4_log> m_log{Tq4_log_oitf, "for several threads"};
-    Object<Tq4_event> m_quit{Tq4_event_oitf};
+    Object<Tq4_event> m_begun{Tq4_event_oitf}, m_quit{Tq4_event_oitf};
     Object<Tq4_thread> m_thread{Tq4_thread_oitf, "relay"};
 
     static unsigned long Run(void *relay) {
@@ -56,21 +79,31 @@ private:
         return 0;
     }
     void Beat() {
+        m_begun->Set(m_begun);
         while (m_thread->IsRunning(m_thread)) {
             m_counters.Add("beats");
-            if (m_settings.Reload()) {
-                m_counters.Add("settings_read");
-                m_log->Level(m_log, static_cast<int>(m_settings.GetNumber("log.level", 10)));
-                m_log->Printf(m_log, 0, "settings have changed: it is called %s", m_settings.Get("name").c_str());
-            }
+            const long beat = NextBeat();
             if (!m_counters.Save()) m_log->Printf(m_log, 0, "counters are not saved: %m");
-            const long beat = m_settings.GetNumber("beat", 1000);
             m_quit->Wait(m_quit, static_cast<unsigned long>(beat > 0 ? beat : 1));
         }
     }
+    // Milliseconds until then.
+    long NextBeat() {
+        const std::lock_guard guard(m_mutex);
+        ReadSettings();
+        return m_settings.GetNumber("beat", 1000);
+    }
+    void ReadSettings() {
+        if (m_settings.Reload()) SettingsHaveChanged();
+    }
+    void SettingsHaveChanged() {
+        m_counters.Add("settings_changed");
+        m_log->Level(m_log, static_cast<int>(m_settings.GetNumber("log.level", 10)));
+        m_log->Printf(m_log, 0, "settings have changed: it is called %s", m_settings.Get("name").c_str());
+    }
 };
 
-std::unique_ptr<Relay> relay; // while the service runs in this process
+std::unique_ptr<Relay> relay; // while the service runs in this process: whenever a command of its own does
 
 int start(int, char **) {
     relay = std::make_unique<Relay>();
@@ -79,16 +112,15 @@ int start(int, char **) {
 
 void stop() { relay.reset(); }
 
+void reload() { relay->Reload(); }
+
 // --- Commands ---
 
 void print(const std::string &line) { Tq4_debug_api->Printf(0, "%s\n", line.c_str()); }
 
-void status(const char *) { print(relay ? relay->Status() : Counters(counters_file()).Json()); }
+void status(const char *) { print(relay->Status()); }
 
-void get(const char *name) {
-    Settings settings(settings_file());
-    print(settings.Has(name) ? settings.Get(name) : std::string("no such setting: ") + name);
-}
+void get(const char *name) { print(relay->Get(name)); }
 
 void set(const char *name_and_value) {
     const std::string both = name_and_value;
@@ -97,17 +129,16 @@ void set(const char *name_and_value) {
         print("set KEY VALUE");
         return;
     }
-    const std::string name = both.substr(0, blank);
-    Settings settings(settings_file());
-    print(settings.Set(name, both.substr(value)) ? name + " is now " + settings.Get(name) : "cannot be set: " + name);
+    print(relay->Set(both.substr(0, blank), both.substr(value)));
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
     Tq4_app->SetInfo("0.1", __DATE__, "Tq4");
-    Tq4_app->AddCmd("status", "s", status, "the counters as JSON");
-    Tq4_app->AddCmd("get", "g", get, "get KEY: a setting");
-    Tq4_app->AddCmd("set", nullptr, set, "set KEY VALUE: change a setting and save it");
-    return Tq4_app->Run(argc, argv, start, stop);
+    Tq4_app->AddServiceCmd("status", "s", status, "the counters as JSON");
+    Tq4_app->AddServiceCmd("get", "g", get, "get KEY: a setting");
+    Tq4_app->AddServiceCmd("set", nullptr, set, "set KEY VALUE: change a setting and save it");
+    Tq4_app->OnReload(reload);
+    return Tq4_app->Run(argc, argv, start, stop) == 1 ? 0 : 1;
 }

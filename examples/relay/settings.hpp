@@ -1,4 +1,4 @@
-// settings.hpp: the relay's settings: one file, which the service and every shell read and `set` writes.
+// settings.hpp: the relay's settings: one file, which people edit and `set` writes.
 #pragma once
 
 #include <string>

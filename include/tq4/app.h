@@ -7,8 +7,8 @@
  *
  *     int main(int argc, char **argv) {
  *         Tq4_app->SetInfo("1.0", __DATE__, "somebody");
- *         Tq4_app->AddCmd("status", "s", show_status, "what the service does");
- *         return Tq4_app->Run(argc, argv, start, stop);
+ *         Tq4_app->AddServiceCmd("status", "s", show_status, "what the service does");
+ *         return Tq4_app->Run(argc, argv, start, stop) == 1 ? 0 : 1;
  *     }
  *
  * - standalone (the default): the service and a command line in one process;
@@ -20,10 +20,16 @@
  * group. docs/writing-a-service.md tells it at length.
  *
  * The first call into the frame prepares the process: it seeds the random generator and makes the application log
- * ("Tq4_app", level 100), to which all lines of the debug interface's log go from then on. Console output goes through
- * the debug interface's Printf, to descriptor 1.
+ * ("Tq4_app", level 100, in "log_files" in the executable's directory), to which all lines of the debug interface's log
+ * go from then on, until the program installs another sink. Console output goes through the debug interface's Printf,
+ * to descriptor 1.
  *
- * Threads: SetInfo, AddCmd and Run belong to the main thread; the other operations may be called from any.
+ * Environment: when TQ4_RUN_DIR or TQ4_LOG_DIR is set and not empty, that directory takes the place of the
+ * executable's, the former for the control socket, the latter for the application log. A shell finds the daemon that
+ * was started with the same TQ4_RUN_DIR. A process with more rights than its caller ignores both.
+ *
+ * Threads: SetInfo, AddCmd, AddServiceCmd, OnReload and Run belong to the main thread; the other operations may be
+ * called from any.
  */
 #ifndef TQ4_APP_H
 #define TQ4_APP_H
@@ -46,8 +52,10 @@ typedef void (*Tq4_app_cmd_handle)(const char *rest);
 /* Starts the service, with the arguments of Run. 0 refuses; anything else lets it run. Threads that the service needs
  * are made here and not before Run: a daemon is a new process. */
 typedef int (*Tq4_app_start)(int argc, char **argv);
-/* Stops the service; also called when the start function refused. */
+/* Stops the service; also called when the start function refused. A daemon's shell is still attached. */
 typedef void (*Tq4_app_stop)(void);
+/* Looks again at what the service has read: its settings, its own log files. */
+typedef void (*Tq4_app_reload)(void);
 /* Deletes a registered object. */
 typedef void (*Tq4_app_delete)(void *object);
 
@@ -55,9 +63,10 @@ typedef struct Tq4_app_ {
     /* The texts that the version option and command print (copied; null: empty). */
     void (*SetInfo)(const char *version, const char *build_time, const char *author);
     /* Adds a console command, known by its name and by its shortcut (null or "": none; shortcuts are looked up before
-     * names). The texts are copied. It runs in the process where it is typed, in a shell too, and reading goes on after
-     * it. A command of the same name takes the place of the earlier one; a null or empty name or a null handler is
-     * ignored. */
+     * names). The texts are copied. It runs in the process where it is typed, in a shell too, where the start function
+     * was never called; for what asks the service there is AddServiceCmd. Reading goes on after it. A command of the
+     * same name takes the place of the earlier one, whose shortcut is gone with it. Ignored are a null or empty name, a
+     * null handler, and "stop" as name or shortcut: that word ends the service. */
     void (*AddCmd)(const char *name, const char *shortcut, Tq4_app_cmd_handle handler, const char *comment);
     /* Runs the application and returns when it ends. The arguments are main's, borrowed until the process ends; those
      * that the frame does not know are the program's (ArgK and ArgV). A null start always succeeds, a null stop does
@@ -68,20 +77,33 @@ typedef struct Tq4_app_ {
      *     --charset=utf8, -utf8               console output in UTF-8
      *     --charset=gb18030, -gb              console output in GB18030
      *     --service=start, -start             runs as a daemon
-     *     --service=stop, -stop               stops the daemon and shows what it answers
+     *     --service=stop, -stop               stops the daemon, shows what it answers, and waits for its end
+     *
+     * A daemon lets nobody in once it ends. "--service=start" waits up to 10 s for the end of such a process. A shell
+     * begins in the charset that the daemon was started with, unless an option of its own says another.
+     *
+     * An argument that begins with "--charset=" or "--service=" and is none of these is told on standard error, and
+     * nothing is started.
      *
      * Signals: from before the start function until after the stop function SIGTERM and SIGINT stop the service in
-     * order, SIGHUP lets the application log look for its file (CheckFile of tq4/log.h), and a broken pipe is an error
-     * like others; afterwards what the program had installed is back. A shell that gets SIGTERM or SIGINT leaves.
+     * order, SIGHUP lets the application log look for its file (CheckFile of tq4/log.h) and then calls the function of
+     * OnReload, and a broken pipe is an error like others; afterwards what the program had installed is back. A daemon
+     * has them before "--service=start" returns. A shell that gets SIGTERM or SIGINT leaves. From SIGTERM or SIGINT on,
+     * no output to descriptors 1 and 2 waits for a reader, in any mode: what finds no room is lost.
      * Standalone, with standard input closed or at its end from the start (and not a terminal), the service runs until
      * a signal stops it.
      *
      * When NOTIFY_SOCKET is set in the environment, the supervisor there is told "READY=1" after the start function
      * and "STOPPING=1" before the stop function.
      *
-     * Returns 1, also for the options that only print and for a standalone start that refuses; -1 or -2 when the
-     * daemon's control socket cannot be made or listened on, -3 when its start function refused, -100 when a shell or
-     * "--service=stop" does not reach the daemon. */
+     * Standalone and as a daemon it writes to the application log before the start function and after the stop
+     * function, and the daemon also when a shell comes and goes.
+     *
+     * Returns 1, also for the options that only print, for "--service=stop" where no daemon runs, and for a standalone
+     * start that refuses; -1 or -2 when the daemon's control socket cannot be made or listened on, -3 when its start
+     * function refused or the system has no descriptor for what signals raise, -4 for an argument that it refuses, -100
+     * when it cannot be told whether a daemon runs (no right to connect, say), or the one before has not ended after
+     * 10 s. The reason is printed. So main ends with "return Tq4_app->Run(argc, argv, start, stop) == 1 ? 0 : 1;". */
     int (*Run)(int argc, char **argv, Tq4_app_start start, Tq4_app_stop stop);
     /* Keeps an object for the whole process. At its normal end all are deleted, the last one first, each by its delete
      * function (null: it is only forgotten). The name (copied) finds the object; a name given again finds the newer
@@ -102,6 +124,14 @@ typedef struct Tq4_app_ {
      * 0 when a pointer is null and before Run. */
     int (*ArgK)(int *cursor, const char **name);
     int (*ArgV)(int *cursor, const char **value);
+    /* Adds a command of the service, as AddCmd does: but in a shell the line is handed to the daemon, which runs the
+     * command on its main thread, and what that prints goes to the shell. Standalone it is like any other. So it always
+     * runs between the start function and the stop function. Help lists these commands apart from the others. */
+    void (*AddServiceCmd)(const char *name, const char *shortcut, Tq4_app_cmd_handle handler, const char *comment);
+    /* Sets the function that SIGHUP calls while the service runs, after the application log has looked for its file. It
+     * runs on the main thread, where commands run, never in a signal handler; a shell does not call it. Null, as at the
+     * start: none. */
+    void (*OnReload)(Tq4_app_reload function);
 } Tq4_app_;
 
 extern TQ4_API const Tq4_app_ *const Tq4_app;

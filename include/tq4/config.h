@@ -47,11 +47,17 @@ struct Tq4_config_ {
      * be opened or read, and then the tree and the file name stay, and the root is the current section. */
     int (*Read)(Tq4_config s, const char *file);
     /* Writes the tree: for each section its comments, its header, its keys in their order and the sections in it, those
-     * of one name together. An existing regular file is replaced in one step, keeping its mode and, where the system
-     * allows that, its owner and group: a failure leaves it as it was, and what is read at any moment is either the old
-     * or the new file. Where its directory lets no file be made or replaced, it is written in place. A new one is made
-     * with mode 0660, with the missing directories. What is written, read and written again is the same to the byte.
-     * Returns 1, 0 when the file cannot be made or written. */
+     * of one name together. The file is made or replaced in one step: a failure leaves everything as it was, and what
+     * is read at any moment is either the old or the new file. A regular file keeps its mode and, where the system
+     * allows that, its owner and group; a new one is made with mode 0660, with the missing directories. A link stays,
+     * and where it leads is written.
+     * - A file whose directory lets none be made or replaced (it belongs to somebody else, or the file is mounted there
+     *   alone) is written in place. Who reads meanwhile may see a part; a failure leaves the old content, unless the
+     *   device refuses to take that back too.
+     * - Other hard links of a file that was replaced keep the old content: settings are shared by symbolic links.
+     * - A device or a pipe gets the text as it comes.
+     * What is written, read and written again is the same to the byte. Returns 1, 0 when the file cannot be made or
+     * written. */
     int (*Dump)(Tq4_config s, const char *file);
     /* The file last read; "" before the first. */
     const char *(*FileName)(Tq4_config s);

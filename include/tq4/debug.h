@@ -1,11 +1,12 @@
 /* debug.h: the debug interface: where every module prints diagnostics and writes to the system log.
  *
  * Printing and logging go to one sink each. A host may exchange them: the built-in ones write to standard output and
- * to the system log. The level is the message's importance; what it does is the sink's affair. Formats are those of
- * Tq4_string's Sprintf.
+ * to the system log. The level is the message's importance (Tq4_level); what it does is the sink's affair. Formats are
+ * those of Tq4_string's Sprintf.
  *
- * Threads: no lock. Sinks and flags are set at start-up by one thread and then only read. Each call formats into a
- * string of its own, so concurrent output interleaves only between write calls.
+ * Threads: no lock. Sinks and the charset may be changed at any time; a call that has begun ends with the old ones.
+ * Init, UnInit and the pointers for sinks belong to one thread. Each call formats into a string of its own, so
+ * concurrent output interleaves only between write calls.
  */
 #ifndef TQ4_DEBUG_H
 #define TQ4_DEBUG_H
@@ -15,6 +16,16 @@
 #include "tq4/api.h"
 
 TQ4_BEGIN_DECLS
+
+/* The levels by name. The lower a level, the more important the message; a log keeps those at its own level and below.
+ * Other numbers are as good, where a program wants finer steps. */
+typedef enum Tq4_level {
+    Tq4_level_error = -1, /* something failed or was refused; a state machine's steps, too */
+    Tq4_level_notice = 0, /* what an operator wants to see at any time; the system log and a new log keep no more */
+    Tq4_level_info = 10,
+    Tq4_level_debug = 50,
+    Tq4_level_all = 100 /* for a log that keeps everything, as the application log does */
+} Tq4_level;
 
 /* Where prints or log lines go. Called on the thread that prints, which waits for it; the format and the arguments are
  * valid during the call only. */

@@ -32,8 +32,8 @@ struct Tq4_event_ {
     /* Clears the flag. A null handle: nothing. */
     void (*Reset)(Tq4_event event);
     /* Waits until the flag is set and returns 1, having cleared it when the event is automatic; 0 when the time-out
-     * came first. The time-out is in milliseconds: 0 looks without waiting, all ones waits without limit. A Set that
-     * comes together with the time-out counts. A null handle: 0 at once. */
+     * came first. The time-out is in milliseconds, whoever sets the wall clock meanwhile: 0 looks without waiting, all
+     * ones waits without limit. A Set that comes together with the time-out counts. A null handle: 0 at once. */
     int (*Wait)(Tq4_event event, unsigned long milliseconds);
     /* The address of the system's condition (a pthread_cond_t), borrowed; null for a null handle. */
     void *(*GetHandle)(Tq4_event event);

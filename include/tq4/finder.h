@@ -36,8 +36,10 @@ typedef int (*Tq4_finder_visitor)(const char *path, void *param);
 struct Tq4_finder_ {
     /* Replaces what was found by what matches: path is a directory and a pattern, "logs/svc_*.log", a pattern alone,
      * which is looked for in the current directory, or an existing directory, which stands for everything in it. flags
-     * combines Tq4_finder_flags; with neither files nor directories both are found. Directories below that cannot be
-     * read are passed over. Returns the number found; -1 when path is null or its directory cannot be read. */
+     * combines Tq4_finder_flags; with neither files nor directories both are found. A tree may be of
+     * any depth, so paths may be longer than the system takes. Directories below that cannot be read are passed over.
+     * Returns the number found; -1, with nothing found, when path is null, when its directory cannot be read and when
+     * a directory that was being searched has been moved out of the tree. */
     long (*Find)(Tq4_finder f, const char *path, int flags);
     unsigned long (*Count)(Tq4_finder f);
     /* The path of what was found at an index from 0: the directory as it was given, and the names from there. Null at

@@ -11,8 +11,16 @@
  * bytes were handed to the system, in one piece: lines of different threads never mix, those of one thread keep their
  * order, and a process that dies loses none that was returned from.
  *
- * No errors are reported. Lines that cannot be written (the directory is not writable, the disk is full) are lost,
- * until a later attempt succeeds; what a full disk has cut off in the middle of a line is removed again.
+ * No errors are reported to the caller. Lines that cannot be written (the directory is not writable, the disk is full)
+ * are lost, until a later attempt succeeds; what a full disk has cut off in the middle of a line is removed again. The
+ * first failure is told on standard error, with the file's path and the reason, and the next one after another file has
+ * been opened.
+ *
+ * Others may work on the same files. When the path of the open file no longer leads to it, because somebody has moved
+ * or removed it, the log goes over to a new file at that path: within a second of writing, or at once by CheckFile.
+ * Several processes may write to one file: each line stays whole, and the limit holds for what all of them have
+ * written, give or take 65536 bytes for each. A line never continues what a killed process left without a line feed: it
+ * begins below it.
  *
  * Create makes a log for several threads when its parameter is not null (the value itself is not used), and one that
  * belongs to a single thread at a time when it is null. The main directory is "log_files" beside the running program,
@@ -25,6 +33,15 @@
  * Threads: a log made for several threads may be used by all of them; the object-level operations need it alone. Lines
  * of threads that write at the same moment leave in one write. A thread that is killed while it writes ends after its
  * line.
+ *
+ * Processes: a fork waits until the lines on their way are written. The child can use every log that is for several
+ * threads, whatever the parent's other threads were doing, and of the others those of the thread that forked.
+ *
+ * Signal handlers must not write to a log, nor use an operation other than Level, which is a single store. A handler
+ * that interrupts a thread in the middle of a line would wait for that line for ever. Let the handler set a flag, or
+ * write to a pipe or an eventfd, and log on the thread that sees it. A handler of a crash (SIGSEGV, SIGABRT) has
+ * write(2) to standard error. Functions that the console frame calls because of a signal (tq4/app.h) are no handlers:
+ * they may log.
  */
 #ifndef TQ4_LOG_H
 #define TQ4_LOG_H
@@ -40,7 +57,8 @@ typedef struct Tq4_log_ Tq4_log_;
 typedef const Tq4_log_ **Tq4_log; /* handle */
 
 struct Tq4_log_ {
-    /* Sets the file-name prefix (copied; null: empty), which the next file has, and the level. */
+    /* Sets the file-name prefix (copied; null: empty), which the next file has, and the level: one of Tq4_level
+     * (tq4/debug.h) or any other number. */
     void (*Init)(Tq4_log log, const char *prefix, int level);
     /* Bytes in a file after which the next one begins; at least 1048576, 2097152 until set. A line that begins below
      * the limit is written whole. */
@@ -65,16 +83,17 @@ struct Tq4_log_ {
 
     /* Sets the level: messages with a higher one are dropped. */
     void (*Level)(Tq4_log log, int level);
-    /* Sets the main directory (copied), which counts from the next change of date, for a new log from its first line.
-     * Null and "" change nothing. */
+    /* Sets the main directory (copied), which counts from the next change of date, for a new log from its first line. A
+     * relative one is in the directory that is the current one during this call. Null and "" change nothing. */
     void (*MainDir)(Tq4_log log, const char *directory);
     /* The directory of the current day; "" before the first line. Borrowed: it stays valid through the next change of
      * date, until the second, or Delete. */
     const char *(*DirInfo)(Tq4_log log);
     /* Flushes the stream. What was written is with the system already, so nothing ever waits for this. */
     void (*FFlush)(Tq4_log log);
-    /* For a periodic timer: when a line now would begin a new file, closes the open one and makes the day's directory;
-     * the next line then opens the file. */
+    /* For a periodic timer, or when the files have been moved: when a line now would begin a new file, closes the open
+     * one and makes the day's directory; the next line then opens the file. Otherwise, when the open file is no longer
+     * at its path, closes it and opens that path again. */
     void (*CheckFile)(Tq4_log log);
 };
 

@@ -23,9 +23,10 @@ typedef struct Tq4_mutex_CreateParams {
 } Tq4_mutex_CreateParams;
 
 struct Tq4_mutex_ {
-    /* 1 when the calling thread now holds the mutex, 0 on time-out or failure. The time-out is in milliseconds: all
-     * ones waits without limit, 0 tries once without waiting. The holder does not get it again: its second Lock ends
-     * with the time-out, or never when it waits without limit. A null handle: 0. */
+    /* 1 when the calling thread now holds the mutex, 0 on time-out or failure. The time-out is in milliseconds,
+     * whoever sets the wall clock meanwhile: all ones waits without limit, 0 tries once without waiting. The holder
+     * does not get it again: its second Lock ends with the time-out, or never when it waits without limit. A null
+     * handle: 0. */
     int (*Lock)(Tq4_mutex mutex, unsigned long milliseconds);
     /* Gives the mutex back; only the holder may. 1 on success, 0 on failure or for a null handle. */
     int (*Unlock)(Tq4_mutex mutex);

@@ -7,8 +7,21 @@
  * to the caller. An item owns its payload when it was attached with a deleter: deleting the item then calls the deleter
  * once, outside the queue's lock.
  *
- * wait is a time-out in milliseconds: 0 does not wait, all ones waits without limit. A reader that finds nothing and
- * may wait, in a queue with an event, waits for an insertion; without an event it never waits. A time-out gives null.
+ * wait is a time-out in milliseconds: 0 does not wait, all ones waits without limit. Without an event nobody waits. A
+ * reader in a queue with an event looks first. When it finds nothing it waits for the event, once, and looks again. So
+ * null means that the time-out passed, that somebody called Set, or that another reader was faster; a consumer that
+ * goes on after null reads in a loop. With a lock and a single thread that takes items out, null before the time-out
+ * means Set.
+ *
+ * The event resets by itself: each time it is set it lets one waiter through, a reader or a Wait, and setting it again
+ * before that adds nothing. A reader passes it on while items remain, so no item waits beside a waiting reader. A
+ * thread that calls Wait takes the event too: it should then read without waiting, or the item may stay beside readers
+ * that wait. Other readers may have been faster, and then its Wait ended for nothing.
+ *
+ * To end a consumer that waits without limit, ask it to quit and then Set:
+ *     (*thread)->NotifyQuit(thread);
+ *     (*q)->Set(q);
+ * Several consumers of one queue are ended when each of them calls Set as it leaves: one Set lets one of them through.
  *
  * Copy does nothing and Equal is identity, for queues and for items; Dup gives an empty queue, an unlinked item without
  * a payload. Reset of a queue is RemoveAll; of an item, it leaves its queue and destroys its payload.
@@ -57,10 +70,10 @@ struct Tq4_queue_ {
     /* Takes all items out in one step, resets the event, and deletes them from the head on, outside the lock. What a
      * deleter inserts stays. */
     void (*RemoveAll)(Tq4_queue q);
-    /* Waits for the event: 1 when it was or became set, 0 on time-out or without an event. The event resets by itself.
-     */
+    /* Waits for the event: 1 when it was or became set, 0 on time-out or without an event. The event is unset then. It
+     * may have been set for an item that somebody took meanwhile. */
     int (*Wait)(Tq4_queue q, unsigned long wait);
-    /* Sets the event, if there is one. */
+    /* Sets the event, if there is one: one reader that waits, now or next, ends its wait whatever the queue holds. */
     void (*Set)(Tq4_queue q);
     /* Takes the item out of the queue it is in and links it before the position index, counted without it; at or past
      * the count, at the end. Sets the event. Returns item, also when q is null; null items are ignored. */

@@ -27,8 +27,9 @@ typedef struct Tq4_semaphore_CreateParams {
 
 struct Tq4_semaphore_ {
     /* Takes one from the count, waiting for it. 0 when it was taken; otherwise the system's result, -1 with the reason
-     * in errno: EAGAIN (nothing there, time-out 0) or ETIMEDOUT. The time-out is in milliseconds: 0 tries without
-     * waiting, all ones waits without limit. Not valid: -1. A null handle: 0. */
+     * in errno: EAGAIN (nothing there, time-out 0) or ETIMEDOUT. The time-out is in milliseconds, whoever sets
+     * the wall clock meanwhile: 0 tries without waiting, all ones waits without limit. Not valid: -1. A null handle:
+     * 0. */
     int (*Wait)(Tq4_semaphore semaphore, unsigned long milliseconds);
     /* Adds one. 1 on success, 0 when the count is at the system's limit or the semaphore is not valid. A null handle:
      * -1. */

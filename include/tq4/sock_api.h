@@ -63,13 +63,15 @@ typedef struct Tq4_socket_api_ {
     /* Reads up to length bytes. Returns how many came, 0 at the end of the data, -1 on failure. */
     int (*Read)(int descriptor, void *buffer, unsigned long length);
     /* Receives the next datagram, waiting for it unless the descriptor is in non-blocking mode: replaces the string's
-     * text by it, whatever its size, and sets the address to the sender's (null: not wanted; without a family when the
-     * sender has no name). Returns its length, 0 for an empty one, which is taken too; -1 on failure, and then the
-     * string is empty. A null string gives 0 and nothing is received. */
+     * text by it, whole whatever its size and however many threads receive on the descriptor, and sets the address to
+     * the sender's (null: not wanted; without a family when the sender has no name). Returns its length, 0 for an empty
+     * one, which is taken too; -1 on failure, and then the string is empty. A null string gives 0 and nothing is
+     * received. */
     int (*RecvFrom)(int descriptor, Tq4_string string, Tq4_sockaddr address);
 
     /* Options of the socket, on when the second argument is non-zero: reuse of addresses, sending to broadcast
-     * addresses, sending at once (TCP), reporting of all errors (IPv4), blocking mode. */
+     * addresses, sending at once (TCP), reporting of all errors (of IPv4, on a socket of IPv6 of both),
+     * blocking mode. */
     void (*Reuse)(int descriptor, int on);
     void (*BroadCast)(int descriptor, int on);
     void (*NoDelay)(int descriptor, int on);

@@ -40,6 +40,31 @@ typedef struct Tq4_quote {
     char close;
 } Tq4_quote;
 
+/* How formats differ from C's printf. They are the same for every operation of the library that takes one.
+ *
+ *     format                  writes                          its argument
+ *     %.*s %.*d               as without a precision          the '*' takes NONE: the number that C expects there is
+ *                                                             taken for the text, and the process is likely to crash
+ *     %.4*d                   as %.4d                         the '*' takes none
+ *     %i %n %E %F %G %a %A    nothing                         not taken: the next conversion gets it; %n stores nothing
+ *     %zu %hd %hhu %jd %Lf    what follows z, h, j, t or L,   likewise
+ *                             as text: "u", "d", "hu"
+ *     % d %#x %'d %1$d        what follows the blank, #, '    likewise
+ *                             or $, as text: "d", "x"
+ *     %+-5d %0-5d             what follows the second flag,   likewise (the order is '-', '+', '0')
+ *                             as text: "5d"
+ *     %5%                     nothing; "%%" is one %          none
+ *     %s of null              nothing, not even the width     taken
+ *     %8s                     padded to 8 display columns; a  taken; the precision counts bytes
+ *                             character of more than one
+ *                             byte counts as two
+ *     %ls %lc                 as %s; as %c                    a char *, no wchar_t *; 64 bits, 8 of them written
+ *     %I64d                   as %lld                         64 bits
+ *     %e %f %g                with '.', whatever the locale   a double, also behind l and ll
+ *     %m                      as the GNU C library writes it  none: the system error number at the call
+ *
+ * So a size_t is written by %lu, an int by %d, and a text of known length by Strncat. Compilers that check formats as
+ * C's would not see these differences. */
 struct Tq4_string_ {
     /* As Equal, with letters compared without regard to case; the quotes are compared as they are. Two nulls are
      * equal, a null and a string are not. */
@@ -61,9 +86,8 @@ struct Tq4_string_ {
     /* Appends a NUL-terminated text; null is ignored. */
     Tq4_string (*Strcat)(Tq4_string s, const char *text);
     /* Replace the text by a formatted one, or append one. A conversion is %[-][+][0][width or *][.digits][I64|ll|l]
-     * and one of d u o x X c e f g p s m; %m is the text of the current system error number; the width of %s counts
-     * display columns, a character of more than one byte as two; every other letter writes nothing. Return the bytes
-     * written by this call, 0 when there was no room for them. A null format writes nothing. */
+     * and one of d u o x X c e f g p s m; the table in front of this structure tells how that differs from C. Return
+     * the bytes written by this call, 0 when there was no room for them. A null format writes nothing. */
     long (*Sprintf)(Tq4_string s, const char *format, ...);
     long (*Sprintf_append)(Tq4_string s, const char *format, ...);
     long (*vSprintf)(Tq4_string s, const char *format, va_list args);
@@ -159,7 +183,8 @@ struct Tq4_string_ {
      * the decimal number at the front of the text, up to the first character that is no digit; 0 when there is none.
      * What does not fit is the largest or smallest long. */
     long (*ToInt)(Tq4_string s, int base);
-    /* The decimal number at the front of the text, as the C library reads it; 0 when there is none. */
+    /* The decimal number at the front of the text, as the C library reads it but with a point in every
+     * locale; 0 when there is none. */
     double (*ToFloat)(Tq4_string s);
     /* The text as one character. "0x..": the low eight bits of the hexadecimal value. A backslash and n, r, t, 0 or a
      * backslash: that escape; with anything else a blank. Any other text that starts with '0': '0'. Else the low eight

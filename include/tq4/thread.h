@@ -16,6 +16,14 @@
  *
  * A request to quit is never lost, even one that comes before the function has begun: then it is not called at all.
  *
+ * There is no join. WaitFor with TQ4_ALL_ONES asks the function to quit and returns when the thread has ended, without
+ * ever killing it. To learn that a function has ended by itself, let it set a Tq4_event as its last step, wait for it,
+ * and then call WaitFor or Delete.
+ *
+ * A thread that calls its function prints "thead[ID:KERNEL-ID   NAME] begin" before and "... end" after it, both ids as
+ * numbers, the first one hexadecimal. The lines go to the debug interface's Printf, so to standard output unless the
+ * program has set a print sink. A function that is killed prints no end.
+ *
  * A kill is the last resort. It takes the function at whatever instruction it is, also where it calls nothing; locks
  * that it holds stay locked, memory that it owns stays allocated, and a library that it was inside of, the allocator
  * included, stays as it was. This library's events and thread objects stay usable. A function that cannot bear this

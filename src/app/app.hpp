@@ -10,6 +10,8 @@
 #include <string>
 
 #include "app/command_loop.hpp"
+#include "app/control_socket.hpp"
+#include "app/display.hpp"
 #include "own.hpp"
 #include "tq4/app.h"
 #include "tq4/log.h"
@@ -23,8 +25,9 @@ struct Tq4_app_arg {
     const char *m_arg_name;
     const char *m_arg_shortcut;
     const char *m_comment;
-    // False: the run ends with *result.
-    bool (*m_arg_handle)(int *result);
+    bool m_ends;           // the run ends after it
+    int (*m_arg_handle)(); // then with this result
+    static constexpr int None = 0;
 };
 
 struct Tq4_app_obj {
@@ -46,8 +49,11 @@ struct Tq4_app_obj {
     Tq4_own<Tq4_log> m_log;                          // for all threads
     Tq4_own<Tq4_queue> m_global_obj;                 // registered objects, the last one first; under m_registry
     Tq4_own<Tq4_strmap> m_obj_map;                   // the same by name; under m_registry
-    std::atomic<int> m_charset = 0;                  // of the console: 0 UTF-8, 1 GB18030; any thread reads
+    std::atomic<int> m_charset = 0;                  // of the console: 0 UTF-8, 1 GB18030; for all threads
+    std::atomic<bool> m_charset_chosen = false;      // by an option or a command; for all threads
+    int m_daemon_charset = 0;                        // of a daemon: what it was started with
     int m_listen_sock = -1;                          // owned
+    Tq4_control_file m_listen_file;                  // what it made
     Tq4_own<Tq4_stream> m_stream;                    // the console's input
     void *readline_dll = nullptr;                    // stays loaded: readline keeps state of its own
     char *(*readline)(const char *prompt) = nullptr; // null: the built-in reader
@@ -57,8 +63,13 @@ struct Tq4_app_obj {
     std::mutex m_registry;
     unsigned long m_listen_process = 0; // whose socket file it is: processes that the service forks must leave it alone
     Tq4_app_stop m_stop = nullptr;      // of Run
-    bool m_ending = false;              // a signal, or the end of the daemon, ends what is being done
-    unsigned long m_lines = 0;          // read in this conversation
+    Tq4_app_reload m_reload = nullptr;
+    bool m_serving = false;      // the service runs in this process
+    bool m_ending = false;       // a signal, or the end of the daemon, ends what is being done
+    int m_daemon = -1;           // a shell's connection; owned
+    Tq4_app_display m_display;   // of the one thread that shows what comes from there
+    bool m_shows_itself = false; // that is the main thread: there is no other
+    unsigned long m_lines = 0;   // read in this conversation
 
     // The one there is, made when it is first used.
     static Tq4_app_obj &The();
@@ -75,6 +86,7 @@ struct Tq4_app_obj {
     void *Find(const char *name);
     const Tq4_app_cmd *FindCmd(const char *word) const;
     void SetCharset(int gb18030);
+    void ChooseCharset(int gb18030); // as whoever sits at the console wants it
     void PrintOptions() const;
     void PrintCommands() const;
     void PrintVersion() const;
@@ -86,20 +98,32 @@ struct Tq4_app_obj {
     int Run(int argc, char **argv, Tq4_app_start start, Tq4_app_stop stop);
     int RunStandalone(Tq4_app_start start);
     int RunDaemon(Tq4_app_start start);
-    int RunShell(int connection);
+    int RunShell();
     int RunStopOption();
+    bool ShowNext();
 
 private:
-    bool ParseOptions(int *result);
+    std::string Directory(const char *variable) const;
+    bool KnowsOptions() const;
+    int ObeyOptions() const;
+    void ForgetShortcut(const char *name);
+    int Reach();
+    int FailToReach();
     bool Start(Tq4_app_start start);
-    void Stop();
+    void Stop(bool started);
+    void Reload();
+    void End(bool started);
+    int Leave();
+    const char *PipePath() const { return (*m_pipe)->c_str(m_pipe.get()); }
     bool Await(int descriptor, long ms);
+    void Log(const char *format) const;
     void Announce(const char *format) const;
     void Greet(const char *format) const;
     int OpenControl();
     void CloseControl();
+    void EnterBackground();
     void ServeShells();
-    Tq4_app_farewell ServeShell(int connection);
+    Tq4_app_farewell ServeShell();
 
     // console.cpp: what is typed.
     Tq4_app_farewell Converse(int connection);

@@ -11,6 +11,7 @@
 
 #include "platform/multi_platform_console.hpp"
 #include "platform/multi_platform_fs.hpp"
+#include "platform/multi_platform_output.hpp"
 #include "tq4/debug.h"
 #include "tq4/system.h"
 
@@ -18,6 +19,7 @@ namespace {
 
 constexpr int standard_input = 0, standard_output = 1;
 constexpr std::size_t Longest_line = 65536; // bytes that are kept of one; an interactive line is far below
+constexpr long Daemon_wait = 5000;          // milliseconds: a daemon that does not read does not keep the shell
 constexpr const char *prompt = "%s> ";
 
 // Sets a variable of the library, if it has one of that name.
@@ -44,7 +46,7 @@ Tq4_app_farewell Tq4_app_obj::Converse(int connection) {
     if (connection >= 0)
         dialog.forward = [=](const std::string &line) {
             const std::string with_end = line + "\n";
-            return MP_WriteAll(connection, with_end.data(), with_end.size()) != 0;
+            return MP_Output_Write(connection, with_end.data(), with_end.size(), Daemon_wait) != 0;
         };
     const auto said = Tq4_app_converse(dialog);
     (*m_stream)->Detach(m_stream.get()); // what else was typed is forgotten
@@ -64,7 +66,7 @@ bool Tq4_app_obj::LoadReadline() {
 
 // Shows what the C library holds.
 void Tq4_app_obj::Flush() const {
-    if (!MP_FlushStandardOutput() && m_run_type == Tq4_app_run_type_daemon)
+    if (!MP_FlushStandardOutput() && m_run_type == Tq4_app_run_type_daemon && !MP_Events_Ending())
         MP_SOCK_Shutdown(standard_output, MP_Direction_both); // the shell does not read
 }
 

@@ -1,37 +1,43 @@
 // debug: where the library prints and logs.
 //
-// One global record of two sinks that a host may exchange, and what it wants kept beside them. It is set at start-up
-// by one thread and then only read, so there is no lock. The built-in sinks keep nothing between calls: each formats
-// into a string of its own, with the string's engine, so that a format means the same to every sink.
+// One global record of two sinks that a host may exchange, and what it wants kept beside them. There is no lock: what
+// may change while threads print is atomic, and the rest is set at start-up by one thread. The built-in sinks keep
+// nothing between calls: each formats into a string of its own, with the string's engine, so that a format means the
+// same to every sink.
 #include "base/debug.hpp"
+
+#include <atomic>
+
 #include "own.hpp"
+#include "platform/multi_platform_console.hpp"
 #include "platform/multi_platform_system.hpp"
 #include "tq4/debug.h"
 #include "tq4/string.h"
 
-void (*Tq4_debug_write_failed)() = nullptr;
-
 namespace {
 
-constexpr int standard_output = 1;
+constexpr int standard_output = 1, standard_error = 2;
 constexpr int highest_logged_level = 0;
 // Facility "user", severity 0: the same for every message, deliberately; who filters the system log relies on it.
 constexpr int system_log_priority = 8;
+
+void write_to_standard_output(const char *bytes, std::size_t size) { MP_WriteAll(standard_output, bytes, size); }
 
 void print_built_in(int level, const char *format, va_list args);
 void log_built_in(int level, const char *format, va_list args);
 
 struct Tq4_debug_GlobalData {
-    Tq4_debug_sink __Print_funcV;
-    Tq4_debug_sink __Log_funcV;
+    std::atomic<Tq4_debug_sink> __Print_funcV;
+    std::atomic<Tq4_debug_sink> __Log_funcV;
     const void *__hEventSource; // not null once Init has run, and for good
-    int gb18030;                // non-zero: the built-in print sink converts from UTF-8
+    std::atomic<int> gb18030;   // non-zero: the built-in print sink converts from UTF-8; any thread changes it
     void *printf_obj;           // borrowed, the host's
     void *log_obj;              // borrowed, the host's
 };
 constinit Tq4_debug_GlobalData _Tq4_debug_GlobalData = {print_built_in, log_built_in, nullptr, 0, nullptr, nullptr};
 
-void print_built_in(int, const char *format, va_list args) {
+// The formatted text in the console's charset.
+Tq4_own<Tq4_string> console_text(const char *format, va_list args) {
     auto text = Tq4_make<Tq4_string>(Tq4_string_oitf);
     (*text)->vSprintf(text.get(), format, args);
     if (_Tq4_debug_GlobalData.gb18030) {
@@ -41,14 +47,12 @@ void print_built_in(int, const char *format, va_list args) {
                              static_cast<unsigned long>((*text)->length(text.get())));
         text = std::move(converted);
     }
-    const char *bytes = (*text)->c_str(text.get());
-    for (long left = (*text)->length(text.get()), written; left > 0; left -= written, bytes += written) {
-        written = MP_Write(standard_output, bytes, static_cast<std::size_t>(left));
-        if (written < 1) {
-            if (void (*tell)() = Tq4_debug_write_failed) tell();
-            break;
-        }
-    }
+    return text;
+}
+
+void print_built_in(int, const char *format, va_list args) {
+    const auto text = console_text(format, args);
+    Tq4_debug_write((*text)->c_str(text.get()), static_cast<std::size_t>((*text)->length(text.get())));
 }
 
 void log_built_in(int level, const char *format, va_list args) {
@@ -75,7 +79,7 @@ template <auto Sink, auto BuiltIn> void set_sink(Tq4_debug_sink sink) {
 }
 
 template <auto Sink> void forward_list(int level, const char *format, va_list args) {
-    (_Tq4_debug_GlobalData.*Sink)(level, format, args);
+    (_Tq4_debug_GlobalData.*Sink).load()(level, format, args);
 }
 
 template <auto Sink> void forward(int level, const char *format, ...) {
@@ -104,5 +108,21 @@ constexpr Tq4_debug_ api_Tq4_debug = {
 };
 
 } // namespace
+
+void (*Tq4_debug_write)(const char *, std::size_t) = write_to_standard_output;
+
+void Tq4_debug_restore_log(Tq4_debug_sink own) {
+    _Tq4_debug_GlobalData.__Log_funcV.compare_exchange_strong(own, log_built_in);
+}
+
+void Tq4_debug_tell_error(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    const auto text = console_text(format, args);
+    va_end(args);
+    const char *bytes = (*text)->c_str(text.get());
+    for (long left = (*text)->length(text.get()), written; left > 0; left -= written, bytes += written)
+        if ((written = MP_Write(standard_error, bytes, static_cast<std::size_t>(left))) < 1) break;
+}
 
 extern "C" constinit const Tq4_debug_ *const Tq4_debug_api = &api_Tq4_debug;

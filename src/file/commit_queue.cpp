@@ -82,3 +82,8 @@ void Tq4_commit_queue::Leave(Entry *first, Entry *last) {
     }
     if (last != first) Wake(last, Done);
 }
+
+void Tq4_commit_queue::Forget_all() {
+    m_last.store(nullptr, std::memory_order_relaxed);
+    m_company = 1;
+}

@@ -29,6 +29,9 @@ public:
     // Ends the lead of `first`, which has done the work of all entries from itself to `last`.
     void Leave(Entry *first, Entry *last);
 
+    // In a child process, where the threads of the queue do not exist.
+    void Forget_all();
+
 private:
     enum State { Waiting, Leading, Done };
 

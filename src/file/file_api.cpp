@@ -1,15 +1,14 @@
 // file_api: files and directories by path, over the platform layer.
 //
-// Nothing is kept between calls. What reads or copies a whole file does so in blocks of one size; what walks a tree
-// keeps its own list of directories, so neither the depth nor the width of a tree meets the stack.
+// Nothing is kept between calls. What reads or copies a whole file does so in blocks of one size.
 #include "tq4/file_api.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <string>
-#include <vector>
 
+#include "file/descriptor.hpp"
 #include "file/replace.hpp"
 #include "file/walk.hpp"
 #include "platform/multi_platform_fs.hpp"
@@ -17,23 +16,6 @@
 namespace {
 
 constexpr unsigned long Block_size = 65536;
-
-// A descriptor that is closed with its scope.
-class Open_file {
-public:
-    explicit Open_file(int descriptor) : m_descriptor(descriptor) {}
-    ~Open_file() {
-        if (m_descriptor >= 0) MP_FileClose(m_descriptor);
-    }
-    Open_file(const Open_file &) = delete;
-    Open_file &operator=(const Open_file &) = delete;
-
-    explicit operator bool() const { return m_descriptor >= 0; }
-    int get() const { return m_descriptor; }
-
-private:
-    int m_descriptor;
-};
 
 // Calls use(bytes, n) with each block of a file until it gives false. True when the end was reached.
 template <class Use> bool each_block(int descriptor, Use use) {
@@ -64,7 +46,7 @@ long SizeOf(int descriptor) {
 
 long LineCount(const char *path) {
     if (MP_GetFileType(path) != Tq4_file_type_regular) return -1;
-    const Open_file file(MP_SafeOpen(path, O_RDONLY, 0));
+    const Tq4_descriptor file(MP_SafeOpen(path, O_RDONLY, 0));
     if (!file) return -1;
     long lines = 0;
     char last = '\n';
@@ -76,15 +58,17 @@ long LineCount(const char *path) {
     return whole ? lines + (last != '\n') : -1;
 }
 
+constexpr mode_t Made_mode = 0600;       // until all is there
 constexpr mode_t Permission_bits = 0777; // a copy that runs as its owner would be another owner's
 
 int Copy(const char *from, const char *to) {
     MP_FileInfo source, target;
     if (!MP_GetFileInfo(from, 1, &source) || source.type != Tq4_file_type_regular || !to) return 0;
     if (MP_GetFileInfo(to, 0, &target) && target.type != Tq4_file_type_regular) return 0;
-    const Open_file in(MP_SafeOpen(from, O_RDONLY, 0));
-    return in && Tq4_replace_file(to, source.mode & Permission_bits, [&in](int out) {
-               return each_block(in.get(), [out](const char *bytes, long n) { return Tq4_write_all(out, bytes, n); });
+    const Tq4_descriptor in(MP_SafeOpen(from, O_RDONLY, 0));
+    return in && Tq4_replace_file(to, Made_mode, [&](int out) {
+               return each_block(in.get(), [out](const char *bytes, long n) { return Tq4_write_all(out, bytes, n); }) &&
+                      MP_FileSetMode(out, source.mode & Permission_bits);
            });
 }
 
@@ -103,18 +87,16 @@ int MkDir(const char *path, unsigned mode) {
     return MP_DirMake(path, mode);
 }
 
-// All that is in the directory. A directory in it comes after the one it is in, so it is removed before.
 bool remove_content(const char *path) {
-    std::vector<std::string> directories;
     bool removed = true;
-    Tq4_walk_tree(path, true, [&](const std::string &found, const MP_FileInfo &info) {
-        if (info.type == Tq4_file_type_directory)
-            directories.push_back(found);
-        else
-            removed = MP_FileDelete(found.c_str()) && removed;
-    });
-    for (; !directories.empty(); directories.pop_back()) removed = MP_DirRemove(directories.back().c_str()) && removed;
-    return removed;
+    const bool whole = Tq4_walk_tree(
+        path, {.recursive = true, .refuse_link = true},
+        [&](const Tq4_walk_entry &found) {
+            if (found.info.type == Tq4_file_type_directory) return; // when it is empty
+            removed = MP_FileDeleteIn(found.directory, found.name) && removed;
+        },
+        [&](const Tq4_walk_entry &left) { removed = MP_DirRemoveIn(left.directory, left.name) && removed; });
+    return whole && removed;
 }
 
 int RmDir(const char *path, int recursive) {

@@ -34,7 +34,7 @@ struct Tq4_finder_obj {
     int each(Tq4_finder_visitor visitor, void *param) const;
 
 private:
-    void Consider(const std::string &path, MP_FileInfo info, std::string_view pattern, int wanted);
+    void Consider(const Tq4_walk_entry &entry, std::string_view pattern, int wanted);
 };
 
 namespace {
@@ -56,18 +56,20 @@ long Tq4_finder_obj::Find(const char *path, int flags) {
     MP_SpliteFileName2(path, &directory, &pattern);
     const int kinds = flags & (Tq4_finder_files | Tq4_finder_directories);
     const int wanted = kinds ? kinds : Tq4_finder_files | Tq4_finder_directories;
-    const bool readable = Tq4_walk_tree(
-        directory_to_read(path, directory), flags & Tq4_finder_recursive,
-        [&](const std::string &found, const MP_FileInfo &info) { Consider(found, info, pattern, wanted); });
+    const bool whole =
+        Tq4_walk_tree(directory_to_read(path, directory), {.recursive = (flags & Tq4_finder_recursive) != 0},
+                      [&](const Tq4_walk_entry &entry) { Consider(entry, pattern, wanted); });
     std::sort(m_found.begin(), m_found.end(), [](const Found &a, const Found &b) { return a.path < b.path; });
-    return readable ? static_cast<long>(Count()) : -1;
+    if (!whole) Reset();
+    return whole ? static_cast<long>(Count()) : -1;
 }
 
-void Tq4_finder_obj::Consider(const std::string &path, MP_FileInfo info, std::string_view pattern, int wanted) {
-    if (!Tq4_name_matches(pattern, name_of(path))) return;
-    if (info.type == Tq4_file_type_none) MP_GetFileInfo(path.c_str(), 1, &info); // perhaps a link; one to nothing stays
+void Tq4_finder_obj::Consider(const Tq4_walk_entry &entry, std::string_view pattern, int wanted) {
+    if (!Tq4_name_matches(pattern, entry.name)) return;
+    MP_FileInfo info = entry.info;
+    if (info.type == Tq4_file_type_none) MP_GetFileInfoIn(entry.directory, entry.name, 1, &info); // perhaps a link
     const int kind = info.type == Tq4_file_type_directory ? Tq4_finder_directories : Tq4_finder_files;
-    if (wanted & kind) m_found.push_back({path, info.size, static_cast<Tq4_file_type>(info.type)});
+    if (wanted & kind) m_found.push_back({entry.path, info.size, static_cast<Tq4_file_type>(info.type)});
 }
 
 const char *Tq4_finder_obj::Name(unsigned long index) const {

@@ -7,7 +7,12 @@
 // a second.
 //
 // What the system refuses is lost at once, so that nothing piles up behind a full disk; the file is cut back to its
-// last line end, and its size counts what is really there.
+// last line end, and its size counts what is really there. The first failure with a file is told on standard error, by
+// a thread that holds nothing.
+//
+// Others move the open file, write to it, or die in the middle of a line: the leader looks at the file from time to
+// time, before it writes. A fork waits for the leader, so that a child has the log whole; there the first line opens
+// the file again, for a position of its own.
 #include "tq4/log.h"
 
 #include <algorithm>
@@ -15,8 +20,11 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include "base/charset/conversion.hpp"
+#include "base/debug.hpp"
 #include "base/print.hpp"
 #include "base/stream.hpp"
 #include "file/commit_queue.hpp"
@@ -25,6 +33,7 @@
 #include "platform/multi_platform_fs.hpp"
 #include "platform/multi_platform_pthread.hpp"
 #include "platform/multi_platform_system.hpp"
+#include "thread/fork.hpp"
 #include "thread/lock.hpp"
 
 namespace {
@@ -38,14 +47,18 @@ constexpr unsigned Directory_mode = 0770;
 constexpr int Group_lines = 64;
 constexpr unsigned long Group_bytes = 65536;
 
+// A write takes microseconds, milliseconds when its process has to wait for a processor.
+constexpr int Torn_looks = 10;
+constexpr long Torn_look_interval = 1; // milliseconds
+
 struct Moment {
-    time_t seconds;
-    unsigned milliseconds;
+    time_t seconds; // the line's
+    uint64_t tick;  // the clock's, in milliseconds
 };
 
 Moment now() {
     const uint64_t tick = MP_THREAD_GetTickCount();
-    return {static_cast<time_t>(tick / 1000), static_cast<unsigned>(tick % 1000)};
+    return {static_cast<time_t>(tick / 1000), tick};
 }
 
 // A message on its way: formatted on the stack of its thread, on the heap when it is long.
@@ -86,10 +99,32 @@ bool cut_tail(int descriptor, unsigned long n) {
            MP_FileTruncate(descriptor, static_cast<unsigned long>(end) - n);
 }
 
+bool ends_in_line_feed(int descriptor) {
+    char last;
+    return MP_FileSeek(descriptor, -1, SEEK_END) < 0 || MP_FileRead(descriptor, &last, 1) != 1 || last == '\n';
+}
+
+// Whether a killed process has left half a line at the end of the file. Half a line that another process is just
+// writing does not stay half.
+bool is_torn(int descriptor) {
+    if (MP_GetFileSize1(descriptor) == 0) return false; // a device, perhaps
+    for (int looks = 0; looks < Torn_looks; ++looks) {
+        if (ends_in_line_feed(descriptor)) return false;
+        MP_Sleep(Torn_look_interval);
+    }
+    return true;
+}
+
+// What is told about a file that cannot be written.
+struct Trouble {
+    std::string path;
+    int error; // the system's number
+};
+
 std::string default_main_directory() {
     char path[4096];
     MP_GetExePath(path, sizeof path);
-    return std::string(*path ? path : ".") + "/log_files";
+    return MP_AbsolutePath((std::string(*path ? path : ".") + "/log_files").c_str());
 }
 
 } // namespace
@@ -97,6 +132,7 @@ std::string default_main_directory() {
 struct Tq4_log_obj {
     Tq4_own<Tq4_lock> m_lock; // constant after creation; null when the log belongs to one thread
     std::atomic<int> m_level{0};
+    std::atomic<Trouble *> m_trouble{nullptr}; // owned; not told yet
     Tq4_commit_queue m_writers;
 
     // Under m_lock.
@@ -108,13 +144,19 @@ struct Tq4_log_obj {
     time_t m_lastTime TQ4_GUARDED_BY(m_lock) = 0;   // time of the last message
     std::tm m_calendar TQ4_GUARDED_BY(m_lock){};    // m_lastTime as local time
     Tq4_log_prefix m_prefix TQ4_GUARDED_BY(m_lock); // of m_calendar
-    bool m_torn TQ4_GUARDED_BY(m_lock) = false;     // the open file ends inside a line that could not be cut away
+    bool m_torn TQ4_GUARDED_BY(m_lock) = false;     // the open file ends inside a line that was not cut away
+    bool m_told TQ4_GUARDED_BY(m_lock) = false;     // a failure since a file was last opened
+
+    Tq4_fork_member m_at_fork{this, At_fork}; // last: from here on forks come upon the log
 
     explicit Tq4_log_obj(const void *for_threads) : m_lock(for_threads ? Tq4_make<Tq4_lock>(Tq4_lock_oitf) : nullptr) {
         m_choice.m_maindir = default_main_directory();
         Set_time(now().seconds);
     }
-    ~Tq4_log_obj() { Close_file(); }
+    ~Tq4_log_obj() {
+        Close_file();
+        delete m_trouble;
+    }
     void Reset();
     void Copy(const Tq4_log_obj *source) TQ4_NO_THREAD_ANALYSIS;
     void Duplicate(const Tq4_log_obj &source);
@@ -141,10 +183,15 @@ private:
     void Add(const Line &line) TQ4_REQUIRES(m_lock);
     void Set_time(time_t time) TQ4_REQUIRES(m_lock);
     void Choose_file(time_t time, bool may_open) TQ4_REQUIRES(m_lock);
-    void Open_file() TQ4_REQUIRES(m_lock);
+    void Look_for_file() TQ4_REQUIRES(m_lock);
+    bool Open_file(const std::string &path) TQ4_REQUIRES(m_lock);
+    void Make_directory() TQ4_REQUIRES(m_lock);
     void Close_file() TQ4_REQUIRES(m_lock);
     void Send() TQ4_REQUIRES(m_lock);
     void Drop_refused() TQ4_REQUIRES(m_lock);
+    void Note_trouble(const std::string &path) TQ4_REQUIRES(m_lock);
+    void Tell_trouble();
+    static void At_fork(void *log, Tq4_fork_moment moment) TQ4_NO_THREAD_ANALYSIS;
 };
 
 void Tq4_log_obj::Reset() {
@@ -165,7 +212,10 @@ void Tq4_log_obj::Copy(const Tq4_log_obj *source) {
 }
 
 void Tq4_log_obj::Duplicate(const Tq4_log_obj &source) {
-    if (source.m_lock) m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf);
+    if (source.m_lock) {
+        const Tq4_no_fork while_it_changes;
+        m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf);
+    }
     Copy(&source);
 }
 
@@ -196,7 +246,7 @@ void Tq4_log_obj::LineLimit(int lines) {
 void Tq4_log_obj::MainDir(const char *directory) {
     if (!directory || !*directory) return;
     const Tq4_guard guard(m_lock);
-    m_choice.m_maindir = directory;
+    m_choice.m_maindir = MP_AbsolutePath(directory);
 }
 
 const char *Tq4_log_obj::DirInfo() {
@@ -219,7 +269,7 @@ void Tq4_log_obj::vPrintf_t(time_t time, int level, const char *format, va_list 
     const Tq4_cancel_held held;
     Text text;
     text.Add_line(format, args);
-    Commit(text, {time, now().milliseconds}, true);
+    Commit(text, {time, now().tick}, true);
 }
 
 void Tq4_log_obj::HexPrint(int level, const void *data, unsigned long length, const char *format, va_list args) {
@@ -246,6 +296,7 @@ void Tq4_log_obj::Commit(Tq4_bytes text, Moment moment, bool is_line) {
     if (!m_lock || m_writers.Enter(&line)) {
         Line *const last = Lead(&line);
         if (m_lock) m_writers.Leave(&line, last);
+        Tell_trouble();
     }
     errno = error;
 }
@@ -255,6 +306,8 @@ void Tq4_log_obj::Commit(Tq4_bytes text, Moment moment, bool is_line) {
 // Writes the leader's line and those behind it, and returns the last one written.
 Line *Tq4_log_obj::Lead(Line *first) {
     const Tq4_guard guard(m_lock);
+    if (m_choice.Look_due(first->moment.tick)) Look_for_file();
+    if (m_choice.Size_due()) m_choice.Seen(MP_GetFileSize1(stream().Handle()));
     Line *last = first;
     Add(*first);
     for (int lines = 1; lines < Group_lines && stream().Pending() < Group_bytes; ++lines) {
@@ -275,7 +328,7 @@ void Tq4_log_obj::Add(const Line &line) {
     const unsigned long before = s.Pending();
     if (m_torn && before == 0) Tq4_wbuf_putch(&s.m_out, '\n');
     if (line.is_line) {
-        m_prefix.Append(&s.m_out, line.moment.milliseconds, line.thread);
+        m_prefix.Append(&s.m_out, static_cast<unsigned>(line.moment.tick % 1000), line.thread);
         ++m_filelines;
     }
     Tq4_wbuf_memcat(&s.m_out, line.text.data, line.text.size);
@@ -290,25 +343,42 @@ void Tq4_log_obj::Set_time(time_t time) {
 
 void Tq4_log_obj::Choose_file(time_t time, bool may_open) {
     if (time != m_lastTime) Set_time(time);
-    if (!m_choice.Due(m_calendar)) return;
-    Close_file();
-    if (may_open) {
-        Open_file();
-    } else {
-        const std::string &directory = m_choice.m_filedir;
-        MP_MkdirBeforCreateFile(directory.c_str(), Directory_mode);
-        MP_DirMake(directory.c_str(), Directory_mode);
-        m_choice.Closed();
+    if (m_choice.Due(m_calendar)) {
+        Close_file();
+        if (!may_open) Make_directory();
+        if (!may_open || !Open_file(m_choice.Next(m_calendar, MP_GetFileSize2))) m_choice.Closed();
+    } else if (m_choice.m_moved && !Open_file(m_choice.Path())) {
+        m_choice.m_moved = false; // the file that was moved is better than none
     }
 }
 
-void Tq4_log_obj::Open_file() {
-    const std::string path = m_choice.Next(m_calendar, MP_GetFileSize2);
+void Tq4_log_obj::Make_directory() {
+    const std::string &directory = m_choice.m_filedir;
+    MP_MkdirBeforCreateFile(directory.c_str(), Directory_mode);
+    MP_DirMake(directory.c_str(), Directory_mode);
+}
+
+// False when it cannot be opened; then the file that is open stays so.
+bool Tq4_log_obj::Open_file(const std::string &path) {
     const int descriptor = MP_SafeOpen(path.c_str(), O_RDWR | O_CREAT | O_APPEND, File_mode);
-    if (descriptor < 0) return m_choice.Closed();
+    if (descriptor < 0) {
+        Note_trouble(path);
+        return false;
+    }
+    Close_file();
     stream().Attach(descriptor);
     m_choice.Opened(MP_GetFileSize1(descriptor));
+    m_torn = is_torn(descriptor);
+    m_told = false;
     m_filelines = 0;
+    return true;
+}
+
+void Tq4_log_obj::Look_for_file() {
+    const int descriptor = stream().Handle();
+    if (descriptor < 0) return;
+    if (MP_FileHasMoved(descriptor, m_choice.Path().c_str())) m_choice.m_moved = true;
+    m_choice.Seen(MP_GetFileSize1(descriptor));
 }
 
 void Tq4_log_obj::Close_file() {
@@ -329,6 +399,7 @@ void Tq4_log_obj::Send() {
 // The system took a part of what was to be sent, perhaps nothing. The rest is lost, and so is the line that was cut in
 // two: its beginning is taken back from the file, if nobody has written behind it.
 void Tq4_log_obj::Drop_refused() {
+    Note_trouble(m_choice.Path());
     Tq4_stream_obj &s = stream();
     const unsigned long sent = s.m_sent;
     m_choice.m_filesize -= static_cast<int64_t>(s.Pending());
@@ -348,8 +419,43 @@ void Tq4_log_obj::FFlush() {
 
 void Tq4_log_obj::CheckFile() {
     const Tq4_cancel_held held;
-    const Tq4_guard guard(m_lock);
-    Choose_file(now().seconds, false);
+    {
+        const Tq4_guard guard(m_lock);
+        Look_for_file();
+        Choose_file(now().seconds, false);
+    }
+    Tell_trouble();
+}
+
+// --- Trouble ---
+
+// Follows a system call that failed.
+void Tq4_log_obj::Note_trouble(const std::string &path) {
+    if (!std::exchange(m_told, true)) delete m_trouble.exchange(new Trouble{path, MP_FileGetLastError()});
+}
+
+// Without the lock: standard error may be a pipe that nobody reads.
+void Tq4_log_obj::Tell_trouble() {
+    if (!m_trouble.load(std::memory_order_relaxed)) return;
+    const std::unique_ptr<Trouble> trouble(m_trouble.exchange(nullptr));
+    if (!trouble) return; // another thread tells it
+    errno = trouble->error;
+    Tq4_debug_tell_error("日志文件%s无法写入：%m\n", trouble->path.c_str());
+}
+
+// --- A fork ---
+
+void Tq4_log_obj::At_fork(void *log, Tq4_fork_moment moment) {
+    auto *l = static_cast<Tq4_log_obj *>(log);
+    if (moment == Tq4_fork_moment::before) {
+        if (l->m_lock) (*l->m_lock)->Lock(l->m_lock.get());
+        return;
+    }
+    if (l->m_lock) (*l->m_lock)->Unlock(l->m_lock.get());
+    if (moment == Tq4_fork_moment::in_parent) return;
+    if (l->m_lock) l->m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf); // the old one is held by a thread of the parent
+    l->m_writers.Forget_all();
+    l->m_choice.m_moved = true; // the open file's position is shared with the parent: open it again
 }
 
 // --- The table ---

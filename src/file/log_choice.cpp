@@ -67,9 +67,26 @@ std::string Tq4_log_choice::Next(const std::tm &t, const Size_of &size_of) {
     }
 }
 
-void Tq4_log_choice::Opened(uint64_t size) { m_filesize = int64_t(size); }
+bool Tq4_log_choice::Look_due(uint64_t milliseconds) {
+    const auto since = static_cast<int64_t>(milliseconds - m_looked);
+    // Threads bring times that differ by little, in any order; a clock that was set back brings a large difference.
+    if (since < Look_interval && since > -Look_interval) return false;
+    m_looked = milliseconds;
+    return true;
+}
+
+void Tq4_log_choice::Seen(uint64_t size) {
+    m_shared |= int64_t(size) > m_filesize;
+    m_filesize = m_seen = int64_t(size);
+}
+
+void Tq4_log_choice::Opened(uint64_t size) {
+    m_filesize = m_seen = int64_t(size);
+    m_moved = m_shared = false;
+}
 
 void Tq4_log_choice::Closed() {
     m_filename.clear();
-    m_filesize = Full;
+    m_filesize = m_seen = Full;
+    m_moved = m_shared = false;
 }

@@ -3,6 +3,9 @@
 // It touches neither files nor clocks: sizes are asked through a function, and its owner opens and closes. Two steps
 // make a choice. Due() tells whether another file must follow the one that is open, and stamps the new period; then
 // Next() names that file, or the owner leaves it to the next line by Closed().
+//
+// Others may move the open file away, cut it, or write to it as well. Look_due() and Size_due() tell the owner when to
+// look; it says what it has found by m_moved and Seen(). A file that was moved is followed by a new one of its name.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +28,7 @@ struct Tq4_log_choice {
     int64_t m_filesize = 0; // bytes in the open file, all of them; Full when none could be opened
     std::tm m_dateStamp{};  // date, hour and minute of the open file
     uint64_t m_index = 1;   // number of the next file within the period
+    bool m_moved = false;   // the path of the open file leads elsewhere: Path() is to be opened, unless Due()
 
     Tq4_log_choice() { m_dateStamp.tm_year = Never; }
 
@@ -36,6 +40,17 @@ struct Tq4_log_choice {
     // limit or absent. m_filename is its name.
     std::string Next(const std::tm &t, const Size_of &size_of);
 
+    // The path of the open file.
+    std::string Path() const { return m_filedir + '/' + m_filename; }
+
+    // Whether the owner should look for the open file at its path, at a time in milliseconds of a clock that may be
+    // set: once a second.
+    bool Look_due(uint64_t milliseconds);
+    // Whether the owner should ask for the true size of the open file: rarely, until others are seen to write to it.
+    bool Size_due() const { return m_shared || m_filesize - m_seen >= Unseen_most; }
+    // The true size; all that was written by the owner is in it.
+    void Seen(uint64_t size);
+
     // What became of the choice: the file is open and holds size bytes, or none is and the next line chooses again.
     void Opened(uint64_t size);
     void Closed();
@@ -43,7 +58,13 @@ struct Tq4_log_choice {
 private:
     static constexpr int Never = -1900;        // tm_year of the year 0: no line has been written
     static constexpr int64_t Full = INT64_MAX; // at the limit, whatever limit is set meanwhile
-    std::string m_filedir_before;              // kept so that a borrowed m_filedir text outlives one change of date
+    static constexpr int64_t Look_interval = 1000;
+    static constexpr int64_t Unseen_most = 65536; // bytes: a sixteenth of the least limit
+
+    uint64_t m_looked = 0;        // when the path was last looked at
+    int64_t m_seen = 0;           // the size when it was last asked
+    bool m_shared = false;        // others write to the open file
+    std::string m_filedir_before; // kept so that a borrowed m_filedir text outlives one change of date
 
     void Begin_day(const std::tm &t);
 };

@@ -1,6 +1,7 @@
 // multi_platform_console: signals become bits of one atomic word, and a counter that can be polled (an eventfd) says
-// that there are some. A handler does no more than that, so it may run on any thread at any moment; whoever waits polls
-// the counter beside its own descriptor and takes all bits at once.
+// that there are some. A handler may run on any thread at any moment; whoever waits polls the counter beside its own
+// descriptors and takes all bits at once. The handler of a signal that asks for the end also sees to it that nobody
+// waits for a reader any more: a write that it interrupts is begun again by the system, and finds that out.
 #include "platform/multi_platform_console.hpp"
 
 #include <atomic>
@@ -18,19 +19,28 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/multi_platform_output.hpp"
 #include "platform/multi_platform_system.hpp"
 
 namespace {
 
-constexpr int standard_descriptors = 3;
+constexpr int standard_output = 1, standard_error = 2, standard_descriptors = 3;
 constexpr const char *null_device = "/dev/null";
 
 std::atomic<unsigned> raised{MP_Event_none};
-std::atomic<int> counter{-1}; // owned; -1 when closed
-static_assert(std::atomic<unsigned>::is_always_lock_free && std::atomic<int>::is_always_lock_free);
+std::atomic<bool> ending{false};
+std::atomic<int> counter{-1};  // owned; -1 when closed
+std::atomic<pid_t> catcher{0}; // the process whose descriptors the handlers may touch: not one that it has forked
+static_assert(std::atomic<unsigned>::is_always_lock_free && std::atomic<int>::is_always_lock_free &&
+              std::atomic<bool>::is_always_lock_free);
 
 template <MP_Event Event> void on_signal(int) {
     const int error = errno;
+    if (Event == MP_Event_stop && catcher == getpid()) {
+        ending = true;
+        MP_Output_StopWaiting(standard_output);
+        MP_Output_StopWaiting(standard_error);
+    }
     MP_Events_Raise(Event);
     errno = error;
 }
@@ -48,27 +58,44 @@ Caught caught[] = {
     {SIGPIPE, [](int) {}, {}},
 };
 
-void put_on_null_device(int descriptor, int flags) {
-    const int null = open(null_device, flags | O_CLOEXEC);
-    if (null < 0) return;
-    if (null == descriptor) { // it was closed
-        fcntl(descriptor, F_SETFD, 0);
-        return;
+int null_flags(int descriptor) { return descriptor == 0 ? O_RDONLY : O_RDWR; }
+
+// What descriptors 0, and 1 and 2, go back to when no descriptor is free. Owned; -1 when not yet opened.
+int reserve[] = {-1, -1};
+
+int open_reserve(int descriptor) {
+    int &kept = reserve[descriptor != 0];
+    if (kept < 0) kept = open(null_device, null_flags(descriptor) | O_CLOEXEC);
+    return kept;
+}
+
+// Takes the lock of the C library's standard output. False when the end was asked for while another thread has it,
+// which may wait in a write for as long as nobody reads.
+bool lock_standard_output() {
+    while (ftrylockfile(stdout) != 0) {
+        if (ending) return false;
+        MP_Sleep(1);
     }
-    dup2(null, descriptor);
-    close(null);
+    return true;
 }
 
 } // namespace
 
 void MP_OpenStandardDescriptors() {
-    for (int descriptor = 0; descriptor < standard_descriptors; ++descriptor)
-        if (fcntl(descriptor, F_GETFD) < 0) put_on_null_device(descriptor, descriptor == 0 ? O_RDONLY : O_RDWR);
+    for (int descriptor = 0; descriptor < standard_descriptors; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) >= 0) continue;
+        const int null = open(null_device, null_flags(descriptor)); // gets the lowest number that is free: this one
+        if (null < 0 || null == descriptor) continue;
+        dup2(null, descriptor); // another thread was quicker
+        close(null);
+    }
 }
+
+int MP_PrepareToDetach() { return open_reserve(0) >= 0 && open_reserve(standard_output) >= 0; }
 
 void MP_DetachStandardDescriptors() {
     for (int descriptor = 0; descriptor < standard_descriptors; ++descriptor)
-        put_on_null_device(descriptor, descriptor == 0 ? O_RDONLY : O_RDWR);
+        dup2(open_reserve(descriptor), descriptor);
 }
 
 void MP_AttachStandardDescriptors(int descriptor) {
@@ -76,10 +103,14 @@ void MP_AttachStandardDescriptors(int descriptor) {
 }
 
 int MP_FlushStandardOutput() {
-    if (std::fflush(stdout) == 0) return 1;
-    __fpurge(stdout);
-    std::clearerr(stdout);
-    return 0;
+    if (!lock_standard_output()) return 0;
+    const int done = fflush_unlocked(stdout) == 0;
+    if (!done) {
+        __fpurge(stdout);
+        clearerr_unlocked(stdout);
+    }
+    funlockfile(stdout);
+    return done;
 }
 
 int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
@@ -109,6 +140,7 @@ int MP_EnterBackground() {
     setsid();
     const pid_t grandchild = fork();
     if (grandchild > 0) _exit(0);
+    if (catcher) catcher = getpid();
     return grandchild == 0;
 }
 
@@ -124,7 +156,9 @@ int MP_Events_Open() {
     const int made = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (made < 0) return 0;
     raised = MP_Event_none;
+    ending = false;
     counter = made;
+    catcher = getpid();
     for (Caught &each : caught) {
         struct sigaction action {};
         action.sa_handler = each.handler;
@@ -141,16 +175,19 @@ void MP_Events_Close() {
     close(counter.exchange(-1));
 }
 
+bool MP_Events_Ending() { return ending; }
+
 void MP_Events_Raise(MP_Event event) {
     raised |= event;
     eventfd_write(counter, 1);
 }
 
-unsigned MP_Events_Wait(int descriptor, long ms, bool *readable) {
-    pollfd watched[] = {{counter, POLLIN, 0}, {descriptor, POLLIN, 0}};
+unsigned MP_Events_Wait(long ms, int descriptor, bool *readable, int other, bool *other_readable) {
+    pollfd watched[] = {{counter, POLLIN, 0}, {descriptor, POLLIN, 0}, {other, POLLIN, 0}};
     // A signal that interrupts the wait without raising an event ends it early: callers wait in a loop anyway.
-    const int ready = poll(watched, 2, ms < 0 ? -1 : static_cast<int>(ms));
-    if (readable) *readable = ready > 0 && watched[1].revents != 0;
+    const int ready = poll(watched, 3, ms < 0 ? -1 : static_cast<int>(ms));
+    *readable = ready > 0 && watched[1].revents != 0;
+    *other_readable = ready > 0 && watched[2].revents != 0;
     eventfd_t count;
     if (ready > 0 && watched[0].revents) eventfd_read(counter, &count);
     return raised.exchange(MP_Event_none);

@@ -11,11 +11,14 @@
 
 // Opens those that are closed on the null device, so that no file or socket gets their numbers.
 void MP_OpenStandardDescriptors();
+// Opens what the next function needs, so that it does not fail when no descriptor is free later on.
+int MP_PrepareToDetach();
 // Puts all three on the null device: 0 for reading, 1 and 2 for reading and writing. They are open at any moment.
 void MP_DetachStandardDescriptors();
 // Puts all three on the descriptor, which stays open.
 void MP_AttachStandardDescriptors(int descriptor);
-// Hands what the C library holds for standard output to the system. 0 when that refuses some, which is dropped.
+// Hands what the C library holds for standard output to the system. 0 when that refuses some, which is dropped, and
+// when the end was asked for while another thread prints.
 int MP_FlushStandardOutput();
 // Writes all bytes. 0 when the system refuses some.
 int MP_WriteAll(int descriptor, const void *bytes, std::size_t size);
@@ -49,16 +52,20 @@ enum MP_Event : unsigned {
 };
 
 // Lets SIGTERM, SIGINT and SIGHUP raise events instead of ending the process, and SIGPIPE do nothing. What was
-// installed before is kept for MP_Events_Close. Programs that the process starts are not affected.
+// installed before is kept for MP_Events_Close. Programs that the process starts are not affected. 0 when the system
+// has no descriptor for it: then nothing is installed, and the system's error number is the reason.
 int MP_Events_Open();
 // Installs again what was there before; events not yet taken are forgotten.
 void MP_Events_Close();
 // Raises an event. From any thread, or a signal handler.
 void MP_Events_Raise(MP_Event event);
-// Waits until an event is raised or the descriptor (-1: none) can be read without waiting, is at its end or failed, at
-// most ms milliseconds (negative: without limit). Takes the events and returns them, joined. *readable tells about the
-// descriptor, also when there are events (null: not asked).
-unsigned MP_Events_Wait(int descriptor, long ms, bool *readable);
+// Whether SIGTERM or SIGINT has come since MP_Events_Open: from then on nothing waits for a reader, and descriptors 1
+// and 2 take what finds room. From any thread, or a signal handler.
+bool MP_Events_Ending();
+// Waits until an event is raised or one of two descriptors (-1: none) can be read without waiting, is at its end or
+// failed, at most ms milliseconds (negative: without limit). Takes the events and returns them, joined. *readable and
+// *other_readable tell about the descriptors, also when there are events.
+unsigned MP_Events_Wait(long ms, int descriptor, bool *readable, int other, bool *other_readable);
 
 // --- The supervisor ---
 

@@ -1,15 +1,23 @@
 // multi_platform_pthread: a thin layer over POSIX threads; see the header for the conventions of results.
 //
-// All timed waits take an absolute wall-clock deadline, computed once, so a wait that a signal interrupts is simply
-// entered again. Seconds and milliseconds are added as separate fields: the largest time-out is 1.8e16 seconds, which
-// added to today still is a fraction of what a 64-bit second holds.
+// All timed waits take an absolute deadline, computed once, so a wait that a signal interrupts is simply entered again.
+// It is on the clock that only goes forward: a wall clock that is set would stretch or cut them. Conditions name that
+// clock in each wait and keep the system's default, since an event gives its condition away. Seconds and milliseconds
+// are added as separate fields: the largest time-out is 1.8e16 seconds, which added to today still is a fraction of
+// what a 64-bit second holds.
 #include "platform/multi_platform_pthread.hpp"
 
 #include <cerrno>
 #include <csignal>
+#include <cxxabi.h>
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include "sanitizers.hpp"
+#include "thread_record.hpp"
+
+extern "C" [[gnu::visibility("hidden")]] void *__dso_handle; // names the library to the C++ runtime
 
 static_assert(sizeof(time_t) == 8, "a deadline of any time-out fits");
 
@@ -22,23 +30,47 @@ template <class Wait> int wait_through_signals(Wait wait) {
     }
 }
 
-timespec deadline_after(unsigned long ms) {
-    timespec deadline;
-    MP_BuildTimeSpec(&deadline, ms);
-    return deadline;
+timespec sum_of(timespec time, unsigned long ms) {
+    time.tv_sec += static_cast<time_t>(ms / 1000);
+    time.tv_nsec += static_cast<long>(ms % 1000) * 1000000;
+    if (time.tv_nsec > 999999999) {
+        time.tv_sec += 1;
+        time.tv_nsec -= 1000000000;
+    }
+    return time;
 }
+
+timespec deadline_after(unsigned long ms, clockid_t clock = CLOCK_MONOTONIC) {
+    timespec now;
+    clock_gettime(clock, &now);
+    return sum_of(now, ms);
+}
+
+// The thread sanitizer follows conditions on either clock, but mutexes and semaphores only on the wall clock: on the
+// other one it would miss who holds the mutex and who posted. So its builds, and they alone, wait there.
+#ifdef TQ4_THREAD_SANITIZER
+int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
+    const timespec deadline = deadline_after(ms, CLOCK_REALTIME);
+    return pthread_mutex_timedlock(mutex, &deadline);
+}
+int take_within(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
+    const timespec deadline = deadline_after(ms, CLOCK_REALTIME);
+    return wait_through_signals([&] { return sem_timedwait(semaphore, &deadline); });
+}
+#else
+int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
+    const timespec deadline = deadline_after(ms);
+    return pthread_mutex_clocklock(mutex, CLOCK_MONOTONIC, &deadline);
+}
+int take_within(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
+    const timespec deadline = deadline_after(ms);
+    return wait_through_signals([&] { return sem_clockwait(semaphore, CLOCK_MONOTONIC, &deadline); });
+}
+#endif
 
 } // namespace
 
-timespec MP_AddToTimeSpec(timeval now, unsigned long ms) {
-    timespec sum{now.tv_sec + static_cast<time_t>(ms / 1000),
-                 now.tv_usec * 1000 + static_cast<long>(ms % 1000) * 1000000};
-    if (sum.tv_nsec > 999999999) {
-        sum.tv_sec += 1;
-        sum.tv_nsec -= 1000000000;
-    }
-    return sum;
-}
+timespec MP_AddToTimeSpec(timeval now, unsigned long ms) { return sum_of({now.tv_sec, now.tv_usec * 1000}, ms); }
 
 void MP_BuildTimeSpec(timespec *deadline, unsigned long ms) {
     timeval now;
@@ -85,9 +117,7 @@ void MP_THREAD_mutex_destroy(MP_THREAD_mutex *mutex) { pthread_mutex_destroy(mut
 int MP_THREAD_mutex_lock(MP_THREAD_mutex *mutex) { return pthread_mutex_lock(mutex); }
 
 int MP_THREAD_mutex_trylock(MP_THREAD_mutex *mutex, unsigned long ms) {
-    if (ms == TQ4_ALL_ONES) return pthread_mutex_lock(mutex);
-    const timespec deadline = deadline_after(ms);
-    return pthread_mutex_timedlock(mutex, &deadline);
+    return ms == TQ4_ALL_ONES ? pthread_mutex_lock(mutex) : lock_within(mutex, ms);
 }
 
 int MP_THREAD_mutex_take(MP_THREAD_mutex *mutex) { return !pthread_mutex_trylock(mutex); }
@@ -141,8 +171,7 @@ int MP_THREAD_Semaphore_post(MP_THREAD_Semaphore *semaphore, long count) {
 int MP_THREAD_Semaphore_wait(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
     if (ms == 0) return MP_THREAD_Semaphore_trywait(semaphore);
     if (ms == TQ4_ALL_ONES) return wait_through_signals([=] { return sem_wait(semaphore); });
-    const timespec deadline = deadline_after(ms);
-    return wait_through_signals([&] { return sem_timedwait(semaphore, &deadline); });
+    return take_within(semaphore, ms);
 }
 
 int MP_THREAD_Semaphore_trywait(MP_THREAD_Semaphore *semaphore) {
@@ -174,7 +203,7 @@ int MP_THREAD_event_reset(MP_THREAD_event *) { return 0; }
 int MP_THREAD_event_wait(MP_THREAD_event *event, unsigned long ms, MP_THREAD_mutex *mutex) {
     if (ms == TQ4_ALL_ONES) return pthread_cond_wait(event, mutex);
     const timespec deadline = deadline_after(ms);
-    return pthread_cond_timedwait(event, mutex, &deadline);
+    return pthread_cond_clockwait(event, mutex, CLOCK_MONOTONIC, &deadline);
 }
 
 int MP_THREAD_Create(void *(*entry)(void *), void *argument, int mode, MP_THREAD_handle *thread, unsigned long *id) {
@@ -233,6 +262,10 @@ int MP_THREAD_DeferCancel() {
 
 void MP_THREAD_RestoreCancel(int before) { pthread_setcanceltype(before, nullptr); }
 
+void MP_THREAD_AtEnd(void (*function)(void *), void *argument) {
+    abi::__cxa_thread_atexit(function, argument, &__dso_handle);
+}
+
 // The type changes first and comes back last: a cancellation that is on its way as a signal asks for the type alone,
 // and would strike a thread that has only disabled it.
 int MP_THREAD_HoldCancel() {
@@ -264,15 +297,22 @@ void MP_THREAD_Signal(int signal, void (*handler)(int)) {
     sigaction(signal, &action, nullptr);
 }
 
+int MP_THREAD_AtFork(void (*before)(), void (*in_parent)(), void (*in_child)()) {
+    return !pthread_atfork(before, in_parent, in_child);
+}
+
 int MP_THREAD_SignalIsDefault(int signal) {
     struct sigaction action;
     return sigaction(signal, nullptr, &action) == 0 && !(action.sa_flags & SA_SIGINFO) && action.sa_handler == SIG_DFL;
 }
 
 pid_t MP_THREAD_GetLWP() {
-    static thread_local pid_t id = 0;
-    static const int forgets_at_fork = pthread_atfork(nullptr, nullptr, [] { id = 0; });
+    static const int forgets_at_fork = pthread_atfork(nullptr, nullptr, [] {
+        if (Tq4_this_thread->kernel_id) Tq4_this_thread->kernel_id = 0;
+    });
     (void)forgets_at_fork;
-    if (id == 0) id = gettid();
+    if (Tq4_this_thread->kernel_id) return Tq4_this_thread->kernel_id;
+    const pid_t id = gettid();
+    if (Tq4_thread_record *own = Tq4_own_thread_record()) own->kernel_id = id;
     return id;
 }

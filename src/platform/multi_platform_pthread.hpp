@@ -2,9 +2,9 @@
 //
 // Everybody else in the library calls these instead of the system. Init, post and unlock functions give 1 for success
 // and 0 for failure; waits give the system's own result: 0 when obtained, otherwise the error number or, for
-// semaphores, -1 with the system error set. Nothing here logs or keeps state. Times are wall-clock milliseconds;
-// TQ4_ALL_ONES waits without limit, and no other time-out wraps, however large. A signal does not end a wait.
-// Pointers are borrowed and must not be null.
+// semaphores, -1 with the system error set. Nothing here logs or keeps state. Pointers are borrowed and must not be
+// null. Times are milliseconds; TQ4_ALL_ONES waits without limit, and no other time-out wraps, however large. Neither a
+// signal nor setting the wall clock ends a wait or makes it longer.
 #pragma once
 
 #include <atomic>
@@ -132,10 +132,20 @@ void MP_THREAD_ClearCancel();
 int MP_THREAD_DeferCancel();
 void MP_THREAD_RestoreCancel(int before);
 
+// Calls function(argument) at the end of the calling thread, in line with the destructors of its thread-local objects;
+// this library stays loaded until then.
+void MP_THREAD_AtEnd(void (*function)(void *), void *argument);
+
 // Keeps the calling thread from being cancelled at all, until the matching call gives back the result of this one. What
 // happens between them may wait in the system with locks held.
 int MP_THREAD_HoldCancel();
 void MP_THREAD_ReleaseCancel(int before);
+
+// --- Processes ---
+
+// From now on each fork calls these on the thread that forks: one before it, one after it in the parent, one after it
+// in the child. Later calls are nested around earlier ones. 1/0.
+int MP_THREAD_AtFork(void (*before)(), void (*in_parent)(), void (*in_child)());
 
 // --- Signals ---
 

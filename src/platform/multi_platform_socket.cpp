@@ -46,6 +46,13 @@ template <class Call> auto restarted(Call call) {
     return result;
 }
 
+int family_of(int socket) {
+    int family = AF_UNSPEC;
+    socklen_t size = sizeof family;
+    getsockopt(socket, SOL_SOCKET, SO_DOMAIN, &family, &size);
+    return family;
+}
+
 // Makes a resolved address the any-address of its family.
 void set_any(sockaddr *address, uint16_t port) {
     if (address->sa_family == AF_INET) {
@@ -136,16 +143,25 @@ long MP_SOCK_Send(int socket, const void *bytes, std::size_t n, const sockaddr *
     return restarted([=] { return sendto(socket, bytes, n, MSG_NOSIGNAL, to, length); });
 }
 
-long MP_SOCK_Receive(int socket, void *room, std::size_t n, sockaddr *from, socklen_t *length) {
-    return restarted([=] { return recvfrom(socket, room, n, 0, from, length); });
+long MP_SOCK_ReceiveNow(int socket, MP_SOCK_Room first, MP_SOCK_Room second, sockaddr *from, socklen_t *length) {
+    iovec rooms[] = {{first.begin, first.size}, {second.begin, second.size}};
+    msghdr message{};
+    message.msg_name = from;
+    message.msg_namelen = *length;
+    message.msg_iov = rooms;
+    message.msg_iovlen = 2;
+    const long received = restarted([&] { return recvmsg(socket, &message, MSG_DONTWAIT); });
+    if (received >= 0) *length = message.msg_namelen;
+    return received;
 }
 
 long MP_SOCK_NextDatagram(int socket) {
     int waiting = 0;
     const int asked = ioctl(socket, FIONREAD, &waiting);
     if (asked < 0) return asked;
-    // 0 stands for an empty datagram and for none.
-    return waiting ? waiting : restarted([=] { return recv(socket, nullptr, 0, MSG_PEEK | MSG_TRUNC); });
+    // 0 stands for an empty datagram and for none. For no byte at all, a stream would not be waited for.
+    char byte;
+    return waiting ? waiting : restarted([&] { return recv(socket, &byte, 1, MSG_PEEK | MSG_TRUNC); });
 }
 
 int MP_SOCK_LocalAddress(int socket, sockaddr *address, socklen_t *length) {
@@ -163,7 +179,10 @@ int MP_SOCK_SetOption(int socket, MP_SOCK_Option option, int on) {
     constexpr Place places[] = {
         {SOL_SOCKET, SO_REUSEADDR}, {SOL_SOCKET, SO_BROADCAST}, {IPPROTO_TCP, TCP_NODELAY}, {IPPROTO_IP, IP_RECVERR}};
     const int value = on != 0;
-    return setsockopt(socket, places[option].level, places[option].name, &value, sizeof value) == 0;
+    if (setsockopt(socket, places[option].level, places[option].name, &value, sizeof value) != 0) return 0;
+    // A socket of IPv6 has errors of its own, and those of the IPv4 it may carry.
+    return option != MP_SOCK_AllErrors || family_of(socket) != AF_INET6 ||
+           setsockopt(socket, IPPROTO_IPV6, IPV6_RECVERR, &value, sizeof value) == 0;
 }
 
 const char *MP_SOCK_HostText(int family, const void *host, char *text, std::size_t room) {

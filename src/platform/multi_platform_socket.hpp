@@ -47,11 +47,15 @@ int MP_SOCK_Listen(int socket, int backlog);
 int MP_SOCK_Accept(int socket, sockaddr *peer, socklen_t *length);
 // Sends up to n bytes to an address, null: to the peer that the socket is connected to. Returns how many, or -1.
 long MP_SOCK_Send(int socket, const void *bytes, std::size_t n, const sockaddr *to, socklen_t length);
-// Receives up to n bytes, the rest of a datagram is lost, and the sender's address as for MP_SOCK_Accept. Returns how
-// many, or -1.
-long MP_SOCK_Receive(int socket, void *room, std::size_t n, sockaddr *from, socklen_t *length);
-// The length of the datagram that the next MP_SOCK_Receive gets. When none is there, waits for it unless the socket is
-// in non-blocking mode. Negative on failure.
+// Receives into one room and, what it does not hold, into a second one, and the sender's address as for MP_SOCK_Accept.
+// The rest of a datagram is lost. Returns how many bytes; -1 on failure, at once with EAGAIN when nothing is there.
+struct MP_SOCK_Room {
+    void *begin;
+    std::size_t size;
+};
+long MP_SOCK_ReceiveNow(int socket, MP_SOCK_Room first, MP_SOCK_Room second, sockaddr *from, socklen_t *length);
+// The length of the datagram that is next, unless another thread or process takes it first. When none is there, waits
+// for it unless the socket is in non-blocking mode. Negative on failure.
 long MP_SOCK_NextDatagram(int socket);
 // The socket's own address, or its peer's, as for MP_SOCK_Accept. 1/0.
 int MP_SOCK_LocalAddress(int socket, sockaddr *address, socklen_t *length);

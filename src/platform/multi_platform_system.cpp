@@ -10,8 +10,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
+
+#include "platform/multi_platform_pthread.hpp"
 
 int MP_gettimeofday(timeval *now) { return gettimeofday(now, nullptr); }
 
@@ -34,6 +38,23 @@ void MP_Sleep(long ms) {
 }
 
 unsigned long MP_GetCurrentProcessId() { return static_cast<unsigned long>(getpid()); }
+
+const char *MP_GetEnvironment(const char *name) { return secure_getenv(name); }
+int MP_AwaitProcessEnd(long id, long ms) {
+    const auto process =
+        static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(id), 0)); // glibc 2.36 has it for C alone
+    if (process < 0) return errno == ESRCH;
+    const auto end = MP_THREAD_GetMonotonicMs() + static_cast<uint64_t>(ms);
+    int ended = -1;
+    while (ended < 0) {
+        const auto now = MP_THREAD_GetMonotonicMs();
+        pollfd watched{process, POLLIN, 0};
+        ended = poll(&watched, 1, now < end ? static_cast<int>(end - now) : 0);
+        if (ended < 0 && errno != EINTR) break;
+    }
+    close(process);
+    return ended > 0;
+}
 
 char *MP_GetExeFullName(char *buffer, std::size_t size) {
     if (size == 0) return buffer;

@@ -21,6 +21,11 @@ void MP_Sleep(long ms);
 // --- The process ---
 
 unsigned long MP_GetCurrentProcessId();
+// A variable of the environment; null when it is not set, and in a process that has more rights than its caller.
+const char *MP_GetEnvironment(const char *name);
+// Waits until another process has ended, at most ms milliseconds. 1 when it has, also when nobody has taken note of it,
+// and when there is none of that id.
+int MP_AwaitProcessEnd(long id, long ms);
 
 // These fill buffer with a NUL-terminated text of at most size - 1 bytes; what is longer is cut. With size 0 the
 // buffer is left alone. The text is empty when the system does not tell.

@@ -6,12 +6,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstring>
 
 #include "base/string/string.hpp"
 #include "platform/multi_platform_fs.hpp"
 #include "platform/multi_platform_socket.hpp"
 #include "platform/multi_platform_system.hpp"
 #include "socket/addr.hpp"
+#include "socket/spare_room.hpp"
+#include "thread/cancel.hpp"
 
 namespace {
 
@@ -110,20 +113,39 @@ int Read(int descriptor, void *buffer, unsigned long length) {
     return static_cast<int>(MP_FileRead(descriptor, buffer, limited(length)));
 }
 
+// Takes one datagram, whole, even when it is larger than expected, because another thread took the expected one. Its
+// length; -1 with EAGAIN when none is left. A kill would take the rooms along.
+long take_datagram(int descriptor, Tq4_string_obj &text, unsigned long expected, Filled_address &sender) {
+    const Tq4_cancel_held held;
+    Spare_room spare;
+    if (!spare.begin() || !text.reserve(expected)) return MP_SOCK_SetLastError(ENOMEM), -1;
+    const long received = MP_SOCK_ReceiveNow(descriptor, {text.begin(), expected}, {spare.begin(), Spare_room::size},
+                                             sender.at(), &sender.length);
+    if (received < 0) return -1;
+    const auto length = static_cast<unsigned long>(received);
+    text.set_size(std::min(length, expected));
+    if (length <= expected) return received;
+    spare.MarkUsed();
+    if (!text.reserve(length)) return MP_SOCK_SetLastError(ENOMEM), -1;
+    std::memcpy(text.begin() + expected, spare.begin(), length - expected);
+    text.set_size(length);
+    return received;
+}
+
 int RecvFrom(int descriptor, Tq4_string string, Tq4_sockaddr address) {
     auto *text = Tq4_record<Tq4_string_obj>(string);
     if (!text) return 0;
     text->assign(nullptr, 0);
-    const long waiting = MP_SOCK_NextDatagram(descriptor);
-    if (waiting < 0) return static_cast<int>(waiting);
-    const unsigned long n = limited(static_cast<unsigned long>(waiting));
-    if (!text->reserve(n)) return -1;
-    Filled_address sender;
-    const long received = MP_SOCK_Receive(descriptor, text->begin(), n, sender.at(), &sender.length);
-    if (received < 0) return -1;
-    text->set_size(static_cast<unsigned long>(received));
-    set(record(address), sender);
-    return static_cast<int>(received);
+    for (;;) {
+        const long waiting = MP_SOCK_NextDatagram(descriptor);
+        if (waiting < 0) return static_cast<int>(waiting);
+        Filled_address sender;
+        const long received = take_datagram(descriptor, *text, limited(static_cast<unsigned long>(waiting)), sender);
+        if (received < 0 && MP_SOCK_GetLastError() == EAGAIN) continue; // another thread was faster
+        if (received < 0) return -1;
+        set(record(address), sender);
+        return static_cast<int>(received);
+    }
 }
 
 template <MP_SOCK_Option option> void set_option(int descriptor, int on) { MP_SOCK_SetOption(descriptor, option, on); }

@@ -1,9 +1,6 @@
 // cancel: the marks of a thread that may be killed. Each thread sets them for itself.
 #include "thread/cancel.hpp"
 
-constinit thread_local bool Tq4_killable = false;
-constinit thread_local Tq4_kill_gate *Tq4_own_kill_gate = nullptr;
-
 // It takes effect here; or, when the user has disabled it, or the thread lets itself be taken only where it waits,
 // later.
 void Tq4_obey_kill() { MP_THREAD_KillThread(MP_THREAD_GetCurrentId(), 0); }

@@ -10,19 +10,20 @@
 #include <cstddef>
 
 #include "platform/multi_platform_pthread.hpp"
-
-// Set on one of our threads while it may be killed at the very instruction it is at.
-[[gnu::tls_model("initial-exec")]] extern constinit thread_local bool Tq4_killable;
+#include "sanitizers.hpp"
+#include "thread_record.hpp"
 
 class Tq4_cancel_deferred {
-    const bool m_active = Tq4_killable;
+    const bool m_active = Tq4_this_thread->killable;
     const int m_before = m_active ? MP_THREAD_DeferCancel() : 0;
 
 public:
-    Tq4_cancel_deferred() { Tq4_killable = false; }
+    Tq4_cancel_deferred() {
+        if (m_active) Tq4_this_thread->killable = false;
+    }
     ~Tq4_cancel_deferred() {
         if (!m_active) return;
-        Tq4_killable = true;
+        Tq4_this_thread->killable = true;
         MP_THREAD_RestoreCancel(m_before);
     }
     Tq4_cancel_deferred(const Tq4_cancel_deferred &) = delete;
@@ -43,20 +44,17 @@ struct Tq4_kill_gate {
         return holds == 0;
     }
 };
-// The calling thread's, while it runs a user's function on one of our threads; null elsewhere.
-[[gnu::tls_model("initial-exec")]] extern constinit thread_local Tq4_kill_gate *Tq4_own_kill_gate;
-
 // While its gate is shut no kill is sent to the calling thread; one that was asked for meanwhile takes it when the gate
 // opens. Shutting nests, and costs a locked operation each way on our threads, nothing elsewhere.
 void Tq4_obey_kill();
 inline void Tq4_shut_kill_gate() {
-    Tq4_kill_gate *gate = Tq4_own_kill_gate;
+    Tq4_kill_gate *gate = Tq4_this_thread->kill_gate;
     if (!gate) return;
     const bool first = gate->holds.fetch_add(1) == 0;
-    if (first && Tq4_killable && gate->asked) Tq4_obey_kill(); // the kill was sent: nothing is held yet
+    if (first && Tq4_this_thread->killable && gate->asked) Tq4_obey_kill(); // the kill was sent: nothing is held yet
 }
 inline void Tq4_open_kill_gate() {
-    Tq4_kill_gate *gate = Tq4_own_kill_gate;
+    Tq4_kill_gate *gate = Tq4_this_thread->kill_gate;
     if (gate && gate->holds.fetch_sub(1) == 1 && gate->asked) Tq4_obey_kill();
 }
 
@@ -89,7 +87,7 @@ public:
 // The same for a module that calls users' functions between steps of its own: a kill takes the thread only inside
 // Admit. Costs a look at a thread-local pointer on threads that cannot be killed.
 class Tq4_cancel_held_around {
-    const bool m_active = Tq4_own_kill_gate != nullptr;
+    const bool m_active = Tq4_this_thread->kill_gate != nullptr;
     int m_before = m_active ? Tq4_hold_off_kill() : 0;
 
 public:
@@ -106,14 +104,6 @@ public:
         if (m_active) m_before = Tq4_hold_off_kill();
     }
 };
-
-#if defined(__SANITIZE_ADDRESS__)
-#define TQ4_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define TQ4_ADDRESS_SANITIZER 1
-#endif
-#endif
 
 // The first line of a cleanup handler. The frames that a kill took away have left marks in the address sanitizer's map
 // of the stack, for which the frames that come to lie there would be blamed. Without that sanitizer: nothing.

@@ -7,6 +7,7 @@
 #include "thread/event.hpp"
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 
 #include "identity.hpp"
@@ -89,14 +90,13 @@ void Tq4_event_obj::AwaitFlag(unsigned long milliseconds) {
     pthread_cleanup_pop(0);
 }
 
-// The time gone is measured on the steady clock and rounded: the system's deadline is on the wall clock, which may be
-// set while we wait.
+// Woken without cause, it waits for the rest.
 void Tq4_event_obj::AwaitFlagUntilTimeout(unsigned long milliseconds) {
     using namespace std::chrono;
     const auto start = steady_clock::now();
     for (unsigned long gone = 0; !m_isSet && gone < milliseconds;) {
-        MP_THREAD_event_wait(&m_cond, milliseconds - gone, &m_mutex);
-        gone = static_cast<unsigned long>(round<std::chrono::milliseconds>(steady_clock::now() - start).count());
+        if (MP_THREAD_event_wait(&m_cond, milliseconds - gone, &m_mutex) == ETIMEDOUT) return;
+        gone = static_cast<unsigned long>(floor<std::chrono::milliseconds>(steady_clock::now() - start).count());
     }
 }
 

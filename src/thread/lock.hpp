@@ -19,7 +19,8 @@ class TQ4_SCOPED_CAPABILITY Tq4_guard {
 
 public:
     explicit Tq4_guard(const Tq4_own<Tq4_lock> &lock, Tq4_inside inside = Tq4_inside::own_code) TQ4_ACQUIRE(lock)
-        : m_lock(lock.get()), m_holds_off_kill(m_lock && (Tq4_own_kill_gate || inside == Tq4_inside::callbacks)),
+        : m_lock(lock.get()),
+          m_holds_off_kill(m_lock && (Tq4_this_thread->kill_gate || inside == Tq4_inside::callbacks)),
           m_cancel_before(m_holds_off_kill ? Tq4_hold_off_kill() : 0) {
         if (m_lock) (*m_lock)->Lock(m_lock);
     }

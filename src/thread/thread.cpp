@@ -92,9 +92,6 @@ private:
     bool IsSelf() const;
 };
 
-// The thread whose body runs here; null on threads that are not the library's.
-[[gnu::tls_model("initial-exec")]] static thread_local const Tq4_thread_obj *t_self = nullptr;
-
 static void Delete_Tq4_thread_obj(Tq4_thread_obj *record);
 
 Tq4_thread_obj::Tq4_thread_obj(const char *name)
@@ -106,16 +103,16 @@ Tq4_thread_obj::Tq4_thread_obj(const char *name)
     std::memset(m_thrname + length, 0, sizeof m_thrname - length);
 }
 
-bool Tq4_thread_obj::IsSelf() const { return t_self == this; }
+bool Tq4_thread_obj::IsSelf() const { return Tq4_this_thread->runs_here == this; }
 
 // --- The owner's side ---
 
 // A quit signal that arrives on one of our threads ends it, at once or as soon as it may be killed; anywhere else it
 // does what it does by default.
 static void on_quit_signal(int signal) {
-    if (t_self) {
-        const bool may_be_sent = !Tq4_own_kill_gate || Tq4_own_kill_gate->Ask();
-        if (may_be_sent && Tq4_killable) MP_THREAD_OnSIGQUIT(signal);
+    if (Tq4_this_thread->runs_here) {
+        const bool may_be_sent = !Tq4_this_thread->kill_gate || Tq4_this_thread->kill_gate->Ask();
+        if (may_be_sent && Tq4_this_thread->killable) MP_THREAD_OnSIGQUIT(signal);
         if (may_be_sent) MP_THREAD_KillThread(MP_THREAD_GetCurrentId(), 0);
         return;
     }
@@ -275,7 +272,7 @@ int Tq4_thread_obj::GetExitCode(uint32_t *exit_code) {
 void *Tq4_thread_obj::Body(void *thread) {
     MP_THREAD_ClearCancel();
     auto *self = static_cast<Tq4_thread_obj *>(thread);
-    t_self = self;
+    Tq4_own_thread_record()->runs_here = self;
     pthread_cleanup_push(End, self);
     if (self->Begin()) self->Run();
     pthread_cleanup_pop(1);
@@ -294,8 +291,8 @@ bool Tq4_thread_obj::Begin() {
 
 void Tq4_thread_obj::NoLongerKillable() {
     MP_THREAD_ClearCancel();
-    Tq4_killable = false;
-    Tq4_own_kill_gate = nullptr;
+    Tq4_this_thread->killable = false;
+    Tq4_this_thread->kill_gate = nullptr;
 }
 
 void Tq4_thread_obj::Run() {
@@ -303,8 +300,8 @@ void Tq4_thread_obj::Run() {
     const int lwp = MP_THREAD_GetLWP();
     // "thead" and the three blanks are deliberate: operators' filters look for them.
     Tq4_debug_api->Printf(0, "thead[%x:%d   %s] begin \n", id, lwp, m_thrname);
-    Tq4_own_kill_gate = &m_gate;
-    Tq4_killable = true;
+    Tq4_this_thread->kill_gate = &m_gate;
+    Tq4_this_thread->killable = true;
     MP_THREAD_SetCancel();
     const unsigned long result = m_func(m_param);
     NoLongerKillable();
@@ -329,7 +326,7 @@ void Tq4_thread_obj::End(void *thread) {
         if (!self->m_announced) last = self->m_event.get();
         self->m_announced = true;
     }
-    t_self = nullptr;
+    Tq4_this_thread->runs_here = nullptr;
     if (abandoned)
         Tq4_object_ops<Tq4_thread_obj>::Destroy(self, Delete_Tq4_thread_obj);
     else if (last)

@@ -7,23 +7,35 @@ tests adopt daemons, so that each is waited for and none is left behind; what a 
 Nothing waits without end: what does not come in time fails the test.
 """
 import ctypes
+import fcntl
 import os
 import pty
+import re
+import resource
 import select
 import shutil
 import signal
 import socket
+import struct
 import sys
 import tempfile
+import termios
+import time
 import unittest
 from pathlib import Path
 
 PROGRAM, PATIENCE, PR_SET_CHILD_SUBREAPER = sys.argv.pop(1), 60, 36
+SANITIZED = any(mark in Path(PROGRAM).read_bytes() for mark in (b'__asan_', b'__tsan_'))
+# The thread sanitizer runs no handler while the C library waits in a call of its own.
+DEFERS_SIGNALS = b'__tsan_' in Path(PROGRAM).read_bytes()
 PIPES, NO_INPUT, TERMINAL = 'pipes', 'no input', 'terminal'
+STANDALONE, DAEMON, SHELL = 'standalone', 'daemon', 'shell'
+NOBODY = 65534
 PROMPT = 'svc> '
 UNKNOWN = '不识别的命令，请输入h(help) 获取帮助\n'
 WELCOME = '欢迎使用svc服务，请输入命令来控制服务器，输入help(h)获得命令帮助\n'
 GOODBYE = '服务程序 svc 准备退出....\n服务程序 svc 安全退出完成。\n'
+UNREACHABLE = '连接svc服务程序失败，请检查服务程序是否正常运行\n'
 STARTED = '\n\n请输入指令，如需帮助，请输入h(help)\n'
 VERSION = 'svc    \n版本号:1.2\n编译时间：today\n作者:测试\n'
 HELP = '''        参数         [缩写] :  描述
@@ -44,6 +56,10 @@ utf8                 [utf  ] : console print in utf8 charset
 gb18030              [gb   ] : console print in gb18030 charset
 echo                 [e    ] : print the rest
 '''
+SERVICE_COMMANDS = '''        服务指令     [缩写] :  描述（在服务进程中执行）
+where                [w    ] : the service's process
+
+'''
 
 
 def text(coded):
@@ -57,6 +73,17 @@ def gb18030(said):
 def conversation(said):
     """What the service has said after the greeting."""
     return said.partition(STARTED)[2]
+
+
+def children():
+    return [int(pid) for pid in Path(f'/proc/self/task/{os.getpid()}/children').read_text().split()]
+
+
+def wait_until(fact):
+    deadline = time.monotonic() + PATIENCE
+    while not fact():
+        assert time.monotonic() < deadline
+        time.sleep(0.01)
 
 
 def wait_for(pid):
@@ -97,6 +124,14 @@ class Channel:
             pass
         return self.said
 
+    def await_full(self):
+        """Until as much is unread as there is room for: who writes waits."""
+        before = -1
+        while (unread := struct.unpack('i', fcntl.ioctl(self.source, termios.FIONREAD, b'\0' * 4))[0]) != before or \
+                not unread:
+            before = unread
+            time.sleep(0.2)
+
     def end_input(self):
         os.close(self.sink)
 
@@ -112,11 +147,15 @@ class Client(Channel):
         descriptor = connection.detach()
         super().__init__(descriptor, descriptor)
 
+    def end_input(self):
+        with socket.socket(fileno=os.dup(self.sink)) as same:
+            same.shutdown(socket.SHUT_WR)
+
 
 class Process(Channel):
     """A program with its descriptors 0 to 2 on pipes, the same with 0 closed, or on a terminal of its own."""
 
-    def __init__(self, command, environment, console):
+    def __init__(self, command, environment, console, limits, user):
         (stdin, sink), (source, stdout) = os.pipe(), os.pipe()
         self.pid, terminal = pty.fork() if console == TERMINAL else (os.fork(), None)
         if self.pid == 0:
@@ -125,6 +164,10 @@ class Process(Channel):
             if console == NO_INPUT:
                 os.close(0)
             signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+            for what, limit in limits.items():
+                resource.setrlimit(what, (limit, resource.getrlimit(what)[1]))
+            if user:
+                os.setgroups([]), os.setgid(user), os.setuid(user)
             os.execve(command[0], command, environment)
         os.close(stdin), os.close(stdout)
         super().__init__(source, sink)
@@ -144,27 +187,35 @@ class Console(unittest.TestCase):
         shutil.copy(PROGRAM, self.here / 'svc')
 
     def tearDown(self):
-        left_behind = Path(f'/proc/self/task/{os.getpid()}/children').read_text().split()
-        for pid in map(int, left_behind):
+        left_behind = children()
+        for pid in left_behind:
             os.kill(pid, signal.SIGKILL), os.waitpid(pid, 0)
         self.assertEqual(left_behind, [])
-        self.assertEqual([report.read_text() for report in self.here.glob('san.*')], [])
+        reports = [line for report in self.here.glob('san.*') for line in report.read_text().splitlines()]
+        # A process that the service forks has not its threads, which the leak sanitizer remarks on.
+        self.assertEqual([line for line in reports if 'was not suspended. False leaks are possible' not in line], [])
         self.directory.cleanup()
 
-    def run_it(self, *arguments, console=PIPES, **settings):
+    def run_it(self, *arguments, console=PIPES, limits={}, user=None, **settings):
         sanitizers = {name: f'{os.environ.get(name, "")}:log_path={self.here}/san'
                       for name in ('ASAN_OPTIONS', 'UBSAN_OPTIONS', 'TSAN_OPTIONS')}
         return Process([str(self.here / 'svc'), *arguments],
-                       {**os.environ, 'TRACE': str(self.trace), **sanitizers, **settings}, console)
+                       {**os.environ, 'TRACE': str(self.trace), **sanitizers, **settings}, console, limits, user)
 
-    def say(self, *arguments, typed=''):
+    def say(self, *arguments, typed='', **how):
         """Runs it to its end: what it said, and its exit code."""
-        process = self.run_it(*arguments)
+        process = self.run_it(*arguments, **how)
         process.send(typed)
         process.end_input()
         said = process.rest()
         os.close(process.source)
         return f'{said}={process.wait()}'
+
+    def log(self, directory=None):
+        """The messages of the application log, but for those of the commands that every run is refused."""
+        files = sorted((directory or self.here).glob('log_files/**/Tq4_app_*.log'))
+        lines = [line.partition('] ')[2] for path in files for line in path.read_text().splitlines()]
+        return [line for line in lines if not line.startswith('Tq4_app_AddCmd failed')]
 
     def ask_pid(self):
         """What the daemon tells the next shell."""
@@ -175,9 +226,13 @@ class Console(unittest.TestCase):
         client.hang_up()
         return pid
 
-    def start_daemon(self):
-        self.assertEqual(self.say('-start'), '=0')
+    def start_daemon(self, *options, **how):
+        self.assertEqual(self.say('-start', *options, **how), '=0')
         self.daemon = self.ask_pid()
+
+    def end_daemon(self):
+        os.kill(self.daemon, signal.SIGTERM)
+        self.assertEqual(wait_for(self.daemon), 1)
 
     def expect_service(self):
         self.assertEqual(self.ask_pid(), self.daemon)
@@ -195,7 +250,7 @@ class Console(unittest.TestCase):
     def test_standalone_is_service_and_command_line_in_one(self):
         said = self.say('--charset=utf8', typed='q\n')
         self.assertEqual(said[:len(COMMANDS)], COMMANDS)
-        last = f'found                [     ] : look an object up\n\n{STARTED}{PROMPT}=1'
+        last = f'found                [     ] : look an object up\n\n{SERVICE_COMMANDS}{STARTED}{PROMPT}=1'
         self.assertEqual(said[-len(last):], last)
         self.assertEqual(self.trace.read_text(), 'start 2\nstop\ndelete second\ndelete first\n')
 
@@ -214,6 +269,8 @@ class Console(unittest.TestCase):
                 (f'e {"y" * 100000}\ne z\n', f'{UNKNOWN}{PROMPT}z\n{PROMPT}'),
                 ('gb\nv\nutf\ne 中\n', f'{PROMPT}{gb18030(VERSION)}{PROMPT}{PROMPT}中\n{PROMPT}'),
                 ('e half', 'half\n' + PROMPT),
+                ('old\nnew\n', f'{UNKNOWN}{PROMPT}new\n{PROMPT}'),
+                ('st\nhalt\n', (UNKNOWN + PROMPT) * 2),
                 ('stop\ne x\n', '')):
             self.assertEqual(conversation(self.say(typed=typed)), f'{PROMPT}{answer}=1', typed[:100])
         self.assertEqual(conversation(self.say('x', '--y=1', '-z', '1', '-', '-utf8', typed='a\nq\n')),
@@ -233,7 +290,6 @@ class Console(unittest.TestCase):
                 self.assertEqual(supervisor.recv(100), b'READY=1')
                 process.send(typed) if typed else process.end_input()
                 process.expect(PROMPT)
-                os.kill(process.pid, signal.SIGHUP)
                 os.kill(process.pid, ending)
                 self.assertEqual(supervisor.recv(100), b'STOPPING=1')
                 self.assertEqual(process.wait(), 1)
@@ -248,6 +304,8 @@ class Console(unittest.TestCase):
         shell.expect('不识别的命令')
         shell.send('pid\n')  # a program's command runs where it is typed
         shell.expect(f'{shell.pid}\r\n')
+        shell.send('w in the service\n')  # and a command of the service there
+        shell.expect(f'{self.daemon}:in the service\r\n')
         shell.send('q\n')
         self.assertEqual(shell.wait(), 1)
         self.expect_service()
@@ -270,14 +328,65 @@ class Console(unittest.TestCase):
         self.assertNotIn(os.getsid(self.daemon), (os.getsid(0), self.daemon))
         silent = Client(self.socket)
         silent.expect(WELCOME + PROMPT)
-        os.kill(self.daemon, signal.SIGHUP)
         os.kill(self.daemon, signal.SIGTERM)  # also while a shell is attached
         self.assertEqual(silent.rest(), GOODBYE)
         self.assertEqual(wait_for(self.daemon), 1)
-        log = ''.join(path.read_text() for path in self.here.glob('log_files/**/*') if path.is_file())
-        for line in 'made\n', 'svc 运行于后台模式\n', '服务程序 svc 安全退出完成。\n':
-            self.assertIn(line, log)
+        self.assertEqual([line for line in self.log() if '命令交互模式' not in line], [
+            'made', '服务程序 svc 准备进入后台模式', 'svc 运行于后台模式', '服务程序 svc 准备退出....', '服务程序 svc 安全退出完成。'])
         self.assertEqual(self.trace.read_text(), 'start 2\nstop\ndelete second\ndelete first\n')
+
+    def test_the_log_tells_of_each_run(self):
+        self.say(typed='w\n')
+        self.say('--refuse')
+        begin = ['made', 'svc服务运行于独立模式（服务+命令行交互一体）']
+        self.assertEqual(self.log(), [*begin, '服务程序 svc 准备退出....', '服务程序 svc 安全退出完成。',
+                                      *begin, '服务程序 svc 启动失败'])
+        self.start_daemon()  # with a shell that comes and goes
+        self.end_daemon()
+        self.assertEqual([line for line in self.log() if '命令交互模式' in line],
+                         ['命令交互模式连接到服务程序 svc', '命令交互模式离开服务程序 svc'])
+
+    def test_directories_of_the_environment_take_the_place_of_the_programs(self):
+        run, logs, in_the_way = self.here / 'run', self.here / 'logs', self.here / 'file'
+        self.socket = str(run / 'tq4_run_var/svc/__1pipe__')
+        self.addCleanup(lambda: [os.environ.pop(name) for name in ('TQ4_RUN_DIR', 'TQ4_LOG_DIR')])
+        os.environ.update(TQ4_RUN_DIR=str(run), TQ4_LOG_DIR=str(logs))
+        self.start_daemon()
+        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=1')
+        self.assertEqual((wait_for(self.daemon), self.log(logs)[-1]), (1, '服务程序 svc 安全退出完成。'))
+        self.assertEqual((self.log(), list(self.here.glob('tq4*'))), ([], []))
+        in_the_way.write_text('x')
+        os.environ.update(TQ4_RUN_DIR='', TQ4_LOG_DIR=str(in_the_way))
+        told = f'^日志文件{in_the_way}/log_files/[^\n]*无法写入：Not a directory\n'
+        self.assertRegex(self.say(typed='q\n'), f'{told}svc服务运行于独立模式')
+        self.assertRegex(self.say('-start'), f'{told}=0$')
+        self.socket = str(self.here / 'tq4_run_var/svc/__1pipe__')
+        self.daemon = self.ask_pid()
+        self.end_daemon()
+
+    def test_words_that_options_do_not_have_are_refused(self):
+        for option in '--service=restart', '--service=', '--charset=latin1':
+            refused = f'不识别的参数{option}，请用-h(--help)获取帮助\n={-4 & 255}'
+            self.assertEqual(self.say('-start', option), refused)
+            self.assertEqual(self.say(option, '-h'), refused)
+        self.assertFalse(self.trace.exists())
+
+    def test_a_hangup_lets_the_log_follow_its_file_and_the_service_reload(self):
+        self.start_daemon()
+        path = next(self.here.glob('log_files/**/Tq4_app_*.log'))
+        path.rename(self.here / 'moved')
+        os.kill(self.daemon, signal.SIGHUP)
+        shell = Client(self.socket)
+        shell.expect(PROMPT)
+        self.assertTrue(self.trace.read_text().endswith('reload\n'))
+        self.assertTrue(path.exists())
+        attached = self.run_it(console=TERMINAL)
+        attached.expect(STARTED.replace('\n', '\r\n'))
+        os.kill(attached.pid, signal.SIGHUP)  # the service is not in it
+        os.kill(attached.pid, signal.SIGTERM)
+        attached.wait()
+        self.end_daemon()
+        self.assertEqual(self.trace.read_text(), 'start 2\nreload\nstop\ndelete second\ndelete first\n')
 
     def test_a_refused_start_leaves_nothing(self):
         self.assertEqual(self.say('--refuse'), '=1')
@@ -292,7 +401,7 @@ class Console(unittest.TestCase):
         self.start_daemon()
         os.kill(self.daemon, signal.SIGKILL)
         self.assertEqual(wait_for(self.daemon), -signal.SIGKILL)
-        self.assertEqual(self.say('-stop'), f'连接svc服务程序失败，请检查服务程序是否正常运行\n={-100 & 255}')
+        self.assertEqual(self.say('-stop'), 'svc 服务没有运行\n=1')
         self.assertEqual(conversation(self.say(typed='q\n')), PROMPT + '=1', 'standalone')
         for _ in range(3):  # a new daemon can be started as soon as the old one has said goodbye
             self.start_daemon()
@@ -300,15 +409,187 @@ class Console(unittest.TestCase):
             self.assertFalse(os.path.exists(self.socket))
             self.assertEqual(wait_for(self.daemon), 1)
 
-    def test_a_control_socket_that_cannot_be_made_is_told(self):
-        for name in 'tq4_run_var', 'tq4_run_var/svc/__1pipe__':
-            in_the_way = self.here / name
-            in_the_way.parent.mkdir(parents=True, exist_ok=True)
-            in_the_way.write_text('x')
-            self.assertEqual(self.say('-start'), f'创建管道{self.socket}失败\n=255')
-            self.assertEqual(in_the_way.read_text(), 'x')
-            in_the_way.unlink()
+    def test_what_keeps_a_daemon_from_its_socket_is_told(self):
+        in_the_way = Path(self.socket)
+        in_the_way.parent.mkdir(parents=True)
+        in_the_way.write_text('x')
+        self.assertEqual(self.say('-start'), f'创建管道{self.socket}失败\nAddress already in use\n=255')
+        self.assertEqual(in_the_way.read_text(), 'x')
         self.assertFalse(self.trace.exists())
+
+    def test_only_where_nobody_listens_there_is_no_daemon(self):
+        Path(self.here / 'tq4_run_var').write_text('x')
+        for options in ('-start',), ('-stop',), ():
+            self.assertEqual(self.say(*options), f'{UNREACHABLE}Not a directory\n={-100 & 255}')
+        Path(self.here / 'tq4_run_var').unlink()
+        if os.getuid() == 0:
+            self.here.chmod(0o755)
+            self.start_daemon()
+            for options in ('-start',), ('-stop',), ():
+                said = re.sub('日志文件.*\n', '', self.say(*options, user=NOBODY))  # nor may that user write the log
+                self.assertEqual(said, f'{UNREACHABLE}Permission denied\n={-100 & 255}')
+            self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=1')
+            self.assertEqual(wait_for(self.daemon), 1)
+            shutil.rmtree(self.here / 'tq4_run_var')
+            said = re.sub('日志文件.*\n', '', self.say('-start', user=NOBODY))
+            self.assertEqual(said, f'创建管道{self.socket}失败\nPermission denied\n=255')
+            self.assertEqual(self.trace.read_text().count('start'), 1)
+
+    def test_a_start_waits_for_the_end_of_the_daemon_before(self):
+        hold = self.here / 'hold'
+        hold.write_text('')
+        self.start_daemon(HOLD=str(hold))
+        old, stopping = self.daemon, self.run_it('-stop')
+        stopping.expect('准备退出')
+        wait_until(lambda: 'stop' in self.trace.read_text())
+        starting = self.run_it('-start')
+        also_stopping = self.run_it('-stop')
+        self.assertEqual(select.select([starting.source, also_stopping.source], [], [], 0.5)[0], [])
+        hold.unlink()
+        self.assertIn('安全退出完成', stopping.rest())
+        self.assertEqual([process.wait() for process in (stopping, starting)] + [wait_for(old)], [1, 0, 1])
+        self.assertEqual((also_stopping.rest(), also_stopping.wait()), ('svc 服务没有运行\n', 1))
+        self.daemon = self.ask_pid()
+        once = 'start 2\nstop\ndelete second\ndelete first\n'
+        self.assertEqual(self.trace.read_text(), once + 'start 2\n')
+        os.unlink(self.socket)  # a daemon removes its own socket alone
+        with socket.socket(socket.AF_UNIX) as another:
+            another.bind(self.socket)
+            os.kill(self.daemon, signal.SIGTERM)
+            self.assertEqual(wait_for(self.daemon), 1)
+            self.assertTrue(os.path.exists(self.socket))
+
+    def test_signals_are_caught_before_a_start_returns(self):
+        for _ in range(10):
+            starting = self.run_it('-start', console=NO_INPUT)
+            self.assertEqual(starting.wait(), 0)
+            daemon, = children()
+            os.kill(daemon, signal.SIGHUP)
+            os.kill(daemon, signal.SIGTERM)
+            self.assertEqual(wait_for(daemon), 1)
+
+    @unittest.skipIf(SANITIZED, 'sanitizers need descriptors of their own')
+    def test_a_daemon_with_few_descriptors_runs_or_tells_why_not(self):
+        outcomes = set()
+        for limit in range(4, 20):
+            starting = self.run_it('-start', limits={resource.RLIMIT_NOFILE: limit})
+            said, code = starting.rest(), starting.wait()
+            starting.hang_up()
+            outcomes.add(code)
+            for daemon in children():
+                self.assertEqual(os.readlink(f'/proc/{daemon}/fd/1'), '/dev/null', limit)
+                os.kill(daemon, signal.SIGTERM)
+                self.assertEqual(wait_for(daemon), 1, limit)
+            if code not in (0, 127):  # 127: there is not even a library
+                self.assertIn(code, (-1 & 255, -2 & 255, -3 & 255, -100 & 255), (limit, said))
+                self.assertIn('Too many open files\n', said)
+            self.assertFalse(os.path.exists(self.socket), limit)
+        self.assertLessEqual({0, -1 & 255, -3 & 255, -100 & 255}, outcomes)
+
+    @unittest.skipIf(SANITIZED, 'sanitizers need threads of their own')
+    def test_a_shell_without_a_thread_shows_what_the_daemon_says(self):
+        no_threads = {resource.RLIMIT_STACK: 1 << 46}  # there is no room for another stack of that size
+        self.start_daemon()
+        shell = self.run_it(limits=no_threads)
+        shell.expect(WELCOME)
+        self.assertEqual(len(os.listdir(f'/proc/{shell.pid}/task')), 1)
+        shell.send('e one\nstop\n')
+        said = shell.rest()
+        self.assertIn('one\n', said)
+        self.assertIn(GOODBYE, said)
+        self.assertEqual((shell.wait(), wait_for(self.daemon)), (1, 1))
+
+    def test_a_shell_leaves_a_daemon_without_free_descriptors(self):
+        self.start_daemon(limits={resource.RLIMIT_NOFILE: 64})
+        client = Client(self.socket)
+        client.send('use\ne one\n')
+        client.expect('one\n' + PROMPT)
+        client.end_input()
+        self.assertEqual(client.rest(), '')
+        wait_until(lambda: all(os.readlink(f'/proc/{self.daemon}/fd/{standard}') == '/dev/null' for standard in range(3)))
+        os.kill(self.daemon, signal.SIGTERM)
+        self.assertEqual(wait_for(self.daemon), 1)
+
+    def test_a_process_that_has_the_connection_holds_nobody(self):
+        self.start_daemon('--heir')
+        client = Client(self.socket)
+        client.send('heir\n')
+        client.expect(PROMPT + PROMPT)
+        client.end_input()
+        self.assertEqual(client.rest(), '')
+        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=1')
+        self.assertEqual(wait_for(self.daemon), 1)
+        for line in self.trace.read_text().splitlines():
+            if line.startswith('heir '):
+                os.kill(int(line[5:]), signal.SIGTERM)
+                wait_for(int(line[5:]))
+
+    def test_a_print_ends_the_connection_it_was_made_on_alone(self):
+        self.start_daemon()
+        last = Client(self.socket)  # never reads
+        last.send('aside 2000000\n')
+        last.await_full()
+        last.end_input()
+        client = Client(self.socket)
+        client.expect(WELCOME + PROMPT)
+        wait_until(lambda: 'printed' in self.trace.read_text())
+        client.send('e one\n')
+        self.assertEqual(client.expect('one\n'), 'one\n')
+        client.hang_up()
+        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=1')
+        self.assertEqual(wait_for(self.daemon), 1)
+
+    def test_a_deaf_shell_is_cut_off_whatever_prints_and_interrupts(self):
+        self.start_daemon('--alarm')
+        for command in 'flood 10000', 'printf 100000':
+            deaf = Client(self.socket)
+            deaf.send(command + '\n')
+            self.expect_service()
+            deaf.hang_up()
+        os.kill(self.daemon, signal.SIGTERM)
+        self.assertEqual(wait_for(self.daemon), 1)
+
+    def test_nothing_waits_for_a_reader_at_the_end(self):
+        for command in 'flood 20000', 'printf 20000', 'aside 2000000':
+            if DEFERS_SIGNALS and command.startswith('printf'):
+                continue
+            for mode, console in (
+                    (STANDALONE, PIPES), (STANDALONE, TERMINAL), (DAEMON, None), (SHELL, PIPES), (SHELL, TERMINAL)):
+                with self.subTest(f'{command}, {mode} on {console}'):
+                    if mode != STANDALONE:
+                        self.start_daemon()
+                    unread = Client(self.socket) if mode == DAEMON else self.run_it(console=console)
+                    unread.expect(PROMPT)
+                    unread.send(command + '\n')
+                    unread.await_full()
+                    stuck = self.daemon if mode == DAEMON else unread.pid
+                    os.kill(stuck, signal.SIGTERM)
+                    self.assertEqual(wait_for(stuck), 1)
+                    unread.hang_up()
+                    if mode == SHELL:
+                        os.kill(self.daemon, signal.SIGTERM)
+                        self.assertEqual(wait_for(self.daemon), 1)
+
+    def test_each_shell_begins_in_the_charset_of_the_daemon(self):
+        self.start_daemon()
+        self.assertEqual(self.say('-stop', '-gb'), gb18030(WELCOME + PROMPT + GOODBYE) + '=1')
+        self.assertEqual(wait_for(self.daemon), 1)
+        self.assertEqual(self.say('-start', '-gb'), '=0')
+        for typed in '', 'utf8\n':
+            client = Client(self.socket)
+            client.send(typed)
+            client.end_input()
+            self.assertTrue(client.rest().startswith(gb18030(WELCOME) + PROMPT))
+            client.hang_up()
+        for option, charset in ((), gb18030), (('-gb',), gb18030), (('-utf8',), str):
+            shell = self.run_it(*option)
+            shell.expect(charset(WELCOME))
+            shell.send('nonsense\nq\n')
+            self.assertIn(charset(UNKNOWN), shell.rest())
+            self.assertEqual(shell.wait(), 1)
+        daemon, = children()
+        self.assertEqual(self.say('-stop', '-utf8'), WELCOME + PROMPT + GOODBYE + '=1')
+        self.assertEqual(wait_for(daemon), 1)
 
     def test_shells_that_misbehave_do_not_disturb_the_next(self):
         self.start_daemon()

@@ -1,10 +1,14 @@
 // service: the program that the tests of the console run. It appends what happens to it to the file that TRACE in the
 // environment names.
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <string>
+#include <sys/time.h>
 #include <sys/wait.h>
+#include <thread>
 #include <tuple>
 #include <unistd.h>
 
@@ -31,16 +35,46 @@ std::string arguments() {
     return text;
 }
 
+bool has_option(const std::string &name) { return arguments().find(";" + name + ";") != std::string::npos; }
+
+void interrupt_often() {
+    std::signal(SIGALRM, [](int) {});
+    const itimerval often{{0, 100000}, {0, 100000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+}
+
 int start(int argc, char **) {
     trace("start " + std::to_string(argc));
+    if (has_option("--alarm")) interrupt_often();
     for (const char *name : {"first", "second"})
         Tq4_app->Register(name, const_cast<char *>(name),
                           [](void *object) { trace("delete " + std::string(static_cast<char *>(object))); });
-    return arguments().find("--refuse") == std::string::npos;
+    return !has_option("--refuse");
 }
 
 void flood(const char *rest) {
     for (long lines = std::atol(rest); lines > 0; --lines) print(std::string(1000, 'x'));
+}
+
+void flood_stdio(const char *rest) {
+    for (long lines = std::atol(rest); lines > 0; --lines) std::puts(std::string(100, 'x').c_str());
+}
+
+void print_aside(const char *rest) {
+    std::thread([size = std::atol(rest)] {
+        print(std::string(static_cast<std::size_t>(size), 'x'));
+        trace("printed");
+    }).detach();
+}
+
+// A process that has what this one has open, until it is killed.
+void start_heir() {
+    const pid_t heir = fork();
+    if (heir == 0) {
+        std::signal(SIGTERM, SIG_DFL);
+        for (;;) pause();
+    }
+    trace("heir " + std::to_string(heir));
 }
 
 void worker(const char *) {
@@ -59,6 +93,13 @@ void stop() {
     for (int standard = 0; standard < 3; ++standard)
         if (fcntl(standard, F_GETFD) < 0) trace("descriptor " + std::to_string(standard) + " is closed");
     trace("stop");
+    if (has_option("--heir")) start_heir();
+    const char *hold = std::getenv("HOLD"); // stopping takes as long as this file exists
+    while (hold && access(hold, F_OK) == 0) usleep(1000);
+}
+
+void use_up_descriptors(const char *) {
+    while (dup(0) >= 0) continue;
 }
 
 } // namespace
@@ -73,9 +114,20 @@ int main(int argc, char **argv) {
         {"arguments", "a", [](const char *) { print(arguments()); }, "the command line"},
         {"flood", "", flood, "print many lines"},
         {"worker", nullptr, worker, "a process for a moment"},
+        {"printf", nullptr, flood_stdio, "print many lines by the C library"},
+        {"aside", nullptr, print_aside, "print on a thread"},
+        {"heir", nullptr, [](const char *) { start_heir(); }, "a process that stays"},
+        {"use", nullptr, use_up_descriptors, "leave no descriptor free"},
+        {"stop", "st", [](const char *) { print("not stopped"); }, "refused: it is the frame's"},
+        {"halt", "stop", [](const char *) { print("not stopped"); }, "refused: so is the word"},
+        {"again", "old", [](const char *) { print("old"); }, "replaced"},
+        {"again", "new", [](const char *) { print("new"); }, "in place of the one before"},
         {"found", nullptr, find, "look an object up"},
     };
     for (const auto &[name, shortcut, run, comment] : commands) Tq4_app->AddCmd(name, shortcut, run, comment);
+    const auto where = [](const char *rest) { print(std::to_string(getpid()) + ":" + rest); };
+    Tq4_app->AddServiceCmd("where", "w", where, "the service's process");
+    Tq4_app->OnReload([] { trace("reload"); });
     if (argc > 1 && argv[1] == std::string("--stdio"))
         Tq4_debug_api->SetPrint([](int, const char *format, va_list args) { std::vprintf(format, args); });
     Tq4_debug_api->log(0, "made\n");

@@ -1,4 +1,5 @@
 // Prints and log lines reach the sinks; the built-in ones write to standard output and to the system log.
+#include "base/debug.hpp"
 #include "support/test.hpp"
 
 namespace {
@@ -83,6 +84,31 @@ TEST_F(Debug, OutputIsGb18030WhenAsked) {
     debug.Charset(1);
     debug.Printf(0, "%s%c\n", "中", 0);
     EXPECT_EQ(output.read_some(), std::string("\xd6\xd0\0\n", 4));
+}
+
+// For the thread sanitizer; elsewhere every print is in one charset or in the other.
+TEST_F(Debug, TheCharsetMayChangeWhileAThreadPrints) {
+    Standard_output output;
+    std::atomic<bool> over = false;
+    Parallel switching([&] {
+        for (int gb18030 = 0; !over; gb18030 ^= 1) debug.Charset(gb18030);
+    });
+    for (int i = 0; i < 1000; ++i) {
+        debug.Printf(0, "%s", "中");
+        const std::string shown = output.read_some();
+        ASSERT_TRUE(shown == "中" || shown == "\xd6\xd0") << shown;
+    }
+    over = true;
+}
+
+TEST_F(Debug, AModuleGivesUpTheLogOnlyWhileItsSinkIsInstalled) {
+    debug.SetLog(sink<'h'>);
+    Tq4_debug_restore_log(sink<'m'>);
+    debug.log(0, "to the host");
+    EXPECT_EQ(sunk, Texts{"h0 to the host"});
+    Tq4_debug_restore_log(sink<'h'>);
+    debug.log(0, "to the system");
+    EXPECT_EQ(system_log, Texts{"8 to the system"});
 }
 
 TEST_F(Debug, PartialWritesGoOnAndFailingOnesEndTheOutput) {

@@ -39,6 +39,7 @@ TEST(Print, TheEdgesOfTheGrammar) {
         {"%+-5d|", "5d|"},                                     // '-' comes first, so it is a letter here
         {"%0+d|", "d|"},                                       // and '+' comes before '0'
         {"%i|% d|%#x|%hd|%zu|%n|%E|%5%|%d", "|d|x|d|u||||42"}, // other letters take no argument
+        {"%hhd|%jd|%Lf|%G|%1$d|%'d|%0-5d|%d", "hd|d|f||d|d|5d|42"},
         {"%lld %I64d%I32d", "42 732d"},
         {"%lcx%llc", "*x\a"},
         {"%.*d|%d", "42|7"}, // a '*' in the precision takes no argument
@@ -56,6 +57,7 @@ TEST(Print, TheEdgesOfTheGrammar) {
               c_library("%p %09p|%-6p|", nullptr, &errno, reinterpret_cast<void *>(0x1f)));
     EXPECT_EQ(printed("%+.9d|%011.3f", 42, -1.5), c_library("%+.9d|%011.3f", 42, -1.5));
     EXPECT_EQ(printed("<%s|%9s>", nullptr, nullptr), "<|>");
+    EXPECT_EQ(printed("%.*s|%ls", "ab", "cd"), "ab|cd");
     errno = ENOENT;
     EXPECT_EQ(printed("%.3m|%m", 0), "No |" + std::string(strerror(ENOENT)));
 }

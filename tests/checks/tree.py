@@ -2,9 +2,12 @@
 """tree.py: checks of the tree that no compiler makes. Each prints what is wrong and exits 1, or prints nothing.
 
 tree.py exports LIBRARY   the shared object, src/exports.map and the headers that tq4.h includes name the same symbols;
+                          the shared object has the name that programs were linked with;
                           a header is included when the library exports all that it declares, and not before
 tree.py built DATABASE    a target builds every source file (DATABASE: compile_commands.json)
 tree.py floors            a file includes only from its own floor or from below (src/floors.txt)
+tree.py faults OBJECTS    tests can make every system call of the platform fail (OBJECTS: the library's object files)
+tree.py version VERSION   the headers, CMake (VERSION) and the first heading of CHANGELOG.md name the same version
 tree.py slots             the slots of every operation table that tq4.h offers stand where tests/checks/slots.txt records them
 """
 import fnmatch
@@ -44,6 +47,9 @@ def check_exports(library):
         absent = [where for where, symbols in names.items() if symbol not in symbols]
         if absent:
             yield f'{symbol} is not in {" nor in ".join(absent)}'
+    dynamic = subprocess.run(['readelf', '-d', library], check=True, capture_output=True, text=True).stdout
+    if '[libTq4_c_objectD-1.0.so]' not in dynamic:
+        yield 'programs that were linked look for libTq4_c_objectD-1.0.so, which is not the name in the shared object'
     for header in HEADERS:
         if header not in OFFERED and header != WHOLE and declared(header) <= exported:
             yield f'tq4.h does not include {header.name}, and the library exports all of it'
@@ -85,6 +91,37 @@ def check_floors():
                 yield f'{name}: includes "{other}", which is not a path from src or include'
             elif (floor := floor_of(other)) is not None and floor > own:
                 yield f'{name} ({floors[own][0]}): includes "{other}" from the higher floor {floors[floor][0]}'
+
+
+# What reports nothing, or fails for a wrong argument alone.
+CANNOT_FAIL = re.compile(r'_\w*|free|(mem|str)\w+|\w*printf|std(in|out|err)|in6addr_any|inet_ntop|clearerr(_unlocked)?|umask|sysconf|'
+                         r'Tq4_this_thread|f(try|un)lockfile|munmap|secure_getenv|'
+                         r'syscall|'  # of futexes, and to wait for another process
+                        
+                         r'get(timeofday|pid|tid)|localtime(_r)?|clock_\w+|dl\w+|(open|close|sys)log|aligned_alloc|'
+                         r'(sem|sig(add|empty)|pthread_(mutex|cond|attr|mutexattr|set|get|self|exit|kill|cancel|sigmask|'
+                         r'atfork))\w*|eventfd_(read|write)')
+
+
+def check_faults(*objects):
+    called = subprocess.run(['nm', '-u', *[name for name in objects if '/platform/' in name]], check=True,
+                            capture_output=True, text=True).stdout
+    seam = (ROOT / 'tests/support/faults.cpp').read_text()
+    failing = set(re.findall(r'^    (?:PLAIN|MOVE|DONE|CODE)\([^,]*, (\w+)', seam, re.M))
+    for call in sorted(set(re.findall(r'U (\w+)', called)) - failing):
+        if not CANNOT_FAIL.fullmatch(call):
+            yield f'src/platform calls {call}, which tests/support/faults.cpp does not list'
+
+
+def check_version(project):
+    macro = dict(re.findall(r'#define (TQ4_VERSION\w*) "?([\d.]+)', (ROOT / 'include/tq4/api.h').read_text()))
+    major, minor, patch = map(int, project.split('.'))
+    named = {
+        'TQ4_VERSION': macro['TQ4_VERSION'] == project,
+        'TQ4_VERSION_NUMBER': int(macro['TQ4_VERSION_NUMBER']) == 10000 * major + 100 * minor + patch,
+        'CHANGELOG.md': re.search(r'^## (\S+)', (ROOT / 'CHANGELOG.md').read_text(), re.M)[1] == project,
+    }
+    yield from (f'{where} does not tell the version {project}' for where, same in named.items() if not same)
 
 
 def check_slots():

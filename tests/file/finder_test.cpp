@@ -1,6 +1,7 @@
 // What a finder promises: the names that a pattern means, at every depth, in the same order each time.
 #include "file/name_pattern.hpp"
-#include "support/test.hpp"
+#include "support/deep_tree.hpp"
+#include "support/fault_sweep.hpp"
 
 namespace {
 
@@ -87,6 +88,22 @@ TEST_F(Finder, ADirectoryThatCannotBeReadIsNotAnEmptyOne) {
         EXPECT_EQ((*f)->Find(f, path.empty() ? nullptr : path.c_str(), 0), -1);
         EXPECT_EQ((*f)->Count(f), 0u);
     }
+}
+
+TEST_F(Finder, ATreeMayBeDeeperThanAnyPathIsLong) {
+    make_deep(dir.path(), 3000);
+    const long found = (*f)->Find(f, (dir / "last").c_str(), Tq4_finder_files | Tq4_finder_recursive);
+    ASSERT_EQ(found, 1);
+    EXPECT_EQ(std::strlen((*f)->Path(f, 0)), dir.path().size() + 3000 * std::strlen(deep_name) + 5);
+    EXPECT_EQ((*f)->Size(f, 0), 4u);
+    const auto failed = sweep_faults([&](Fault_round &round) {
+        const long some = round([&] { return (*f)->Find(f, (dir / "b/*.log").c_str(), Tq4_finder_recursive); });
+        EXPECT_TRUE(some == 3 || !round.is_harmless());
+        EXPECT_TRUE(some == static_cast<long>((*f)->Count(f)) || (some == -1 && (*f)->Count(f) == 0));
+    });
+    for (const char *call : {"openat", "readdir", "fstatat"}) EXPECT_TRUE(failed.count(call)) << call;
+    EXPECT_EQ(Tq4_file_api->RmDir(dir.path().c_str(), 1), 1);
+    EXPECT_FALSE(fs::exists(dir.path()));
 }
 
 TEST_F(Finder, APatternAloneLooksInTheCurrentDirectory) {

@@ -19,8 +19,8 @@ std::tm at(const std::string &text) {
 struct Choice : testing::Test {
     std::map<std::string, uint64_t> files;
     Tq4_log_choice choice;
-    std::string open_path; // empty: none
-    bool writable = true;
+    std::string open_path;              // empty: none
+    bool writable = true, away = false; // away: the open file is not at its path any more
 
     Choice() { restart(); }
     void restart() {
@@ -29,15 +29,27 @@ struct Choice : testing::Test {
         choice.m_maindir = "main";
         open_path.clear();
     }
-    // Writes a line and gives its file, "2026-11-16T14-3[001]" or today "14-3[001]"; "lost" when none could be opened.
+    void open(const std::string &path) {
+        open_path = writable ? path : "";
+        writable ? choice.Opened(files[path]) : choice.Closed();
+        away = false;
+    }
+    void look() {
+        if (away) choice.m_moved = true;
+        choice.Seen(files[open_path]);
+    }
+    // Writes a line and gives its file, "2026-11-16T14-3[001]" or today "14-3[001]"; "lost" when none could be opened,
+    // "away" when it went to a file that has been moved.
     std::string line(const std::string &time) {
-        const std::tm t = at(time);
-        if (choice.Due(t)) {
-            open_path = choice.Next(t, [this](const char *path) { return files.count(path) ? files[path] : 0; });
-            writable ? choice.Opened(files[open_path]) : choice.Closed();
-            if (!writable) open_path.clear();
-        }
+        std::tm t = at(time);
+        const bool look_due = choice.Look_due(static_cast<uint64_t>(timegm(&t)) * 1000);
+        if (look_due && !open_path.empty()) look();
+        if (choice.Due(t))
+            open(choice.Next(t, [this](const char *path) { return files.count(path) ? files[path] : 0; }));
+        else if (choice.m_moved)
+            open(choice.Path());
         if (open_path.empty()) return "lost";
+        if (away) return "away";
         files[open_path] += 10;
         choice.m_filesize += 10;
         std::string name = open_path.substr(open_path.rfind("/svc_") + 5);
@@ -59,6 +71,10 @@ struct Choice : testing::Test {
         for (std::string word; words >> word;) {
             if (word == "fill")
                 choice.m_filesize = files[open_path] = Full;
+            else if (word == "others-fill")
+                files[open_path] = Full;
+            else if (word == "move")
+                away = true;
             else if (word == "restart")
                 restart();
             else if (word == "lock" || word == "unlock")
@@ -94,12 +110,35 @@ TEST_F(Choice, FollowsTheClockAndTheSizes) {
          "14-1[001] kept closed 15-1[001] "},
         {"while no file is open the timer's question stays open",
          "check:2026-11-16T00:00 check:2026-11-16T00:00 2026-11-16T00:01", "closed closed 2026-11-16T00-1[001] "},
+        {"a file that was moved is followed by one of its name at the next look", "14:37 move 14:37 14:38",
+         "14-3[001] away 14-3[001] "},
+        {"also by a clock that was set back", "14:37 move 14:10 14:10", "14-3[001] 14-3[001] 14-3[001] "},
+        {"but not when its hour is over", "14:59 move 15:00", "14-4[001] 15-1[001] "},
+        {"what others write counts at the next look", "14:37 others-fill 14:37 14:38",
+         "14-3[001] 14-3[001] 14-3[002] "},
     };
     for (const auto &[what, script, expected] : stories) {
         files.clear();
         restart();
         EXPECT_EQ(run(script), expected) << what;
     }
+}
+
+TEST_F(Choice, TheSizeIsAskedRarelyUntilOthersAreSeenToWrite) {
+    const auto write = [&](int lines) {
+        int asked = 0;
+        while (lines-- > 0) {
+            if (choice.Size_due()) ++asked, choice.Seen(files[open_path]);
+            line("14:37");
+        }
+        return asked;
+    };
+    EXPECT_EQ(write(7000), 1) << "once in 65536 bytes";
+    files[open_path] += 10; // by others
+    EXPECT_GT(write(7000), 100) << "from the next time on always";
+    files[open_path] = Full;
+    EXPECT_EQ(write(2), 1) << "and of the next file rarely again";
+    EXPECT_EQ(open_path.substr(open_path.size() - 9), "[002].log");
 }
 
 TEST_F(Choice, NamesAndDirectoriesHaveTheirForm) {

@@ -149,6 +149,104 @@ TEST_F(Log, AThreadThatIsKilledLeavesTheLogUsable) {
     EXPECT_EQ(std::count(all.begin(), all.end(), "line"), static_cast<long>(all.size()));
 }
 
+// Threads hold the log's lock, or stand in its queue, when a process is forked. What holds them is not in the child.
+TEST_F(Log, AChildOfAProcessWhoseThreadsLogCanLog) {
+    constexpr int children = 100;
+    std::atomic<bool> over = false;
+    std::vector<std::thread> running;
+    for (int t = 0; t < 3; ++t)
+        running.emplace_back([&] {
+            while (!over) line("parent");
+        });
+    int failed = 0;
+    for (int i = 0; i < children; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(60);
+            line("child"), line("child");
+            _exit(0);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        failed += status != 0;
+    }
+    over = true;
+    for (std::thread &thread : running) thread.join();
+    EXPECT_EQ(failed, 0);
+    std::map<std::string, int> count;
+    for (const std::string &path : files())
+        for (const std::string &text : messages(path)) ++count[text];
+    EXPECT_EQ(count["child"], 2 * children);
+    count.erase(""); // a child that opened the file in the middle of a write, for want of a processor
+    EXPECT_EQ(count.size(), 2u) << "nothing but whole lines of parent and child";
+}
+
+// Both take back what a full disk cuts off, from where they themselves have written.
+TEST_F(Log, AChildHasAPositionOfItsOwnInTheFile) {
+    line("parent");
+    int descriptor = 3;
+    std::error_code not_open;
+    while (!fs::equivalent("/proc/self/fd/" + std::to_string(descriptor), first, not_open)) ++descriptor;
+    const off_t position = lseek(descriptor, 0, SEEK_CUR);
+    const pid_t child = fork();
+    if (child == 0) {
+        line("child");
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(messages(first), (Texts{"parent", "child"}));
+    EXPECT_EQ(lseek(descriptor, 0, SEEK_CUR), position);
+}
+
+// --- What others do to the files ---
+
+TEST_F(Log, ALineNeverContinuesWhatAKilledProcessLeftHalfWritten) {
+    fs::create_directories(day);
+    std::ofstream(first) << "[a prefix] torn";
+    line("whole");
+    create(nullptr);
+    line("continued");
+    EXPECT_EQ(messages(first), (Texts{"torn", "whole", "continued"}));
+}
+
+TEST_F(Log, AFileThatIsMovedOrRemovedIsMadeAnewWithinASecond) {
+    line("old");
+    for (const char *how : {"moved", "removed"}) {
+        fs::rename(first, dir / how);
+        fs::remove_all(dir / "removed"), fs::remove(dir / "logfiles-2026/11/2026-11-15");
+        while (!fs::exists(first)) line("on its way"), std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        line(how);
+        EXPECT_EQ(messages(first).back(), how);
+    }
+    EXPECT_EQ(messages(dir / "moved").at(0), "old");
+}
+
+TEST_F(Log, CheckFileSeesAtOnceThatAFileHasGone) {
+    (*log)->Printf(log, 0, "old");
+    const std::string path = files().at(0);
+    (*log)->CheckFile(log);
+    (*log)->Printf(log, 0, "still");
+    fs::rename(path, dir / "moved");
+    (*log)->CheckFile(log);
+    EXPECT_EQ(content(path), "") << "it is there before the next line";
+    (*log)->Printf(log, 0, "new");
+    EXPECT_EQ(messages(dir / "moved"), (Texts{"old", "still"}));
+    EXPECT_EQ(messages(path), Texts{"new"});
+}
+
+TEST_F(Log, SeveralLogsOnOneFileKeepItsLimitTogether) {
+    constexpr unsigned long limit = 1048576;
+    const Tq4_own<Tq4_log> other(static_cast<Tq4_log>(Tq4_log_oitf->Dup(log)));
+    for (Tq4_log each : {log, other.get()}) (*each)->SizeLimit(each, limit);
+    const std::string text(1000, 'x');
+    for (int i = 0; i < 3000; ++i) {
+        line(text.c_str());
+        (*other)->Printf_t(other.get(), moment, 0, "%s", text.c_str());
+    }
+    EXPECT_EQ(files().size(), 6u);
+    for (const std::string &path : files()) EXPECT_LT(fs::file_size(path), limit + 2 * 1100) << path;
+}
+
 // --- Faults ---
 
 TEST_F(Log, AnUnwritableDirectoryLosesLinesUntilItCanBeWritten) {
@@ -160,6 +258,41 @@ TEST_F(Log, AnUnwritableDirectoryLosesLinesUntilItCanBeWritten) {
     fs::remove(dir / "main");
     line("written");
     EXPECT_EQ(messages(files().at(0)), Texts{"written"});
+}
+
+// What is written to standard error while this lives.
+class Standard_error {
+public:
+    explicit Standard_error(const std::string &path) : m_path(path) {
+        const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
+        dup2(file, 2);
+        close(file);
+    }
+    ~Standard_error() {
+        dup2(m_before, 2);
+        close(m_before);
+    }
+    std::string said() const { return content(m_path); }
+
+private:
+    std::string m_path;
+    int m_before = fcntl(2, F_DUPFD_CLOEXEC, 3);
+};
+
+TEST_F(Log, ALogThatCannotBeWrittenSaysSoOnce) {
+    const Standard_error standard_error(dir / "error");
+    const std::string in_the_way = dir / "logfiles-2026";
+    std::ofstream(in_the_way) << "a file";
+    for (int i = 0; i < 5; ++i) line("lost");
+    EXPECT_EQ(standard_error.said(), "日志文件" + first + "无法写入：Not a directory\n");
+    fs::remove(in_the_way);
+    fs::create_directories(day);
+    const std::string full = day + "svc_2026-11-15 14-3[006].log";
+    fs::create_symlink("/dev/full", full);
+    for (int i = 0; i < 5; ++i) line("lost");
+    EXPECT_EQ(standard_error.said().substr(standard_error.said().find('\n') + 1),
+              "日志文件" + full + "无法写入：No space left on device\n")
+        << "another trouble";
 }
 
 TEST_F(Log, AFullDiskLosesLinesButLeavesNoTrailOfEmptyFiles) {

@@ -58,7 +58,10 @@ TEST(SockAddr, StaysAsItWasWhenItCannotBeSet) {
 
 TEST(SockAddr, NamesTheSameHostWhateverThePort) {
     Address ipv4("127.0.0.1", 80), ipv6("::1", 80), local("/tmp/x", 0);
-    EXPECT_TRUE(ipv4.is("localhost") || ipv6.is("localhost"));
+    EXPECT_TRUE(ipv4.is("127.1")) << "a text is resolved, not compared";
+    if (Address().init("localhost", 0)) { // a machine without /etc/hosts may not know the name
+        EXPECT_TRUE(ipv4.is("localhost") || ipv6.is("localhost"));
+    }
     EXPECT_FALSE(ipv4.is("127.0.0.2") || ipv4.is("::1") || ipv4.is("/tmp/x"));
     EXPECT_FALSE(ipv6.is("::2") || local.is("/tmp/y") || local.is("127.0.0.1"));
     EXPECT_FALSE(Address() == ipv4 || ipv4 == Address("127.0.0.1", 81) || local == Address("/tmp/y", 0));

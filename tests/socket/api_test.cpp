@@ -90,6 +90,38 @@ TEST_P(SockApi, DatagramsKeepTheirSizeAndTellTheirSender) {
     EXPECT_EQ(received(), "");
 }
 
+// A datagram begins with its length. Each reader asks how large the next one is, and another one takes it.
+TEST_P(SockApi, SeveralReadersOfOneSocketGetWholeDatagrams) {
+    bindable(peer, "shared");
+    Socket shared = api.OpenUdp2(peer, 1), sending = api.OpenUdp2(peer, 0);
+    api.GetLocalAddr(shared, peer);
+    constexpr unsigned readers = 4, datagrams = 6000, most_on_the_way = 4;
+    std::atomic<unsigned> taken = 0, cut = 0, ended = 0;
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < readers; ++i)
+        threads.emplace_back([&] {
+            const auto own = Tq4_make<Tq4_string>(Tq4_string_oitf);
+            while (api.RecvFrom(shared, own.get(), nullptr) > 0) {
+                const std::string got = text_of(own.get());
+                if (got.size() != std::stoul(got)) ++cut;
+                ++taken;
+            }
+            ++ended;
+        });
+    const std::size_t sizes[] = {10, 8000, 100, 3000};
+    for (unsigned sent = 0; sent < datagrams; ++sent) {
+        std::string datagram = std::to_string(sizes[sent % 4] + sent % 7) + " ";
+        datagram.resize(std::stoul(datagram), '.');
+        EXPECT_GT(api.Send(sending, peer, datagram.data(), datagram.size()), 0);
+        while (sent >= taken + most_on_the_way) std::this_thread::yield();
+    }
+    while (taken < datagrams) std::this_thread::yield();
+    for (unsigned i = 0; i < readers; ++i) api.Send(sending, peer, "", 0);
+    for (std::thread &thread : threads) thread.join();
+    EXPECT_EQ(cut, 0u);
+    EXPECT_EQ(ended, readers);
+}
+
 TEST_P(SockApi, AFailedConnectClosesOnlyWhatItOpened) {
     bindable(address, "listener");
     Socket listener = api.OpenTcp2(address, 1);
@@ -120,6 +152,7 @@ TEST_P(SockApi, TheWayToAnAddressOfThisHostStartsThere) {
 
 TEST(SockApiCalls, OpenByHostAndPortAndSetOptions) {
     Socket tcp = api.OpenTcp("127.0.0.1", 0, 1), udp = api.OpenUdp2(nullptr, 1);
+    Socket udp6 = api.OpenUdp("::1", 0, 0);
     EXPECT_EQ(api.Listen(tcp, 1), 0);
     auto own = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
     api.GetLocalAddr(tcp, own.get());
@@ -130,11 +163,14 @@ TEST(SockApiCalls, OpenByHostAndPortAndSetOptions) {
         api.Reuse(udp, on);
         api.BroadCast(udp, on);
         api.AllError(udp, on);
+        api.AllError(udp6, on);
         api.NoDelay(connected, on);
         api.Block(connected, on);
         EXPECT_EQ(SockApi::option(udp, SOL_SOCKET, SO_REUSEADDR), on != 0);
         EXPECT_EQ(SockApi::option(udp, SOL_SOCKET, SO_BROADCAST), on != 0);
         EXPECT_EQ(SockApi::option(udp, IPPROTO_IP, IP_RECVERR), on != 0);
+        EXPECT_EQ(SockApi::option(udp6, IPPROTO_IP, IP_RECVERR), on != 0);
+        EXPECT_EQ(SockApi::option(udp6, IPPROTO_IPV6, IPV6_RECVERR), on != 0);
         EXPECT_EQ(SockApi::option(connected, IPPROTO_TCP, TCP_NODELAY), on != 0);
         EXPECT_EQ((fcntl(connected, F_GETFL) & O_NONBLOCK) == 0, on != 0);
     }

@@ -55,8 +55,8 @@ inline std::string content(const std::filesystem::path &path) {
 
 class Temp_dir {
 public:
-    Temp_dir() {
-        std::string name = std::filesystem::temp_directory_path() / "tq4_test_XXXXXX";
+    explicit Temp_dir(const std::filesystem::path &in = std::filesystem::temp_directory_path()) {
+        std::string name = in / "tq4_test_XXXXXX";
         m_path = mkdtemp(name.data());
     }
     ~Temp_dir() {

@@ -37,7 +37,7 @@ struct Stay {
     static const Stay *Clear(void *stay) {
         Tq4_forget_killed_frames();
         MP_THREAD_ClearCancel();
-        Tq4_killable = false;
+        if (Tq4_this_thread->killable) Tq4_this_thread->killable = false;
         Tq4_shut_kill_gate();
         auto *ended = static_cast<const Stay *>(stay);
         ended->consumer->Abandon(ended->outside);

@@ -31,7 +31,7 @@ class Tq4_text_cell {
         return block;
     }
     static uint8_t *Allocate(std::size_t n) {
-        return static_cast<uint8_t *>(n <= Tq4_object_memory_stacks::largest ? Tq4_object_memory(n) : std::malloc(n));
+        return static_cast<uint8_t *>(n <= Tq4_thread_record::largest ? Tq4_object_memory(n) : std::malloc(n));
     }
     void Free() {
         if (state() == on_heap) Tq4_object_memory_free(heap().data, heap().size + 1);

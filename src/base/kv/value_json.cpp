@@ -7,7 +7,6 @@
 // entries without keys.
 #include <charconv>
 #include <climits>
-#include <clocale>
 #include <cstring>
 #include <functional>
 #include <vector>
@@ -16,6 +15,7 @@
 #include "base/kv/limits.hpp"
 #include "base/kv/table.hpp"
 #include "base/string/string.hpp"
+#include "c_locale.hpp"
 
 namespace {
 
@@ -64,10 +64,9 @@ struct Token {
     }
     // The decimal point is a point whatever the locale.
     float single() const {
-        static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", nullptr);
         float number = 0;
         if (std::from_chars(text, text + length, number).ec == std::errc()) return number;
-        return strtof_l(text, nullptr, c_locale); // infinite, or too small to be anything but 0
+        return strtof_l(text, nullptr, Tq4_c_locale()); // infinite, or too small to be anything but 0
     }
 };
 

@@ -1,39 +1,18 @@
 // queue: a doubly linked list of items, optionally locked, optionally with an event for waiting readers.
 //
 // Every operation holds the queue's lock, when there is one, from its first look at the links to its last; callbacks
-// of each, Range and the sort run under it. A reader that may wait looks first, and waits only when it found nothing;
-// after taking an item while more remain it passes the event on, so that two insertions that shared one setting of
-// the event still serve two waiting readers.
+// of each, Range and the sort run under it. A reader that may wait looks first, and waits, once, only when it found
+// nothing. After taking an item while more remain it passes the event on, so that two insertions that shared one
+// setting of the event still serve two waiting readers. A Set by the caller is never dropped: it lets a reader through.
 // Cost: the ends are constant; a position is walked from the nearest of the ends and the position looked up last.
 #include "base/queue/queue.hpp"
 
 #include <algorithm>
-#include <chrono>
 
 #include "assert.hpp"
 #include "base/queue/sort.hpp"
 #include "thread/event.hpp"
 #include "thread/lock.hpp"
-
-namespace {
-
-// What is left of a time-out as time passes; all ones stays without limit.
-class Patience {
-    using clock = std::chrono::steady_clock;
-    const unsigned long m_wait;
-    const clock::time_point m_start = clock::now();
-
-public:
-    explicit Patience(unsigned long wait) : m_wait(wait) {}
-    unsigned long left() const {
-        if (m_wait == TQ4_ALL_ONES) return m_wait;
-        using std::chrono::milliseconds;
-        auto gone = static_cast<unsigned long>(std::chrono::round<milliseconds>(clock::now() - m_start).count());
-        return gone < m_wait ? m_wait - gone : 0;
-    }
-};
-
-} // namespace
 
 Tq4_queue_obj::Tq4_queue_obj(const Tq4_queue_CreateParams *given) : base{this, {}, {}, 0} {
     Tq4_list_node_AddNode(&m_head, &m_tail);
@@ -92,13 +71,27 @@ int Tq4_queue_obj::Wait(unsigned long wait) {
     return base.m_event ? (*base.m_event)->Wait(base.m_event.get(), wait) : 0;
 }
 
+// Under the lock, so that what set the event and who did it change together.
 void Tq4_queue_obj::Set() {
-    if (base.m_event) (*base.m_event)->Set(base.m_event.get());
+    if (!base.m_event) return;
+    Tq4_guard guard(base.m_lock);
+    if (base.m_lock) m_set_by_caller = true;
+    (*base.m_event)->Set(base.m_event.get());
 }
 
 // Under the queue's lock a look at the event is enough.
 [[gnu::noinline]] void Tq4_queue_obj::SetUnlessSet() {
-    if (!base.m_lock || !Tq4_event_is_set(base.m_event.get())) Set();
+    if (base.m_lock) {
+        if (Tq4_event_is_set(base.m_event.get())) return;
+        m_set_by_caller = false; // an event that is not set has let through whom the caller meant
+    }
+    (*base.m_event)->Set(base.m_event.get());
+}
+
+// An insertion's event outlives its item when the item was taken without waiting. In an empty queue it tells nothing.
+void Tq4_queue_obj::DropStaleEvent() {
+    if (base.m_lock && !m_set_by_caller && Tq4_event_is_set(base.m_event.get()))
+        (*base.m_event)->Reset(base.m_event.get());
 }
 
 // The usual cases, here and in Read, stand apart: a queue without a lock pays only for looking.
@@ -131,19 +124,20 @@ template <Tq4_queue_obj::Step step>
     return (this->*step)(index);
 }
 
-// A reader that the event let through takes it from all others: it passes it on while there are items. A kill between
-// the event and the next look would lose it, so it waits until the reader is done.
+// The event that lets a reader through is taken from all others: the reader passes it on while there are items. A kill
+// between the event and the second look would lose it, so it waits until the reader is done.
 template <Tq4_queue_obj::Step step>
 [[gnu::noinline]] Tq4_queue_obj::Found Tq4_queue_obj::Await(unsigned long index, unsigned long wait) {
-    Found found = Read<step>(index, 0);
-    if (found.item) return found;
-    const Tq4_cancel_deferred deferred;
-    const Patience patience(wait);
-    while (!found.item && Wait(patience.left()) >= 1) {
+    {
         Tq4_guard guard(base.m_lock);
-        found = (this->*step)(index);
-        if (found.item && base.m_itemCount) Announce();
+        if (const Found found = (this->*step)(index); found.item) return found;
+        DropStaleEvent();
     }
+    const Tq4_cancel_deferred deferred;
+    if (Wait(wait) < 1) return {};
+    Tq4_guard guard(base.m_lock);
+    const Found found = (this->*step)(index);
+    if (base.m_itemCount) Announce();
     return found;
 }
 

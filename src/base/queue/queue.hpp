@@ -62,6 +62,8 @@ struct Tq4_queue_obj {
     Tq4_queue_on_swap on_swap = nullptr;
 
     Tq4_list_walker m_walker; // forgotten after any change of links but one at the tail
+    // Whether a caller's Set may be what set the event, and not an insertion alone. Only kept with a lock.
+    bool m_set_by_caller = false;
 
     explicit Tq4_queue_obj(const Tq4_queue_CreateParams *given);
     ~Tq4_queue_obj();
@@ -106,6 +108,7 @@ struct Tq4_queue_obj {
         if (base.m_event) SetUnlessSet();
     }
     void SetUnlessSet();
+    void DropStaleEvent();
     void Place(Tq4_queue_item_obj *item, unsigned long index);
     struct Found {
         Tq4_queue_item item; // null for none

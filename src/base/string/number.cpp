@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "base/string/string.hpp"
+#include "c_locale.hpp"
 
 namespace {
 
@@ -44,7 +45,7 @@ long Tq4_string_obj::ToInt(int base) {
     return base == 16 ? hex_number(c_str()) : std::strtol(c_str(), nullptr, 10);
 }
 
-double Tq4_string_obj::ToFloat() { return std::strtod(c_str(), nullptr); }
+double Tq4_string_obj::ToFloat() { return strtod_l(c_str(), nullptr, Tq4_c_locale()); }
 
 char Tq4_string_obj::ToChar() {
     const char *text = c_str();

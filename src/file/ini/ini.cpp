@@ -13,10 +13,11 @@
 #include "base/string/string.hpp"
 #include "file/ini/number.hpp"
 #include "file/ini/reader.hpp"
+#include "file/ini/save.hpp"
 #include "file/ini/tree.hpp"
 #include "file/ini/writer.hpp"
-#include "file/replace.hpp"
 #include "module.hpp"
+#include "platform/multi_platform_fs.hpp"
 #include "tq4/config.h"
 #include "tq4/debug.h"
 
@@ -75,9 +76,6 @@ private:
 
 namespace {
 
-constexpr mode_t Created_mode = 0660;
-constexpr int Regular_file = 2;
-
 // The section of a name and an index in another; null when missing.
 Tq4_config_section *child_of(const Tq4_config_section &parent, std::string_view name, unsigned long index) {
     const Tq4_config_chain *chain = parent.Chain(name);
@@ -120,28 +118,6 @@ std::unique_ptr<Tq4_config_tree> read_tree(const char *file, int descriptor) {
         Tq4_debug_api->log(0, "Tq4_config_Read skipped %lu lines longer than %lu bytes,file = %s,first line = %lu\n",
                            reader.Skipped(), Tq4_config_line_limit, file, line);
     return tree;
-}
-
-// Whether replacing a file failed for what its directory allows, and not for want of room: the directory may belong to
-// somebody else, or the file be mounted there alone.
-bool is_refusal(int error) { return error == EACCES || error == EPERM || error == EROFS || error == EBUSY; }
-
-// Replacing asks the directory alone, and would overwrite what this process may not write.
-bool is_writable(const char *file) {
-    const int descriptor = MP_SafeOpen(file, O_RDWR, 0);
-    return descriptor >= 0 && MP_FileClose(descriptor);
-}
-
-// A new file, or one that is not to be replaced.
-bool write_in_place(const char *file, const std::string &text) {
-    MP_FileInfo before;
-    const bool existed = MP_GetFileInfo(file, 0, &before);
-    const int descriptor = MP_SafeOpen(file, O_RDWR | O_CREAT | O_TRUNC, Created_mode);
-    if (descriptor < 0) return false;
-    bool written = Tq4_write_all(descriptor, text.data(), static_cast<long>(text.size()));
-    written = MP_FileClose(descriptor) && written;
-    if (!written && !existed) MP_FileDelete(file);
-    return written;
 }
 
 } // namespace
@@ -187,19 +163,7 @@ int Tq4_config_obj::Read(const char *file) {
     return 1;
 }
 
-bool Tq4_config_obj::Dump(const char *file) const {
-    if (!file) return false;
-    const std::string text = Tq4_config_written(*m_tree);
-    MP_FileInfo target;
-    if (!MP_GetFileInfo(file, 1, &target) || target.type != Regular_file) return write_in_place(file, text);
-    if (!is_writable(file)) return false;
-    // Where a link leads is replaced, not the link. A service still reads what root has changed.
-    const bool replaced = Tq4_replace_file(MP_ResolvePath(file), target.mode, [&](int descriptor) {
-        MP_FileSetOwner(descriptor, target.owner, target.group);
-        return Tq4_write_all(descriptor, text.data(), static_cast<long>(text.size())) && MP_FileSync(descriptor);
-    });
-    return replaced || (is_refusal(errno) && write_in_place(file, text));
-}
+bool Tq4_config_obj::Dump(const char *file) const { return file && Tq4_config_save(file, Tq4_config_written(*m_tree)); }
 
 // ---- the cursor
 

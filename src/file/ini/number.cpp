@@ -1,7 +1,7 @@
 // number: what a configuration's values mean as numbers and characters. Nothing here depends on the locale.
 #include "file/ini/number.hpp"
 
-#include <locale.h>
+#include "c_locale.hpp"
 
 namespace {
 
@@ -25,14 +25,8 @@ uint64_t Tq4_config_hex(std::string_view text) {
     }
 }
 
-// The numbers of the C library, with a point whatever the host's language.
-static locale_t plain_locale() {
-    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
-    return plain;
-}
-
-template <> float Tq4_config_float(std::string_view text) { return strtof_l(text.data(), nullptr, plain_locale()); }
-template <> double Tq4_config_float(std::string_view text) { return strtod_l(text.data(), nullptr, plain_locale()); }
+template <> float Tq4_config_float(std::string_view text) { return strtof_l(text.data(), nullptr, Tq4_c_locale()); }
+template <> double Tq4_config_float(std::string_view text) { return strtod_l(text.data(), nullptr, Tq4_c_locale()); }
 
 char Tq4_config_char(std::string_view text) {
     if (text.starts_with("0x") || text.starts_with("0X")) return static_cast<char>(Tq4_config_hex(text));

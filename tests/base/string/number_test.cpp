@@ -27,6 +27,23 @@ TEST_F(StringNumber, ToFloatReadsTheFrontOfTheText) {
     for (auto &[text, value] : cases) EXPECT_EQ((*s)->ToFloat((*s)->Strcpy(s, text)), value) << text;
 }
 
+// In a locale of the test's own: of those with a comma a machine may have none.
+TEST_F(StringNumber, APointIsAPointInEveryLocale) {
+    const Temp_dir dir;
+    std::ofstream(dir / "charmap")
+        << "<code_set_name> PLAIN\n<escape_char> /\nCHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n";
+    std::ofstream(dir / "numeric")
+        << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \"\"\ngrouping -1\nEND LC_NUMERIC\n";
+    const std::string make = "cd " + dir.path() + " && localedef -c -f ./charmap -i ./numeric ./comma >/dev/null 2>&1";
+    ASSERT_NE(std::system(make.c_str()), -1); // it warns about what the locale lacks
+    setenv("LOCPATH", dir.path().c_str(), 1);
+    ASSERT_TRUE(setlocale(LC_NUMERIC, "comma"));
+    EXPECT_EQ(std::strtod("2,5", nullptr), 2.5) << "the program's locale";
+    EXPECT_EQ((*s)->ToFloat((*s)->Strcpy(s, "2.5")), 2.5);
+    setlocale(LC_NUMERIC, "C");
+    unsetenv("LOCPATH");
+}
+
 TEST_F(StringNumber, ToCharReadsEscapesAndNumbers) {
     const std::vector<std::pair<const char *, int>> cases = {{"0XfF", 0xff}, {"0x12345678901234567841", 'A'},
                                                              {"0x", 0},      {"\\n", 10},

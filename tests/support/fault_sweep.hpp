@@ -1,0 +1,62 @@
+// fault_sweep.hpp: an operation under every fault that it can meet: the first call of a kind fails, then the second,
+// until the operation makes no more of them. A test gives a scenario, which prepares, runs the operation through its
+// round, and judges what the operation promises.
+#pragma once
+
+#include <set>
+
+#include "support/faults.hpp"
+#include "support/test.hpp"
+
+// One fault at one of its calls.
+class Fault_round {
+public:
+    Fault_round(const Fault &fault, unsigned long nth) : m_fault(fault), m_nth(nth) {}
+
+    // Runs the operation with the fault armed.
+    template <class Operation> auto operator()(Operation operation) {
+        const Armed_fault armed(m_fault, m_nth);
+        const Told_at_end told{armed, m_happened};
+        return operation();
+    }
+    bool happened() const { return m_happened; }
+    bool is(const char *call) const { return std::strcmp(m_fault.call, call) == 0; }
+    // Whether the system refused nothing: a signal came in between, or it took the bytes in two parts.
+    bool is_harmless() const { return !m_happened || m_fault.error == EINTR || m_fault.manner == Fault_manner::cut; }
+    // Whether the system took half of some bytes and nothing more for good.
+    bool leaves_half() const { return m_happened && m_fault.manner == Fault_manner::cut_then_fail; }
+    std::string name() const { return name_of(m_fault) + ", call " + std::to_string(m_nth); }
+
+private:
+    struct Told_at_end {
+        const Armed_fault &armed;
+        bool &happened;
+        ~Told_at_end() { happened = armed.happened(); }
+    };
+    const Fault &m_fault;
+    unsigned long m_nth;
+    bool m_happened = false;
+};
+
+// A fresh directory in memory where there is one: a round takes no time on a medium.
+struct Quick_dir : Temp_dir {
+    Quick_dir() : Temp_dir(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path()) {}
+};
+
+inline long open_descriptors() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
+
+// Runs the scenario in every round, and returns the calls that failed in one. No round may leave a descriptor open.
+template <class Scenario> std::set<std::string> sweep_faults(Scenario scenario) {
+    std::set<std::string> failed;
+    for (const Fault &fault : possible_faults())
+        for (unsigned long nth = 1;; ++nth) {
+            Fault_round round(fault, nth);
+            SCOPED_TRACE(round.name());
+            const long before = open_descriptors();
+            scenario(round);
+            EXPECT_EQ(open_descriptors(), before) << "descriptors";
+            if (!round.happened() || testing::Test::HasFatalFailure()) break;
+            failed.insert(fault.call);
+        }
+    return failed;
+}
