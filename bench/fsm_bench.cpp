@@ -15,6 +15,8 @@
 #include "tq4/fsm.h"
 
 #ifdef HAVE_BOOST_MSM
+#define BOOST_ALLOW_DEPRECATED_HEADERS // its own headers include such, and would say so
+#define BOOST_BIND_GLOBAL_PLACEHOLDERS
 #include <boost/msm/back/state_machine.hpp>
 #include <boost/msm/front/functor_row.hpp>
 #include <boost/msm/front/state_machine_def.hpp>

@@ -5,6 +5,7 @@
 //
 // The form of a service: the timer's thread only pushes messages, and one thread, the dispatcher's, owns the machine,
 // so that nothing needs a lock. DIRECTORY becomes the log's main directory. Exits 1 when a light is out of order.
+#include <cstdarg>
 #include <cstdio>
 #include <iterator>
 #include <string>
@@ -110,6 +111,7 @@ bool in_order(const std::vector<Change> &changes) {
 
 int main(int argc, char **argv) {
     if (argc != 2) return std::fprintf(stderr, "Usage: traffic_light DIRECTORY\n"), 2;
+    Tq4_debug_api->SetPrint([](int, const char *, va_list) {}); // threads would tell of their beginning and end
     const Object<Tq4_log> log(Tq4_log_oitf);
     log->Init(log, "traffic", 0);
     log->MainDir(log, argv[1]);

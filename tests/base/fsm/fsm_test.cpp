@@ -320,16 +320,47 @@ TEST_F(FsmTest, ObjectsAndNullsBehaveAsInEveryModule) {
     EXPECT_EQ((*fsm)->GetState(fsm, "a"), nullptr);
 }
 
-// What a thread of the library and the test tell each other; a kill takes the thread inside its handler.
+// Sets the flag and never returns. It has nothing that unwinding would look for: a kill may take it at any instruction.
+__attribute__((noinline, no_sanitize("thread"))) void spin(int *caught) {
+    __atomic_store_n(caught, 1, __ATOMIC_RELEASE);
+    for (;;) asm volatile("" ::: "memory");
+}
+void (*volatile spinning)(int *) = spin; // its callers are not to know that it throws nothing
+
+// A machine that a thread drives until it is caught in a handler, with one item inside another's event.
 struct Killed {
     Tq4_own<Tq4_fsm> machine = Tq4_make<Tq4_fsm>(Tq4_fsm_oitf);
     Tq4_own<Tq4_fsm_item> inner = Tq4_make<Tq4_fsm_item>(Tq4_fsm_item_oitf);
     Tq4_own<Tq4_fsm_item> outer = Tq4_make<Tq4_fsm_item>(Tq4_fsm_item_oitf);
-    std::atomic<bool> caught = false;
-    std::atomic<int> handled = 0;
+    int caught = 0;
+    int handled = 0;
 
+    Killed() {
+        on("drive the inner one", [](auto, auto *event, auto...) { of(event).give(of(event).inner, "catch"); });
+        on("catch", [](auto, auto *event, auto...) {
+            of(event).give(of(event).inner, "a text that is longer than what fits into a string without an allocation");
+            spinning(&of(event).caught);
+        });
+        on("count", [](auto, auto *event, auto...) { ++of(event).handled; });
+    }
+    static Killed &of(const Tq4_fsm_msg *event) { return *static_cast<Killed *>(event->params); }
+    void on(const char *message, Tq4_fsm_handler handler) {
+        (*machine)->SetStrMsgHandleDefault(machine.get(), message, handler, "");
+    }
     void give(const Tq4_own<Tq4_fsm_item> &to, const char *message) {
         (*machine)->HandleStrMsg(machine.get(), to.get(), message, 0, this);
+    }
+    void run_and_kill() {
+        const auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "victim");
+        const auto work = +[](void *killed) {
+            auto *k = static_cast<Killed *>(killed);
+            k->give(k->outer, "drive the inner one");
+            return 0ul;
+        };
+        (*thread)->Init(thread.get(), work, this);
+        (*thread)->Resume(thread.get());
+        while (!__atomic_load_n(&caught, __ATOMIC_ACQUIRE)) std::this_thread::yield();
+        (*thread)->Kill(thread.get(), 1);
     }
 };
 
@@ -338,42 +369,7 @@ TEST(FsmDeathTest, AKillTakesItsThreadInTheHandlerAndTheItemWaitsForReset) {
     const auto live_and_exit = [] {
         alarm(120);
         auto k = std::make_unique<Killed>();
-        (*k->machine)
-            ->SetStrMsgHandle(
-                k->machine.get(), "drive the inner one", 0,
-                [](auto, auto *message, auto...) {
-                    auto *self = static_cast<Killed *>(message->params);
-                    self->give(self->inner, "spin");
-                },
-                "");
-        (*k->machine)
-            ->SetStrMsgHandle(
-                k->machine.get(), "spin", 0,
-                [](auto, auto *message, auto...) {
-                    auto *self = static_cast<Killed *>(message->params);
-                    self->give(self->inner, "a text that is longer than what fits into a string without an allocation");
-                    self->caught = true;
-                    for (;;) asm volatile("" ::: "memory");
-                },
-                "");
-        (*k->machine)
-            ->SetStrMsgHandle(
-                k->machine.get(), "count", 0,
-                [](auto, auto *message, auto...) { ++static_cast<Killed *>(message->params)->handled; }, "");
-        auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "victim");
-        (*thread)->Init(
-            thread.get(),
-            [](void *p) {
-                auto *self = static_cast<Killed *>(p);
-                self->give(self->outer, "drive the inner one");
-                return 0ul;
-            },
-            k.get());
-        (*thread)->Resume(thread.get());
-        while (!k->caught) std::this_thread::yield();
-        (*thread)->Kill(thread.get(), 1);
-        thread.reset();
-
+        k->run_and_kill();
         k->give(k->inner, "count"); // its event was never over: this one waits, in vain
         EXPECT_EQ(k->handled, 0);
         Tq4_fsm_item_oitf->Reset(k->inner.get());
