@@ -10,7 +10,7 @@
 //   1. the current slot of level 0 fires: it is still the current one, so that what is set there counts from it;
 //   2. all levels move on, level 0 always, each other one when the one below has turned;
 //   3. what has fired and repeats is placed again;
-//   4. the slots that the higher levels have left fire or move down, lowest level first, each followed by part 3.
+//   4. the slots that the higher levels have left fire or move down, lowest level first, each followed by step 3.
 //
 // A timer is in one list: a slot's, that of the timers due in this step, or that of the timers to be repeated. Its own
 // functions find it in none. They may do everything with the wheel, also release it all: a tick belongs to one m_life,
