@@ -82,7 +82,7 @@ TEST(PlatformWaits, AreTimedByTheClockThatOnlyGoesForward) {
     MP_THREAD_mutex_lock(&held);
     for (const auto &[wait, release] : waits) {
         std::atomic<pid_t> id = 0;
-        Parallel waiter([&] { return id = gettid(), wait(); });
+        Parallel waiter([&, &wait = wait] { return id = gettid(), wait(); });
         await_asleep(id);
 #ifdef TQ4_THREAD_SANITIZER
         const bool follows_only_the_wall_clock = &wait != &waits[0].first; // that sanitizer
