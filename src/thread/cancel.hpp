@@ -62,6 +62,18 @@ public:
     Tq4_cancel_held &operator=(const Tq4_cancel_held &) = delete;
 };
 
+// The scope of a user's callback inside a part that holds kills off: there, and nowhere else, one may strike. held is the
+// result of Tq4_hold_off_kill, and is so again afterwards.
+class Tq4_user_call {
+    int &m_held;
+
+public:
+    explicit Tq4_user_call(int &held) : m_held(held) { Tq4_admit_kill(m_held); }
+    ~Tq4_user_call() { m_held = Tq4_hold_off_kill(); }
+    Tq4_user_call(const Tq4_user_call &) = delete;
+    Tq4_user_call &operator=(const Tq4_user_call &) = delete;
+};
+
 #if defined(__SANITIZE_ADDRESS__)
 #define TQ4_ADDRESS_SANITIZER 1
 #elif defined(__has_feature)
