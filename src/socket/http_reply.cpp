@@ -84,9 +84,10 @@ bool Tq4_http_reply::CollectLine(const char *bytes, std::size_t n, std::size_t *
     const auto *feed = static_cast<const char *>(std::memchr(bytes, '\n', n));
     const std::size_t length = feed ? static_cast<std::size_t>(feed - bytes) : n;
     *used = length + (feed != nullptr);
-    const bool is_over = m_line.size() + length > Longest_line;
-    m_line.append(bytes, is_over ? Longest_line - m_line.size() : length);
-    m_line.erase(std::remove(m_line.begin(), m_line.end(), '\r'), m_line.end());
+    const std::size_t before = m_line.size();
+    const bool is_over = before + length > Longest_line;
+    m_line.append(bytes, is_over ? Longest_line - before : length);
+    m_line.erase(std::remove(m_line.begin() + static_cast<long>(before), m_line.end(), '\r'), m_line.end());
     if (is_over && m_state == State::Reading) End(State::Refused);
     return feed != nullptr;
 }
