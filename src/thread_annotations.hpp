@@ -10,6 +10,7 @@
 #define TQ4_THREAD_ATTRIBUTE(x)
 #endif
 
+#define TQ4_CAPABILITY TQ4_THREAD_ATTRIBUTE(capability("mutex"))
 #define TQ4_SCOPED_CAPABILITY TQ4_THREAD_ATTRIBUTE(scoped_lockable)
 #define TQ4_GUARDED_BY(lock) TQ4_THREAD_ATTRIBUTE(guarded_by(lock))
 #define TQ4_REQUIRES(...) TQ4_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))

@@ -8,6 +8,7 @@
 #include "tq4/config.h"
 #include "tq4/cxx_support.h"
 #include "tq4/debug.h"
+#include "tq4/dispatch.h"
 #include "tq4/event.h"
 #include "tq4/file.h"
 #include "tq4/file_api.h"

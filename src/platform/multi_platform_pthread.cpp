@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <linux/futex.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 static_assert(sizeof(time_t) == 8, "a deadline of any time-out fits");
@@ -69,6 +71,15 @@ bool MP_THREAD_IsAlone() {
     return alone;
 }
 
+void MP_THREAD_SleepOn(const std::atomic<int> *word, int value, unsigned long ms) {
+    const timespec limit{.tv_sec = static_cast<time_t>(ms / 1000), .tv_nsec = static_cast<long>(ms % 1000 * 1000000)};
+    syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, value, ms == TQ4_ALL_ONES ? nullptr : &limit, nullptr, 0);
+}
+
+void MP_THREAD_WakeSleeper(const std::atomic<int> *word) {
+    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
 int MP_THREAD_mutex_init(MP_THREAD_mutex *mutex, int, const char *) { return !pthread_mutex_init(mutex, nullptr); }
 void MP_THREAD_mutex_destroy(MP_THREAD_mutex *mutex) { pthread_mutex_destroy(mutex); }
 int MP_THREAD_mutex_lock(MP_THREAD_mutex *mutex) { return pthread_mutex_lock(mutex); }
@@ -78,6 +89,8 @@ int MP_THREAD_mutex_trylock(MP_THREAD_mutex *mutex, unsigned long ms) {
     const timespec deadline = deadline_after(ms);
     return pthread_mutex_timedlock(mutex, &deadline);
 }
+
+int MP_THREAD_mutex_take(MP_THREAD_mutex *mutex) { return !pthread_mutex_trylock(mutex); }
 
 int MP_THREAD_mutex_unlock(MP_THREAD_mutex *mutex) { return !pthread_mutex_unlock(mutex); }
 

@@ -7,6 +7,7 @@
 // Pointers are borrowed and must not be null.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <pthread.h>
 #include <semaphore.h>
@@ -41,6 +42,13 @@ void MP_THREAD_Pause();
 // Whether there is only one processor, where such a loop waits in vain. Asked of the system once.
 bool MP_THREAD_IsAlone();
 
+// --- Words that one thread sleeps on ---
+
+// Sleeps while the word has the value, at most ms; may return earlier without cause. Not a point of cancellation.
+void MP_THREAD_SleepOn(const std::atomic<int> *word, int value, unsigned long ms);
+// Wakes who sleeps on the word. Only the address is used: the word may be gone.
+void MP_THREAD_WakeSleeper(const std::atomic<int> *word);
+
 // --- Mutexes ---
 
 // Makes a non-recursive mutex. The initial owner and the name are ignored. 1/0.
@@ -51,6 +59,8 @@ void MP_THREAD_mutex_destroy(MP_THREAD_mutex *mutex);
 int MP_THREAD_mutex_lock(MP_THREAD_mutex *mutex);
 // Waits at most ms; 0 is a single try. 0, ETIMEDOUT or another error number.
 int MP_THREAD_mutex_trylock(MP_THREAD_mutex *mutex, unsigned long ms);
+// Takes it if it is free, without waiting. 1/0.
+int MP_THREAD_mutex_take(MP_THREAD_mutex *mutex);
 // By the thread that holds it. 1/0.
 int MP_THREAD_mutex_unlock(MP_THREAD_mutex *mutex);
 // 1 when the mutex was FREE (it was taken and released again), 0 when somebody holds it. The sense is deliberate.

@@ -4,20 +4,16 @@
 constinit thread_local bool Tq4_killable = false;
 constinit thread_local Tq4_kill_gate *Tq4_own_kill_gate = nullptr;
 
-// A kill that was asked for takes effect here; or, when the user has disabled it, or the thread lets itself be taken
-// only where it waits, later.
-static void obey() { MP_THREAD_KillThread(MP_THREAD_GetCurrentId(), 0); }
+// It takes effect here; or, when the user has disabled it, or the thread lets itself be taken only where it waits,
+// later.
+void Tq4_obey_kill() { MP_THREAD_KillThread(MP_THREAD_GetCurrentId(), 0); }
 
 int Tq4_hold_off_kill() {
-    if (Tq4_kill_gate *gate = Tq4_own_kill_gate) {
-        const bool first = gate->holds.fetch_add(1) == 0;
-        if (first && Tq4_killable && gate->asked) obey(); // the kill was sent: nothing is held yet
-    }
+    Tq4_shut_kill_gate();
     return MP_THREAD_HoldCancel();
 }
 
 void Tq4_admit_kill(int before) {
     MP_THREAD_ReleaseCancel(before);
-    Tq4_kill_gate *gate = Tq4_own_kill_gate;
-    if (gate && gate->holds.fetch_sub(1) == 1 && gate->asked) obey();
+    Tq4_open_kill_gate();
 }

@@ -46,6 +46,30 @@ struct Tq4_kill_gate {
 // The calling thread's, while it runs a user's function on one of our threads; null elsewhere.
 [[gnu::tls_model("initial-exec")]] extern constinit thread_local Tq4_kill_gate *Tq4_own_kill_gate;
 
+// While its gate is shut no kill is sent to the calling thread; one that was asked for meanwhile takes it when the gate
+// opens. Shutting nests, and costs a locked operation each way on our threads, nothing elsewhere.
+void Tq4_obey_kill();
+inline void Tq4_shut_kill_gate() {
+    Tq4_kill_gate *gate = Tq4_own_kill_gate;
+    if (!gate) return;
+    const bool first = gate->holds.fetch_add(1) == 0;
+    if (first && Tq4_killable && gate->asked) Tq4_obey_kill(); // the kill was sent: nothing is held yet
+}
+inline void Tq4_open_kill_gate() {
+    Tq4_kill_gate *gate = Tq4_own_kill_gate;
+    if (gate && gate->holds.fetch_sub(1) == 1 && gate->asked) Tq4_obey_kill();
+}
+
+// The same for a scope, for steps that hold nothing across a wait in the system: a user's function that has made
+// cancellation deferred may bring a kill along that was sent to it, and that strikes in such a wait.
+class Tq4_kill_gate_shut {
+public:
+    Tq4_kill_gate_shut() { Tq4_shut_kill_gate(); }
+    ~Tq4_kill_gate_shut() { Tq4_open_kill_gate(); }
+    Tq4_kill_gate_shut(const Tq4_kill_gate_shut &) = delete;
+    Tq4_kill_gate_shut &operator=(const Tq4_kill_gate_shut &) = delete;
+};
+
 // Between the two a kill does not take the calling thread at all; one that was asked for takes it at the end. They
 // nest, and cost two locked operations, some more on a thread that may be killed at any instruction.
 int Tq4_hold_off_kill();

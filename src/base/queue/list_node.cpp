@@ -1,5 +1,7 @@
-// list_node: making and walking.
+// list_node: making, walking and checking.
 #include "base/queue/list_node.hpp"
+
+#include "assert.hpp"
 
 Tq4_list_node *Create_Tq4_list_node() { return new Tq4_list_node; }
 void Delete_Tq4_list_node(Tq4_list_node *node) { delete node; }
@@ -34,4 +36,35 @@ Tq4_list_node *Tq4_list_walker::WalkTo(Tq4_list_node *head, Tq4_list_node *tail,
     m_seen = Tq4_list_node_PeekAt(from, steps, direction);
     m_seen_index = index;
     return m_seen;
+}
+
+namespace {
+
+constexpr uint64_t checked_from_each_end = 64; // a check after each operation must not make it linear
+
+// Walks from one sentinel towards the other; link leads on, back leads to where we came from.
+template <Tq4_list_node *Tq4_list_node::*link, Tq4_list_node *Tq4_list_node::*back>
+void check_links(const Tq4_list_node &from, const Tq4_list_node &to, uint64_t count) {
+    TQ4_CHECK(!(from.*back));
+    const Tq4_list_node *node = &from;
+    for (uint64_t seen = 0; seen <= count && seen < checked_from_each_end; ++seen) {
+        const Tq4_list_node *following = node->*link;
+        TQ4_CHECK(following && following->*back == node);
+        TQ4_CHECK((following == &to) == (seen == count));
+        node = following;
+    }
+}
+
+} // namespace
+
+void Tq4_list_check(const Tq4_list_node &head, const Tq4_list_node &tail, uint64_t count,
+                    const Tq4_list_walker &walker) {
+    check_links<&Tq4_list_node::next, &Tq4_list_node::prev>(head, tail, count);
+    check_links<&Tq4_list_node::prev, &Tq4_list_node::next>(tail, head, count);
+    if (!walker.m_seen) return;
+    TQ4_CHECK(walker.m_seen_index < count);
+    const Tq4_list_node *node = walker.m_seen;
+    if (walker.m_seen_index >= checked_from_each_end) return;
+    for (uint64_t steps = walker.m_seen_index + 1; steps; --steps) node = node->prev;
+    TQ4_CHECK(node == &head);
 }

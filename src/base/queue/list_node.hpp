@@ -59,3 +59,8 @@ struct Tq4_list_walker {
     // The node at an index below the count, which is that of the nodes between the sentinels.
     Tq4_list_node *WalkTo(Tq4_list_node *head, Tq4_list_node *tail, uint64_t count, uint64_t index);
 };
+
+// Checks the links and the count of a list between two sentinels, and the place that its walker remembers; of a long
+// list, as far as a few dozen nodes from either end. Called where Tq4_checks is set.
+void Tq4_list_check(const Tq4_list_node &head, const Tq4_list_node &tail, uint64_t count,
+                    const Tq4_list_walker &walker);

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "assert.hpp"
 #include "base/queue/sort.hpp"
 #include "thread/event.hpp"
 #include "thread/lock.hpp"
@@ -83,6 +84,8 @@ void Tq4_queue_obj::MoveAll(Tq4_queue_obj &to) {
     to.base.m_itemCount = base.m_itemCount;
     base.m_itemCount = 0;
     m_walker.Forget();
+    Check();
+    to.Check();
 }
 
 int Tq4_queue_obj::Wait(unsigned long wait) {
@@ -205,17 +208,21 @@ Tq4_queue_item_obj *Tq4_queue_obj::PeekClamped(unsigned long index) {
 }
 
 void Tq4_queue_obj::Link(Tq4_queue_item_obj *item, Tq4_list_node *before) {
+    TQ4_CHECK(!item->queue() && !Tq4_list_node_linked(&item->node));
     if (before != &m_tail) m_walker.Forget();
     Tq4_list_node_AddNode(before->prev, &item->node);
     item->q_ref.store(&base, std::memory_order_relaxed);
     base.m_itemCount = base.m_itemCount + 1;
+    Check();
 }
 
 void Tq4_queue_obj::Unlink(Tq4_queue_item_obj *item) {
+    TQ4_CHECK(item->queue() == &base && Tq4_list_node_linked(&item->node));
     m_walker.Forget();
     Tq4_list_node_Remove(&item->node);
     item->q_ref.store(nullptr, std::memory_order_relaxed);
     base.m_itemCount = base.m_itemCount - 1;
+    Check();
 }
 
 namespace {

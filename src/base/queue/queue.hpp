@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "assert.hpp"
 #include "base/queue/list_node.hpp"
 #include "own.hpp"
 #include "tq4/event.h"
@@ -97,6 +98,9 @@ struct Tq4_queue_obj {
     void Link(Tq4_queue_item_obj *item, Tq4_list_node *before);
     void Unlink(Tq4_queue_item_obj *item);
     void MoveAll(Tq4_queue_obj &to); // an empty one
+    void Check() const {
+        if (Tq4_checks) Tq4_list_check(m_head, m_tail, base.m_itemCount, m_walker);
+    }
     void Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_visitor visitor, void *param);
     void Announce() { // there are items
         if (base.m_event) SetUnlessSet();

@@ -1,0 +1,88 @@
+// message_queue.hpp: the messages that wait for one handler: producers put them under a lock, the consumer takes them
+// without.
+//
+// Messages lie one behind the other in chunks. The consumer takes all chunks in one step under the lock, as a batch of
+// its own, and goes through them alone; so a producer and the consumer seldom meet, and a message costs neither memory
+// nor a link. The few messages put at the front lie in a stack, which the consumer looks at before each message.
+// Chunks that the consumer is done with serve again; a burst is given back to the system.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+#include "base/dispatch/message.hpp"
+
+struct Tq4_message_chunk {
+    static constexpr unsigned size = 50; // messages: with the link just below 4096 bytes
+
+    Tq4_message_chunk *next;
+    Tq4_msg_obj messages[size];
+};
+
+// A chain of chunks that have served.
+struct Tq4_spare_chunks {
+    static constexpr unsigned most = 4;
+
+    Tq4_message_chunk *m_first = nullptr; // owned, with those behind it
+    unsigned m_count = 0;
+
+    Tq4_spare_chunks() = default;
+    Tq4_spare_chunks(const Tq4_spare_chunks &) = delete;
+    Tq4_spare_chunks &operator=(const Tq4_spare_chunks &) = delete;
+    ~Tq4_spare_chunks() {
+        while (m_first) delete Pop();
+    }
+    Tq4_message_chunk *Pop();                // null when there is none
+    void Push(Tq4_message_chunk *chunk);     // frees it when there are enough
+    void TakeSome(Tq4_spare_chunks &others); // as many as there is room for
+};
+
+// What the consumer has taken. Its own, but for left().
+class Tq4_message_batch {
+    friend class Tq4_message_queue;
+    Tq4_message_chunk *m_chunk = nullptr; // owned; null when nothing is left
+    unsigned m_next = 0;                  // the first one left
+    std::atomic<uint64_t> m_left{0};      // written by the consumer
+    Tq4_spare_chunks m_spare;
+
+public:
+    ~Tq4_message_batch() { Drop(); }
+    uint64_t left() const { return m_left.load(std::memory_order_relaxed); } // any thread; it only falls
+    // The first message, copied; there is one.
+    void Take(Tq4_msg_obj &to);
+    // Frees the parameters of what is left.
+    void Drop();
+    void Check() const;
+};
+
+class Tq4_message_queue {
+    Tq4_message_chunk *m_first = nullptr; // owned, with those behind it; null when empty
+    Tq4_message_chunk *m_last = nullptr;
+    unsigned m_filled = 0;            // messages in the last chunk; the others are full
+    std::atomic<uint64_t> m_back{0};  // messages in the chunks; written under the lock
+    std::atomic<uint64_t> m_front{0}; // messages in the stack; likewise
+    std::vector<Tq4_msg_obj> m_stack; // the last is the next
+    Tq4_spare_chunks m_spare;
+
+    void AddChunk();
+
+public:
+    ~Tq4_message_queue();
+
+    // Under the lock: room for a message at the back or the front, for the caller to fill.
+    Tq4_msg_obj &PutLast();
+    Tq4_msg_obj &PutFirst();
+    // Under the lock, for the consumer: the message in front, there is one; all others, to a batch that has none left.
+    void TakeFirst(Tq4_msg_obj &to);
+    void TakeAll(Tq4_message_batch &to);
+    // Under the lock: everything goes to an empty queue.
+    void MoveTo(Tq4_message_queue &other);
+    // Frees all parameters.
+    void Drop();
+
+    // The messages here, without those of the batch; exact under the lock, else at some moment.
+    uint64_t count() const { return m_back.load(std::memory_order_relaxed) + m_front.load(std::memory_order_relaxed); }
+    bool has_front() const { return m_front.load(std::memory_order_relaxed); }
+    void Check() const;
+};

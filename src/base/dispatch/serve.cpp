@@ -1,0 +1,175 @@
+// serve: the handler's thread takes messages and has them handled, one by one.
+#include "assert.hpp"
+#include "base/dispatch/dispatch.hpp"
+#include "thread/cancel.hpp"
+#include "tq4/debug.h"
+
+namespace {
+
+constexpr unsigned long busy_step = 4096;     // so many waiting, or a multiple, are told
+constexpr unsigned long look_again_ms = 1000; // how often an idle thread looks whether it is to go on
+
+// The time that a thread spends with a consumer and its dispatcher, which live at least so long. A kill ends it too.
+struct Stay {
+    Tq4_dispatch_consumer *const consumer;
+    Tq4_dispatch_obj *const dispatch = consumer->m_owner;
+    const Tq4_dispatch_frame *const outside = consumer->m_current;
+
+    // Called by a user, or while there is one for certain.
+    void Begin() const {
+        consumer->Use();
+        dispatch->m_users.fetch_add(1, std::memory_order_relaxed);
+    }
+    // True: the dispatcher is gone.
+    bool End() const {
+        consumer->Leave();
+        return dispatch->Leave();
+    }
+    bool EndServing() const {
+        unsigned long self = MP_THREAD_GetCurrentId();
+        dispatch->handler_thread.compare_exchange_strong(self, 0);
+        return End();
+    }
+
+    static void Killed(void *stay) { Clear(stay)->End(); }
+    static void KilledServing(void *stay) { Clear(stay)->EndServing(); }
+    // From here on the thread cannot be killed again.
+    static const Stay *Clear(void *stay) {
+        Tq4_forget_killed_frames();
+        MP_THREAD_ClearCancel();
+        Tq4_killable = false;
+        Tq4_shut_kill_gate();
+        auto *ended = static_cast<const Stay *>(stay);
+        ended->consumer->Abandon(ended->outside);
+        return ended;
+    }
+};
+
+} // namespace
+
+// The users were counted when the thread was made.
+unsigned long Tq4_dispatch_obj::Serve(void *param) {
+    auto *consumer = static_cast<Tq4_dispatch_consumer *>(param);
+    const Tq4_kill_gate_shut gate;
+    Stay stay{consumer};
+    consumer->m_entered = true;
+    const Tq4_thread thread = consumer->m_thread;
+    pthread_cleanup_push(Stay::KilledServing, &stay);
+    while ((*thread)->IsRunning(thread) && stay.dispatch->TakeAndHandle(*consumer, look_again_ms) >= 0) continue;
+    if (consumer->m_stopped) consumer->m_out.Drop();
+    pthread_cleanup_pop(0);
+    stay.EndServing();
+    return 0;
+}
+
+// A thread of Start takes for itself alone; inside a handler a stay is under way already.
+int Tq4_dispatch_obj::try_once(unsigned long milliseconds) {
+    const Tq4_kill_gate_shut gate;
+    Tq4_dispatch_consumer *consumer;
+    {
+        const Tq4_brief_guard guard(m_lock);
+        if (m_state != State::serving) return m_state == State::stopped ? -1 : 0;
+        if (m_consumer->m_thread && !IsSameThread()) return 0;
+        consumer = m_consumer;
+    }
+    const bool within_stay = consumer->m_thread || consumer->m_current;
+    return within_stay ? TakeAndHandle(*consumer, milliseconds) : TryOnceAsGuest(*consumer, milliseconds);
+}
+
+[[gnu::noinline]] int Tq4_dispatch_obj::TryOnceAsGuest(Tq4_dispatch_consumer &consumer, unsigned long milliseconds) {
+    Stay stay{&consumer};
+    stay.Begin();
+    int result;
+    pthread_cleanup_push(Stay::Killed, &stay);
+    result = TakeAndHandle(consumer, milliseconds);
+    pthread_cleanup_pop(0);
+    return stay.End() ? -1 : result;
+}
+
+[[gnu::noinline]] long Tq4_dispatch_obj::SendAsGuest(Tq4_dispatch_consumer &consumer, const Handed &handed) {
+    Stay stay{&consumer};
+    stay.Begin();
+    long result;
+    pthread_cleanup_push(Stay::Killed, &stay);
+    result = HandleHere(consumer, handed);
+    pthread_cleanup_pop(0);
+    stay.End();
+    return result;
+}
+
+int Tq4_dispatch_obj::TakeAndHandle(Tq4_dispatch_consumer &consumer, unsigned long milliseconds) {
+    Tq4_dispatch_frame &frame = consumer.NextFrame();
+    Taken taken = Take(consumer, frame);
+    if (taken == Taken::nothing && milliseconds) taken = Await(consumer, frame, milliseconds);
+    if (taken != Taken::message) return taken == Taken::nothing ? 0 : -1;
+    consumer.Enter(frame);
+    if (consumer.m_crowded.load(std::memory_order_relaxed)) TellIfBusy(consumer);
+    consumer.Handle(frame);
+    return 1;
+}
+
+long Tq4_dispatch_obj::HandleHere(Tq4_dispatch_consumer &consumer, const Handed &handed) {
+    Tq4_dispatch_frame &frame = consumer.NextFrame();
+    frame.message = handed.message;
+    frame.del_data = handed.del_data;
+    frame.reply = nullptr;
+    consumer.Enter(frame);
+    return consumer.Handle(frame);
+}
+
+Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Await(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &to,
+                                                unsigned long milliseconds) {
+    if (!consumer.m_alarm.Await(m_consumer_habit.pays(), milliseconds)) return Taken::nothing;
+    return Take(consumer, to);
+}
+
+// The usual cases need no lock: nothing came since the alarm was armed; or the batch has a message that nobody awaits
+// the answer of.
+Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Take(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &to) {
+    if (consumer.m_stopped.load(std::memory_order_relaxed)) return Taken::stopped;
+    const bool batch = consumer.m_out.left() != 0;
+    if (!batch && !consumer.m_alarm.rung()) return Taken::nothing;
+    if (!batch || consumer.m_front.load(std::memory_order_relaxed)) return TakeLocked(consumer, to);
+    consumer.m_out.Take(to);
+    return to.reply ? Claim(consumer, to) : Taken::message;
+}
+
+Tq4_dispatch_obj::Taken Tq4_dispatch_obj::TakeLocked(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &to) {
+    const Tq4_brief_guard guard(m_lock);
+    if (consumer.m_stopped.load(std::memory_order_relaxed)) return Taken::stopped;
+    if (m_task.has_front()) {
+        m_task.TakeFirst(to);
+        consumer.m_front.store(m_task.has_front(), std::memory_order_relaxed);
+    } else {
+        if (consumer.m_out.left() == 0) m_task.TakeAll(consumer.m_out);
+        m_left_seen = consumer.m_out.left();
+        consumer.m_crowded.store(m_task.count() + m_left_seen >= busy_step, std::memory_order_relaxed);
+        if (m_left_seen == 0) {
+            consumer.m_alarm.Arm();
+            return Taken::nothing;
+        }
+        consumer.m_out.Take(to);
+    }
+    if (to.reply) m_senders.Unlink(&to.reply->node);
+    return Taken::message;
+}
+
+// The sender of a message from the batch: a stop may have sent it away meanwhile.
+Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Claim(Tq4_dispatch_consumer &consumer, Tq4_msg_obj &message) {
+    {
+        const Tq4_brief_guard guard(m_lock);
+        if (!consumer.m_stopped.load(std::memory_order_relaxed)) {
+            m_senders.Unlink(&message.reply->node);
+            return Taken::message;
+        }
+    }
+    message.FreeParams();
+    return Taken::stopped;
+}
+
+void Tq4_dispatch_obj::TellIfBusy(const Tq4_dispatch_consumer &consumer) {
+    const unsigned long waiting = m_task.count() + consumer.m_out.left();
+    if (waiting == 0 || waiting % busy_step != 0) return;
+    const Tq4_cancel_held held; // the log may wait in the system
+    Tq4_debug_api->log(0, "%s busy queue=%d\n", (*name)->c_str(name.get()), static_cast<int>(waiting));
+}
