@@ -77,7 +77,8 @@ struct Tq4_param {
 // parameter or nothing, Reset(), Copy(const Record *) where null empties, and Equal(const Record &) const. A record
 // whose duplicate is more than a copy of a fresh object has Duplicate(const Record &), called on the fresh one. A
 // record that may outlive Delete has Retire(): false keeps the object, and the record calls Destroy itself when it is
-// done.
+// done. A record that cannot be made from every parameter has the static Accepts(const P *), after whose false Create
+// gives null, and Params() const, what its duplicates are made from.
 template <class Record> struct Tq4_object_ops {
     static_assert(alignof(Record) <= alignof(std::max_align_t));
 
@@ -89,6 +90,8 @@ template <class Record> struct Tq4_object_ops {
     }
     static void *Create(const Tq4_object_itf *oitf, const void *itf, Record *(*construct)(void *, const void *),
                         const void *param) {
+        if constexpr (requires { Record::Accepts(Tq4_param{param}); })
+            if (!Record::Accepts(Tq4_param{param})) return nullptr;
         auto *object = static_cast<Tq4_object *>(Tq4_object_memory(sizeof(Tq4_object) + sizeof(Record)));
         new (object) Tq4_object{.info = nullptr, .oitf = oitf, .itf = itf, .real_obj = object + 1};
         construct(object + 1, param);
@@ -129,8 +132,12 @@ template <class Record> struct Tq4_object_ops {
     }
     static void *Dup(const void *handle, void *(*create)(const void *)) {
         if (!handle) return nullptr;
-        void *duplicate = create(nullptr);
         auto *source = Tq4_record<const Record>(handle);
+        void *duplicate;
+        if constexpr (requires { source->Params(); })
+            duplicate = create(source->Params());
+        else
+            duplicate = create(nullptr);
         if constexpr (requires(Record & r) { r.Duplicate(*source); })
             Tq4_record<Record>(duplicate)->Duplicate(*source);
         else

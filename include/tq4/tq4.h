@@ -19,6 +19,7 @@
 #include "tq4/log.h"
 #include "tq4/mutex.h"
 #include "tq4/object.h"
+#include "tq4/pool.h"
 #include "tq4/queue.h"
 #include "tq4/semaphore.h"
 #include "tq4/sock_api.h"
