@@ -20,11 +20,11 @@ TEST(Slots, AreFilled) {
                TQ4_FILLED(value_table), TQ4_FILLED(strmap), TQ4_FILLED(strmap2), TQ4_FILLED(intmap), TQ4_FILLED(queue),
                TQ4_FILLED(queue_item), TQ4_FILLED(lock), TQ4_FILLED(mutex), TQ4_FILLED(event), TQ4_FILLED(semaphore),
                TQ4_FILLED(thread), TQ4_FILLED(stream), TQ4_FILLED(file), TQ4_FILLED(finder), TQ4_FILLED(log),
-               TQ4_FILLED(config), TQ4_FILLED(sockaddr), TQ4_FILLED(dispatch),
-               std::pair("object", filled(*Tq4_object_oitf)), std::pair("cxx_support", filled(*Tq4_cxx_support)),
-               std::pair("debug", filled(*Tq4_debug_api)), std::pair("system", filled(*Tq4_system_api)),
-               std::pair("file_api", filled(*Tq4_file_api)), std::pair("sock_api", filled(*Tq4_sock_api)),
-               std::pair("app", filled(*Tq4_app)),
+               TQ4_FILLED(config), TQ4_FILLED(sockaddr), TQ4_FILLED(socket), TQ4_FILLED(http_client),
+               TQ4_FILLED(dispatch), std::pair("object", filled(*Tq4_object_oitf)),
+               std::pair("cxx_support", filled(*Tq4_cxx_support)), std::pair("debug", filled(*Tq4_debug_api)),
+               std::pair("system", filled(*Tq4_system_api)), std::pair("file_api", filled(*Tq4_file_api)),
+               std::pair("sock_api", filled(*Tq4_sock_api)), std::pair("app", filled(*Tq4_app)),
                std::pair("pool", filled(**Tq4_make<Tq4_pool>(Tq4_pool_oitf, &pool))));
 }
 

@@ -11,6 +11,7 @@
 
 #include <iterator>
 
+#include "base/dispatch/dispatch.hpp"
 #include "module.hpp"
 #include "platform/multi_platform_pthread.hpp"
 #include "platform/multi_platform_system.hpp"
@@ -298,7 +299,7 @@ void Tq4_socket_obj::HandleEvent(uint64_t number) {
 
 // As many messages as there were when it began; those that are queued meanwhile have the next turn.
 bool Tq4_socket_obj::HandleMessages() {
-    unsigned long waiting = Tq4_dispatch_count(m_loop.get());
+    unsigned long waiting = Tq4_record_of<Tq4_dispatch_obj>(m_loop.get()).Waiting();
     const bool any = waiting > 0;
     for (; waiting > 0; --waiting)
         if ((*m_loop)->try_once(m_loop.get(), 0) <= 0) break;

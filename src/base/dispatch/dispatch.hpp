@@ -63,6 +63,8 @@ struct Tq4_dispatch_obj {
     long Push(const Handed &handed, Place place);
     int try_once(unsigned long milliseconds);
     int IsSameThread() const;
+    // For the handler's thread: how many messages wait.
+    uint64_t Waiting() const TQ4_NO_THREAD_ANALYSIS { return m_task.count() + m_consumer->m_out.left(); }
 
     // The consumer's thread: serving and handling (serve.cpp).
     static unsigned long Serve(void *consumer);
