@@ -151,7 +151,7 @@ TEST_F(Log, AThreadThatIsKilledLeavesTheLogUsable) {
 
 // Threads hold the log's lock, or stand in its queue, when a process is forked. What holds them is not in the child.
 TEST_F(Log, AChildOfAProcessWhoseThreadsLogCanLog) {
-    constexpr int children = 100;
+    constexpr int children = 20;
     std::atomic<bool> over = false;
     std::vector<std::thread> running;
     for (int t = 0; t < 3; ++t)
