@@ -120,7 +120,8 @@ void Tq4_timer_wheel::Release(Tq4_timer_item &item) {
 
 // From outside, the stack of a function that was killed is gone.
 void Tq4_timer_wheel::ReleaseAll(From from) {
-    Interrupt();
+    ++m_life;
+    m_interrupted = false;
     if (Calling *calling = std::exchange(m_calling, nullptr); calling && from == From::function) {
         calling->left_data = calling->item->m_cbdata;
         calling->free_left = std::exchange(calling->item->del_cbdata, nullptr);
@@ -224,7 +225,7 @@ int Tq4_timer_wheel::TurnLevels() {
 }
 
 bool Tq4_timer_wheel::WorkOff(int level, unsigned life) {
-    while (m_life == life) {
+    while (GoesOn(life)) {
         Tq4_timer_item *item = m_due[level].TakeFirst();
         if (!item) return true;
         if (level == 3 && ++item->ulIndex < item->ulC)
@@ -252,7 +253,7 @@ bool Tq4_timer_wheel::Fire(Tq4_timer_item &item, unsigned life) {
 }
 
 bool Tq4_timer_wheel::Repeat(unsigned life) {
-    while (m_life == life) {
+    while (GoesOn(life)) {
         Tq4_timer_item *item = m_repeat.TakeFirst();
         if (!item) return true;
         if (!Repeat(*item, life)) return false;

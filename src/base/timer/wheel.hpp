@@ -93,8 +93,9 @@ public:
     bool StopWatch(const Tq4_id *id, bool clear, uint64_t *ms);
     // So many ticks pass, one at least.
     void Tick(long ticks);
-    // For any thread: a tick that is under way ends after the timer at hand. Only ReleaseAll can follow.
-    void Interrupt() { ++m_life; }
+    // For any thread: a tick that is under way ends after the timer at hand. Requests are still met; no tick fires
+    // anything until ReleaseAll.
+    void Interrupt() { m_interrupted = true; }
     // Ends all timers. In a function of the user, a timer's own data is freed when that returns.
     enum class From { outside, function };
     void ReleaseAll(From from);
@@ -128,8 +129,10 @@ private:
     Tq4_timer_slot m_repeat;
     Calling *m_calling = nullptr;    // borrowed; null: none runs
     std::atomic<unsigned> m_life{0}; // changes when the timers there are come to their end together
+    std::atomic<bool> m_interrupted{false};
 
-    // False: the life is over.
+    bool GoesOn(unsigned life) const { return m_life == life && !m_interrupted.load(std::memory_order_relaxed); }
+    // These are false when the life is over or the tick was interrupted; Call, and what calls once, only for the life.
     bool Step(unsigned life);
     bool WorkOff(int level, unsigned life);
     bool Fire(Tq4_timer_item &item, unsigned life);

@@ -390,6 +390,17 @@ TEST_F(Wheel, IsLeftAloneByAStepWhoseCallbackReleasedAll) {
     EXPECT_TRUE(wheel.Count() == 0 && living == 0);
 }
 
+TEST_F(Wheel, MeetsRequestsAfterAnInterruptedTick) {
+    int fired = 0;
+    const Tq4_id first = set(
+        10, [&](Tq4_timer_callback *) { ++fired, wheel.Interrupt(); }, 2);
+    const Tq4_id second = set(10, [&](Tq4_timer_callback *) { ++fired; });
+    step(3);
+    EXPECT_EQ(fired, 1);
+    EXPECT_TRUE(wheel.Reset(&first, 10) && wheel.Clear(&first) && wheel.Clear(&second));
+    EXPECT_EQ(freed, 2);
+}
+
 TEST_F(Wheel, AFreeFunctionMaySetAndClear) {
     Tq4_id other = set(50, nullptr), inner{};
     int fired = 0;
