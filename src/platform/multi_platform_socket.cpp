@@ -9,8 +9,10 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <cstring>
 #include <fcntl.h>
 #include <netinet/tcp.h>
+#include <netinet/udp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -157,6 +159,89 @@ long MP_SOCK_NextDatagram(int socket) {
     // 0 stands for an empty datagram and for none. For no byte at all, a stream would not be waited for.
     char byte;
     return waiting ? waiting : MP_Restarted([&] { return recv(socket, &byte, 1, MSG_PEEK | MSG_TRUNC); });
+}
+
+long MP_SOCK_ReadNow(int socket, void *room, std::size_t n) {
+    return MP_Restarted([=] { return recv(socket, room, n, MSG_DONTWAIT); });
+}
+
+int MP_SOCK_AcceptNow(int socket, sockaddr *peer, socklen_t *length) {
+    return MP_Restarted([=] { return accept4(socket, peer, length, SOCK_CLOEXEC | SOCK_NONBLOCK); });
+}
+
+long MP_SOCK_WriteBlocks(int socket, const MP_SOCK_Block *blocks, std::size_t count) {
+    if (count == 1) // the plainer call is the quicker one
+        return MP_Restarted(
+            [=] { return send(socket, blocks->iov_base, blocks->iov_len, MSG_NOSIGNAL | MSG_DONTWAIT); });
+    msghdr message{};
+    message.msg_iov = const_cast<iovec *>(blocks);
+    message.msg_iovlen = count;
+    return MP_Restarted([&] { return sendmsg(socket, &message, MSG_NOSIGNAL | MSG_DONTWAIT); });
+}
+
+// The length of the datagrams that a message joins; 0 when it is one datagram.
+static std::size_t segment_of(msghdr &message) {
+    for (cmsghdr *each = CMSG_FIRSTHDR(&message); each; each = CMSG_NXTHDR(&message, each)) {
+        if (each->cmsg_level != IPPROTO_UDP || each->cmsg_type != UDP_GRO) continue;
+        int segment = 0;
+        std::memcpy(&segment, CMSG_DATA(each), sizeof segment);
+        return segment > 0 ? static_cast<std::size_t>(segment) : 0;
+    }
+    return 0;
+}
+
+int MP_SOCK_ReceiveMany(int socket, MP_SOCK_Arrival *arrivals, int count) {
+    constexpr int most = 64;
+    mmsghdr messages[most];
+    iovec blocks[most];
+    alignas(cmsghdr) char controls[most][CMSG_SPACE(sizeof(int))];
+    count = std::min(count, most);
+    for (int i = 0; i < count; ++i) {
+        blocks[i] = {arrivals[i].bytes, MP_SOCK_Arrival::Largest};
+        messages[i].msg_hdr = {.msg_name = arrivals[i].from,
+                               .msg_namelen = MP_SOCK_Arrival::Address_room,
+                               .msg_iov = &blocks[i],
+                               .msg_iovlen = 1,
+                               .msg_control = controls[i],
+                               .msg_controllen = sizeof controls[i],
+                               .msg_flags = 0};
+    }
+    const int received =
+        MP_Restarted([&] { return recvmmsg(socket, messages, static_cast<unsigned>(count), MSG_DONTWAIT, nullptr); });
+    for (int i = 0; i < received; ++i) {
+        arrivals[i].from_length = messages[i].msg_hdr.msg_namelen;
+        arrivals[i].length = messages[i].msg_len;
+        arrivals[i].segment = segment_of(messages[i].msg_hdr);
+    }
+    return received;
+}
+
+int MP_SOCK_JoinDatagrams(int socket) {
+    const int on = 1;
+    return setsockopt(socket, IPPROTO_UDP, UDP_GRO, &on, sizeof on) == 0;
+}
+
+int MP_SOCK_SetReceiveBuffer(int socket, int bytes) {
+    return setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) == 0 ||
+           setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes) == 0;
+}
+
+int MP_SOCK_SetSendBuffer(int socket, int bytes) {
+    return setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes) == 0;
+}
+
+int MP_SOCK_TakeError(int socket) {
+    int error = 0;
+    socklen_t size = sizeof error;
+    return getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
+}
+
+bool MP_SOCK_WouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+
+bool MP_SOCK_IsEnd(int error) { return error != ENOBUFS && error != ENOMEM; }
+
+bool MP_SOCK_OutOfDescriptors(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
 int MP_SOCK_LocalAddress(int socket, sockaddr *address, socklen_t *length) {

@@ -8,6 +8,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 
 // The calling thread's system error number.
@@ -60,6 +61,47 @@ long MP_SOCK_NextDatagram(int socket);
 // The socket's own address, or its peer's, as for MP_SOCK_Accept. 1/0.
 int MP_SOCK_LocalAddress(int socket, sockaddr *address, socklen_t *length);
 int MP_SOCK_PeerAddress(int socket, sockaddr *address, socklen_t *length);
+
+// Reads up to n bytes and never waits, whatever the mode of the socket: -1 with an error that MP_SOCK_WouldBlock knows
+// when nothing is there.
+long MP_SOCK_ReadNow(int socket, void *room, std::size_t n);
+// The next connection in non-blocking mode, else as MP_SOCK_Accept.
+int MP_SOCK_AcceptNow(int socket, sockaddr *peer, socklen_t *length);
+
+// A block of bytes to write.
+using MP_SOCK_Block = iovec;
+// Writes blocks one behind the other without waiting. Returns how many bytes the system took, -1 on failure.
+long MP_SOCK_WriteBlocks(int socket, const MP_SOCK_Block *blocks, std::size_t count);
+
+// Datagrams as one call received them. The system may join datagrams of one sender and one length, the last one perhaps
+// shorter: then segment is that length, else 0.
+struct MP_SOCK_Arrival {
+    static constexpr std::size_t Address_room = 128;
+    static constexpr std::size_t Largest = 65536;
+    alignas(8) char from[Address_room];
+    socklen_t from_length;
+    std::size_t length; // of bytes
+    std::size_t segment;
+    char *bytes; // room for Largest; the caller's
+};
+// Receives up to count arrivals without waiting. Returns how many, -1 on failure.
+int MP_SOCK_ReceiveMany(int socket, MP_SOCK_Arrival *arrivals, int count);
+// Asks the system to join datagrams. 1/0.
+int MP_SOCK_JoinDatagrams(int socket);
+
+// Asks for a buffer of so many bytes, beyond the system's limit where the process may. 1/0.
+int MP_SOCK_SetReceiveBuffer(int socket, int bytes);
+int MP_SOCK_SetSendBuffer(int socket, int bytes);
+// Takes the error that waits at the socket, as the end of a connect; 0 when there is none. When it cannot be asked, the
+// system error.
+int MP_SOCK_TakeError(int socket);
+
+// Whether a system error only says that nothing is there now, or that there is no room now.
+bool MP_SOCK_WouldBlock(int error);
+// Whether a system error says that a connection has ended.
+bool MP_SOCK_IsEnd(int error);
+// Whether a system error says that no descriptor, or no memory for one, is left.
+bool MP_SOCK_OutOfDescriptors(int error);
 
 enum MP_SOCK_Option { MP_SOCK_Reuse, MP_SOCK_Broadcast, MP_SOCK_NoDelay, MP_SOCK_AllErrors };
 // Turns an option on (non-zero) or off. 1/0.

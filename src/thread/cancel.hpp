@@ -110,11 +110,26 @@ public:
     Tq4_cancel_held_around(const Tq4_cancel_held_around &) = delete;
     Tq4_cancel_held_around &operator=(const Tq4_cancel_held_around &) = delete;
 
-    template <class Callback> void Admit(Callback callback) {
-        if (m_active) Tq4_admit_kill(m_before);
-        callback();
-        if (m_active) m_before = Tq4_hold_off_kill();
+    // Gives what the callback gives.
+    template <class Callback> auto Admit(Callback callback) {
+        const Admitted admitted(*this);
+        return callback();
     }
+
+private:
+    class Admitted {
+        Tq4_cancel_held_around &m_held;
+
+    public:
+        explicit Admitted(Tq4_cancel_held_around &held) : m_held(held) {
+            if (m_held.m_active) Tq4_admit_kill(m_held.m_before);
+        }
+        ~Admitted() {
+            if (m_held.m_active) m_held.m_before = Tq4_hold_off_kill();
+        }
+        Admitted(const Admitted &) = delete;
+        Admitted &operator=(const Admitted &) = delete;
+    };
 };
 
 // The first line of a cleanup handler. The frames that a kill took away have left marks in the address sanitizer's map

@@ -14,6 +14,7 @@
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
@@ -33,6 +34,9 @@
     PLAIN(int, bind, (int s, const sockaddr *a, socklen_t l), (s, a, l), EADDRINUSE, EACCES) \
     PLAIN(int, connect, (int s, const sockaddr *a, socklen_t l), (s, a, l), ECONNREFUSED, EACCES, EINTR) \
     PLAIN(int, dup2, (int from, int to), (from, to), EMFILE, EINTR) \
+    PLAIN(int, epoll_create1, (int f), (f), EMFILE) \
+    PLAIN(int, epoll_ctl, (int e, int o, int d, epoll_event *v), (e, o, d, v), ENOMEM, ENOSPC) \
+    PLAIN(int, epoll_wait, (int e, epoll_event *v, int n, int ms), (e, v, n, ms), EINTR, EBADF) \
     PLAIN(int, eventfd, (unsigned count, int f), (count, f), EMFILE) \
     PLAIN(int, fchdir, (int d), (d), EACCES) \
     PLAIN(int, fchmod, (int d, mode_t m), (d, m), EPERM) \
@@ -73,9 +77,11 @@
     PLAIN(dirent *, readdir, (DIR *d), (d), EIO) \
     PLAIN(ssize_t, readlink, (const char *p, char *b, size_t n), (p, b, n), EACCES) \
     PLAIN(char *, realpath, (const char *p, char *r), (p, r), ENOMEM, EACCES) \
+    PLAIN(int, recvmmsg, (int s, mmsghdr *m, unsigned n, int f, timespec *t), (s, m, n, f, t), ECONNREFUSED, EINTR) \
     PLAIN(ssize_t, recvmsg, (int s, msghdr *m, int f), (s, m, f), ECONNRESET, EINTR) \
     PLAIN(int, rename, (const char *f, const char *t), (f, t), EBUSY, ENOSPC) \
     PLAIN(int, rmdir, (const char *p), (p), EBUSY) \
+    PLAIN(ssize_t, sendmsg, (int s, const msghdr *m, int f), (s, m, f), ECONNRESET, ENOBUFS, EINTR) \
     PLAIN(pid_t, setsid, (), (), EPERM) \
     PLAIN(int, setsockopt, (int s, int l, int o, const void *v, socklen_t n), (s, l, o, v, n), ENOBUFS) \
     PLAIN(int, shutdown, (int s, int h), (s, h), ENOTCONN) \

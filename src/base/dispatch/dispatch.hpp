@@ -54,6 +54,8 @@ struct Tq4_dispatch_obj {
     long Push(const Tq4_waiting_msg &message, Place place);
     int try_once(unsigned long milliseconds);
     int IsSameThread() const;
+    // By the handler's thread: how many messages wait now.
+    uint64_t Waiting();
 
     // The consumer's thread: serving and handling (serve.cpp).
     static unsigned long Serve(void *consumer);

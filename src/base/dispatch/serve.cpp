@@ -61,6 +61,11 @@ unsigned long Tq4_dispatch_obj::Serve(void *param) {
     return 0;
 }
 
+uint64_t Tq4_dispatch_obj::Waiting() {
+    const Tq4_brief_guard guard(m_lock);
+    return m_task.count() + m_consumer->m_out.left();
+}
+
 // A thread of Start takes for itself alone; inside a handler a stay is under way already.
 int Tq4_dispatch_obj::try_once(unsigned long milliseconds) {
     const Tq4_kill_gate_shut gate;
