@@ -25,7 +25,8 @@ TEST(Slots, AreFilled) {
                std::pair("object", filled(*Tq4_object_oitf)), std::pair("cxx_support", filled(*Tq4_cxx_support)),
                std::pair("debug", filled(*Tq4_debug_api)), std::pair("system", filled(*Tq4_system_api)),
                std::pair("file_api", filled(*Tq4_file_api)), std::pair("sock_api", filled(*Tq4_sock_api)),
-               std::pair("app", filled(*Tq4_app)), TQ4_FILLED(fsm), TQ4_FILLED(fsm_state));
+               std::pair("app", filled(*Tq4_app)), TQ4_FILLED(fsm), TQ4_FILLED(fsm_state), TQ4_FILLED(socket),
+               TQ4_FILLED(http_client));
 }
 
 } // namespace

@@ -1,0 +1,200 @@
+// http_reply: one step at a time: the status line, header lines, then a body of known length, or chunks and the lines
+// behind them. Each step takes what is its own from the front of the bytes; m_step is the one that is next.
+#include "socket/http_reply.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+constexpr std::size_t Version_length = 8; // of "HTTP/1.1"
+constexpr std::string_view Version_start = "HTTP/";
+
+constexpr bool is_blank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+bool starts_ignoring_case(const char *text, std::string_view lower) {
+    return text && strncasecmp(text, lower.data(), lower.size()) == 0;
+}
+
+// A number of digits alone, as large as it may be; 0 for anything else.
+unsigned long plain_number(const char *text) {
+    if (!text) return 0;
+    const std::string_view digits = trimmed(text);
+    const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+    if (!std::all_of(digits.begin(), digits.end(), is_digit)) return 0;
+    unsigned long number = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    return error == std::errc::result_out_of_range ? ULONG_MAX : number;
+}
+
+// The text of the value under a name; null when there is none.
+const char *text_of(Tq4_value_table table, const char *name) {
+    Tq4_value value = (*table)->ValueS(table, name);
+    Tq4_string text = value ? (*value)->GetString(value) : nullptr;
+    return text ? (*text)->c_str(text) : nullptr;
+}
+
+// A chunk's size as hexadecimal digits, what follows them is ignored. False when there are none.
+bool read_chunk_size(std::string_view line, unsigned long *size) {
+    line = trimmed(line);
+    if (line.starts_with("0x") || line.starts_with("0X")) line.remove_prefix(2);
+    const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), *size, 16);
+    if (error == std::errc::result_out_of_range) *size = ULONG_MAX;
+    return error != std::errc::invalid_argument;
+}
+
+} // namespace
+
+void Tq4_http_reply::Expect(bool to_head, Tq4_value_table header, Tq4_string body) {
+    m_state = State::Reading;
+    m_step = &Tq4_http_reply::StatusLine;
+    m_to_head = to_head;
+    m_status = 0;
+    m_headers = 0;
+    m_owed = m_body_size = 0;
+    m_header = header;
+    m_body = body;
+    if (!m_in_trailer) m_line.clear();
+}
+
+void Tq4_http_reply::Disconnect() {
+    m_in_trailer = false;
+    m_line.clear();
+    m_step = &Tq4_http_reply::StatusLine;
+}
+
+std::size_t Tq4_http_reply::Take(const char *bytes, std::size_t n) {
+    if (m_in_trailer) return Trailer(bytes, n);
+    return m_state == State::Reading ? (this->*m_step)(bytes, n) : n;
+}
+
+// Adds what comes before the next line feed to the line, without carriage returns. True when the line is complete. Of a
+// line over the ceiling the beginning is kept, and a reply that has one is refused.
+bool Tq4_http_reply::CollectLine(const char *bytes, std::size_t n, std::size_t *used) {
+    const auto *feed = static_cast<const char *>(std::memchr(bytes, '\n', n));
+    const std::size_t length = feed ? static_cast<std::size_t>(feed - bytes) : n;
+    *used = length + (feed != nullptr);
+    const std::size_t before = m_line.size();
+    const bool is_over = before + length > Longest_line;
+    m_line.append(bytes, is_over ? Longest_line - before : length);
+    m_line.erase(std::remove(m_line.begin() + static_cast<long>(before), m_line.end(), '\r'), m_line.end());
+    if (is_over && m_state == State::Reading) End(State::Refused);
+    return feed != nullptr;
+}
+
+std::size_t Tq4_http_reply::StatusLine(const char *bytes, std::size_t n) {
+    std::size_t used;
+    if (!CollectLine(bytes, n, &used) || m_state != State::Reading) return used;
+    if (m_line.size() > Version_length) {
+        m_status = std::atoi(m_line.c_str() + Version_length);
+        m_step = &Tq4_http_reply::HeaderLine;
+    } else {
+        End(State::Complete);
+    }
+    m_line.clear();
+    return used;
+}
+
+std::size_t Tq4_http_reply::HeaderLine(const char *bytes, std::size_t n) {
+    std::size_t used;
+    if (!CollectLine(bytes, n, &used) || m_state != State::Reading) return used;
+    if (m_line.empty())
+        EndHeaders();
+    else if (++m_headers > Most_headers)
+        End(State::Refused);
+    else
+        StoreHeader();
+    m_line.clear();
+    return used;
+}
+
+void Tq4_http_reply::StoreHeader() {
+    const std::string_view line = m_line;
+    const std::size_t colon = line.find(':');
+    if (colon == line.npos) return;
+    const std::string name(trimmed(line.substr(0, colon)));
+    const std::string value(trimmed(line.substr(colon + 1)));
+    (*m_header)->SetSS(m_header, name.c_str(), value.c_str());
+}
+
+void Tq4_http_reply::EndHeaders() {
+    if (m_to_head) return End(State::Complete);
+    if (starts_ignoring_case(text_of(m_header, "Transfer-Encoding"), "chunked")) {
+        m_step = &Tq4_http_reply::ChunkSize;
+        return;
+    }
+    m_owed = plain_number(text_of(m_header, "Content-Length"));
+    m_step = &Tq4_http_reply::Body;
+    if (m_owed == 0) End(State::Complete);
+    if (m_owed > Largest_body) End(State::Refused);
+}
+
+void Tq4_http_reply::Append(const char *bytes, std::size_t n) {
+    m_body_size += n;
+    if (m_body_size > Largest_body) return End(State::Refused);
+    (*m_body)->Memcat(m_body, bytes, n);
+}
+
+// All that is there: what a server sends beyond the length in the same block is in the body, deliberately.
+std::size_t Tq4_http_reply::Body(const char *bytes, std::size_t n) {
+    Append(bytes, n);
+    m_owed -= std::min<unsigned long>(m_owed, n);
+    if (m_owed == 0 && m_state == State::Reading) End(State::Complete);
+    return n;
+}
+
+// The line with a chunk's size. Empty lines, one of which ends the chunk before, and lines without a size are skipped.
+std::size_t Tq4_http_reply::ChunkSize(const char *bytes, std::size_t n) {
+    std::size_t used;
+    if (!CollectLine(bytes, n, &used) || m_state != State::Reading) return used;
+    unsigned long size;
+    if (read_chunk_size(m_line, &size)) BeginChunk(size);
+    m_line.clear();
+    return used;
+}
+
+void Tq4_http_reply::BeginChunk(unsigned long size) {
+    if (size > Largest_chunk) return End(State::Refused);
+    m_owed = size;
+    m_step = &Tq4_http_reply::Chunk;
+    if (size > 0) return;
+    m_in_trailer = true;
+    End(State::Complete);
+}
+
+std::size_t Tq4_http_reply::Chunk(const char *bytes, std::size_t n) {
+    const std::size_t used = std::min<std::size_t>(n, m_owed);
+    Append(bytes, used);
+    m_owed -= used;
+    if (m_owed == 0) m_step = &Tq4_http_reply::ChunkSize;
+    return used;
+}
+
+// A line behind the last chunk. The one that begins the next reply is its status line.
+std::size_t Tq4_http_reply::Trailer(const char *bytes, std::size_t n) {
+    std::size_t used;
+    if (!CollectLine(bytes, n, &used) || m_state == State::Refused) return used;
+    if (m_state == State::Reading && ++m_headers > Most_headers) {
+        End(State::Refused);
+        return used;
+    }
+    const bool is_next_reply = std::string_view(m_line).starts_with(Version_start);
+    m_in_trailer = !m_line.empty() && !is_next_reply;
+    if (is_next_reply && m_state == State::Reading) {
+        const char end_of_line = '\n';
+        m_headers = 0;
+        StatusLine(&end_of_line, 1);
+    }
+    m_line.clear();
+    return used;
+}
