@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""drive.py: runs the relay in the background, types into shells attached to it, and shows what happens.
+"""drive.py: runs the relay in the background, types into shells attached to it, lets peers come over TCP, and
+shows what happens.
 
   drive.py PROGRAM
 
@@ -14,6 +15,8 @@ import re
 import select
 import shutil
 import signal
+import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -123,6 +126,70 @@ def first_shell():
     holds('q leaves the shell, and the service goes on', code == 0 and len(running()) == 1)
 
 
+def line_of(peer, said):
+    """A peer's answer."""
+    peer.sendall(said.encode() + b'\r\n')
+    answer = b''
+    while not answer.endswith(b'\n') and (piece := peer.recv(65536)):
+        answer += piece
+    return answer.decode().rstrip('\n')
+
+
+def peers():
+    """Comes over TCP, once and many times."""
+    port = int(re.search(r'listens on 127\.0\.0\.1:(\d+)', the_log())[1])
+    before = len(os.listdir(f'/proc/{running()[0]}/fd'))
+
+    def come():
+        peer = socket.create_connection(('127.0.0.1', port), PATIENCE)
+        peer.settimeout(PATIENCE)
+        return peer
+
+    print('Peers on TCP')
+    with come() as peer:
+        said = ['SET river 长江，六千公里', 'GET river', 'GET lake', 'nonsense', 'STATUS']
+        answers = [line_of(peer, each) for each in said]
+        print(*(f'   > {ask}\n   < {answer}' for ask, answer in zip(said, answers)), sep='\n')
+        holds('what is set is got', answers[:3] == ['OK', 'OK 长江，六千公里', 'NONE'])
+        holds('nonsense is an error', answers[3].startswith('ERROR'))
+        counted = json.loads(answers[4].removeprefix('OK '))
+    many = 300
+    crowd, answers = [], []
+    for n in range(many):
+        crowd.append(come())
+        answers += [line_of(crowd[n], f'SET {n} {n * n}'), line_of(crowd[n // 2], f'GET {n}')]
+    holds(f'{many} peers at once, each one is answered', answers == [a for n in range(many) for a in ['OK', f'OK {n * n}']])
+    for n, peer in enumerate(crowd):
+        if n % 2:  # in the middle of an answer, by a reset
+            peer.sendall(b'STATUS\n' * 100)
+            peer.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack('ii', 1, 0))
+        peer.close()
+    holds('they are gone without a trace', soon(lambda: len(os.listdir(f'/proc/{running()[0]}/fd')) == before))
+    with come() as peer:
+        peer.sendall(b'x' * 200000)
+        holds('who sends a line without end is sent away', gone(peer))
+    with come() as peer:
+        status = json.loads(line_of(peer, 'STATUS').removeprefix('OK '))
+        holds('connections, bytes and errors are counted', status['connections'] == counted['connections'] + many + 2
+              and status['bytes'] > counted['bytes'] + 65536 and status['errors'] == counted['errors'] + 1)
+
+
+def gone(peer):
+    """Whether the other side ends the connection."""
+    try:
+        while peer.recv(65536):
+            pass
+        return True
+    except ConnectionError:
+        return True
+    except TimeoutError:
+        return False
+
+
+def the_log():
+    return next((HERE / 'log_files').rglob('relay_*.log')).read_text()
+
+
 def drive(program):
     shutil.copy(program, RELAY)
     shutil.copy(Path(__file__).with_name('relay.ini'), SETTINGS)
@@ -131,6 +198,7 @@ def drive(program):
     holds('relay -start returns, and the service runs', start.returncode == 0 and len(running()) == 1)
     print('A shell on a terminal')
     first_shell()
+    peers()
 
     after = SETTINGS.read_text().splitlines()
     changed = [line for line in after if line not in before]
@@ -143,8 +211,7 @@ def drive(program):
     ended = soon(lambda: not running())  # its last word comes before its process is gone
     holds('both have ended', code == 0 and '安全退出完成' in shown and ended)
     holds('and left no control socket', not (HERE / 'tq4_run_var/relay/__1pipe__').exists())
-    log = next((HERE / 'log_files').rglob('relay_*.log')).read_text().splitlines()
-    print('   Its log:', *log, sep='\n   | ')
+    print('   Its log:', *the_log().splitlines(), sep='\n   | ')
 
 
 try:

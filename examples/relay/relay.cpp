@@ -4,8 +4,9 @@
 //   relay -start          the service in the background; `relay` is then a shell to it, `relay -stop` ends it
 //
 // Commands of the service: status (its counters as JSON), get KEY, set KEY VALUE. A shell hands them to the service, so
-// they show what it has. Settings lie in relay.ini beside the program, counters in relay.json; the service looks at its
-// settings at every beat, and at once on SIGHUP. TQ4_LOG_DIR in the environment is for its log too.
+// they show what it has. Peers come over TCP, to the port of relay.port (server.hpp tells what they say). Settings lie
+// in relay.ini beside the program, counters in relay.json; the service looks at its settings at every beat, and at once
+// on SIGHUP. TQ4_LOG_DIR in the environment is for its log too.
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -15,6 +16,7 @@
 
 #include "../object.hpp"
 #include "counters.hpp"
+#include "server.hpp"
 #include "settings.hpp"
 
 namespace {
@@ -26,7 +28,7 @@ std::string file_beside_the_program(const char *name) {
 std::string settings_file() { return file_beside_the_program("relay.ini"); }
 std::string counters_file() { return file_beside_the_program("relay.json"); }
 
-// The service: a thread that beats.
+// The service: a thread that beats, and one that serves peers.
 class Relay {
 public:
     Relay() {
@@ -35,14 +37,17 @@ public:
         m_log->Init(m_log, "relay", static_cast<int>(m_settings.GetNumber("log.level", 10)));
         m_log->Printf(m_log, 0, "%s starts", m_settings.Get("name", "relay").c_str());
         m_counters.Add("starts");
+        const auto port = static_cast<int>(m_settings.GetNumber("port", 0)); // before the thread has the settings
         m_thread->Init(m_thread, Run, this);
         // Until the thread has begun, so that what it prints then is not left for the first shell.
         if (m_thread->Resume(m_thread)) m_begun->Wait(m_begun, TQ4_ALL_ONES);
+        m_log->Printf(m_log, 0, "listens on 127.0.0.1:%d", m_server->Listen(port));
     }
     ~Relay() {
         m_thread->NotifyQuit(m_thread);
         m_quit->Set(m_quit);
         m_thread->WaitFor(m_thread, 2000);
+        m_server.reset();
         m_counters.Save();
         m_log->Printf(m_log, 0, "stops with %s", m_counters.Json().c_str());
     }
@@ -71,6 +76,7 @@ private:
     Settings m_settings{settings_file()}; // under m_mutex
     Counters m_counters{counters_file()};
     Object<Tq4_log> m_log{Tq4_log_oitf, "for several threads"};
+    std::unique_ptr<Server> m_server = std::make_unique<Server>(m_counters);
     Object<Tq4_event> m_begun{Tq4_event_oitf}, m_quit{Tq4_event_oitf};
     Object<Tq4_thread> m_thread{Tq4_thread_oitf, "relay"};
 

@@ -92,7 +92,8 @@ struct Tq4_socket_ {
     /* Stops it: every connection gets its OnDisConnect, every user's object is freed, on the calling thread, which is
      * the service thread meanwhile. What callbacks open then is refused. In a callback it returns at once and the
      * service thread does all this as its last act. A callback that does not return is waited for 2000 ms; then its
-     * thread is killed. The service can be started again. */
+     * thread is killed inside it, and one that even this does not end is waited for. The service can be started again.
+     */
     void (*Stop)(Tq4_socket s);
     /* Opens a datagram socket, bound to info->local if that is given and has a port. Only OnDataOk counts of the
      * callbacks. The outcome stands in info: id and fd. 0 always. The descriptor may be sent on by its owner, with

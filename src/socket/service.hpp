@@ -119,9 +119,9 @@ struct Tq4_socket_obj : Tq4_identity {
     };
     std::vector<Paused_listener> m_paused;
     std::unique_ptr<Tq4_datagram_room, Tq4_datagram_room_delete> m_datagrams; // made for the first datagram socket
-    Tq4_cancel_held_around *m_held = nullptr;                                 // borrowed: of the innermost Inside
-    bool m_opens = false;        // sockets may be opened, and sends are taken
-    bool m_self_stopped = false; // by a callback: the thread releases everything at its end
+    Tq4_cancel_held_around *m_held = nullptr; // borrowed: the body's, or the innermost Inside's
+    bool m_opens = false;                     // sockets may be opened, and sends are taken
+    bool m_self_stopped = false;              // by a callback: the thread releases everything at its end
 
     Tq4_socket_obj();
     ~Tq4_socket_obj();
@@ -177,7 +177,7 @@ struct Tq4_socket_obj : Tq4_identity {
     void End(Tq4_sock_item *item); // a socket of any kind, with the callbacks of its end
 
 private:
-    // Work of the service, on its thread: a kill takes it only in the callbacks.
+    // An operation in a callback, or in Stop: a kill takes it only in the callbacks that it makes in its turn.
     class Inside {
         Tq4_socket_obj &m_service;
         Tq4_cancel_held_around m_held;

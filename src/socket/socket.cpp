@@ -265,6 +265,8 @@ int Tq4_socket_obj::vPrintf(const Tq4_id *id, const char *format, va_list args) 
 
 unsigned long Tq4_socket_obj::Body(void *service) {
     auto *self = static_cast<Tq4_socket_obj *>(service);
+    Tq4_cancel_held_around held;
+    self->m_held = &held;
     ++self->m_users;
     self->m_in_body = true;
     pthread_cleanup_push(EndBody, self);
@@ -276,7 +278,6 @@ unsigned long Tq4_socket_obj::Body(void *service) {
 // Also after a kill, which takes the thread inside a callback alone.
 void Tq4_socket_obj::EndBody(void *service) {
     Tq4_forget_killed_frames();
-    const Tq4_cancel_held held;
     auto *self = static_cast<Tq4_socket_obj *>(service);
     self->m_in_body = false;
     self->Leave();
@@ -284,7 +285,6 @@ void Tq4_socket_obj::EndBody(void *service) {
 
 // Somebody may have ended the thread by its handle: then the service stops too.
 void Tq4_socket_obj::Run() {
-    const Inside inside(*this);
     while ((*m_thread)->IsRunning(m_thread.get())) Turn();
     if (m_running.exchange(false)) m_self_stopped = true;
     if (m_self_stopped) Finish();

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "platform/multi_platform_socket.hpp"
-#include "socket/addr.hpp"
 #include "thread/lock.hpp"
 #include "tq4/sock_api.h"
 
@@ -15,6 +14,7 @@ Tq4_wake_up::Tq4_wake_up()
     if (m_fd < 0) return;
     Tq4_sock_api->Block(m_fd, 0);
     Tq4_sock_api->GetLocalAddr(m_fd, m_address.get());
+    Tq4_sock_api->Connect2(m_address.get(), m_fd); // to itself: what others send there is not received
 }
 
 Tq4_wake_up::~Tq4_wake_up() {
@@ -25,8 +25,7 @@ void Tq4_wake_up::Notify() {
     if (!m_asleep.load() || !m_asleep.exchange(false)) return;
     Tq4_guard guard(m_lock);
     ++m_seq;
-    const auto &address = Tq4_record_of<Tq4_sockaddr_obj>(m_address.get());
-    MP_SOCK_Send(m_fd, &m_seq, sizeof m_seq, address.raw(), address.info.ai_addrlen);
+    Tq4_sock_api->Send(m_fd, m_address.get(), &m_seq, sizeof m_seq);
 }
 
 void Tq4_wake_up::Read() {
