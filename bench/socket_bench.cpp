@@ -470,6 +470,10 @@ BENCHMARK(joined<Uv_receiver>)->Name("joined_datagrams/libuv")->UseRealTime();
 
 // Answers whatever comes with one small page.
 class Page_server {
+public:
+    int port = 0;
+
+private:
     int m_listener;
     std::atomic<bool> m_quit = false;
     std::thread m_thread;
@@ -483,7 +487,6 @@ class Page_server {
     }
 
 public:
-    int port = 0;
     Page_server() : m_listener(listening_socket(&port)) {
         fcntl(m_listener, F_SETFL, 0);
         m_thread = std::thread([this] {

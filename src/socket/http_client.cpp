@@ -5,10 +5,12 @@
 // and told when the client is as before its request.
 //
 // Each connection that was asked for is a link, with a serial number. The client goes on with one at most; what comes
-// through another is ignored, and that connection is closed. The service frees a link when its connection is gone. A
-// client that was deleted goes when no link and no callback is left.
+// through another is ignored, and that connection is closed. The service frees a link when its connection is gone; a
+// request that still waits for it then is answered, whatever ended it. A client that was deleted goes when no link is
+// left and nobody stays in it.
 #include "tq4/http_client.h"
 
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +19,7 @@
 #include "identity.hpp"
 #include "module.hpp"
 #include "own.hpp"
+#include "platform/multi_platform_system.hpp"
 #include "socket/http_reply.hpp"
 #include "socket/http_request.hpp"
 #include "thread/cancel.hpp"
@@ -27,16 +30,16 @@ namespace {
 constexpr int Most_drops = 16; // in a row, while one request waits
 constexpr int Reconnect_now = 0;
 constexpr int No_reconnection = -1;
+constexpr unsigned long Largest_spare = 64 * 1024; // capacity of a body that is kept for later replies
 
 Tq4_hooked<Tq4_string> new_string() { return Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string); }
+Tq4_hooked<Tq4_value_table> new_table() { return Tq4_make_hooked<Tq4_value_table>(Tq4_cxx_support->new_table); }
 
-// A table that ignores the case of its keys, in look-ups too: that comes with what is appended, were it nothing.
-Tq4_hooked<Tq4_value_table> new_header() {
-    auto model = Tq4_make_hooked<Tq4_value_table>(Tq4_cxx_support->new_table);
-    (*model)->CaseFlag(model.get(), 1);
-    auto header = Tq4_make_hooked<Tq4_value_table>(Tq4_cxx_support->new_table);
-    (*header)->Append(header.get(), model.get());
-    return header;
+// What a table ignores the case of its keys by, in look-ups too, when this is appended.
+Tq4_hooked<Tq4_value_table> new_caseless() {
+    auto table = new_table();
+    (*table)->CaseFlag(table.get(), 1);
+    return table;
 }
 
 } // namespace
@@ -45,46 +48,56 @@ struct Tq4_http_client_obj : Tq4_identity {
     // --- Constant ---
     const Tq4_socket m_sock; // borrowed; may be null
     const Tq4_own<Tq4_lock> m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf);
+    const Tq4_hooked<Tq4_value_table> m_caseless = new_caseless();
 
     // The service's user object: it leads from a connection to its client.
     struct Link {
         Tq4_http_client_obj *client;
         unsigned long serial;
+        Tq4_own<Tq4_sockaddr> remote;
     };
     struct Live_link {
         unsigned long serial;
         Tq4_id socket; // zero until it is known
+        bool stands;   // it was the client's connection, whose end is told
     };
     // A request that waits for its reply.
     struct Pending {
-        std::string method, url, header_lines;
-        Tq4_hooked<Tq4_string> body; // null for none
+        std::string url;
+        Tq4_hooked<Tq4_string> text; // as it is sent
+        bool to_head = false;
         Tq4_http_client_responed on_response = nullptr;
+    };
+    // Where a reply goes. One that a callback has left is kept for a later reply.
+    struct Room {
+        Tq4_hooked<Tq4_value_table> header;
+        Tq4_hooked<Tq4_string> data;
     };
     // A reply on its way to its callback.
     struct Answer {
         std::string url;
         int status = 0;
-        Tq4_hooked<Tq4_value_table> header;
-        Tq4_hooked<Tq4_string> data;
+        Room room;
         Tq4_id session_id = {};
         Tq4_http_client_responed on_response = nullptr;
     };
 
     // --- Under the lock ---
-    std::vector<Live_link> m_live TQ4_GUARDED_BY(m_lock); // links that the service has not freed
+    std::vector<Live_link> m_live TQ4_GUARDED_BY(m_lock); // links that the service has not freed, by serial
     unsigned long m_last_serial TQ4_GUARDED_BY(m_lock) = 0;
     unsigned long m_serial TQ4_GUARDED_BY(m_lock) = 0; // of the link that the client goes on with; 0 for none
     Tq4_id m_tcp TQ4_GUARDED_BY(m_lock) = {};          // its socket
-    unsigned m_frames TQ4_GUARDED_BY(m_lock) = 0;      // callbacks of the service that are being handled
+    unsigned m_stays TQ4_GUARDED_BY(m_lock) = 0;
+    unsigned m_frames TQ4_GUARDED_BY(m_lock) = 0;            // those stays that are callbacks of the service
+    unsigned long m_frame_thread TQ4_GUARDED_BY(m_lock) = 0; // of the callbacks: one thread at a time
     bool m_is_deleted TQ4_GUARDED_BY(m_lock) = false;
     bool m_is_connected TQ4_GUARDED_BY(m_lock) = false;
     bool m_waits TQ4_GUARDED_BY(m_lock) = false; // m_pending does
     int m_drops TQ4_GUARDED_BY(m_lock) = 0;      // since it was sent first
     Pending m_pending TQ4_GUARDED_BY(m_lock);
     Tq4_http_reply m_reply TQ4_GUARDED_BY(m_lock);
-    Tq4_hooked<Tq4_value_table> m_header TQ4_GUARDED_BY(m_lock) = new_header();
-    Tq4_hooked<Tq4_string> m_data TQ4_GUARDED_BY(m_lock) = new_string();
+    Room m_room TQ4_GUARDED_BY(m_lock);                    // of m_reply; empty while nothing was sent
+    Room m_spare TQ4_GUARDED_BY(m_lock);                   // either may be null
     Tq4_own<Tq4_sockaddr> m_remote TQ4_GUARDED_BY(m_lock); // null: no server
     std::string m_host TQ4_GUARDED_BY(m_lock);
     Tq4_id m_session_id TQ4_GUARDED_BY(m_lock) = {};
@@ -105,6 +118,7 @@ struct Tq4_http_client_obj : Tq4_identity {
     void SetOnDisConnect(Tq4_http_client_on_disconnect on_disconnect);
 
 private:
+    class Stay;
     class Frame;
     static int OnDataOk(Tq4_socket, Tq4_socket_info *info, Tq4_string *data);
     static void OnConnectOk(Tq4_socket, Tq4_socket_info *info, int master);
@@ -120,17 +134,122 @@ private:
         .OnSendQueueFull = nullptr,
     };
 
-    Tq4_http_client handle() { return Tq4_handle_of<Tq4_http_client>(this); }
-    int MakeConnection(Link *link);
+    bool MayRequest(std::string *host);
+    int MakeConnection(Stay &stay, Link *link);
+    Link *NewLink() TQ4_REQUIRES(m_lock);
+    Live_link *Find(unsigned long serial) TQ4_REQUIRES(m_lock);
+    void Drop(unsigned long serial) TQ4_REQUIRES(m_lock);
+    bool NextSocket(unsigned long *serial, Tq4_id *socket);
     bool SendPending() TQ4_REQUIRES(m_lock);
+    void MakeRoom() TQ4_REQUIRES(m_lock);
+    void Keep(Room &room) TQ4_REQUIRES(m_lock);
     void Forget() TQ4_REQUIRES(m_lock);
     void LetGo() TQ4_REQUIRES(m_lock);
     Answer TakeAnswer() TQ4_REQUIRES(m_lock);
-    bool IsDone() const TQ4_REQUIRES(m_lock) { return m_is_deleted && m_live.empty() && m_frames == 0; }
-    Live_link *Find(unsigned long serial) TQ4_REQUIRES(m_lock);
+    bool IsDone() const TQ4_REQUIRES(m_lock) { return m_is_deleted && m_live.empty() && m_stays == 0; }
 };
 
 static void Delete_Tq4_http_client_obj(Tq4_http_client_obj *record);
+
+// --- Stays ---
+
+// The time that a thread spends in the client, which lives at least so long. A kill takes the thread only in what it is
+// let in for, and ends the stay too.
+class Tq4_http_client_obj::Stay {
+    Tq4_cancel_held_around m_held;
+    Answer m_told; // what the callback has at hand
+    Tq4_http_client_callback m_response = {};
+
+public:
+    Tq4_http_client_obj &client;
+
+    explicit Stay(Tq4_http_client_obj &of) : client(of) {
+        Tq4_guard guard(client.m_lock);
+        ++client.m_stays;
+    }
+    ~Stay() { End(); }
+    Stay(const Stay &) = delete;
+    Stay &operator=(const Stay &) = delete;
+
+    // Does what may call a user's function.
+    template <class Step> void Admit(Step step) {
+        AdmitCall([](void *given) { (*static_cast<Step *>(given))(); }, &step);
+    }
+    void Tell(Answer answer);
+    void TellDisConnect(Tq4_http_client_on_disconnect function) {
+        if (function) Admit([&] { function(handle()); });
+    }
+    void CloseSocket(const Tq4_id &id) {
+        Admit([&] { (*client.m_sock)->Close(client.m_sock, &id); });
+    }
+
+protected:
+    bool m_is_frame = false;
+
+private:
+    Tq4_http_client handle() { return Tq4_handle_of<Tq4_http_client>(&client); }
+    void AdmitCall(void (*call)(void *), void *step);
+    static void Killed(void *stay);
+    void TakeBack();
+    void End();
+};
+
+// A callback of the service, on its thread.
+class Tq4_http_client_obj::Frame : public Tq4_http_client_obj::Stay {
+public:
+    const unsigned long serial; // of its link
+
+    explicit Frame(void *user_obj, const Tq4_id *socket = nullptr)
+        : Stay(*static_cast<Link *>(user_obj)->client), serial(static_cast<Link *>(user_obj)->serial) {
+        Tq4_guard guard(client.m_lock);
+        m_is_frame = true;
+        ++client.m_frames;
+        client.m_frame_thread = MP_THREAD_GetCurrentId();
+        Live_link *link = socket ? client.Find(serial) : nullptr;
+        if (link) link->socket = *socket;
+    }
+};
+
+[[gnu::noinline]] void Tq4_http_client_obj::Stay::AdmitCall(void (*call)(void *), void *step) {
+    pthread_cleanup_push(Killed, this);
+    m_held.Admit([&] { call(step); });
+    pthread_cleanup_pop(0);
+}
+
+void Tq4_http_client_obj::Stay::Killed(void *stay) {
+    Tq4_forget_killed_frames();
+    auto *ended = static_cast<Stay *>(stay);
+    ended->TakeBack();
+    ended->End();
+}
+
+void Tq4_http_client_obj::Stay::Tell(Answer answer) {
+    m_told = std::move(answer);
+    m_response = {m_told.url.c_str(), m_told.status, m_told.room.header.get(), m_told.room.data.get(),
+                  &m_told.session_id};
+    if (m_told.on_response) Admit([&] { m_told.on_response(handle(), &m_response); });
+    TakeBack();
+}
+
+// What the callback has taken is its own.
+void Tq4_http_client_obj::Stay::TakeBack() {
+    Answer told = std::move(m_told);
+    if (!m_response.header) static_cast<void>(told.room.header.release());
+    if (!m_response.data) static_cast<void>(told.room.data.release());
+    Tq4_guard guard(client.m_lock);
+    client.Keep(told.room);
+}
+
+void Tq4_http_client_obj::Stay::End() {
+    bool is_done;
+    {
+        Tq4_guard guard(client.m_lock);
+        --client.m_stays;
+        if (m_is_frame) --client.m_frames;
+        is_done = client.IsDone();
+    }
+    if (is_done) Tq4_object_ops<Tq4_http_client_obj>::Destroy(&client, Delete_Tq4_http_client_obj);
+}
 
 // --- The operations ---
 
@@ -140,13 +259,16 @@ void Tq4_http_client_obj::SetHost(const char *host) {
 }
 
 int Tq4_http_client_obj::Connect(const char *host, int port) {
+    {
+        Tq4_guard guard(m_lock);
+        if (m_serial != 0) return 1;
+    }
     auto remote = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
-    const bool found = (*remote)->Init(remote.get(), host, port);
+    if (!host || !(*remote)->Init(remote.get(), host, port)) return 0;
     Tq4_guard guard(m_lock);
     if (m_serial != 0) return 1;
-    if (!found) return 0;
     m_remote = std::move(remote);
-    if (m_host.empty() && host) m_host = host;
+    if (m_host.empty()) m_host = host;
     return 1;
 }
 
@@ -167,75 +289,103 @@ void Tq4_http_client_obj::SetOnDisConnect(Tq4_http_client_on_disconnect on_disco
 
 // Every connection is closed, those let go too: whoever deletes the client waits thus for a callback that is running.
 void Tq4_http_client_obj::Close() {
-    std::vector<Live_link> live;
+    Stay stay(*this);
     {
         Tq4_guard guard(m_lock);
         Forget();
         LetGo();
-        live = m_live;
     }
-    for (const Live_link &link : live) (*m_sock)->Close(m_sock, &link.socket);
+    Tq4_id socket;
+    for (unsigned long serial = 0; NextSocket(&serial, &socket);) stay.CloseSocket(socket);
+}
+
+// The first known socket of a link after the one with this serial.
+bool Tq4_http_client_obj::NextSocket(unsigned long *serial, Tq4_id *socket) {
+    Tq4_guard guard(m_lock);
+    for (const Live_link &link : m_live) {
+        if (link.serial <= *serial || link.socket.l == 0) continue;
+        *serial = link.serial;
+        *socket = link.socket;
+        return true;
+    }
+    return false;
 }
 
 void Tq4_http_client_obj::Reset() { Close(); }
 
+// A service that is being stopped closes nothing for us any more: its last callbacks are waited for here.
 bool Tq4_http_client_obj::Retire() {
     Close();
-    Tq4_guard guard(m_lock);
-    m_is_deleted = true;
-    return IsDone();
+    for (;; MP_Sleep(1)) {
+        Tq4_guard guard(m_lock);
+        m_is_deleted = true;
+        if (m_frames == 0 || m_frame_thread == MP_THREAD_GetCurrentId()) return IsDone();
+    }
 }
 
 int Tq4_http_client_obj::Request(const char *method, const char *url, Tq4_value_table headers, Tq4_string body,
                                  Tq4_http_client_responed on_response) {
-    if (!m_sock || !method || !url || !*method || !*url) return 0;
-    if (!Tq4_http_fits_line(method) || !Tq4_http_fits_line(url)) return 0;
-    auto lines = new_string();
-    if (!Tq4_http_append_headers(lines.get(), headers)) return 0;
+    if (!m_sock || !method || !url) return 0;
+    Stay stay(*this);
+    std::string host;
+    if (!MayRequest(&host)) return 0;
+    Pending wanted{url, new_string(), std::strcmp(method, "HEAD") == 0, on_response};
+    if (!Tq4_http_make_request(wanted.text.get(), {method, url, host.c_str(), headers, body})) return 0;
     Link *link;
     {
         Tq4_guard guard(m_lock);
-        if (!m_remote || m_waits) return 0;
-        m_pending = {method, url, (*lines)->c_str(lines.get()),
-                     Tq4_hooked<Tq4_string>(static_cast<Tq4_string>(Tq4_object_Dup(body))), on_response};
+        if (m_waits) return 0; // somebody was faster
+        m_pending = std::move(wanted);
         m_waits = true;
         m_drops = 0;
-        if (m_is_connected) return SendPending();
-        m_serial = ++m_last_serial;
-        m_live.push_back({m_serial, {}});
-        link = new Link{this, m_serial};
+        if (m_is_connected) {
+            if (SendPending()) return 1;
+            Forget();
+            return 0;
+        }
+        link = NewLink();
     }
-    return MakeConnection(link);
+    return MakeConnection(stay, link);
+}
+
+bool Tq4_http_client_obj::MayRequest(std::string *host) {
+    Tq4_guard guard(m_lock);
+    *host = m_host;
+    return m_remote && !m_waits;
+}
+
+Tq4_http_client_obj::Link *Tq4_http_client_obj::NewLink() {
+    m_serial = ++m_last_serial;
+    m_live.push_back({m_serial, {}, false});
+    return new Link{this, m_serial, Tq4_own<Tq4_sockaddr>(static_cast<Tq4_sockaddr>(Tq4_object_Dup(m_remote.get())))};
 }
 
 // The callbacks of the connection may come before the service's Connect has returned; and somebody may have called
-// Close meanwhile.
-int Tq4_http_client_obj::MakeConnection(Link *link) {
+// Close meanwhile. A link that the service never had is ours to free.
+int Tq4_http_client_obj::MakeConnection(Stay &stay, Link *link) {
     const unsigned long serial = link->serial;
     Tq4_socket_info info{};
-    {
-        Tq4_guard guard(m_lock);
-        info.remote = m_remote.get(); // which stays while there is a link to go on with
-    }
+    info.remote = link->remote.get();
     info.user_obj = link;
     info.del_userobj = DeleteLink;
-    (*m_sock)->Connect(m_sock, &info, &callbacks);
+    stay.Admit([&] { (*m_sock)->Connect(m_sock, &info, &callbacks); });
     {
         Tq4_guard guard(m_lock);
         Live_link *live = Find(serial);
         const bool never_was = live && info.id.l == 0;
         if (live) live->socket = info.id;
         if (never_was) {
-            m_live.erase(m_live.begin() + (live - m_live.data()));
+            Drop(serial);
             delete link;
         }
         if (m_serial == serial) {
-            if (never_was) Forget();
-            if (never_was) LetGo();
-            return !never_was;
+            if (!never_was) return 1;
+            Forget();
+            LetGo();
+            return 0;
         }
     }
-    if (info.id.l != 0) (*m_sock)->Close(m_sock, &info.id);
+    if (info.id.l != 0) stay.CloseSocket(info.id);
     return 1;
 }
 
@@ -245,17 +395,33 @@ Tq4_http_client_obj::Live_link *Tq4_http_client_obj::Find(unsigned long serial) 
     return nullptr;
 }
 
+void Tq4_http_client_obj::Drop(unsigned long serial) {
+    std::erase_if(m_live, [serial](const Live_link &each) { return each.serial == serial; });
+}
+
 bool Tq4_http_client_obj::SendPending() {
-    (*m_header)->RemoveAll(m_header.get());
-    (*m_data)->Strcpy(m_data.get(), "");
-    m_reply.Expect(m_pending.method == "HEAD", m_header.get(), m_data.get());
-    auto text = new_string();
-    Tq4_http_make_request(text.get(), m_pending.method.c_str(), m_pending.url.c_str(), m_host.c_str(),
-                          m_pending.header_lines.c_str(), m_pending.body.get());
-    Tq4_string given = text.release();
-    const bool taken = (*m_sock)->SendString(m_sock, &m_tcp, &given);
-    if (!taken) Forget();
-    return taken;
+    MakeRoom();
+    m_reply.Expect(m_pending.to_head, m_room.header.get(), m_room.data.get());
+    const Tq4_bytes text = Tq4_record_of<Tq4_string_obj>(m_pending.text.get()).view();
+    if ((*m_sock)->SendData(m_sock, &m_tcp, text.data, text.size)) return true;
+    m_reply.GiveUp();
+    return false;
+}
+
+// Empty again, whatever a callback has made of it.
+void Tq4_http_client_obj::MakeRoom() {
+    if (!m_room.header) m_room.header = m_spare.header ? std::move(m_spare.header) : new_table();
+    if (!m_room.data) m_room.data = m_spare.data ? std::move(m_spare.data) : new_string();
+    Tq4_value_table header = m_room.header.get();
+    Tq4_object_of(header)->oitf->Reset(header);
+    (*header)->Append(header, m_caseless.get());
+    Tq4_object_of(m_room.data.get())->oitf->Reset(m_room.data.get());
+}
+
+void Tq4_http_client_obj::Keep(Room &room) {
+    if (room.header && !m_spare.header) m_spare.header = std::move(room.header);
+    const auto *data = Tq4_record<Tq4_string_obj>(room.data.get());
+    if (data && !m_spare.data && data->m_buf.m_len <= Largest_spare) m_spare.data = std::move(room.data);
 }
 
 // The request that waits, if one does.
@@ -273,122 +439,82 @@ void Tq4_http_client_obj::LetGo() {
     m_reply.Disconnect();
 }
 
-// --- Callbacks of the service, on its thread ---
-
-// A callback that is being handled: no kill comes into it but in the user's own functions, and the client stays.
-class Tq4_http_client_obj::Frame {
-    Tq4_cancel_held_around m_held;
-
-public:
-    Tq4_http_client_obj *const client;
-    const unsigned long serial;
-
-    explicit Frame(const Tq4_socket_info *info)
-        : client(static_cast<Link *>(info->user_obj)->client), serial(static_cast<Link *>(info->user_obj)->serial) {
-        Tq4_guard guard(client->m_lock);
-        ++client->m_frames;
-        if (Live_link *link = client->Find(serial)) link->socket = info->id;
-    }
-    ~Frame() {
-        bool is_done;
-        {
-            Tq4_guard guard(client->m_lock);
-            --client->m_frames;
-            is_done = client->IsDone();
-        }
-        if (is_done) Tq4_object_ops<Tq4_http_client_obj>::Destroy(client, Delete_Tq4_http_client_obj);
-    }
-    Frame(const Frame &) = delete;
-    Frame &operator=(const Frame &) = delete;
-
-    template <class Function, class... Args> void Call(Function function, Args... args) {
-        if (!function) return;
-        m_held.Admit([&] { function(client->handle(), args...); });
-    }
-    void Tell(Answer answer);
-};
-
 Tq4_http_client_obj::Answer Tq4_http_client_obj::TakeAnswer() {
-    Answer answer{std::move(m_pending.url), m_reply.status(), std::move(m_header),
-                  std::move(m_data),        m_session_id,     m_pending.on_response};
-    m_header = new_header();
-    m_data = new_string();
+    if (!m_room.header) MakeRoom(); // nothing was sent
+    Answer answer{std::move(m_pending.url), m_reply.status(), std::move(m_room), m_session_id, m_pending.on_response};
     Forget();
     return answer;
 }
 
-// What the callback has taken is its own.
-void Tq4_http_client_obj::Frame::Tell(Answer answer) {
-    Tq4_http_client_callback response{answer.url.c_str(), answer.status, answer.header.get(), answer.data.get(),
-                                      &answer.session_id};
-    Call(answer.on_response, &response);
-    if (!response.header) static_cast<void>(answer.header.release());
-    if (!response.data) static_cast<void>(answer.data.release());
-}
+// --- Callbacks of the service, on its thread ---
 
-void Tq4_http_client_obj::OnConnectOk(Tq4_socket s, Tq4_socket_info *info, int) {
-    Frame frame(info);
-    auto &client = *frame.client;
+void Tq4_http_client_obj::OnConnectOk(Tq4_socket, Tq4_socket_info *info, int) {
     const Tq4_id id = info->id;
+    Frame frame(info->user_obj, &id);
+    auto &client = frame.client;
     {
         Tq4_guard guard(client.m_lock);
         if (client.m_serial == frame.serial) {
             client.m_is_connected = true;
             client.m_tcp = id;
-            if (client.m_waits) client.SendPending();
+            client.Find(frame.serial)->stands = true;
+            if (client.m_waits) client.SendPending(); // refused when the service stops: the link's end tells
             return;
         }
     }
-    (*s)->Close(s, &id);
+    frame.CloseSocket(id);
 }
 
-int Tq4_http_client_obj::OnDataOk(Tq4_socket s, Tq4_socket_info *info, Tq4_string *data) {
-    Frame frame(info);
-    auto &client = *frame.client;
+int Tq4_http_client_obj::OnDataOk(Tq4_socket, Tq4_socket_info *info, Tq4_string *data) {
     const Tq4_id id = info->id;
+    Frame frame(info->user_obj, &id);
+    auto &client = frame.client;
     const Tq4_bytes block = Tq4_record_of<Tq4_string_obj>(*data).view();
-    for (std::size_t at = 0; at < block.size;) {
+    const auto *bytes = reinterpret_cast<const char *>(block.data);
+    bool is_refused = false;
+    for (std::size_t at = 0; at < block.size && !is_refused;) {
         Answer answer;
-        bool is_refused;
         {
             Tq4_guard guard(client.m_lock);
             if (client.m_serial != frame.serial) return 0;
             Tq4_http_reply &reply = client.m_reply;
-            do at += reply.Take(reinterpret_cast<const char *>(block.data) + at, block.size - at);
-            while (at < block.size && !reply.has_ended());
+            while (at < block.size && !reply.has_ended()) at += reply.Take(bytes + at, block.size - at);
             if (!reply.has_ended()) return 0;
             is_refused = reply.state() == Tq4_http_reply::State::Refused;
             answer = client.TakeAnswer();
+            if (is_refused) client.LetGo();
         }
         frame.Tell(std::move(answer));
-        if (is_refused) (*s)->Close(s, &id);
     }
+    if (is_refused) frame.CloseSocket(id);
     return 0;
 }
 
 int Tq4_http_client_obj::OnConnectFaild(Tq4_socket, Tq4_socket_info *info, int) {
-    Frame frame(info);
-    auto &client = *frame.client;
+    Frame frame(info->user_obj);
+    auto &client = frame.client;
     Answer answer;
     {
         Tq4_guard guard(client.m_lock);
         if (client.m_serial != frame.serial) return No_reconnection;
         client.LetGo();
-        if (client.m_waits) answer = client.TakeAnswer();
+        if (!client.m_waits) return No_reconnection;
+        answer = client.TakeAnswer();
     }
     frame.Tell(std::move(answer));
     return No_reconnection;
 }
 
 int Tq4_http_client_obj::OnDisConnect(Tq4_socket, Tq4_socket_info *info, int) {
-    Frame frame(info);
-    auto &client = *frame.client;
+    Frame frame(info->user_obj);
+    auto &client = frame.client;
     Answer answer;
     int delay = No_reconnection;
-    Tq4_http_client_on_disconnect told;
+    Tq4_http_client_on_disconnect told = nullptr;
     {
         Tq4_guard guard(client.m_lock);
-        told = client.m_is_deleted ? nullptr : client.m_on_disconnect;
+        Live_link *link = client.Find(frame.serial);
+        if (link && std::exchange(link->stands, false) && !client.m_is_deleted) told = client.m_on_disconnect;
         if (client.m_serial == frame.serial) {
             client.m_is_connected = false;
             client.m_reply.Disconnect();
@@ -399,23 +525,26 @@ int Tq4_http_client_obj::OnDisConnect(Tq4_socket, Tq4_socket_info *info, int) {
             if (client.m_waits && delay < 0) answer = client.TakeAnswer();
         }
     }
-    frame.Call(told);
-    frame.Tell(std::move(answer));
+    frame.TellDisConnect(told);
+    if (answer.room.header) frame.Tell(std::move(answer));
     return delay;
 }
 
+// The connection is gone for good. When the service has ended it, which asks nobody, its request still waits.
 void Tq4_http_client_obj::DeleteLink(void *given) {
-    auto *link = static_cast<Link *>(given);
-    Tq4_http_client_obj &client = *link->client;
-    const Tq4_cancel_held held;
-    bool is_done;
+    Frame frame(given);
+    auto &client = frame.client;
+    Answer answer;
     {
         Tq4_guard guard(client.m_lock);
-        std::erase_if(client.m_live, [link](const Live_link &each) { return each.serial == link->serial; });
-        is_done = client.IsDone();
+        client.Drop(frame.serial);
+        if (client.m_serial == frame.serial) {
+            client.LetGo();
+            if (client.m_waits) answer = client.TakeAnswer();
+        }
     }
-    delete link;
-    if (is_done) Tq4_object_ops<Tq4_http_client_obj>::Destroy(&client, Delete_Tq4_http_client_obj);
+    delete static_cast<Link *>(given);
+    if (answer.room.header) frame.Tell(std::move(answer));
 }
 
 // --- The table ---

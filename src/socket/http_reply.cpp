@@ -22,6 +22,13 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
+// The same in place, ended by a NUL; there is room for that behind the text.
+const char *trim(char *text, std::size_t n) {
+    const std::string_view kept = trimmed({text, n});
+    text[kept.data() + kept.size() - text] = 0;
+    return kept.data();
+}
+
 bool starts_ignoring_case(const char *text, std::string_view lower) {
     return text && strncasecmp(text, lower.data(), lower.size()) == 0;
 }
@@ -44,12 +51,16 @@ const char *text_of(Tq4_value_table table, const char *name) {
     return text ? (*text)->c_str(text) : nullptr;
 }
 
-// A chunk's size as hexadecimal digits, what follows them is ignored. False when there are none.
+// A chunk's size as hexadecimal digits, with or without sign and "0x"; what follows them is ignored. False when there
+// are none. A size below zero is as bad as one that is too large.
 bool read_chunk_size(std::string_view line, unsigned long *size) {
     line = trimmed(line);
+    const bool is_negative = line.starts_with('-');
+    if (is_negative || line.starts_with('+')) line.remove_prefix(1);
     if (line.starts_with("0x") || line.starts_with("0X")) line.remove_prefix(2);
     const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), *size, 16);
-    if (error == std::errc::result_out_of_range) *size = ULONG_MAX;
+    const bool is_too_large = error == std::errc::result_out_of_range || (is_negative && *size > 0);
+    if (is_too_large) *size = ULONG_MAX;
     return error != std::errc::invalid_argument;
 }
 
@@ -64,13 +75,18 @@ void Tq4_http_reply::Expect(bool to_head, Tq4_value_table header, Tq4_string bod
     m_owed = m_body_size = 0;
     m_header = header;
     m_body = body;
-    if (!m_in_trailer) m_line.clear();
+    if (!m_in_trailer) BeginLine();
 }
 
 void Tq4_http_reply::Disconnect() {
     m_in_trailer = false;
-    m_line.clear();
+    BeginLine();
     m_step = &Tq4_http_reply::StatusLine;
+}
+
+void Tq4_http_reply::BeginLine() {
+    m_line.clear();
+    m_line_bytes = 0;
 }
 
 std::size_t Tq4_http_reply::Take(const char *bytes, std::size_t n) {
@@ -79,15 +95,16 @@ std::size_t Tq4_http_reply::Take(const char *bytes, std::size_t n) {
 }
 
 // Adds what comes before the next line feed to the line, without carriage returns. True when the line is complete. Of a
-// line over the ceiling the beginning is kept, and a reply that has one is refused.
+// line over the ceiling, which may have one carriage return more, the beginning is kept, and its reply is refused.
 bool Tq4_http_reply::CollectLine(const char *bytes, std::size_t n, std::size_t *used) {
     const auto *feed = static_cast<const char *>(std::memchr(bytes, '\n', n));
     const std::size_t length = feed ? static_cast<std::size_t>(feed - bytes) : n;
     *used = length + (feed != nullptr);
     const std::size_t before = m_line.size();
-    const bool is_over = before + length > Longest_line;
-    m_line.append(bytes, is_over ? Longest_line - before : length);
+    m_line.append(bytes, std::min(length, Longest_line + 1 - before));
     m_line.erase(std::remove(m_line.begin() + static_cast<long>(before), m_line.end(), '\r'), m_line.end());
+    m_line_bytes += length;
+    const bool is_over = m_line.size() > Longest_line || m_line_bytes > Longest_line + 1;
     if (is_over && m_state == State::Reading) End(State::Refused);
     return feed != nullptr;
 }
@@ -101,7 +118,7 @@ std::size_t Tq4_http_reply::StatusLine(const char *bytes, std::size_t n) {
     } else {
         End(State::Complete);
     }
-    m_line.clear();
+    BeginLine();
     return used;
 }
 
@@ -114,17 +131,16 @@ std::size_t Tq4_http_reply::HeaderLine(const char *bytes, std::size_t n) {
         End(State::Refused);
     else
         StoreHeader();
-    m_line.clear();
+    BeginLine();
     return used;
 }
 
 void Tq4_http_reply::StoreHeader() {
-    const std::string_view line = m_line;
-    const std::size_t colon = line.find(':');
-    if (colon == line.npos) return;
-    const std::string name(trimmed(line.substr(0, colon)));
-    const std::string value(trimmed(line.substr(colon + 1)));
-    (*m_header)->SetSS(m_header, name.c_str(), value.c_str());
+    const std::size_t colon = m_line.find(':');
+    if (colon == m_line.npos) return;
+    m_line[colon] = 0;
+    (*m_header)->SetSS(m_header, trim(m_line.data(), colon),
+                       trim(m_line.data() + colon + 1, m_line.size() - colon - 1));
 }
 
 void Tq4_http_reply::EndHeaders() {
@@ -159,7 +175,7 @@ std::size_t Tq4_http_reply::ChunkSize(const char *bytes, std::size_t n) {
     if (!CollectLine(bytes, n, &used) || m_state != State::Reading) return used;
     unsigned long size;
     if (read_chunk_size(m_line, &size)) BeginChunk(size);
-    m_line.clear();
+    BeginLine();
     return used;
 }
 
@@ -195,6 +211,6 @@ std::size_t Tq4_http_reply::Trailer(const char *bytes, std::size_t n) {
         m_headers = 0;
         StatusLine(&end_of_line, 1);
     }
-    m_line.clear();
+    BeginLine();
     return used;
 }

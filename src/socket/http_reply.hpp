@@ -59,7 +59,8 @@ private:
     unsigned m_headers = 0;             // lines of the header so far
     unsigned long m_owed = 0;           // bytes of the body, or of the current chunk, still to come
     unsigned long m_body_size = 0;      // so far
-    std::string m_line;                 // as far as it came
+    std::string m_line;                 // as far as it came, without carriage returns
+    std::size_t m_line_bytes = 0;       // of it, with them
     Tq4_value_table m_header = nullptr; // borrowed
     Tq4_string m_body = nullptr;        // borrowed
 
@@ -70,6 +71,7 @@ private:
     std::size_t Chunk(const char *bytes, std::size_t n);
     std::size_t Trailer(const char *bytes, std::size_t n);
 
+    void BeginLine();
     bool CollectLine(const char *bytes, std::size_t n, std::size_t *used);
     void BeginChunk(unsigned long size);
     void StoreHeader();

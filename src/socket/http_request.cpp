@@ -9,20 +9,27 @@
 
 namespace {
 
+constexpr unsigned long Fixed_text =
+    128; // room for the words of a request that are always the same, and for the length
+
 bool fits_line(Tq4_bytes text) {
     const auto has = [&](char c) { return std::memchr(text.data, c, text.size) != nullptr; };
     return text.size == 0 || (!has('\r') && !has('\n') && !has(0));
 }
+bool fits_line(const char *text) { return !std::strpbrk(text, "\r\n"); }
 
-template <class Number> void append_digits(Tq4_string out, Number number) {
-    char digits[64];
-    const auto [end, error] = std::to_chars(digits, digits + sizeof digits, number);
-    (*out)->Memcat(out, digits, static_cast<unsigned long>(end - digits));
+template <class Number> void append_digits(Tq4_string_obj &out, Number number) {
+    char digits[400]; // a double without an exponent has up to 326
+    std::to_chars_result result;
+    if constexpr (std::is_floating_point_v<Number>)
+        result = std::to_chars(digits, digits + sizeof digits, number, std::chars_format::fixed);
+    else
+        result = std::to_chars(digits, digits + sizeof digits, number);
+    out.Memcat(digits, static_cast<unsigned long>(result.ptr - digits));
 }
 
-void append_number(Tq4_string out, Tq4_value value) {
-    const Tq4_value_type type = (*value)->Type(value);
-    switch (type) {
+void append_number(Tq4_string_obj &out, Tq4_value value) {
+    switch ((*value)->Type(value)) {
     case Tq4_value_FLOAT:
         return append_digits(out, (*value)->GetFloat(value));
     case Tq4_value_DOUBLE:
@@ -47,50 +54,56 @@ constexpr bool is_number(Tq4_value_type type) {
 }
 
 // False when it cannot stand in a line.
-bool append_value(Tq4_string out, Tq4_value value) {
+bool append_value(Tq4_string_obj &out, Tq4_value value) {
     const Tq4_value_type type = (*value)->Type(value);
     if (is_number(type)) append_number(out, value);
     if (!is_text(type)) return is_number(type);
     const Tq4_bytes text = Tq4_record_of<Tq4_string_obj>((*value)->GetString(value)).view();
-    (*out)->Memcat(out, text.data, text.size);
+    out.Memcat(text.data, text.size);
     return fits_line(text);
+}
+
+void append(Tq4_string_obj &out, const char *text) { out.Memcat(text, std::strlen(text)); }
+
+// A line for each entry; false when one does not fit.
+bool append_headers(Tq4_string_obj &out, Tq4_value_table headers) {
+    struct Lines {
+        Tq4_string_obj &out;
+        bool fit;
+    } lines{out, true};
+    const auto append_line = [](Tq4_key key, Tq4_value value, void *to) -> int {
+        auto &[text, fit] = *static_cast<Lines *>(to);
+        const char *name = (*key)->GetS(key);
+        fit = name && *name && fits_line(name);
+        if (!fit) return 1;
+        append(text, name);
+        append(text, ": ");
+        fit = append_value(text, value);
+        append(text, "\r\n");
+        return !fit;
+    };
+    if (headers) (*headers)->each(headers, append_line, &lines);
+    return lines.fit;
 }
 
 } // namespace
 
-bool Tq4_http_fits_line(const char *text) { return !std::strpbrk(text, "\r\n"); }
-
-bool Tq4_http_append_headers(Tq4_string out, Tq4_value_table headers) {
-    struct Lines {
-        Tq4_string out;
-        bool fit;
-    } lines{out, true};
-    const auto append = [](Tq4_key key, Tq4_value value, void *to) -> int {
-        auto &[text, fit] = *static_cast<Lines *>(to);
-        const char *name = (*key)->GetS(key);
-        fit = name && *name && Tq4_http_fits_line(name);
-        if (!fit) return 1;
-        (*text)->Sprintf_append(text, "%s: ", name);
-        fit = append_value(text, value);
-        (*text)->Strcat(text, "\r\n");
-        return !fit;
-    };
-    if (headers) (*headers)->each(headers, append, &lines);
-    return lines.fit;
-}
-
-void Tq4_http_make_request(Tq4_string out, const char *method, const char *url, const char *host, const char *headers,
-                           Tq4_string body) {
-    (*out)->Sprintf(out, "%s %s HTTP/1.1\r\n", method, url);
-    (*out)->Sprintf_append(out, "host: %s\r\n", host);
-    (*out)->Strcat(out, headers);
-    (*out)->Strcat(out, "Connecting: keep-alive\r\n");
-    const long length = body ? (*body)->length(body) : 0;
-    if (length > 0) {
-        (*out)->Sprintf_append(out, "Content-Length: %ld\r\n", length);
-        (*out)->Strcat(out, "\r\n");
-        (*out)->Memcat(out, (*body)->c_str(body), static_cast<unsigned long>(length));
-    } else {
-        (*out)->Strcat(out, "\r\n");
+bool Tq4_http_make_request(Tq4_string out, const Tq4_http_wanted &wanted) {
+    const auto &[method, url, host, headers, body] = wanted;
+    if (!*method || !*url || !fits_line(method) || !fits_line(url) || !fits_line(host)) return false;
+    auto &text = Tq4_record_of<Tq4_string_obj>(out);
+    const Tq4_bytes content = body ? Tq4_record_of<Tq4_string_obj>(body).view() : Tq4_bytes{};
+    text.set_size(0);
+    text.reserve(std::strlen(method) + std::strlen(url) + std::strlen(host) + Fixed_text + content.size);
+    for (const char *part : {method, " ", url, " HTTP/1.1\r\nhost: ", host, "\r\n"}) append(text, part);
+    if (!append_headers(text, headers)) return false;
+    append(text, "Connecting: keep-alive\r\n");
+    if (content.size > 0) {
+        append(text, "Content-Length: ");
+        append_digits(text, content.size);
+        append(text, "\r\n");
     }
+    append(text, "\r\n");
+    text.Memcat(content.data, content.size);
+    return true;
 }
