@@ -22,8 +22,8 @@
 #include "platform/multi_platform_system.hpp"
 #include "socket/http_reply.hpp"
 #include "socket/http_request.hpp"
+#include "thread/brief_lock.hpp"
 #include "thread/cancel.hpp"
-#include "thread/lock.hpp"
 
 namespace {
 
@@ -47,7 +47,6 @@ Tq4_hooked<Tq4_value_table> new_caseless() {
 struct Tq4_http_client_obj : Tq4_identity {
     // --- Constant ---
     const Tq4_socket m_sock; // borrowed; may be null
-    const Tq4_own<Tq4_lock> m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf);
     const Tq4_hooked<Tq4_value_table> m_caseless = new_caseless();
 
     // The service's user object: it leads from a connection to its client.
@@ -82,7 +81,8 @@ struct Tq4_http_client_obj : Tq4_identity {
         Tq4_http_client_responed on_response = nullptr;
     };
 
-    // --- Under the lock ---
+    // --- Under the lock, which is held inside stays and with the kill gate shut ---
+    Tq4_brief_lock m_lock;
     std::vector<Live_link> m_live TQ4_GUARDED_BY(m_lock); // links that the service has not freed, by serial
     unsigned long m_last_serial TQ4_GUARDED_BY(m_lock) = 0;
     unsigned long m_serial TQ4_GUARDED_BY(m_lock) = 0; // of the link that the client goes on with; 0 for none
@@ -163,9 +163,12 @@ class Tq4_http_client_obj::Stay {
 public:
     Tq4_http_client_obj &client;
 
-    explicit Stay(Tq4_http_client_obj &of) : client(of) {
-        Tq4_guard guard(client.m_lock);
+    explicit Stay(Tq4_http_client_obj &of, bool is_frame = false) : client(of), m_is_frame(is_frame) {
+        const Tq4_brief_guard guard(client.m_lock);
         ++client.m_stays;
+        if (!m_is_frame) return;
+        ++client.m_frames;
+        client.m_frame_thread = MP_THREAD_GetCurrentId();
     }
     ~Stay() { End(); }
     Stay(const Stay &) = delete;
@@ -183,10 +186,9 @@ public:
         Admit([&] { (*client.m_sock)->Close(client.m_sock, &id); });
     }
 
-protected:
-    bool m_is_frame = false;
-
 private:
+    const bool m_is_frame; // a callback of the service
+
     Tq4_http_client handle() { return Tq4_handle_of<Tq4_http_client>(&client); }
     void AdmitCall(void (*call)(void *), void *step);
     static void Killed(void *stay);
@@ -199,15 +201,8 @@ class Tq4_http_client_obj::Frame : public Tq4_http_client_obj::Stay {
 public:
     const unsigned long serial; // of its link
 
-    explicit Frame(void *user_obj, const Tq4_id *socket = nullptr)
-        : Stay(*static_cast<Link *>(user_obj)->client), serial(static_cast<Link *>(user_obj)->serial) {
-        Tq4_guard guard(client.m_lock);
-        m_is_frame = true;
-        ++client.m_frames;
-        client.m_frame_thread = MP_THREAD_GetCurrentId();
-        Live_link *link = socket ? client.Find(serial) : nullptr;
-        if (link) link->socket = *socket;
-    }
+    explicit Frame(void *user_obj)
+        : Stay(*static_cast<Link *>(user_obj)->client, true), serial(static_cast<Link *>(user_obj)->serial) {}
 };
 
 [[gnu::noinline]] void Tq4_http_client_obj::Stay::AdmitCall(void (*call)(void *), void *step) {
@@ -236,14 +231,14 @@ void Tq4_http_client_obj::Stay::TakeBack() {
     Answer told = std::move(m_told);
     if (!m_response.header) static_cast<void>(told.room.header.release());
     if (!m_response.data) static_cast<void>(told.room.data.release());
-    Tq4_guard guard(client.m_lock);
+    const Tq4_brief_guard guard(client.m_lock);
     client.Keep(told.room);
 }
 
 void Tq4_http_client_obj::Stay::End() {
     bool is_done;
     {
-        Tq4_guard guard(client.m_lock);
+        const Tq4_brief_guard guard(client.m_lock);
         --client.m_stays;
         if (m_is_frame) --client.m_frames;
         is_done = client.IsDone();
@@ -254,18 +249,20 @@ void Tq4_http_client_obj::Stay::End() {
 // --- The operations ---
 
 void Tq4_http_client_obj::SetHost(const char *host) {
-    Tq4_guard guard(m_lock);
+    const Tq4_kill_gate_shut gate;
+    const Tq4_brief_guard guard(m_lock);
     m_host = host ? host : "";
 }
 
 int Tq4_http_client_obj::Connect(const char *host, int port) {
+    const Stay stay(*this);
     {
-        Tq4_guard guard(m_lock);
+        const Tq4_brief_guard guard(m_lock);
         if (m_serial != 0) return 1;
     }
     auto remote = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
     if (!host || !(*remote)->Init(remote.get(), host, port)) return 0;
-    Tq4_guard guard(m_lock);
+    const Tq4_brief_guard guard(m_lock);
     if (m_serial != 0) return 1;
     m_remote = std::move(remote);
     if (m_host.empty()) m_host = host;
@@ -273,17 +270,20 @@ int Tq4_http_client_obj::Connect(const char *host, int port) {
 }
 
 int Tq4_http_client_obj::IsConnect() {
-    Tq4_guard guard(m_lock);
+    const Tq4_kill_gate_shut gate;
+    const Tq4_brief_guard guard(m_lock);
     return m_is_connected;
 }
 
 void Tq4_http_client_obj::SetReqId(const Tq4_id *id) {
-    Tq4_guard guard(m_lock);
+    const Tq4_kill_gate_shut gate;
+    const Tq4_brief_guard guard(m_lock);
     m_session_id = id ? *id : Tq4_id{};
 }
 
 void Tq4_http_client_obj::SetOnDisConnect(Tq4_http_client_on_disconnect on_disconnect) {
-    Tq4_guard guard(m_lock);
+    const Tq4_kill_gate_shut gate;
+    const Tq4_brief_guard guard(m_lock);
     m_on_disconnect = on_disconnect;
 }
 
@@ -291,7 +291,7 @@ void Tq4_http_client_obj::SetOnDisConnect(Tq4_http_client_on_disconnect on_disco
 void Tq4_http_client_obj::Close() {
     Stay stay(*this);
     {
-        Tq4_guard guard(m_lock);
+        const Tq4_brief_guard guard(m_lock);
         Forget();
         LetGo();
     }
@@ -301,7 +301,7 @@ void Tq4_http_client_obj::Close() {
 
 // The first known socket of a link after the one with this serial.
 bool Tq4_http_client_obj::NextSocket(unsigned long *serial, Tq4_id *socket) {
-    Tq4_guard guard(m_lock);
+    const Tq4_brief_guard guard(m_lock);
     for (const Live_link &link : m_live) {
         if (link.serial <= *serial || link.socket.l == 0) continue;
         *serial = link.serial;
@@ -316,8 +316,9 @@ void Tq4_http_client_obj::Reset() { Close(); }
 // A service that is being stopped closes nothing for us any more: its last callbacks are waited for here.
 bool Tq4_http_client_obj::Retire() {
     Close();
+    const Tq4_kill_gate_shut gate;
     for (;; MP_Sleep(1)) {
-        Tq4_guard guard(m_lock);
+        const Tq4_brief_guard guard(m_lock);
         m_is_deleted = true;
         if (m_frames == 0 || m_frame_thread == MP_THREAD_GetCurrentId()) return IsDone();
     }
@@ -333,7 +334,7 @@ int Tq4_http_client_obj::Request(const char *method, const char *url, Tq4_value_
     if (!Tq4_http_make_request(wanted.text.get(), {method, url, host.c_str(), headers, body})) return 0;
     Link *link;
     {
-        Tq4_guard guard(m_lock);
+        const Tq4_brief_guard guard(m_lock);
         if (m_waits) return 0; // somebody was faster
         m_pending = std::move(wanted);
         m_waits = true;
@@ -349,7 +350,7 @@ int Tq4_http_client_obj::Request(const char *method, const char *url, Tq4_value_
 }
 
 bool Tq4_http_client_obj::MayRequest(std::string *host) {
-    Tq4_guard guard(m_lock);
+    const Tq4_brief_guard guard(m_lock);
     *host = m_host;
     return m_remote && !m_waits;
 }
@@ -370,7 +371,7 @@ int Tq4_http_client_obj::MakeConnection(Stay &stay, Link *link) {
     info.del_userobj = DeleteLink;
     stay.Admit([&] { (*m_sock)->Connect(m_sock, &info, &callbacks); });
     {
-        Tq4_guard guard(m_lock);
+        const Tq4_brief_guard guard(m_lock);
         Live_link *live = Find(serial);
         const bool never_was = live && info.id.l == 0;
         if (live) live->socket = info.id;
@@ -450,14 +451,14 @@ Tq4_http_client_obj::Answer Tq4_http_client_obj::TakeAnswer() {
 
 void Tq4_http_client_obj::OnConnectOk(Tq4_socket, Tq4_socket_info *info, int) {
     const Tq4_id id = info->id;
-    Frame frame(info->user_obj, &id);
+    Frame frame(info->user_obj);
     auto &client = frame.client;
     {
-        Tq4_guard guard(client.m_lock);
-        if (client.m_serial == frame.serial) {
-            client.m_is_connected = true;
-            client.m_tcp = id;
-            client.Find(frame.serial)->stands = true;
+        const Tq4_brief_guard guard(client.m_lock);
+        Live_link *link = client.Find(frame.serial);
+        if (link && client.m_serial == frame.serial) {
+            client.m_is_connected = link->stands = true;
+            client.m_tcp = link->socket = id;
             if (client.m_waits) client.SendPending(); // refused when the service stops: the link's end tells
             return;
         }
@@ -467,7 +468,7 @@ void Tq4_http_client_obj::OnConnectOk(Tq4_socket, Tq4_socket_info *info, int) {
 
 int Tq4_http_client_obj::OnDataOk(Tq4_socket, Tq4_socket_info *info, Tq4_string *data) {
     const Tq4_id id = info->id;
-    Frame frame(info->user_obj, &id);
+    Frame frame(info->user_obj);
     auto &client = frame.client;
     const Tq4_bytes block = Tq4_record_of<Tq4_string_obj>(*data).view();
     const auto *bytes = reinterpret_cast<const char *>(block.data);
@@ -475,7 +476,7 @@ int Tq4_http_client_obj::OnDataOk(Tq4_socket, Tq4_socket_info *info, Tq4_string 
     for (std::size_t at = 0; at < block.size && !is_refused;) {
         Answer answer;
         {
-            Tq4_guard guard(client.m_lock);
+            const Tq4_brief_guard guard(client.m_lock);
             if (client.m_serial != frame.serial) return 0;
             Tq4_http_reply &reply = client.m_reply;
             while (at < block.size && !reply.has_ended()) at += reply.Take(bytes + at, block.size - at);
@@ -495,7 +496,7 @@ int Tq4_http_client_obj::OnConnectFaild(Tq4_socket, Tq4_socket_info *info, int) 
     auto &client = frame.client;
     Answer answer;
     {
-        Tq4_guard guard(client.m_lock);
+        const Tq4_brief_guard guard(client.m_lock);
         if (client.m_serial != frame.serial) return No_reconnection;
         client.LetGo();
         if (!client.m_waits) return No_reconnection;
@@ -512,7 +513,7 @@ int Tq4_http_client_obj::OnDisConnect(Tq4_socket, Tq4_socket_info *info, int) {
     int delay = No_reconnection;
     Tq4_http_client_on_disconnect told = nullptr;
     {
-        Tq4_guard guard(client.m_lock);
+        const Tq4_brief_guard guard(client.m_lock);
         Live_link *link = client.Find(frame.serial);
         if (link && std::exchange(link->stands, false) && !client.m_is_deleted) told = client.m_on_disconnect;
         if (client.m_serial == frame.serial) {
@@ -536,7 +537,7 @@ void Tq4_http_client_obj::DeleteLink(void *given) {
     auto &client = frame.client;
     Answer answer;
     {
-        Tq4_guard guard(client.m_lock);
+        const Tq4_brief_guard guard(client.m_lock);
         client.Drop(frame.serial);
         if (client.m_serial == frame.serial) {
             client.LetGo();

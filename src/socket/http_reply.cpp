@@ -22,33 +22,20 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
-// The same in place, ended by a NUL; there is room for that behind the text.
-const char *trim(char *text, std::size_t n) {
-    const std::string_view kept = trimmed({text, n});
-    text[kept.data() + kept.size() - text] = 0;
-    return kept.data();
+bool starts_ignoring_case(std::string_view text, std::string_view start) {
+    return text.size() >= start.size() && strncasecmp(text.data(), start.data(), start.size()) == 0;
 }
-
-bool starts_ignoring_case(const char *text, std::string_view lower) {
-    return text && strncasecmp(text, lower.data(), lower.size()) == 0;
+bool equals_ignoring_case(std::string_view text, std::string_view other) {
+    return text.size() == other.size() && starts_ignoring_case(text, other);
 }
 
 // A number of digits alone, as large as it may be; 0 for anything else.
-unsigned long plain_number(const char *text) {
-    if (!text) return 0;
-    const std::string_view digits = trimmed(text);
+unsigned long plain_number(std::string_view digits) {
     const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
     if (!std::all_of(digits.begin(), digits.end(), is_digit)) return 0;
     unsigned long number = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
     return error == std::errc::result_out_of_range ? ULONG_MAX : number;
-}
-
-// The text of the value under a name; null when there is none.
-const char *text_of(Tq4_value_table table, const char *name) {
-    Tq4_value value = (*table)->ValueS(table, name);
-    Tq4_string text = value ? (*value)->GetString(value) : nullptr;
-    return text ? (*text)->c_str(text) : nullptr;
 }
 
 // A chunk's size as hexadecimal digits, with or without sign and "0x"; what follows them is ignored. False when there
@@ -72,6 +59,7 @@ void Tq4_http_reply::Expect(bool to_head, Tq4_value_table header, Tq4_string bod
     m_to_head = to_head;
     m_status = 0;
     m_headers = 0;
+    m_is_chunked = false;
     m_owed = m_body_size = 0;
     m_header = header;
     m_body = body;
@@ -135,22 +123,24 @@ std::size_t Tq4_http_reply::HeaderLine(const char *bytes, std::size_t n) {
     return used;
 }
 
+// Both texts end where the line has something else, of which a NUL takes the place. A name that comes again replaces
+// what it said before.
 void Tq4_http_reply::StoreHeader() {
     const std::size_t colon = m_line.find(':');
     if (colon == m_line.npos) return;
-    m_line[colon] = 0;
-    (*m_header)->SetSS(m_header, trim(m_line.data(), colon),
-                       trim(m_line.data() + colon + 1, m_line.size() - colon - 1));
+    const std::string_view line = m_line;
+    const std::string_view name = trimmed(line.substr(0, colon)), value = trimmed(line.substr(colon + 1));
+    m_line[static_cast<std::size_t>(name.data() + name.size() - line.data())] = 0;
+    m_line[static_cast<std::size_t>(value.data() + value.size() - line.data())] = 0;
+    if (equals_ignoring_case(name, "Transfer-Encoding")) m_is_chunked = starts_ignoring_case(value, "chunked");
+    if (equals_ignoring_case(name, "Content-Length")) m_owed = plain_number(value);
+    (*m_header)->SetSS(m_header, name.data(), value.data());
 }
 
 void Tq4_http_reply::EndHeaders() {
     if (m_to_head) return End(State::Complete);
-    if (starts_ignoring_case(text_of(m_header, "Transfer-Encoding"), "chunked")) {
-        m_step = &Tq4_http_reply::ChunkSize;
-        return;
-    }
-    m_owed = plain_number(text_of(m_header, "Content-Length"));
-    m_step = &Tq4_http_reply::Body;
+    m_step = m_is_chunked ? &Tq4_http_reply::ChunkSize : &Tq4_http_reply::Body;
+    if (m_is_chunked) return;
     if (m_owed == 0) End(State::Complete);
     if (m_owed > Largest_body) End(State::Refused);
 }

@@ -55,9 +55,10 @@ private:
     Step m_step = &Tq4_http_reply::StatusLine;
     bool m_in_trailer = false; // lines behind a last chunk are still to come
     bool m_to_head = false;
+    bool m_is_chunked = false;
     int m_status = 0;
     unsigned m_headers = 0;             // lines of the header so far
-    unsigned long m_owed = 0;           // bytes of the body, or of the current chunk, still to come
+    unsigned long m_owed = 0;           // bytes of the body, as its header says, or of the current chunk
     unsigned long m_body_size = 0;      // so far
     std::string m_line;                 // as far as it came, without carriage returns
     std::size_t m_line_bytes = 0;       // of it, with them
