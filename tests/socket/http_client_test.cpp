@@ -4,6 +4,7 @@
 #include <mutex>
 #include <netinet/tcp.h>
 
+#include "sanitizers.hpp"
 #include "support/test.hpp"
 
 using namespace std::literals;
@@ -39,7 +40,12 @@ class Server {
     int m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     std::mutex m_mutex;
     std::vector<int> m_descriptors;
-    std::vector<std::thread> m_threads; // of the connections; of the accepting one first
+    std::vector<std::thread> m_connections;
+    std::thread m_accepting;
+    std::mutex m_answering;
+    std::function<bool(int fd, int connection)> m_answer = [](int fd, int) {
+        return send(fd, "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok");
+    };
 
     static std::string request(int fd) {
         std::string text;
@@ -55,7 +61,8 @@ class Server {
     void serve(int fd, int connection) {
         for (std::string text; !(text = request(fd)).empty();) {
             seen.tell(text);
-            if (!answer(fd, connection)) break;
+            std::lock_guard guard(m_answering);
+            if (!m_answer(fd, connection)) break;
         }
         shutdown(fd, SHUT_RDWR);
     }
@@ -65,16 +72,19 @@ class Server {
             setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
             std::lock_guard guard(m_mutex);
             m_descriptors.push_back(fd);
-            m_threads.emplace_back([this, fd, count] { serve(fd, count); });
+            m_connections.emplace_back([this, fd, count] { serve(fd, count); });
         }
     }
 
 public:
     int port;
-    Told seen;                                           // requests
-    std::function<bool(int fd, int connection)> answer = // what comes after a request; false ends the connection
-        [](int fd, int) { return send(fd, "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok"); };
+    Told seen; // requests
 
+    // What comes after a request, until it is said anew; a false ends the connection. It keeps copies of what it uses.
+    void answers(std::function<bool(int fd, int connection)> answer) {
+        std::lock_guard guard(m_answering);
+        m_answer = std::move(answer);
+    }
     static bool send(int fd, std::string_view text) {
         return ::send(fd, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
     }
@@ -87,13 +97,13 @@ public:
         getsockname(m_listener, reinterpret_cast<sockaddr *>(&address), &size);
         port = ntohs(address.sin_port);
         listen(m_listener, 128);
-        m_threads.emplace_back([this] { accept_all(); });
+        m_accepting = std::thread([this] { accept_all(); });
     }
     ~Server() {
         shutdown(m_listener, SHUT_RDWR);
-        m_threads.front().join();
+        m_accepting.join();
         for (const int fd : m_descriptors) shutdown(fd, SHUT_RDWR);
-        for (std::size_t i = 1; i < m_threads.size(); ++i) m_threads[i].join();
+        for (std::thread &connection : m_connections) connection.join();
         for (const int fd : m_descriptors) close(fd);
         close(m_listener);
     }
@@ -184,8 +194,8 @@ TEST_F(HttpClient, RefusesWhatCannotBeSent) {
         (*c)->SetHost(c, host);
         EXPECT_EQ((*c)->Request(c, method, url, headers.get(), nullptr, on_response), 0) << &header - &cases[0].header;
     }
-    Told go;
-    server.answer = [&](int fd, int) { return go.next(), server.send(fd, reply); };
+    static Told go;
+    server.answers([](int fd, int) { return go.next(), Server::send(fd, reply); });
     (*c)->SetHost(c, "h");
     EXPECT_EQ(get(), 1);
     EXPECT_EQ(get(), 0) << "while one waits";
@@ -200,9 +210,9 @@ TEST_F(HttpClient, RefusesWhatCannotBeSent) {
 }
 
 TEST_F(HttpClient, TellsWhatCameAndLetsItBeTaken) {
-    server.answer = [&](int fd, int) {
-        return server.send(fd, "HTTP/1.1 200 OK\r\nX-Name: 1\r\nx-nAME:  2 \r\nContent-Length: 3\r\n\r\na\0b"sv);
-    };
+    server.answers([](int fd, int) {
+        return Server::send(fd, "HTTP/1.1 200 OK\r\nX-Name: 1\r\nx-nAME:  2 \r\nContent-Length: 3\r\n\r\na\0b"sv);
+    });
     const Tq4_id id{7, 8};
     Tq4_own<Tq4_value_table> header;
     Tq4_own<Tq4_string> data;
@@ -226,11 +236,11 @@ TEST_F(HttpClient, TellsWhatCameAndLetsItBeTaken) {
 }
 
 TEST_F(HttpClient, AChainOfRequestsSharesOneConnection) {
-    server.answer = [](int fd, int connection) {
+    server.answers([](int fd, int connection) {
         for (const char byte : reply)
             if (!Server::send(fd, {&byte, 1})) return false;
         return connection == 0;
-    };
+    });
     int left = 20;
     then = [&](auto, auto) { --left > 0 && get(); };
     Tq4_own<Tq4_http_client> second(static_cast<Tq4_http_client>(Tq4_object_Dup(c))); // of the same service
@@ -247,13 +257,12 @@ TEST_F(HttpClient, AChainOfRequestsSharesOneConnection) {
 }
 
 TEST_F(HttpClient, ADropAnywhereSendsTheRequestAgain) {
-    std::size_t cut = 0;
-    server.answer = [&](int fd, int connection) {
-        Server::send(fd, std::string_view(reply).substr(0, connection % 2 ? std::string::npos : cut));
-        return false;
-    };
-    // Behind the last chunk's line nothing is missed.
-    for (const std::size_t complete = reply.size() - 2; cut < complete; ++cut) {
+    const std::size_t complete = reply.size() - 2; // behind the last chunk's line nothing is missed
+    for (std::size_t cut = 0; cut < complete; ++cut) {
+        server.answers([cut](int fd, int connection) {
+            Server::send(fd, std::string_view(reply).substr(0, connection % 2 ? std::string::npos : cut));
+            return false;
+        });
         EXPECT_EQ(get(), 1);
         for (const char *what : {"down", "203 abcdef", "down"}) EXPECT_EQ(told.next(), what) << cut;
         for (int i = 0; i < 2; ++i) EXPECT_TRUE(server.seen.next().starts_with("GET / "));
@@ -265,17 +274,17 @@ TEST_F(HttpClient, WhatNeverComesWholeIsAnsweredWithWhatCame) {
     const auto all_down = [&](int times) {
         for (int i = 0; i < times; ++i) EXPECT_EQ(told.next(), "down");
     };
-    server.answer = [](int fd, int) {
+    server.answers([](int fd, int) {
         Server::send(fd, "HTTP/1.1 201 OK\r\nContent-Length: 9\r\n\r\nabc");
         return false;
-    };
+    });
     get();
     all_down(16);
     EXPECT_EQ(told.next(), "201 abc");
     EXPECT_EQ((*c)->IsConnect(c), 0);
     // More than a client takes: the connection is given up, and the next request has one of its own.
     const std::string excess = "HTTP/1.1 202 OK\r\nTransfer-Encoding: chunked\r\n\r\n1\r\na\r\nffffffff\r\n";
-    server.answer = [&](int fd, int connection) { return Server::send(fd, connection < 17 ? excess : reply); };
+    server.answers([=](int fd, int connection) { return Server::send(fd, connection < 17 ? excess : reply); });
     int left = 1;
     then = [&](auto, auto) {
         EXPECT_EQ((*c)->IsConnect(c), left == 0);
@@ -315,7 +324,7 @@ TEST_F(HttpClient, EndsByItsOwnersWill) {
             c = owned.get();
             (*c)->SetOnDisConnect(c, [](Tq4_http_client) { now->told.tell("down"); });
             (*c)->Connect(c, "127.0.0.1", server.port);
-            server.answer = [&](int fd, int) { return inside ? server.send(fd, reply) : true; };
+            server.answers([inside](int fd, int) { return !inside || Server::send(fd, reply); });
             then = [&](auto, auto) { inside ? end() : void(); };
             get();
             server.seen.next();
@@ -353,6 +362,7 @@ TEST_F(HttpClient, ServesAnyThread) {
     EXPECT_EQ(told.next(), "200 ok");
 }
 
+#ifndef TQ4_THREAD_SANITIZER // which takes what a killed thread has done for unordered
 TEST_F(HttpClient, AKilledCallbackLeavesTheClientUsable) {
     const auto hang = [](Tq4_http_client, Tq4_http_client_callback *) {
         now->told.tell("hangs");
@@ -366,5 +376,6 @@ TEST_F(HttpClient, AKilledCallbackLeavesTheClientUsable) {
     EXPECT_EQ(get(), 1);
     EXPECT_EQ(told.next(), "200 ok");
 }
+#endif
 
 } // namespace
