@@ -312,6 +312,7 @@ TEST_F(SocketService, ACallbackMayCloseAnySocket) {
     };
     connect(client);
     story.await("client freed");
+    story.await("server freed");
     EXPECT_EQ(story.count("client down 0"), 1);
     client.then = [](auto &, auto) {};
     Owner second{story, "second"};
