@@ -99,6 +99,10 @@ public:
 
 // The least that an event loop does.
 class Bare_server {
+public:
+    int port = 0; // before the listener, which finds it
+
+private:
     int m_listener, m_epoll = epoll_create1(EPOLL_CLOEXEC);
     std::atomic<bool> m_quit = false;
     std::thread m_thread;
@@ -118,11 +122,7 @@ class Bare_server {
         }
         char room[2048];
         const ssize_t n = recv(fd, room, sizeof room, 0);
-        if (n <= 0) {
-            close(fd);
-            return;
-        }
-        if (send(fd, room, static_cast<std::size_t>(n), MSG_NOSIGNAL) != n) std::abort();
+        if (n <= 0 || send(fd, room, static_cast<std::size_t>(n), MSG_NOSIGNAL) != n) close(fd);
     }
     void run() {
         while (!m_quit) {
@@ -133,7 +133,6 @@ class Bare_server {
     }
 
 public:
-    int port = 0;
     Bare_server() : m_listener(listening_socket(&port)) {
         watch(m_listener);
         m_thread = std::thread([this] { run(); });
@@ -407,6 +406,10 @@ public:
         uv_udp_init(&m_loop, &m_socket);
         const sockaddr_in address = loopback(port);
         uv_udp_bind(&m_socket, reinterpret_cast<const sockaddr *>(&address), 0);
+        uv_os_fd_t fd;
+        const int buffer = 4 << 20; // as the service asks for
+        if (uv_fileno(reinterpret_cast<uv_handle_t *>(&m_socket), &fd) == 0)
+            setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer);
         uv_udp_recv_start(
             &m_socket,
             [](uv_handle_t *, std::size_t, uv_buf_t *buffer) {
@@ -471,7 +474,7 @@ BENCHMARK(joined<Uv_receiver>)->Name("joined_datagrams/libuv")->UseRealTime();
 // Answers whatever comes with one small page.
 class Page_server {
 public:
-    int port = 0;
+    int port = 0; // before the listener, which finds it
 
 private:
     int m_listener;

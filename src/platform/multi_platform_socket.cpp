@@ -102,9 +102,9 @@ int MP_SOCK_Opt_Block(int socket, int blocking) {
 }
 
 int MP_SOCK_AnsyConnect(int socket, const sockaddr *address, socklen_t length) {
-    if (connect(socket, address, length) == 0) return 1;
-    // An interrupted connect goes on by itself, exactly as one in progress.
-    return errno == EINPROGRESS || errno == EALREADY || errno == EINTR ? 0 : -1;
+    // An interrupted connect goes on by itself: the next one finds it in progress or done.
+    if (MP_Restarted([=] { return connect(socket, address, length); }) == 0 || errno == EISCONN) return 1;
+    return errno == EINPROGRESS || errno == EALREADY ? 0 : -1;
 }
 
 int MP_SOCK_Open(int family, int type) { return socket(family, type | SOCK_CLOEXEC, 0); }

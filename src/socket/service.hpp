@@ -209,6 +209,7 @@ private:
 
     // socket.cpp: the thread, its start and its end
     class Stay {
+        const Tq4_cancel_held_around m_held;
         Tq4_socket_obj &m_service;
 
     public:
@@ -231,6 +232,7 @@ private:
     void EndThread();
     void Finish();
     void ReleaseAll();
+    Tq4_sock_item *AnyItem(bool connections_only);
 
     // datagram.cpp
     int Deliver(Tq4_sock_item *item, const MP_SOCK_Arrival &arrival);

@@ -113,6 +113,7 @@ Tq4_string_obj &Tq4_socket_obj::Buffer() {
 
 // An operation of another thread, on its way; ok while the service runs, and then it is served.
 class Tq4_socket_obj::Caller {
+    const Tq4_cancel_held_around m_held; // killed meanwhile, the caller ends with the operation
     Tq4_socket_obj &m_service;
 
 public:
@@ -243,22 +244,26 @@ int Tq4_socket_obj::GiveText(const Tq4_id *id, Tq4_hooked<Tq4_string> text) {
                                             text.release(), Tq4_cxx_support->delete_obj));
 }
 
+// A kill does not strike while memory is given out.
+template <class Fill> static Tq4_hooked<Tq4_string> made_text(Fill fill) {
+    const Tq4_cancel_held_around held;
+    auto text = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
+    fill(text.get());
+    return text;
+}
+
 int Tq4_socket_obj::SendString(const Tq4_id *id, Tq4_string *text) {
     return text ? GiveText(id, Tq4_hooked<Tq4_string>(std::exchange(*text, nullptr))) : 0;
 }
 
 int Tq4_socket_obj::SendData(const Tq4_id *id, const void *bytes, unsigned long length) {
     if (!bytes) return 0;
-    auto text = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
-    (*text)->Memcpy(text.get(), bytes, length);
-    return GiveText(id, std::move(text));
+    return GiveText(id, made_text([&](Tq4_string text) { (*text)->Memcpy(text, bytes, length); }));
 }
 
 int Tq4_socket_obj::vPrintf(const Tq4_id *id, const char *format, va_list args) {
     if (!format) return 0;
-    auto text = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
-    (*text)->vSprintf(text.get(), format, args);
-    return GiveText(id, std::move(text));
+    return GiveText(id, made_text([&](Tq4_string text) { (*text)->vSprintf(text, format, args); }));
 }
 
 // --- The thread ---
@@ -449,18 +454,23 @@ void Tq4_socket_obj::Finish() {
 
 // Connections first: their listeners are told.
 void Tq4_socket_obj::ReleaseAll() {
-    for (const bool connections : {true, false}) {
-        std::vector<Tq4_id> ids;
-        const auto collect = [](void *item, void *to) {
-            static_cast<std::vector<Tq4_id> *>(to)->push_back(static_cast<Tq4_sock_item *>(item)->info.id);
-            return 0;
-        };
-        (*m_resource)->each(m_resource.get(), collect, &ids);
-        for (const Tq4_id id : ids) {
-            Tq4_sock_item *item = Find(id);
-            if (item && (item->tcp != nullptr || !connections)) End(item);
-        }
-    }
+    while (Tq4_sock_item *connection = AnyItem(true)) End(connection);
+    while (Tq4_sock_item *item = AnyItem(false)) End(item);
+}
+
+Tq4_sock_item *Tq4_socket_obj::AnyItem(bool connections_only) {
+    struct Search {
+        bool connections_only;
+        Tq4_sock_item *found;
+    } search{connections_only, nullptr};
+    const auto look = [](void *each, void *param) {
+        auto *item = static_cast<Tq4_sock_item *>(each);
+        auto *looking = static_cast<Search *>(param);
+        if (item->tcp || !looking->connections_only) looking->found = item;
+        return int{looking->found != nullptr};
+    };
+    (*m_resource)->each(m_resource.get(), look, &search);
+    return search.found;
 }
 
 // --- The table ---

@@ -1,114 +1,13 @@
 // The socket service between real sockets of this host: every callback and its order, sends and their limits, ends of
 // every kind, and what is left of it all.
-#include <condition_variable>
-#include <mutex>
+#include <netinet/tcp.h>
 #include <netinet/udp.h>
 #include <numeric>
 
-#include "support/test.hpp"
+#include "socket/service_story.hpp"
+#include "support/fault_sweep.hpp"
 
 namespace {
-
-using namespace std::chrono_literals;
-
-// What happened, told by any thread and awaited by the test.
-class Story {
-    std::mutex m_mutex;
-    std::condition_variable m_more;
-    Texts m_told;
-
-public:
-    void tell(std::string what) {
-        std::lock_guard guard(m_mutex);
-        m_told.push_back(std::move(what));
-        m_more.notify_all();
-    }
-    // The first so many tellings of it have come.
-    bool await(const std::string &what, long times = 1) {
-        std::unique_lock guard(m_mutex);
-        const auto came = [&] { return std::count(m_told.begin(), m_told.end(), what) >= times; };
-        const bool ok = m_more.wait_for(guard, 30s, came);
-        if (!ok) ADD_FAILURE() << what << " did not come, but:" << testing::PrintToString(m_told);
-        return ok;
-    }
-    long count(const std::string &what) {
-        std::lock_guard guard(m_mutex);
-        return std::count(m_told.begin(), m_told.end(), what);
-    }
-    Texts take() {
-        std::lock_guard guard(m_mutex);
-        return std::exchange(m_told, {});
-    }
-};
-
-// The owner of a socket: tells what happens to it, and does what a test wants done there.
-struct Owner {
-    Story &story;
-    std::string name;
-    std::function<void(const std::string &event, Tq4_socket_info *)> then = [](auto &, auto) {};
-    std::function<int(Tq4_string *)> on_data = nullptr; // instead of telling the text
-    int after_failure = -1, after_end = -1;
-    Owner *child = nullptr; // of the connections a listener accepts; null refuses them
-    Tq4_id last = {};       // the socket of the last event
-
-    void tell(const std::string &event, Tq4_socket_info *info) {
-        last = info->id;
-        story.tell(name + " " + event);
-        then(event, info);
-    }
-};
-
-Owner &owner(Tq4_socket_info *info) { return *static_cast<Owner *>(info->user_obj); }
-void freed(void *who) { static_cast<Owner *>(who)->story.tell(static_cast<Owner *>(who)->name + " freed"); }
-
-const Tq4_socket_callback callbacks = {
-    .OnDataOk =
-        [](Tq4_socket, Tq4_socket_info *info, Tq4_string *data) {
-            if (owner(info).on_data) return owner(info).on_data(data);
-            owner(info).tell("got " + text_of(*data), info);
-            return 0;
-        },
-    .OnConnectOk = [](Tq4_socket, Tq4_socket_info *info,
-                      int master) { owner(info).tell("up " + std::to_string(master), info); },
-    .OnConnectFaild =
-        [](Tq4_socket, Tq4_socket_info *info, int error) {
-            const int result = owner(info).after_failure;
-            owner(info).tell(error == ECONNREFUSED ? "refused" : "failed " + std::to_string(error), info);
-            return result;
-        },
-    .OnDisConnect =
-        [](Tq4_socket, Tq4_socket_info *info, int master) {
-            const int result = owner(info).after_end;
-            owner(info).tell("down " + std::to_string(master), info);
-            return result;
-        },
-    .OnSendQueueEmpty = [](Tq4_socket, Tq4_socket_info *info) { owner(info).tell("empty", info); },
-    .OnSendQueueFull = [](Tq4_socket, Tq4_socket_info *info,
-                          int full) { owner(info).tell("full " + std::to_string(full), info); },
-};
-
-const Tq4_listen_callback listening = {
-    .OnListenResult = [](Tq4_socket, Tq4_socket_info *info,
-                         int ok) { owner(info).tell("listens " + std::to_string(ok), info); },
-    .OnAccept = [](Tq4_socket, Tq4_socket_info *info, Tq4_socket_info *child) -> const Tq4_socket_callback * {
-        owner(info).tell("asked", info);
-        if (!owner(info).child) return nullptr;
-        child->user_obj = owner(info).child;
-        child->del_userobj = freed;
-        return &callbacks;
-    },
-    .OnChildClose =
-        [](Tq4_socket, Tq4_socket_info *info, Tq4_socket_info *child) {
-            owner(info).tell("lost " + owner(child).name, info);
-            return 0;
-        },
-};
-
-int descriptors() {
-    int count = 0;
-    for ([[maybe_unused]] const auto &each : fs::directory_iterator("/proc/self/fd")) ++count;
-    return count;
-}
 
 struct SocketService : testing::Test {
     Story story;
@@ -130,19 +29,11 @@ struct SocketService : testing::Test {
         Tq4_debug_api->SetPrint(nullptr);
     }
 
-    static Tq4_socket_info info_of(Owner &who, Tq4_sockaddr local, Tq4_sockaddr remote) {
-        Tq4_socket_info info{};
-        info.local = local;
-        info.remote = remote;
-        info.user_obj = &who;
-        info.del_userobj = freed;
-        return info;
-    }
     // Opens a listener; from then on `address` is where it listens.
     Tq4_socket_info listen() {
         Tq4_socket_info info = info_of(listener, address, nullptr);
         EXPECT_EQ((*s)->Listen(s, &info, &listening), 0);
-        EXPECT_TRUE(story.await("listener listens 1"));
+        story.await("listener listens 1");
         Tq4_sock_api->GetLocalAddr(info.fd, address);
         return info;
     }
@@ -163,7 +54,7 @@ struct SocketService : testing::Test {
 };
 
 TEST_F(SocketService, AConnectionTellsItsWholeLife) {
-    const auto before = descriptors();
+    const auto before = open_descriptors();
     const Tq4_socket_info at = listen();
     const Tq4_socket_info info = connect(client);
     EXPECT_NE(info.id.l, 0u);
@@ -186,7 +77,7 @@ TEST_F(SocketService, AConnectionTellsItsWholeLife) {
     EXPECT_EQ(send(info.id, "late"), 1) << "handed over, for nobody";
     (*s)->Close(s, &at.id);
     EXPECT_EQ(story.take(), Texts{"listener freed"});
-    EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST_F(SocketService, ARefusedConnectionIsClosedWithoutAWord) {
@@ -362,35 +253,41 @@ TEST_F(SocketService, StoppedItAnswersNothingAndHoldsNobody) {
     EXPECT_EQ(text, nullptr);
 }
 
-TEST_F(SocketService, EveryCallbackMayStopItAndItStartsAgain) {
-    for (const char *event :
-         {"up 1", "up 0", "got ping", "empty", "down 1", "down 0", "listens 1", "asked", "lost server"}) {
-        story.take();
-        (*address)->Init(address, "127.0.0.1", 0);
-        const auto stop = [&, event](const std::string &told, Tq4_socket_info *) {
-            if (told != event) return;
-            Tq4_socket_info inside = info_of(client, nullptr, address);
+// What a callback did to the service or its own socket has been done to everything once, whichever callback it was.
+TEST_F(SocketService, EveryCallbackMayStopItOrCloseItsSocket) {
+    const Texts events{"up 1", "up 0", "got ping", "empty", "down 1", "down 0", "listens 1", "asked", "lost server"};
+    for (const bool stops : {true, false})
+        for (const std::string &event : events) {
+            SCOPED_TRACE(event);
+            story.take();
+            (*address)->Init(address, "127.0.0.1", 0);
+            client.then = server.then = listener.then = [&](const std::string &told, Tq4_socket_info *own) {
+                if (told != event || story.count("did it") > 0) return;
+                story.tell("did it");
+                stops ? (*s)->Stop(s) : (*s)->Close(s, &own->id);
+                Tq4_socket_info inside = info_of(client, nullptr, address);
+                (*s)->Connect(s, &inside, &callbacks);
+                EXPECT_EQ(inside.id.l != 0, !stops);
+                (*s)->Close(s, &inside.id);
+            };
+            Tq4_socket_info at = info_of(listener, address, nullptr);
+            (*s)->Listen(s, &at, &listening);
+            if (at.fd >= 0) Tq4_sock_api->GetLocalAddr(at.fd, address);
+            const Tq4_socket_info info = connect(client);
+            if (event.starts_with("down") || event == "lost server") {
+                story.await("server up 0");
+                (*s)->Close(s, event == "down 1" ? &server.last : &info.id);
+            } else {
+                send(info.id, "ping");
+            }
+            story.await("did it");
             (*s)->Stop(s);
-            (*s)->Connect(s, &inside, &callbacks);
-            story.tell("stopped");
-        };
-        client.then = server.then = listener.then = stop;
-        Tq4_socket_info at = info_of(listener, address, nullptr);
-        (*s)->Listen(s, &at, &listening);
-        if (at.fd >= 0) Tq4_sock_api->GetLocalAddr(at.fd, address);
-        const Tq4_socket_info info = connect(client);
-        const std::string awaited = event;
-        if (awaited.starts_with("down") || awaited.starts_with("lost")) story.await("server up 0");
-        if (awaited == "down 1")
-            (*s)->Close(s, &server.last);
-        else if (awaited.starts_with("down") || awaited.starts_with("lost"))
-            (*s)->Close(s, &info.id);
-        else
-            send(info.id, "ping");
-        story.await("stopped");
-        EXPECT_NE((*s)->Start(s), nullptr) << event;
-        EXPECT_EQ(story.count("listener freed"), 1) << event;
-    }
+            EXPECT_EQ(story.count("listener freed"), 1);
+            EXPECT_EQ(story.count("server freed"), story.count("listener asked"));
+            const bool closed_early = !stops && event == "asked"; // and is not told of ends any more
+            EXPECT_EQ(story.count("listener lost server"), closed_early ? 0 : story.count("server up 0"));
+            EXPECT_NE((*s)->Start(s), nullptr);
+        }
 }
 
 TEST_F(SocketService, ACallbackMayDeleteIt) {
@@ -415,6 +312,7 @@ TEST_F(SocketService, ACallbackMayCloseAnySocket) {
     };
     connect(client);
     story.await("client freed");
+    story.await("server freed");
     EXPECT_EQ(story.count("client down 0"), 1);
     client.then = [](auto &, auto) {};
     Owner second{story, "second"};
@@ -431,7 +329,7 @@ TEST_F(SocketService, ACallbackMayCloseAnySocket) {
 
 TEST_F(SocketService, HundredsComeAndGoWithoutATrace) {
     listen();
-    const auto before = descriptors();
+    const auto before = open_descriptors();
     server.on_data = [&](Tq4_string *data) { return send(server.last, text_of(*data)), 0; };
     for (int round = 0; round < 3; ++round) {
         std::vector<Tq4_socket_info> infos;
@@ -444,7 +342,7 @@ TEST_F(SocketService, HundredsComeAndGoWithoutATrace) {
         EXPECT_EQ(story.count("client freed"), 300);
         story.take();
     }
-    EXPECT_LE(descriptors(), before);
+    EXPECT_LE(open_descriptors(), before);
 }
 
 TEST_F(SocketService, AListenerWithoutDescriptorsWaitsForOne) {
@@ -468,6 +366,76 @@ TEST_F(SocketService, AListenerWithoutDescriptorsWaitsForOne) {
     story.await("server up 0");
     Tq4_sock_api->Close(own);
     story.await("server freed");
+}
+
+TEST_F(SocketService, DescriptorsAreAsTheirKindNeeds) {
+    const Tq4_socket_info at = listen(), connection = connect(client);
+    story.await("server up 0");
+    Tq4_socket_info datagrams = info_of(client, nullptr, nullptr);
+    (*s)->Open(s, &datagrams, &callbacks);
+    const int accepted = datagrams.fd - 1; // which was made just before
+    for (const int fd : {at.fd, connection.fd, accepted, datagrams.fd}) {
+        EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
+        EXPECT_EQ((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0, fd != datagrams.fd);
+    }
+    const auto option = [&](int level, int name, int fd) {
+        int value = 0;
+        socklen_t size = sizeof value;
+        getsockopt(fd, level, name, &value, &size);
+        return value;
+    };
+    EXPECT_TRUE(option(IPPROTO_TCP, TCP_NODELAY, connection.fd) && option(IPPROTO_TCP, TCP_NODELAY, accepted));
+    EXPECT_LT(option(SOL_SOCKET, SO_SNDBUF, datagrams.fd), 8192);
+    EXPECT_GT(option(SOL_SOCKET, SO_RCVBUF, datagrams.fd), option(SOL_SOCKET, SO_RCVBUF, accepted));
+}
+
+TEST_F(SocketService, ABusyServiceIsNotWokenAndALostWakeUpStrandsNothing) {
+    const Tq4_socket_info info = connected();
+    std::atomic<bool> go_on = false;
+    server.then = [&](const std::string &event, Tq4_socket_info *) {
+        while (event == "got busy" && !go_on) std::this_thread::yield();
+    };
+    send(info.id, "busy");
+    story.await("server got busy");
+    {
+        const Armed_fault wake_up({"sendto", ENOBUFS, Fault_manner::from_then_on}, 1);
+        for (int i = 0; i < 1000; ++i) send(info.id, "");
+        EXPECT_FALSE(wake_up.happened());
+        go_on = true;
+        story.await("client empty", 2);
+        std::this_thread::sleep_for(20ms); // it falls asleep
+        send(info.id, "late");
+        EXPECT_TRUE(wake_up.happened());
+        story.await("server got late");
+    }
+}
+
+// Calls nothing, so that only a kill ends it; called through a pointer, so that the kill unwinds through its caller.
+void be_deaf() {
+    for (;;) asm volatile("" ::: "memory");
+}
+void (*volatile deaf)() = be_deaf;
+
+// Whoever waits for the callback is let go, and the service goes on after its next start.
+TEST_F(SocketService, ACallbackThatNeverReturnsIsKilledByStop) {
+    static std::atomic<bool> inside;
+    inside = false;
+    Tq4_socket_callback never = callbacks;
+    never.OnDisConnect = [](Tq4_socket, Tq4_socket_info *, int) { return inside = true, deaf(), 0; };
+    listen();
+    Tq4_socket_info info = info_of(client, nullptr, address);
+    (*s)->Connect(s, &info, &never);
+    story.await("client up 1");
+    Parallel closer([&] { (*s)->Close(s, &info.id); });
+    while (!inside) std::this_thread::yield();
+    (*s)->Stop(s);
+    EXPECT_EQ(story.count("client freed"), 1);
+    EXPECT_EQ(story.count("listener freed"), 1);
+    EXPECT_NE((*s)->Start(s), nullptr);
+    (*address)->Init(address, "127.0.0.1", 0);
+    story.take();
+    send(connected().id, "on");
+    story.await("server got on");
 }
 
 TEST_F(SocketService, APeerThatResetsInTheMiddleOfWritesEndsTheConnection) {

@@ -21,8 +21,10 @@ public:
     }
     bool happened() const { return m_happened; }
     bool is(const char *call) const { return std::strcmp(m_fault.call, call) == 0; }
-    // Whether the system refused nothing: a signal came in between, or it took the bytes in two parts.
-    bool is_harmless() const { return !m_happened || m_fault.error == EINTR || m_fault.manner == Fault_manner::cut; }
+    // Whether the system may refuse something, and whether it has refused nothing: a signal came in between, or it took
+    // the bytes in two parts.
+    bool may_refuse() const { return m_fault.error != EINTR && m_fault.manner != Fault_manner::cut; }
+    bool is_harmless() const { return !m_happened || !may_refuse(); }
     // Whether the system took half of some bytes and nothing more for good.
     bool leaves_half() const { return m_happened && m_fault.manner == Fault_manner::cut_then_fail; }
     std::string name() const { return name_of(m_fault) + ", call " + std::to_string(m_nth); }

@@ -47,7 +47,8 @@ int Tq4_timer_obj::Stop() {
     (*thread)->NotifyQuit(thread);
     m_wheel.Interrupt();
     (*m_handler)->Stop(m_handler.get());
-    m_thread_tick.reset();
+    Tq4_thread_oitf->Delete(thread); // which may only now look for itself
+    static_cast<void>(m_thread_tick.release());
     m_inside = 0;
     m_wheel.ReleaseAll(from);
     m_state = State::stopped;
