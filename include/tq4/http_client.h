@@ -5,18 +5,19 @@
  * callback begins, so that one may be sent from there, and from any other thread.
  *
  * A reply ends with its Content-Length, with its last chunk, or with its header when it has neither, or a length that
- * is no positive number, and in answer to HEAD. A connection that cannot be made, and a server that sends more than a
- * client should take (a line of more than 64 KiB, more than 1,000 header lines, a chunk of more than 2147483647 bytes,
- * a body of more than 1 GiB), end the request with what was parsed: the callback gets the status so far, 0 for none. A
- * connection that drops while a request waits is made again at once and the request is sent again, as a whole; the 16th
- * drop in a row ends it the same way.
+ * is no positive number, and in answer to HEAD. What a server sends while no request waits is dropped. A connection that
+ * drops while a request waits is made again at once and the request is sent again, as a whole. The request ends with
+ * what was parsed, its status 0 when none was, when a connection cannot be made, at the 16th drop in a row, when the
+ * service stops, and when a server sends more than a client should take: a line of more than 64 KiB, more than 1,000
+ * header lines, a chunk of more than 2147483647 bytes, a body of more than 1 GiB. A body may then be shorter than its
+ * Content-Length.
  *
  * Create takes the handle of the socket service (Tq4_socket), which is borrowed and outlives the client; without one
  * nothing can be sent. Reset and Delete close first. No callback runs after Delete, unless it was called inside one.
  * Copy does nothing, Equal is identity, Dup gives a fresh client of the same service.
  *
  * Null handles give 0. Threads: every operation from any thread; callbacks run on the thread of the socket service,
- * with no lock held. Delete once.
+ * with no lock held. Delete once, from any thread, in callbacks too; elsewhere it waits for a callback that runs.
  */
 #ifndef TQ4_HTTP_CLIENT_H
 #define TQ4_HTTP_CLIENT_H
@@ -43,7 +44,7 @@ typedef void (*Tq4_http_client_responed)(Tq4_http_client client, Tq4_http_client
 typedef void (*Tq4_http_client_on_disconnect)(Tq4_http_client client);
 
 struct Tq4_http_client_ {
-    /* Sets the value of the request's host line; null empties it. */
+    /* Sets the value of the host line of requests to come; null empties it. */
     void (*SetHost)(Tq4_http_client client, const char *host);
     /* Remembers the server, whose name is resolved here, on the calling thread, which may block. The host text becomes
      * the host line when none is set. The connection is made by the first request. Nothing happens while connected. 1;
@@ -59,12 +60,13 @@ struct Tq4_http_client_ {
     /* Sends a request; everything is copied. headers, or null: names by text, values that are texts or numbers, the
      * latter in decimal; they come before the lines of the client's own, "Connecting: keep-alive" and the length of the
      * body. body: null or empty for none. on_response may be null. 1: the callback will be called, unless Close or
-     * Delete comes first. 0, and nothing happens: without a server, while a request waits, when method, url or a header
-     * holds CR, LF or NUL, when a header is neither text nor number, without method or url, and when the socket service
-     * does not run. */
+     * Delete comes first; it may have been called already. 0, and nothing happens: without a server, while a request
+     * waits, when method, url, host line or a header holds CR, LF or NUL, when a header is neither text nor number,
+     * without method or url, and when the socket service does not run. */
     int (*Request)(Tq4_http_client client, const char *method, const char *url, Tq4_value_table headers,
                    Tq4_string body, Tq4_http_client_responed on_response);
-    /* Sets the function that is called after the connection has dropped or was closed; null: none. */
+    /* Sets the function that is called each time that the connection has dropped or was closed, before the callback of
+     * a request that ends with it; null: none. */
     void (*SetOnDisConnect)(Tq4_http_client client, Tq4_http_client_on_disconnect on_disconnect);
 };
 
