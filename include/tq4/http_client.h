@@ -5,12 +5,12 @@
  * callback begins, so that one may be sent from there, and from any other thread.
  *
  * A reply ends with its Content-Length, with its last chunk, or with its header when it has neither, or a length that
- * is no positive number, and in answer to HEAD. What a server sends while no request waits is dropped. A connection that
- * drops while a request waits is made again at once and the request is sent again, as a whole. The request ends with
- * what was parsed, its status 0 when none was, when a connection cannot be made, at the 16th drop in a row, when the
- * service stops, and when a server sends more than a client should take: a line of more than 64 KiB, more than 1,000
- * header lines, a chunk of more than 2147483647 bytes, a body of more than 1 GiB. A body may then be shorter than its
- * Content-Length.
+ * is no positive number, and in answer to HEAD. What a server sends while no request waits is dropped. A connection
+ * that drops while a request waits is made again at once and the request is sent again, as a whole. The request ends
+ * with what was parsed, its status 0 when none was, when a connection cannot be made, at the 16th drop in a row, when
+ * the service stops, and when a server sends more than a client should take: a line of more than 64 KiB, more than
+ * 1,000 header lines, a chunk of more than 2147483647 bytes, a body of more than 1 GiB. A body may then be shorter than
+ * its Content-Length.
  *
  * Create takes the handle of the socket service (Tq4_socket), which is borrowed and outlives the client; without one
  * nothing can be sent. Reset and Delete close first. No callback runs after Delete, unless it was called inside one.

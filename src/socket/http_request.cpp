@@ -74,8 +74,8 @@ bool append_headers(Tq4_string_obj &out, Tq4_value_table headers) {
     const auto append_line = [](Tq4_key key, Tq4_value value, void *to) -> int {
         auto &[text, fit] = *static_cast<Lines *>(to);
         const char *name = (*key)->GetS(key);
-        fit = name && *name && fits_line(name);
-        if (!fit) return 1;
+        fit = false;
+        if (!name || !*name || !fits_line(name)) return 1;
         append(text, name);
         append(text, ": ");
         fit = append_value(text, value);
