@@ -158,30 +158,18 @@ TEST_F(HttpClient, SendsRequestsToTheByte) {
 }
 
 TEST_F(HttpClient, RefusesWhatCannotBeSent) {
-    const auto text = [](const char *name, const char *bytes, int n) {
-        return [=](Tq4_value_table t) {
-            Tq4_value value = (*t)->InsertS(t, name);
-            (*value)->SetString(value, bytes, n);
-        };
-    };
     const struct {
-        const char *method, *url, *host;
-        std::function<void(Tq4_value_table)> add_header;
+        const char *method, *url, *host, *name;
+        std::string value;
     } cases[] = {
-        {nullptr, "/", "h", text("A", "", 0)},
-        {"GET", nullptr, "h", text("A", "", 0)},
-        {"GE\rT", "/", "h", text("A", "", 0)},
-        {"GET", "/\nX: y", "h", text("A", "", 0)},
-        {"GET", "/", "h\r\nX: y", text("A", "", 0)},
-        {"GET", "/", "h", text("A\n", "", 0)},
-        {"GET", "/", "h", text("A", "b\rc", 3)},
-        {"GET", "/", "h", text("A", "b\0c", 3)},
-        {"GET", "/", "h", [](auto t) { (*t)->SetIS(t, 5, "text"); }},
-        {"GET", "/", "h", [](auto t) { (*t)->InsertTableS(t, "A"); }},
+        {nullptr, "/", "h", "A", ""},     {"GET", nullptr, "h", "A", ""},     {"GE\rT", "/", "h", "A", ""},
+        {"GET", "/\nX: y", "h", "A", ""}, {"GET", "/", "h\r\nX: y", "A", ""}, {"GET", "/", "h", "A\n", ""},
+        {"GET", "/", "h", "A", "b\rc"},   {"GET", "/", "h", "A", "b\0c"s},    {"GET", "/", "h", "", "no name"},
     };
-    for (const auto &[method, url, host, add_header] : cases) {
+    for (const auto &[method, url, host, name, value] : cases) {
         auto headers = Tq4_make_hooked<Tq4_value_table>(Tq4_cxx_support->new_table);
-        add_header(headers.get());
+        Tq4_value header = (*headers)->InsertS(headers.get(), name);
+        (*header)->SetString(header, value.data(), static_cast<int>(value.size()));
         (*c)->SetHost(c, host);
         EXPECT_EQ(request(c, method, url, headers.get()), 0) << (method ? method : "") << (url ? url : "") << host;
     }
