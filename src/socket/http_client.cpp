@@ -203,6 +203,7 @@ public:
 
     explicit Frame(void *user_obj)
         : Stay(*static_cast<Link *>(user_obj)->client, true), serial(static_cast<Link *>(user_obj)->serial) {}
+    void AnswerPending();
 };
 
 [[gnu::noinline]] void Tq4_http_client_obj::Stay::AdmitCall(void (*call)(void *), void *step) {
@@ -233,6 +234,19 @@ void Tq4_http_client_obj::Stay::TakeBack() {
     if (!m_response.data) static_cast<void>(told.room.data.release());
     const Tq4_brief_guard guard(client.m_lock);
     client.Keep(told.room);
+}
+
+// The link is of no use any more: a request that waits for it ends with what came.
+void Tq4_http_client_obj::Frame::AnswerPending() {
+    Answer answer;
+    {
+        const Tq4_brief_guard guard(client.m_lock);
+        if (client.m_serial != serial) return;
+        client.LetGo();
+        if (!client.m_waits) return;
+        answer = client.TakeAnswer();
+    }
+    Tell(std::move(answer));
 }
 
 void Tq4_http_client_obj::Stay::End() {
@@ -492,24 +506,14 @@ int Tq4_http_client_obj::OnDataOk(Tq4_socket, Tq4_socket_info *info, Tq4_string 
 }
 
 int Tq4_http_client_obj::OnConnectFaild(Tq4_socket, Tq4_socket_info *info, int) {
-    Frame frame(info->user_obj);
-    auto &client = frame.client;
-    Answer answer;
-    {
-        const Tq4_brief_guard guard(client.m_lock);
-        if (client.m_serial != frame.serial) return No_reconnection;
-        client.LetGo();
-        if (!client.m_waits) return No_reconnection;
-        answer = client.TakeAnswer();
-    }
-    frame.Tell(std::move(answer));
+    Frame(info->user_obj).AnswerPending();
     return No_reconnection;
 }
 
+// A request stays until the user's function has returned, which may close the client, or be killed.
 int Tq4_http_client_obj::OnDisConnect(Tq4_socket, Tq4_socket_info *info, int) {
     Frame frame(info->user_obj);
     auto &client = frame.client;
-    Answer answer;
     int delay = No_reconnection;
     Tq4_http_client_on_disconnect told = nullptr;
     {
@@ -519,33 +523,26 @@ int Tq4_http_client_obj::OnDisConnect(Tq4_socket, Tq4_socket_info *info, int) {
         if (client.m_serial == frame.serial) {
             client.m_is_connected = false;
             client.m_reply.Disconnect();
-            if (client.m_waits && ++client.m_drops < Most_drops)
-                delay = Reconnect_now;
-            else
+            if (!client.m_waits)
                 client.LetGo();
-            if (client.m_waits && delay < 0) answer = client.TakeAnswer();
+            else if (++client.m_drops < Most_drops)
+                delay = Reconnect_now;
         }
     }
     frame.TellDisConnect(told);
-    if (answer.room.header) frame.Tell(std::move(answer));
+    if (delay < 0) frame.AnswerPending();
     return delay;
 }
 
 // The connection is gone for good. When the service has ended it, which asks nobody, its request still waits.
 void Tq4_http_client_obj::DeleteLink(void *given) {
     Frame frame(given);
-    auto &client = frame.client;
-    Answer answer;
     {
-        const Tq4_brief_guard guard(client.m_lock);
-        client.Drop(frame.serial);
-        if (client.m_serial == frame.serial) {
-            client.LetGo();
-            if (client.m_waits) answer = client.TakeAnswer();
-        }
+        const Tq4_brief_guard guard(frame.client.m_lock);
+        frame.client.Drop(frame.serial);
     }
     delete static_cast<Link *>(given);
-    if (answer.room.header) frame.Tell(std::move(answer));
+    frame.AnswerPending();
 }
 
 // --- The table ---
