@@ -47,7 +47,7 @@ TEST_F(Event, LetsAllWaitersPassOrOneForEachSet) {
         const auto waits = [&](unsigned long ms) { return [&, ms] { passed += wait(ms); }; };
         Parallel a(waits(TQ4_ALL_ONES)), b(waits(TQ4_ALL_ONES - 1)), c(waits(1ul << 53));
         for (int look = 0; look < 2; ++look) {
-            for (auto *waiter : {&a, &b, &c}) waiter->await_sleep();
+            for (auto *waiter : {&a, &b, &c}) waiter->await_timed_sleep();
             wake_without_setting();
         }
         EXPECT_EQ(passed, 0);

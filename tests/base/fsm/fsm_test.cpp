@@ -35,8 +35,14 @@ TEST(Fsm, ObjectsAndNullsBehaveAsInEveryModule) {
     Tq4_own<Tq4_fsm_state> copy(static_cast<Tq4_fsm_state>(Tq4_fsm_state_oitf->Dup(a)));
     EXPECT_EQ(name_of(copy.get()), "()");
     EXPECT_TRUE(Tq4_fsm_state_oitf->Equal(a, a) && !Tq4_fsm_state_oitf->Equal(a, copy.get()));
+    (*fsm)->SetCPPHandler(fsm, [](auto...) { ADD_FAILURE() << "a reset removes the wrapper"; });
     Tq4_fsm_oitf->Reset(fsm);
     EXPECT_TRUE((*fsm)->GetStateCount(fsm) == 1 && !(*fsm)->GetState(fsm, "a"));
+    static bool handled;
+    (*fsm)->SetIntMsgHandle(
+        fsm, 1, 0, [](auto...) { handled = true; }, "");
+    (*fsm)->HandleIntMsg(fsm, item.get(), 1, 0, nullptr);
+    EXPECT_TRUE(handled);
 }
 
 TEST(Fsm, StatesAreMadeAndDeletedByTheHooksOfTheHost) {
@@ -69,8 +75,7 @@ struct Killed {
     Tq4_own<Tq4_fsm> machine = Tq4_make<Tq4_fsm>(Tq4_fsm_oitf);
     Tq4_own<Tq4_fsm_item> inner = Tq4_make<Tq4_fsm_item>(Tq4_fsm_item_oitf);
     Tq4_own<Tq4_fsm_item> outer = Tq4_make<Tq4_fsm_item>(Tq4_fsm_item_oitf);
-    int caught = 0;
-    int handled = 0;
+    int caught = 0, handled = 0;
 
     Killed() {
         on("drive the inner one", [](auto, auto *event, auto...) { of(event).give(of(event).inner, "catch"); });
@@ -87,17 +92,9 @@ struct Killed {
     void give(const Tq4_own<Tq4_fsm_item> &to, const char *message) {
         (*machine)->HandleStrMsg(machine.get(), to.get(), message, 0, this);
     }
-    void run_and_kill() {
-        const auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "victim");
-        const auto work = +[](void *killed) {
-            auto *k = static_cast<Killed *>(killed);
-            k->give(k->outer, "drive the inner one");
-            return 0ul;
-        };
-        (*thread)->Init(thread.get(), work, this);
-        (*thread)->Resume(thread.get());
-        while (!__atomic_load_n(&caught, __ATOMIC_ACQUIRE)) std::this_thread::yield();
-        (*thread)->Kill(thread.get(), 1);
+    static unsigned long work(void *killed) {
+        auto *self = static_cast<Killed *>(killed);
+        return self->give(self->outer, "drive the inner one"), 0;
     }
 };
 
@@ -106,14 +103,17 @@ TEST(FsmDeathTest, AKillTakesItsThreadInTheHandlerAndTheItemWaitsForReset) {
     const auto live_and_exit = [] {
         alarm(120);
         auto k = std::make_unique<Killed>();
-        k->run_and_kill();
+        auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "victim");
+        (*thread)->Init(thread.get(), Killed::work, k.get());
+        (*thread)->Resume(thread.get());
+        while (!__atomic_load_n(&k->caught, __ATOMIC_ACQUIRE)) std::this_thread::yield();
+        (*thread)->Kill(thread.get(), 1);
+        thread.reset();
         k->give(k->inner, "count"); // its event was never over: this one waits, in vain
         EXPECT_EQ(k->handled, 0);
         Tq4_fsm_item_oitf->Reset(k->inner.get());
-        k->give(k->inner, "count");
-        EXPECT_EQ(k->handled, 1);
         k->outer = Tq4_make<Tq4_fsm_item>(Tq4_fsm_item_oitf);
-        k->give(k->outer, "count");
+        for (const auto *item : {&k->inner, &k->outer}) k->give(*item, "count");
         EXPECT_EQ(k->handled, 2);
         Tq4_fsm_oitf->Reset(k->machine.get());
         k.reset();
