@@ -3,7 +3,6 @@
 // from outside and from handlers: events, rules, handlers, looks at the whole machine, items and states that are reset,
 // items that are deleted, and the log that comes and goes. Handlers are numbers to a wrapper, which keeps them in the
 // machine as a host would keep member functions.
-#include <array>
 #include <optional>
 #include <set>
 
@@ -29,16 +28,7 @@ struct Event {
 };
 
 struct Op {
-    enum Kind : char {
-        give = 'g',
-        set_rule = 'r',
-        set_handlers = 'h',
-        inspect = 'i',
-        reset_item = 'z',
-        delete_item = 'd',
-        reset_state = 's',
-        set_log = 'l'
-    } kind;
+    enum Kind { give, set_rule, set_handlers, inspect, set_log, reset_state, reset_item, delete_item } kind;
     int item;
     Name state; // "" is the machine, with its rules for all states
     Event event;
@@ -47,27 +37,29 @@ struct Op {
     Name next;
     bool logs;
 };
-constexpr std::string_view from_outside = "ggggggrrrhil", from_handlers = "ggggggrrldzs";
+using Weights = std::initializer_list<double>; // of the kinds
+constexpr Weights from_outside = {6, 3, 1, 1, 1}, from_handlers = {6, 2, 0, 0, 1, 1, 1, 1};
 
 class Drawn {
 public:
     explicit Drawn(unsigned seed) : m_random(seed) {}
     unsigned long below(unsigned long n) { return m_random() % n; }
     template <class List> auto one_of(const List &list) { return list[below(std::size(list))]; }
-    Op op(std::string_view kinds) {
+    Op op(Weights kinds) {
         const Name names[] = {{}, "甲", "b", "%s%n", std::string(40, 'c'), "", "never added"};
         const Name texts[] = {{}, {}, "x", "%n%s"};
         const unsigned long numbers[] = {0, 1, 0x123400000001};
         const long values[] = {-2, -1, 0, 0, 1, 1, 2, LONG_MIN, LONG_MAX};
-        Op op{.kind = static_cast<Op::Kind>(one_of(kinds)),
-              .item = static_cast<int>(below(items)),
-              .state = names[below(6)],
-              .event = {one_of(texts)},
-              .rule =
-                  one_of(std::array{Op::exact, Op::exact, Op::range, Op::range, Op::any, Op::unexpected, Op::force}),
-              .low = 1,
-              .next = one_of(names),
-              .logs = below(3) > 0};
+        Op op{static_cast<Op::Kind>(std::discrete_distribution(kinds)(m_random)),
+              static_cast<int>(below(items)),
+              names[below(6)],
+              {one_of(texts)},
+              static_cast<Op::Rule>(std::discrete_distribution({2, 2, 1, 1, 1})(m_random)),
+              1,
+              0,
+              {},
+              one_of(names),
+              below(3) > 0};
         if (!op.event.text) op.event.number = one_of(numbers);
         op.event.value = one_of(values);
         if (op.rule <= Op::range) op.low = one_of(values), op.high = op.rule == Op::exact ? op.low : one_of(values);
