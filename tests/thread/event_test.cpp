@@ -92,7 +92,7 @@ TEST_F(Event, LosesNoSetThatComesWithTheTimeout) {
 TEST_F(Event, LosesNothingMadeKnownBeforeASetThatFindsItSet) {
     for (int manual : {1, 0}) {
         make(manual);
-        constexpr int rounds = 50000;
+        constexpr int rounds = 20000;
         std::atomic<int> made = 0, taken = 0;
         Parallel taker([&] {
             while (taken < rounds) {

@@ -92,7 +92,7 @@ TEST_F(Thread, QuitsBeforeTheStartAreNotLost) {
 
 // The function loops until it sees the quit: a lost one would never end.
 TEST_F(Thread, QuitsThatRaceWithTheStartAreNotLost) {
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 120; ++i) {
         t = make("racer");
         init();
         resume();
