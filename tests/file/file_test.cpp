@@ -72,19 +72,17 @@ TEST_F(File, SizeCountsWhatIsBufferedAndTruncateCutsWhatWasReadAhead) {
 
 TEST_F(File, WhatItTakesItHolds) {
     const std::string bytes(150000, 'b');
-    const auto failed = sweep_faults([&](Fault_round &round) {
+    sweep_faults({"open", "write", "fsync", "close"}, [&](Fault_round &round) {
         const Quick_dir quick;
         const std::string path = quick / "new/file";
-        const bool done = round([&] {
+        const bool done = round.done([&] {
             const bool opened = (*f)->Open(f, path.c_str(), Tq4_file_write | Tq4_file_create);
             const bool written = (*f)->Write(f, bytes.data(), bytes.size()) == static_cast<long>(bytes.size());
             const bool synced = (*f)->Sync(f);
             return (*f)->Close(f) && opened && written && synced;
         });
         EXPECT_TRUE(!done || content(path) == bytes);
-        EXPECT_TRUE(done || !round.is_harmless());
     });
-    for (const char *call : {"open", "write", "fsync", "close"}) EXPECT_TRUE(failed.count(call)) << call;
 }
 
 } // namespace

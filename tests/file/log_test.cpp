@@ -294,7 +294,7 @@ TEST_F(Log, ALogThatCannotBeWrittenSaysSoOnceAndGoesOn) {
 TEST_F(Log, LosesWholeLinesAlone) {
     constexpr int lines = 6;
     const auto message = [](int number) { return std::to_string(number) + " " + std::string(100, '.'); };
-    const auto failed = sweep_faults([&](Fault_round &round) {
+    sweep_faults({"mkdir", "open", "write", "close"}, [&](Fault_round &round) {
         const Quick_dir quick;
         create("several threads");
         (*log)->MainDir(log, quick.path().c_str());
@@ -321,7 +321,6 @@ TEST_F(Log, LosesWholeLinesAlone) {
         EXPECT_TRUE(!found.empty() && found.back() == message(lines)) << "the line after the fault";
         EXPECT_TRUE(found.size() == lines + 1 || !round.is_harmless());
     });
-    for (const char *call : {"mkdir", "open", "write", "close"}) EXPECT_TRUE(failed.count(call)) << call;
 }
 
 TEST_F(Log, ACopyWritesTheSameFiles) {
