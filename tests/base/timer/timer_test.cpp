@@ -255,8 +255,8 @@ TEST_F(TimerDeathTest, StaysUsableAfterAKill) {
     in_a_child([this] {
         static std::atomic<bool> there;
         start();
-        set(10, [&](Tq4_timer_callback *) { there = true, go_deaf(); });
         set(3600000);
+        set(10, [&](Tq4_timer_callback *) { there = true, go_deaf(); });
         await([&] { return there.load(); });
         EXPECT_TRUE(stop() == 1 && freed == 2);
         EXPECT_EQ(start(), 1);
