@@ -35,8 +35,8 @@ struct Tq4_app_obj {
     using Table = Tq4_hooked<Tq4_value_table>;
 
     Text m_pathbuffer, m_namebuffer, m_version, m_build_time, m_author;
-    const char *m_name;                // the executable's; borrowed from m_namebuffer
-    const char *m_path;                // its directory; borrowed from m_pathbuffer
+    const char *m_name;                // the executable's; borrowed from m_namebuffer. "": the system does not tell
+    const char *m_path;                // its directory, then "."; borrowed from m_pathbuffer
     int m_argc = 0;                    // of Run
     char **m_argv = nullptr;           // borrowed
     Table m_arg_cmds;                  // options by name: Tq4_app_arg
@@ -61,6 +61,8 @@ struct Tq4_app_obj {
 
     std::deque<Tq4_app_cmd> m_cmd_records; // what m_cmds and m_cmd_shotcut lead to
     std::mutex m_registry;
+    int m_name_error = 0;               // why there is no name
+    int m_spare = -1;                   // a descriptor for a shell that comes when no other is free; owned
     unsigned long m_listen_process = 0; // whose socket file it is: processes that the service forks must leave it alone
     Tq4_app_stop m_stop = nullptr;      // of Run
     Tq4_app_reload m_reload = nullptr;
@@ -103,10 +105,12 @@ struct Tq4_app_obj {
     bool ShowNext();
 
 private:
+    void LearnName();
     std::string Directory(const char *variable) const;
     bool KnowsOptions() const;
     int ObeyOptions() const;
     void ForgetShortcut(const char *name);
+    int Connect() const;
     int Reach();
     int FailToReach();
     bool Start(Tq4_app_start start);
@@ -123,6 +127,7 @@ private:
     void CloseControl();
     void EnterBackground();
     void ServeShells();
+    int Admit();
     Tq4_app_farewell ServeShell();
 
     // console.cpp: what is typed.

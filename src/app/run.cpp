@@ -65,14 +65,14 @@ bool is_granted(int result, const char *call) {
 bool open_events() { return is_granted(MP_Events_Open(), "eventfd()"); }
 
 // Output on a console of the program's own.
-void write_patiently(const char *bytes, std::size_t size) {
-    MP_Output_Write(standard_output, bytes, size, Without_limit);
+void write_patiently(int descriptor, const char *bytes, std::size_t size) {
+    MP_Output_Write(descriptor, bytes, size, Without_limit);
 }
 
 // A shell that cannot be written to is gone, or stuck: its connection ends.
-void write_to_shell(const char *bytes, std::size_t size) {
+void write_to_shell(int descriptor, const char *bytes, std::size_t size) {
     const Tq4_cancel_held whole; // a descriptor is held meanwhile
-    MP_Output_Write(standard_output, bytes, size, Tq4_attached_shell::Print_wait);
+    MP_Output_Write(descriptor, bytes, size, Tq4_attached_shell::Print_wait);
 }
 
 // Copies what the daemon writes to the console, until the daemon ends the connection.
@@ -119,7 +119,7 @@ bool Tq4_app_obj::ShowNext() {
                                            : Tq4_app_charset::Utf8;
     const std::string shown = m_display.Next({bytes, static_cast<std::size_t>(size)}, console);
     if (!m_charset_chosen && m_display.FromGb18030()) SetCharset(1); // the shell's own words, too
-    write_patiently(shown.data(), shown.size());
+    write_patiently(standard_output, shown.data(), shown.size());
     return true;
 }
 
@@ -173,10 +173,17 @@ int Tq4_app_obj::Run(int argc, char **argv, Tq4_app_start start, Tq4_app_stop st
     return Done;
 }
 
+// Without a name nobody can say where a daemon of it would listen.
+int Tq4_app_obj::Connect() const {
+    if (*m_name) return Tq4_control_connect(PipePath());
+    Tq4_sock_api->SetError(m_name_error);
+    return Tq4_control_unknown;
+}
+
 // Connects to the daemon. One that is to be started waits for the end of the one before, which no longer listens.
 int Tq4_app_obj::Reach() {
     const char *pipe = PipePath();
-    const int connection = Tq4_control_connect(pipe);
+    const int connection = Connect();
     if (connection != Tq4_control_nobody || m_run_type != Tq4_app_run_type_daemon) return connection;
     if (Tq4_control_await_end(pipe, End_wait)) return Tq4_control_connect(pipe); // others may have waited, too
     Tq4_sock_api->SetError(EBUSY);
@@ -185,7 +192,10 @@ int Tq4_app_obj::Reach() {
 
 int Tq4_app_obj::FailToReach() {
     const int error = Tq4_sock_api->Error();
-    print("连接%s服务程序失败，请检查服务程序是否正常运行\n", m_name);
+    if (*m_name)
+        print("连接%s服务程序失败，请检查服务程序是否正常运行\n", m_name);
+    else
+        print("%s failed\n", "readlink(\"/proc/self/exe\")");
     print_reason(error);
     return No_daemon;
 }
@@ -279,8 +289,9 @@ void Tq4_app_obj::ServeShells() {
     std::optional<Tq4_attached_shell> shell;
     while (said == Tq4_app_farewell::Left && !m_ending) {
         shell.reset();
+        if (m_spare < 0) m_spare = MP_OpenSpareDescriptor();
         if (!Await(m_listen_sock, Accept_wait)) continue;
-        const int connection = Tq4_sock_api->Accept(m_listen_sock, nullptr);
+        const int connection = Admit();
         if (connection < 0) {
             Await(-1, Accept_retry);
             continue;
@@ -289,6 +300,14 @@ void Tq4_app_obj::ServeShells() {
         said = ServeShell();
     }
     End(true);
+}
+
+// Whoever wants to stop a service that has used up its descriptors gets in, too.
+int Tq4_app_obj::Admit() {
+    const int connection = Tq4_sock_api->Accept(m_listen_sock, nullptr);
+    if (connection >= 0 || m_spare < 0) return connection;
+    Tq4_sock_api->Close(std::exchange(m_spare, -1));
+    return Tq4_sock_api->Accept(m_listen_sock, nullptr);
 }
 
 Tq4_app_farewell Tq4_app_obj::ServeShell() {
@@ -321,7 +340,7 @@ int Tq4_app_obj::RunShell() {
 
 // A shell with a single command.
 int Tq4_app_obj::RunStopOption() {
-    m_daemon = Tq4_control_connect(PipePath());
+    m_daemon = Connect();
     if (m_daemon == Tq4_control_nobody) {
         Tq4_control_await_end(PipePath(), End_wait);
         print("%s 服务没有运行\n", m_name);

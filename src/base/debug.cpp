@@ -21,7 +21,7 @@ constexpr int highest_logged_level = 0;
 // Facility "user", severity 0: the same for every message, deliberately; who filters the system log relies on it.
 constexpr int system_log_priority = 8;
 
-void write_to_standard_output(const char *bytes, std::size_t size) { MP_WriteAll(standard_output, bytes, size); }
+void write_all(int descriptor, const char *bytes, std::size_t size) { MP_WriteAll(descriptor, bytes, size); }
 
 void print_built_in(int level, const char *format, va_list args);
 void log_built_in(int level, const char *format, va_list args);
@@ -50,10 +50,12 @@ Tq4_own<Tq4_string> console_text(const char *format, va_list args) {
     return text;
 }
 
-void print_built_in(int, const char *format, va_list args) {
+void write_formatted(int descriptor, const char *format, va_list args) {
     const auto text = console_text(format, args);
-    Tq4_debug_write((*text)->c_str(text.get()), static_cast<std::size_t>((*text)->length(text.get())));
+    Tq4_debug_write(descriptor, (*text)->c_str(text.get()), static_cast<std::size_t>((*text)->length(text.get())));
 }
+
+void print_built_in(int, const char *format, va_list args) { write_formatted(standard_output, format, args); }
 
 void log_built_in(int level, const char *format, va_list args) {
     if (level > highest_logged_level) return;
@@ -109,7 +111,7 @@ constexpr Tq4_debug_ api_Tq4_debug = {
 
 } // namespace
 
-void (*Tq4_debug_write)(const char *, std::size_t) = write_to_standard_output;
+void (*Tq4_debug_write)(int, const char *, std::size_t) = write_all;
 
 void Tq4_debug_restore_log(Tq4_debug_sink own) {
     _Tq4_debug_GlobalData.__Log_funcV.compare_exchange_strong(own, log_built_in);
@@ -118,11 +120,8 @@ void Tq4_debug_restore_log(Tq4_debug_sink own) {
 void Tq4_debug_tell_error(const char *format, ...) {
     va_list args;
     va_start(args, format);
-    const auto text = console_text(format, args);
+    write_formatted(standard_error, format, args);
     va_end(args);
-    const char *bytes = (*text)->c_str(text.get());
-    for (long left = (*text)->length(text.get()), written; left > 0; left -= written, bytes += written)
-        if ((written = MP_Write(standard_error, bytes, static_cast<std::size_t>(left))) < 1) break;
 }
 
 extern "C" constinit const Tq4_debug_ *const Tq4_debug_api = &api_Tq4_debug;

@@ -5,9 +5,9 @@
 
 #include "tq4/debug.h"
 
-// Writes what the built-in print sink has formatted to standard output, on the thread that prints. Its result is the
-// callee's affair. Set at start-up by one thread, never null.
-extern void (*Tq4_debug_write)(const char *bytes, std::size_t size);
+// Writes a text of the built-in print sink to standard output, or an error to standard error, on the thread that
+// prints. How long it waits for a reader is the callee's affair. Set at start-up by one thread, never null.
+extern void (*Tq4_debug_write)(int descriptor, const char *bytes, std::size_t size);
 
 // Gives the log its built-in sink again, unless somebody has installed another one than `own` meanwhile.
 void Tq4_debug_restore_log(Tq4_debug_sink own);

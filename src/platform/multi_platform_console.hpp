@@ -17,6 +17,9 @@ int MP_PrepareToDetach();
 void MP_DetachStandardDescriptors();
 // Puts all three on the descriptor, which stays open.
 void MP_AttachStandardDescriptors(int descriptor);
+// A descriptor that leads nowhere, owned by the caller: closed when no other is free, it makes room for one. -1 when
+// the system gives none.
+int MP_OpenSpareDescriptor();
 // Hands what the C library holds for standard output to the system. 0 when that refuses some, which is dropped, and
 // when the end was asked for while another thread prints.
 int MP_FlushStandardOutput();
