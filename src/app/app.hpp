@@ -66,12 +66,14 @@ struct Tq4_app_obj {
     unsigned long m_listen_process = 0; // whose socket file it is: processes that the service forks must leave it alone
     Tq4_app_stop m_stop = nullptr;      // of Run
     Tq4_app_reload m_reload = nullptr;
-    bool m_serving = false;      // the service runs in this process
-    bool m_ending = false;       // a signal, or the end of the daemon, ends what is being done
-    int m_daemon = -1;           // a shell's connection; owned
-    Tq4_app_display m_display;   // of the one thread that shows what comes from there
-    bool m_shows_itself = false; // that is the main thread: there is no other
-    unsigned long m_lines = 0;   // read in this conversation
+    bool m_serving = false;                    // the service runs in this process
+    bool m_ending = false;                     // a signal, or the end of the daemon, ends what is being done
+    int m_daemon = -1;                         // a shell's connection; owned
+    Tq4_app_display m_display;                 // of the one thread that shows what comes from there
+    std::atomic<int> m_prompts_due = 0;        // of the daemon; for both threads of a shell
+    std::atomic<bool> m_awaits_prompt = false; // the last of them, to ask in its place; for both threads of a shell
+    bool m_shows_itself = false;               // that is the main thread: there is no other
+    unsigned long m_lines = 0;                 // read in this conversation
 
     // The one there is, made when it is first used.
     static Tq4_app_obj &The();
@@ -120,6 +122,10 @@ private:
     int Leave();
     const char *PipePath() const { return (*m_pipe)->c_str(m_pipe.get()); }
     bool Await(int descriptor, long ms);
+    std::string Prompt() const;
+    bool DropPrompt(std::string *shown);
+    void ExpectPrompt();
+    bool AwaitPrompt(long ms);
     void Log(const char *format) const;
     void Announce(const char *format) const;
     void Greet(const char *format) const;

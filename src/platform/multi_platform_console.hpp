@@ -51,7 +51,8 @@ enum MP_Event : unsigned {
     MP_Event_none = 0,
     MP_Event_stop = 1,   // SIGTERM or SIGINT
     MP_Event_reopen = 2, // SIGHUP
-    MP_Event_ended = 4   // raised by the program alone
+    MP_Event_ended = 4,  // these two are raised by the program alone
+    MP_Event_answered = 8
 };
 
 // Lets SIGTERM, SIGINT and SIGHUP raise events instead of ending the process, and SIGPIPE do nothing. What was

@@ -622,6 +622,9 @@ class Console(unittest.TestCase):
         said = self.say('-gb', typed='e 中\nq\n')
         self.assertIn(gb18030('中\n'), said)
         self.assertIn(gb18030(WELCOME), said, "the daemon's words in the shell's charset")
+        said = self.say(typed='w one\nw two\n')  # each answer comes before the next line is asked for
+        self.assertIn(f'{WELCOME}{PROMPT}{self.daemon}:one\n{PROMPT}{self.daemon}:two\n{PROMPT}', said)
+        self.assertLessEqual(said.count(PROMPT), 4, 'the first may come before the welcome')
         shell = self.run_it()
         shell.expect(WELCOME)
         os.kill(self.daemon, signal.SIGTERM)  # the shell leaves with the daemon
