@@ -151,19 +151,27 @@ TEST_F(Log, AThreadThatIsKilledLeavesTheLogUsable) {
 
 // Threads hold the log's lock, or stand in its queue, when a process is forked. What holds them is not in the child.
 TEST_F(Log, AChildOfAProcessWhoseThreadsLogCanLog) {
-    constexpr int children = 20;
+    constexpr int children = 100;
     std::atomic<bool> over = false;
     std::vector<std::thread> running;
     for (int t = 0; t < 3; ++t)
         running.emplace_back([&] {
             while (!over) line("parent");
         });
+    const auto ask_calendar = [](std::time_t now) {
+        std::tm fields;
+        Tq4_system_api->localtime(&now, &fields);
+    };
+    running.emplace_back([&] {
+        while (!over) ask_calendar(0);
+    });
     int failed = 0;
     for (int i = 0; i < children; ++i) {
         const pid_t child = fork();
         if (child == 0) {
             alarm(60);
             line("child"), line("child");
+            ask_calendar(0);
             _exit(0);
         }
         int status = -1;
