@@ -25,6 +25,7 @@
 namespace {
 
 constexpr int slice_ms = 50;
+constexpr int roomy_pipe = 1 << 20;         // bytes, what a pipe of an ordinary user may have; a full one has 64 KB
 constexpr std::size_t terminal_piece = 128; // for one that cannot be opened again
 
 enum class Kind { Socket, Pipe, Terminal, Other };
@@ -144,10 +145,10 @@ void MP_Output_StopWaiting(int descriptor) {
     if (own >= 0) {
         dup2(own, descriptor);
         close(own);
-        return;
+    } else if (const int flags = fcntl(descriptor, F_GETFL); flags >= 0) {
+        fcntl(descriptor, F_SETFL, flags | O_NONBLOCK);
     }
-    const int flags = fcntl(descriptor, F_GETFL);
-    if (flags >= 0) fcntl(descriptor, F_SETFL, flags | O_NONBLOCK);
+    if (kind == Kind::Pipe) fcntl(descriptor, F_SETPIPE_SZ, roomy_pipe);
 }
 
 MP_Output_Backlog MP_Output_GetBacklog(int socket) {
