@@ -9,5 +9,5 @@ int main(int argc, char **argv) {
         Tq4_debug_api->Printf(0, "> ");
         return 0;
     }
-    return Tq4_app->Run(argc, argv, nullptr, nullptr);
+    return Tq4_app->Run(argc, argv, nullptr, nullptr) == 1 ? 0 : 1;
 }

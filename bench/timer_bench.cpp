@@ -57,14 +57,24 @@ void on_handler(Tq4_timer t, std::function<void()> work) {
     given.done.wait(false);
 }
 
+// Runs work there with a million timers: their object, their intervals and the room for their ids.
+template <class Work> void with_million(Work work) {
+    const auto owner = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
+    const auto ms = intervals();
+    std::vector<Tq4_id> ids(live);
+    (*owner)->Start(owner.get(), "bench");
+    on_handler(owner.get(), [&] { work(owner.get(), ms, ids); });
+}
+
+void set_all(Tq4_timer t, const std::vector<unsigned long> &ms, std::vector<Tq4_id> &ids) {
+    for (unsigned i = 0; i < live; ++i) (*t)->SetTimer1(t, ms[i], on_timer, &ids[i]);
+}
+
 // A request's time-out: set, and cleared when the answer is there, while a million connections are watched.
 void tq4_set_clear(benchmark::State &state) {
-    const auto owner = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
-    const Tq4_timer t = owner.get();
-    const auto ms = intervals(), requests = request_intervals();
-    (*t)->Start(t, "bench");
-    on_handler(t, [&] {
-        for (const unsigned long one : ms) (*t)->SetTimer0(t, one, on_timer);
+    with_million([&](Tq4_timer t, const auto &ms, auto &ids) {
+        set_all(t, ms, ids);
+        const auto requests = request_intervals();
         Tq4_id id;
         for (unsigned i = 0; auto _ : state) {
             (*t)->SetTimer1(t, requests[i++ % live], on_timer, &id);
@@ -76,14 +86,9 @@ BENCHMARK(tq4_set_clear)->Name("timer_set_clear/tq4");
 
 // A million are set, and then cleared in that order.
 void tq4_fill_drain(benchmark::State &state) {
-    const auto owner = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
-    const Tq4_timer t = owner.get();
-    const auto ms = intervals();
-    (*t)->Start(t, "bench");
-    on_handler(t, [&] {
-        std::vector<Tq4_id> ids(live);
+    with_million([&](Tq4_timer t, const auto &ms, auto &ids) {
         for (auto _ : state) {
-            for (unsigned i = 0; i < live; ++i) (*t)->SetTimer1(t, ms[i], on_timer, &ids[i]);
+            set_all(t, ms, ids);
             for (const Tq4_id &id : ids) (*t)->ClearTimer(t, &id);
         }
     });
@@ -93,13 +98,8 @@ BENCHMARK(tq4_fill_drain)->Name("timer_fill_drain/tq4")->Unit(benchmark::kMillis
 
 // Each time one of the million is cleared, at random, and another one set.
 void tq4_replace(benchmark::State &state) {
-    const auto owner = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
-    const Tq4_timer t = owner.get();
-    const auto ms = intervals();
-    (*t)->Start(t, "bench");
-    on_handler(t, [&] {
-        std::vector<Tq4_id> ids(live);
-        for (unsigned i = 0; i < live; ++i) (*t)->SetTimer1(t, ms[i], on_timer, &ids[i]);
+    with_million([&](Tq4_timer t, const auto &ms, auto &ids) {
+        set_all(t, ms, ids);
         std::mt19937 random(2);
         for (unsigned i = 0; auto _ : state) {
             Tq4_id &id = ids[random() % live];

@@ -4,8 +4,9 @@
 #include <locale.h>
 #include <stdlib.h>
 
+#include "computed_once.hpp"
+
 // The plain locale, for the functions of the C library that end in "_l".
 inline locale_t Tq4_c_locale() {
-    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
-    return plain;
+    return Tq4_computed_once([] { return newlocale(LC_ALL_MASK, "C", nullptr); });
 }

@@ -71,8 +71,7 @@ class Shell:
         if self.pid == 0:
             os.execv(RELAY, [str(RELAY)])
         self.said, self.decoder = '', codecs.getincrementaldecoder('utf-8')('replace')
-        # The shell asks, and the service welcomes and asks; which of them is shown first is open.
-        self.read(lambda: '欢迎使用' in self.said and self.said.count(PROMPT) == 2)
+        self.read(lambda: '欢迎使用' in self.said and self.said.endswith(PROMPT))
         self.said = ''
 
     def read(self, enough):
@@ -88,16 +87,15 @@ class Shell:
                 break
             self.said += self.decoder.decode(piece)
 
-    def ask(self, command, prompts=2):
-        """The lines that answer a command. Behind a command of the service both the service and the shell ask for the
-        next; which of them is shown first is open."""
+    def ask(self, command):
+        """The lines that answer a command."""
         os.write(self.terminal, (command + '\n').encode())
-        self.read(lambda: self.said.count(PROMPT) == prompts)
+        self.read(lambda: self.said.endswith(PROMPT))
         shown, self.said = self.said.replace(PROMPT, ''), ''
         return [line for line in plain(shown).split('\n') if line and line != command]
 
-    def show(self, command, prompts=2):
-        lines = self.ask(command, prompts)
+    def show(self, command):
+        lines = self.ask(command)
         print(f'   {PROMPT}{command}')
         for line in lines:
             print(f'   | {line}')
@@ -120,7 +118,7 @@ def first_shell():
     holds('a setting is read', shell.show('get name') == 'east // 1')
     shell.show('set greeting 你好，世界')
     holds('and changed', shell.show('get greeting') == '你好，世界')
-    holds('an unknown word is told', '不识别的命令' in shell.show('nonsense', prompts=1))
+    holds('an unknown word is told', '不识别的命令' in shell.show('nonsense'))
     holds('the service knows that they have changed', 'settings_changed' in shell.show('status'))
     _, code = shell.end('q')
     holds('q leaves the shell, and the service goes on', code == 0 and len(running()) == 1)

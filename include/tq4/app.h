@@ -102,8 +102,9 @@ typedef struct Tq4_app_ {
      * Returns 1, also for the options that only print, for "--service=stop" where no daemon runs, and for a standalone
      * start that refuses; -1 or -2 when the daemon's control socket cannot be made or listened on, -3 when its start
      * function refused or the system has no descriptor for what signals raise, -4 for an argument that it refuses, -100
-     * when it cannot be told whether a daemon runs (no right to connect, say), or the one before has not ended after
-     * 10 s. The reason is printed. So main ends with "return Tq4_app->Run(argc, argv, start, stop) == 1 ? 0 : 1;". */
+     * when it cannot be told whether a daemon runs (no right to connect, no path of the program in "/proc"), or the
+     * one before has not ended after 10 s. The reason is printed. So main ends with "return Tq4_app->Run(argc, argv,
+     * start, stop) == 1 ? 0 : 1;". */
     int (*Run)(int argc, char **argv, Tq4_app_start start, Tq4_app_stop stop);
     /* Keeps an object for the whole process. At its normal end all are deleted, the last one first, each by its delete
      * function (null: it is only forgotten). The name (copied) finds the object; a name given again finds the newer

@@ -18,8 +18,8 @@
  *
  * Parameters. With a free function, params belong to the dispatcher from the call on. They are freed once: after the
  * handler has had the message, when a Post is refused, or when the message is dropped. A handler that keeps them sets
- * message->params to null. The free function runs on whichever thread lets the message go. Without a free function
- * params are borrowed until the message is handled or dropped.
+ * message->params to null. The free function runs on whichever thread lets the message go, and may call every operation
+ * of the dispatcher. Without a free function params are borrowed until the message is handled or dropped.
  *
  * Kills. When Stop or Delete waited 2000 ms for a handler in vain, its thread is killed, inside the handler and nowhere
  * else: its sender gets 0, its parameters are freed, and the dispatcher stays usable. A handler that even a kill does
@@ -86,8 +86,8 @@ struct Tq4_dispatch_ {
     void (*Start2)(Tq4_dispatch d, void *context, unsigned long thread_id, Tq4_dispatch_notify notify,
                    Tq4_msg_handler handler);
     /* Ends the thread of Start, at latest by a kill after 2000 ms. Messages that wait are dropped: every sender that
-     * waits gets 0 at once, parameters are freed. In the handler it does not wait: the thread ends after the message at
-     * hand, which is answered as ever. After Start2 it does nothing. */
+     * waits gets 0 at once, parameters are freed at the end. In the handler it does not wait: the thread ends after the
+     * message at hand, which is answered as ever. After Start2 it does nothing. */
     void (*Stop)(Tq4_dispatch d);
     /* Hands over a message and waits without limit until it is handled; gives the handler's result, or what
      * Tq4_dispatch_Return gave, or 0 when the message was dropped. On the handler's thread the handler is called at

@@ -1,7 +1,8 @@
 /* event.h: Tq4_event, a flag that threads wait for.
  *
- * A manual-reset event stays set, and lets every waiter through, until Reset. An automatic one lets exactly one waiter
- * through for each time it became set, and is cleared by it; a Set of an event that is set already adds nothing.
+ * A manual-reset event stays set, and lets every waiter through, until Reset; those that wait when it becomes set pass
+ * also when Reset follows at once. An automatic one lets exactly one waiter through for each time it became set, and is
+ * cleared by it; a Reset before that withdraws it. A Set of an event that is set already adds nothing.
  * What a thread did before a Set, also one that adds nothing, is seen by whoever clears the flag next.
  * A thread may be killed while it waits: the event stays usable, and no Set is lost with it.
  * Object-level: Create takes a Tq4_event_CreateParams or null; Reset sets or clears the flag, as it was in the new

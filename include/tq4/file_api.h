@@ -51,8 +51,8 @@ typedef struct Tq4_file_api_ {
      * with the owner's rights to write and search added. 1 when it is there afterwards, else 0. */
     int (*MkDir)(const char *path, unsigned mode);
     /* Removes a directory: an empty one, or with recursive non-zero one with all that is in it. Links in it are
-     * removed, not followed, and a link at the path itself is refused. A tree may be of any depth. 1/0;
-     * after a failure a part may be gone. */
+     * removed, not followed, and a link at the path itself is refused, as is a path that ends in "." or "..". A tree
+     * may be of any depth. 1/0; after a failure a part may be gone. */
     int (*RmDir)(const char *path, int recursive);
 } Tq4_file_api_;
 

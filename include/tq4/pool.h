@@ -16,7 +16,7 @@
  * every payload, also those that are lent.
  *
  * Null handles give null or 0. Threads: a pool belongs to one thread at a time; all functions given to it run on the
- * calling thread. They may use the pool, but not delete it. */
+ * calling thread. They may use the pool, but not delete it; while it is deleted it makes no payloads. */
 #ifndef TQ4_POOL_H
 #define TQ4_POOL_H
 

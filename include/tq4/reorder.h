@@ -14,8 +14,8 @@
  * Dup gives an empty buffer of the same size, delete function and hold-back.
  * Out parameters may be null. Null handles give 0 or null.
  *
- * Threads: none; a buffer belongs to one thread at a time. Callbacks run on the caller's, and may look at the buffer
- * but not change it.
+ * Threads: none; a buffer belongs to one thread at a time. Callbacks and the delete function run on the caller's, and
+ * may look at the buffer but not change it.
  */
 #ifndef TQ4_REORDER_H
 #define TQ4_REORDER_H

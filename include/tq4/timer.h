@@ -24,8 +24,9 @@
  *
  * Life. Before the first Start, sets, ResetTimer and StopWatch wait for it. After a Stop they give 0 at once until the
  * next Start, which begins without timers.
- * Object-level: Create takes null. Delete stops first; called in a callback, it takes effect when that returns. Reset
- * is Stop. Copy does nothing, a timer object equals only itself, Dup gives a fresh one.
+ * Object-level: Create takes null. Delete stops first; called in a callback or a free function, it takes effect when
+ * that returns, and Start gives 0 from then on. Reset is Stop. Copy does nothing, a timer object equals only itself,
+ * Dup gives a fresh one.
  *
  * Kills. When a callback keeps Stop or Delete waiting for more than 2000 ms, its thread is killed, inside the callback
  * and nowhere else; the timer object stays usable.

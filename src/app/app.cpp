@@ -15,6 +15,7 @@
 #include "platform/multi_platform_console.hpp"
 #include "platform/multi_platform_system.hpp"
 #include "tq4/debug.h"
+#include "tq4/sock_api.h"
 #include "tq4/system.h"
 
 namespace {
@@ -143,9 +144,7 @@ Tq4_app_obj &Tq4_app_obj::The() {
 
 Tq4_app_obj::Tq4_app_obj()
     : m_pathbuffer(new_text()), m_namebuffer(new_text()), m_version(new_text()), m_build_time(new_text()),
-      m_author(new_text()), m_name(Tq4_system_api->ExeName(m_namebuffer.get())),
-      m_path(Tq4_system_api->ExePath(m_pathbuffer.get())),
-      m_arg_cmds(Tq4_make_hooked<Tq4_value_table>(Tq4_cxx_support->new_table)),
+      m_author(new_text()), m_arg_cmds(Tq4_make_hooked<Tq4_value_table>(Tq4_cxx_support->new_table)),
       m_arg_shotcut(Tq4_make<Tq4_strmap>(Tq4_strmap_oitf)),
       m_cmds(Tq4_make_hooked<Tq4_value_table>(Tq4_cxx_support->new_table)),
       m_cmd_shotcut(Tq4_make<Tq4_strmap>(Tq4_strmap_oitf)), m_pipe(new_text()),
@@ -153,12 +152,12 @@ Tq4_app_obj::Tq4_app_obj()
       m_obj_map(Tq4_make<Tq4_strmap>(Tq4_strmap_oitf)), m_stream(Tq4_make<Tq4_stream>(Tq4_stream_oitf)),
       add_history([](const char *) {}) {
     MP_OpenStandardDescriptors(); // before the log opens a file, which must not get one of their numbers
+    LearnName();
     Tq4_debug_api->Init();
     Tq4_system_api->gettimeofday(&m_start_sec, &m_start_usec);
     srandom(static_cast<unsigned>(m_start_sec));
     (*m_log)->Init(m_log.get(), "Tq4_app", 100);
-    const std::string log_directory = Directory("TQ4_LOG_DIR");
-    if (log_directory != m_path) (*m_log)->MainDir(m_log.get(), (log_directory + "/log_files").c_str());
+    (*m_log)->MainDir(m_log.get(), (Directory("TQ4_LOG_DIR") + "/log_files").c_str());
     Tq4_debug_api->SetLog(log_sink);
     (*m_pipe)->Sprintf(m_pipe.get(), "%s/tq4_run_var/%s/__1pipe__", Directory("TQ4_RUN_DIR").c_str(), m_name);
     for (const Tq4_app_arg &option : options)
@@ -173,13 +172,24 @@ Tq4_app_obj::~Tq4_app_obj() {
     Tq4_debug_restore_log(log_sink); // unless the program has installed its own
 }
 
+void Tq4_app_obj::LearnName() {
+    const std::string whole = Tq4_system_api->ExePathName(m_namebuffer.get());
+    if (whole.empty()) m_name_error = Tq4_sock_api->Error();
+    const std::size_t slash = whole.rfind('/');
+    (*m_namebuffer)->Strcpy(m_namebuffer.get(), whole.substr(slash + 1).c_str());
+    (*m_pathbuffer)->Strcpy(m_pathbuffer.get(), slash == whole.npos ? "." : whole.substr(0, slash).c_str());
+    m_name = text_of(m_namebuffer);
+    m_path = text_of(m_pathbuffer);
+}
+
 // The directory that a variable of the environment names instead of the executable's.
 std::string Tq4_app_obj::Directory(const char *variable) const {
     const char *named = MP_GetEnvironment(variable);
     if (!named || !*named) return m_path;
     if (*named == '/') return named;
     const Text current = new_text(); // it is the same directory when the program has gone elsewhere
-    return Tq4_system_api->CurrentDir(current.get()) + std::string("/") + named;
+    const std::string here = Tq4_system_api->CurrentDir(current.get());
+    return here.empty() ? named : here + "/" + named;
 }
 
 void Tq4_app_obj::SetInfo(const char *version, const char *build_time, const char *author) {

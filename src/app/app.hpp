@@ -35,8 +35,8 @@ struct Tq4_app_obj {
     using Table = Tq4_hooked<Tq4_value_table>;
 
     Text m_pathbuffer, m_namebuffer, m_version, m_build_time, m_author;
-    const char *m_name;                // the executable's; borrowed from m_namebuffer
-    const char *m_path;                // its directory; borrowed from m_pathbuffer
+    const char *m_name;                // the executable's; borrowed from m_namebuffer. "": the system does not tell
+    const char *m_path;                // its directory, then "."; borrowed from m_pathbuffer
     int m_argc = 0;                    // of Run
     char **m_argv = nullptr;           // borrowed
     Table m_arg_cmds;                  // options by name: Tq4_app_arg
@@ -61,15 +61,19 @@ struct Tq4_app_obj {
 
     std::deque<Tq4_app_cmd> m_cmd_records; // what m_cmds and m_cmd_shotcut lead to
     std::mutex m_registry;
+    int m_name_error = 0;               // why there is no name
+    int m_spare = -1;                   // a descriptor for a shell that comes when no other is free; owned
     unsigned long m_listen_process = 0; // whose socket file it is: processes that the service forks must leave it alone
     Tq4_app_stop m_stop = nullptr;      // of Run
     Tq4_app_reload m_reload = nullptr;
-    bool m_serving = false;      // the service runs in this process
-    bool m_ending = false;       // a signal, or the end of the daemon, ends what is being done
-    int m_daemon = -1;           // a shell's connection; owned
-    Tq4_app_display m_display;   // of the one thread that shows what comes from there
-    bool m_shows_itself = false; // that is the main thread: there is no other
-    unsigned long m_lines = 0;   // read in this conversation
+    bool m_serving = false;                    // the service runs in this process
+    bool m_ending = false;                     // a signal, or the end of the daemon, ends what is being done
+    int m_daemon = -1;                         // a shell's connection; owned
+    Tq4_app_display m_display;                 // of the one thread that shows what comes from there
+    std::atomic<int> m_prompts_due = 0;        // of the daemon; for both threads of a shell
+    std::atomic<bool> m_awaits_prompt = false; // the last of them, to ask in its place; for both threads of a shell
+    bool m_shows_itself = false;               // that is the main thread: there is no other
+    unsigned long m_lines = 0;                 // read in this conversation
 
     // The one there is, made when it is first used.
     static Tq4_app_obj &The();
@@ -103,10 +107,12 @@ struct Tq4_app_obj {
     bool ShowNext();
 
 private:
+    void LearnName();
     std::string Directory(const char *variable) const;
     bool KnowsOptions() const;
     int ObeyOptions() const;
     void ForgetShortcut(const char *name);
+    int Connect() const;
     int Reach();
     int FailToReach();
     bool Start(Tq4_app_start start);
@@ -116,6 +122,10 @@ private:
     int Leave();
     const char *PipePath() const { return (*m_pipe)->c_str(m_pipe.get()); }
     bool Await(int descriptor, long ms);
+    std::string Prompt() const;
+    bool DropPrompt(std::string *shown);
+    void ExpectPrompt();
+    bool AwaitPrompt(long ms);
     void Log(const char *format) const;
     void Announce(const char *format) const;
     void Greet(const char *format) const;
@@ -123,6 +133,7 @@ private:
     void CloseControl();
     void EnterBackground();
     void ServeShells();
+    int Admit();
     Tq4_app_farewell ServeShell();
 
     // console.cpp: what is typed.

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int standard_input = 0, standard_output = 1;
 constexpr std::size_t Longest_line = 65536; // bytes that are kept of one; an interactive line is far below
-constexpr long Daemon_wait = 5000;          // milliseconds: a daemon that does not read does not keep the shell
+constexpr long Daemon_wait = 5000;          // milliseconds: for a daemon to read what was typed, and to answer
 constexpr const char *prompt = "%s> ";
 
 // Sets a variable of the library, if it has one of that name.
@@ -44,8 +44,9 @@ Tq4_app_farewell Tq4_app_obj::Converse(int connection) {
     dialog.find = [this](const char *word) { return FindCmd(word); };
     dialog.remember = [this](const char *line) { add_history(line); };
     if (connection >= 0)
-        dialog.forward = [=](const std::string &line) {
+        dialog.forward = [=, this](const std::string &line) {
             const std::string with_end = line + "\n";
+            ExpectPrompt();
             return MP_Output_Write(connection, with_end.data(), with_end.size(), Daemon_wait) != 0;
         };
     const auto said = Tq4_app_converse(dialog);
@@ -72,6 +73,7 @@ void Tq4_app_obj::Flush() const {
 
 Tq4_app_line Tq4_app_obj::ReadLine(std::string *line, bool edit) {
     Flush();
+    if (!AwaitPrompt(Daemon_wait)) m_prompts_due = 0; // it may have been overlooked
     line->clear();
     Await(-1, 0); // a signal counts for more than the lines that are there already
     const Tq4_app_line found = m_ending ? Tq4_app_line::End : edit ? ReadEdited(line) : ReadPlain(line);

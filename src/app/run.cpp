@@ -33,9 +33,10 @@ constexpr int standard_input = 0, standard_output = 1;
 
 // Milliseconds.
 constexpr long Accept_wait = 5000;
-constexpr long Accept_retry = 200; // after a connection could not be accepted, for want of descriptors perhaps
-constexpr long End_wait = 10000;   // for the process of a daemon that is ending
-constexpr long Leave_wait = 5000;  // for a daemon to answer what was typed before a shell left
+constexpr long Accept_retry = 200;  // after a connection could not be accepted, for want of descriptors perhaps
+constexpr long End_wait = 10000;    // for the process of a daemon that is ending
+constexpr long Welcome_wait = 1000; // for a daemon to welcome a shell: it may serve another one
+constexpr long Leave_wait = 5000;   // for a daemon to answer what was typed before a shell left
 constexpr long Without_limit = -1;
 
 enum Result { Done = 1, Start_refused = -3, Unknown_option = -4, No_daemon = -100 };
@@ -88,8 +89,9 @@ void notify_supervisor(const char *state) {
 
 } // namespace
 
-// Waits until the descriptor (-1: none) has input or is at its end, at most ms milliseconds. False when the time is
-// over or what is being done has to end. In a shell without a thread for it, shows what the daemon writes meanwhile.
+// Waits until the descriptor has input or is at its end (-1: until the daemon has answered), at most ms milliseconds.
+// False when the time is over or what is being done has to end. In a shell without a thread for it, shows what the
+// daemon writes meanwhile.
 bool Tq4_app_obj::Await(int descriptor, long ms) {
     for (bool readable = false, shows = false;;) {
         const unsigned events = MP_Events_Wait(ms, descriptor, &readable, m_shows_itself ? m_daemon : -1, &shows);
@@ -97,7 +99,7 @@ bool Tq4_app_obj::Await(int descriptor, long ms) {
         if (shows && !m_ending) m_ending = !ShowNext();
         if (m_ending) return false;
         if (events & MP_Event_reopen) Reload();
-        if (readable) return true;
+        if (readable || (descriptor < 0 && events & MP_Event_answered)) return true;
         if (events == MP_Event_none && !shows && ms >= 0) return false;
     }
 }
@@ -117,10 +119,39 @@ bool Tq4_app_obj::ShowNext() {
     const auto console = !m_charset_chosen ? Tq4_app_charset::As_it_comes
                          : m_charset       ? Tq4_app_charset::Gb18030
                                            : Tq4_app_charset::Utf8;
-    const std::string shown = m_display.Next({bytes, static_cast<std::size_t>(size)}, console);
+    std::string shown = m_display.Next({bytes, static_cast<std::size_t>(size)}, console);
     if (!m_charset_chosen && m_display.FromGb18030()) SetCharset(1); // the shell's own words, too
+    const bool answered = DropPrompt(&shown);
     write_patiently(shown.data(), shown.size());
+    if (answered) MP_Events_Raise(MP_Event_answered);
     return true;
+}
+
+// As the console shows it.
+std::string Tq4_app_obj::Prompt() const {
+    const auto text = Tq4_make<Tq4_string>(Tq4_string_oitf), converted = Tq4_make<Tq4_string>(Tq4_string_oitf);
+    (*text)->Sprintf(text.get(), "%s> ", m_name);
+    (*text)->utf8_2_gb18030(converted.get(), (*text)->c_str(text.get()), TQ4_ALL_ONES);
+    return (*text)->c_str(m_charset ? converted.get() : text.get());
+}
+
+// Whether what the daemon writes ends with the prompt that is awaited. It is taken away: the line editor needs its own.
+bool Tq4_app_obj::DropPrompt(std::string *shown) {
+    if (m_prompts_due <= 0) return false;
+    const std::string prompt = Prompt();
+    if (!shown->ends_with(prompt) || --m_prompts_due > 0 || !m_awaits_prompt.exchange(false)) return false;
+    shown->resize(shown->size() - prompt.size());
+    return true;
+}
+
+// The daemon asks for the next line when it has answered the last one. The shell waits for that before it asks itself.
+void Tq4_app_obj::ExpectPrompt() {
+    ++m_prompts_due;
+    m_awaits_prompt = true;
+}
+bool Tq4_app_obj::AwaitPrompt(long ms) {
+    while (m_awaits_prompt && Await(-1, ms)) continue;
+    return !m_awaits_prompt.exchange(false);
 }
 
 // For whoever is attached, and for the log.
@@ -173,10 +204,17 @@ int Tq4_app_obj::Run(int argc, char **argv, Tq4_app_start start, Tq4_app_stop st
     return Done;
 }
 
+// Without a name nobody can say where a daemon of it would listen.
+int Tq4_app_obj::Connect() const {
+    if (*m_name) return Tq4_control_connect(PipePath());
+    Tq4_sock_api->SetError(m_name_error);
+    return Tq4_control_unknown;
+}
+
 // Connects to the daemon. One that is to be started waits for the end of the one before, which no longer listens.
 int Tq4_app_obj::Reach() {
     const char *pipe = PipePath();
-    const int connection = Tq4_control_connect(pipe);
+    const int connection = Connect();
     if (connection != Tq4_control_nobody || m_run_type != Tq4_app_run_type_daemon) return connection;
     if (Tq4_control_await_end(pipe, End_wait)) return Tq4_control_connect(pipe); // others may have waited, too
     Tq4_sock_api->SetError(EBUSY);
@@ -185,7 +223,10 @@ int Tq4_app_obj::Reach() {
 
 int Tq4_app_obj::FailToReach() {
     const int error = Tq4_sock_api->Error();
-    print("连接%s服务程序失败，请检查服务程序是否正常运行\n", m_name);
+    if (*m_name)
+        print("连接%s服务程序失败，请检查服务程序是否正常运行\n", m_name);
+    else
+        print("%s failed\n", "readlink(\"/proc/self/exe\")");
     print_reason(error);
     return No_daemon;
 }
@@ -279,8 +320,9 @@ void Tq4_app_obj::ServeShells() {
     std::optional<Tq4_attached_shell> shell;
     while (said == Tq4_app_farewell::Left && !m_ending) {
         shell.reset();
+        if (m_spare < 0) m_spare = MP_OpenSpareDescriptor();
         if (!Await(m_listen_sock, Accept_wait)) continue;
-        const int connection = Tq4_sock_api->Accept(m_listen_sock, nullptr);
+        const int connection = Admit();
         if (connection < 0) {
             Await(-1, Accept_retry);
             continue;
@@ -289,6 +331,14 @@ void Tq4_app_obj::ServeShells() {
         said = ServeShell();
     }
     End(true);
+}
+
+// Whoever wants to stop a service that has used up its descriptors gets in, too.
+int Tq4_app_obj::Admit() {
+    const int connection = Tq4_sock_api->Accept(m_listen_sock, nullptr);
+    if (connection >= 0 || m_spare < 0) return connection;
+    Tq4_sock_api->Close(std::exchange(m_spare, -1));
+    return Tq4_sock_api->Accept(m_listen_sock, nullptr);
 }
 
 Tq4_app_farewell Tq4_app_obj::ServeShell() {
@@ -307,13 +357,15 @@ int Tq4_app_obj::RunShell() {
     print("%s服务程序已经运行，现在进入命令交互模式\n", m_name);
     Greet("%s服务运行于命令交互模式（实际服务在后台进程）\n");
     auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "console_display");
+    ExpectPrompt();
     m_shows_itself = !(*thread)->Init(thread.get(), display_output, nullptr);
     (*thread)->Resume(thread.get());
+    AwaitPrompt(Welcome_wait);
     const auto said = Converse(m_daemon);
     // The daemon meets the end of what was typed, answers all of it and ends the connection. After "stop" that takes
     // what stopping takes.
     MP_SOCK_Shutdown(m_daemon, MP_Direction_out);
-    if (!m_ending) Await(-1, said == Tq4_app_farewell::Stop ? Without_limit : Leave_wait);
+    while (!m_ending && Await(-1, said == Tq4_app_farewell::Stop ? Without_limit : Leave_wait)) continue;
     MP_SOCK_Shutdown(m_daemon, MP_Direction_both);
     thread.reset();
     return Leave();
@@ -321,7 +373,7 @@ int Tq4_app_obj::RunShell() {
 
 // A shell with a single command.
 int Tq4_app_obj::RunStopOption() {
-    m_daemon = Tq4_control_connect(PipePath());
+    m_daemon = Connect();
     if (m_daemon == Tq4_control_nobody) {
         Tq4_control_await_end(PipePath(), End_wait);
         print("%s 服务没有运行\n", m_name);

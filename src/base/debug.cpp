@@ -10,6 +10,7 @@
 
 #include "own.hpp"
 #include "platform/multi_platform_console.hpp"
+#include "platform/multi_platform_output.hpp"
 #include "platform/multi_platform_system.hpp"
 #include "tq4/debug.h"
 #include "tq4/string.h"
@@ -17,6 +18,7 @@
 namespace {
 
 constexpr int standard_output = 1, standard_error = 2;
+constexpr long longest_wait_ms = 1000; // for the reader of standard error
 constexpr int highest_logged_level = 0;
 // Facility "user", severity 0: the same for every message, deliberately; who filters the system log relies on it.
 constexpr int system_log_priority = 8;
@@ -120,9 +122,8 @@ void Tq4_debug_tell_error(const char *format, ...) {
     va_start(args, format);
     const auto text = console_text(format, args);
     va_end(args);
-    const char *bytes = (*text)->c_str(text.get());
-    for (long left = (*text)->length(text.get()), written; left > 0; left -= written, bytes += written)
-        if ((written = MP_Write(standard_error, bytes, static_cast<std::size_t>(left))) < 1) break;
+    MP_Output_Tell(standard_error, (*text)->c_str(text.get()), static_cast<std::size_t>((*text)->length(text.get())),
+                   longest_wait_ms);
 }
 
 extern "C" constinit const Tq4_debug_ *const Tq4_debug_api = &api_Tq4_debug;

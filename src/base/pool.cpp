@@ -51,7 +51,10 @@ Tq4_pool_obj::Tq4_pool_obj(const Tq4_pool_CreateParams *given)
     TQ4_ASSERT(m_item_res != nullptr);
 }
 
+// Whatever Delete does with the pool, nothing new comes in.
 Tq4_pool_obj::~Tq4_pool_obj() {
+    m_callback.Create = [](void *) -> void * { return nullptr; };
+    m_res_count = 0;
     for (std::size_t i = 0; i < Leaves(); ++i) {
         if (!m_item_res[i]) continue;
         for (unsigned at = 0; at < Tq4_pool_leaf::size; ++at) Destroy({m_item_res[i], at});

@@ -254,8 +254,9 @@ void Tq4_reorder_obj::Visit(unsigned held, Tq4_reorder_visitor callback, void *c
     }
 }
 
-// Frees what is held; the head stays where it is.
+// Frees what is held; the head stays where it is. The delete function may look at what is left.
 void Tq4_reorder_obj::Drop() {
+    w_size = 0;
     for (unsigned distance = 0; e_size; ++distance) {
         Tq4_reorder_item &slot = At(distance);
         if (slot.type == Empty) continue;
@@ -263,7 +264,6 @@ void Tq4_reorder_obj::Drop() {
         --e_size;
         Free(slot.data);
     }
-    w_size = 0;
 }
 
 void Tq4_reorder_obj::Check() const {

@@ -102,6 +102,11 @@ bool remove_content(const char *path) {
 int RmDir(const char *path, int recursive) {
     std::string directory = path ? path : "";
     while (!directory.empty() && directory.back() == '/') directory.pop_back(); // "link/" would be what it points to
+    const std::string_view last = std::string_view(directory).substr(directory.rfind('/') + 1);
+    if (last == "." || last == "..") { // the system refuses these too, but only when all in them would be gone
+        errno = EINVAL;
+        return 0;
+    }
     MP_FileInfo info;
     if (!MP_GetFileInfo(directory.c_str(), 0, &info) || info.type != Tq4_file_type_directory) return 0;
     if (recursive && !remove_content(directory.c_str())) return 0;

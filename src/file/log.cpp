@@ -123,8 +123,9 @@ struct Trouble {
 
 std::string default_main_directory() {
     char path[4096];
-    MP_GetExePath(path, sizeof path);
-    return MP_AbsolutePath((std::string(*path ? path : ".") + "/log_files").c_str());
+    const bool is_known = *MP_GetExeFullName(path, sizeof path) != 0; // the directory may be the root, which is ""
+    const std::string directory = is_known ? MP_GetExePath(path, sizeof path) : ".";
+    return MP_AbsolutePath((directory + "/log_files").c_str());
 }
 
 } // namespace
@@ -434,7 +435,7 @@ void Tq4_log_obj::Note_trouble(const std::string &path) {
     if (!std::exchange(m_told, true)) delete m_trouble.exchange(new Trouble{path, MP_FileGetLastError()});
 }
 
-// Without the lock: standard error may be a pipe that nobody reads.
+// Without the lock: the reader of standard error may be slow.
 void Tq4_log_obj::Tell_trouble() {
     if (!m_trouble.load(std::memory_order_relaxed)) return;
     const std::unique_ptr<Trouble> trouble(m_trouble.exchange(nullptr));

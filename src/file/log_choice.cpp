@@ -44,9 +44,10 @@ bool Tq4_log_choice::Due(const std::tm &t) {
 void Tq4_log_choice::Begin_day(const std::tm &t) {
     m_index = 1;
     m_dateStamp = t;
-    const int year = t.tm_year + 1900, month = t.tm_mon + 1;
+    const long year = t.tm_year + 1900L;
+    const int month = t.tm_mon + 1;
     char day[Numbers_room];
-    std::snprintf(day, sizeof day, "/logfiles-%04d/%02d/%4.4d-%2.2d-%2.2d", year, month, year, month, t.tm_mday);
+    std::snprintf(day, sizeof day, "/logfiles-%04ld/%02d/%4.4ld-%2.2d-%2.2d", year, month, year, month, t.tm_mday);
     std::string filedir = m_maindir + day;
     m_filedir_before.swap(m_filedir);
     // Around midnight late lines go back and forth between two days; their texts stay where they are.
@@ -56,7 +57,7 @@ void Tq4_log_choice::Begin_day(const std::tm &t) {
 std::string Tq4_log_choice::Next(const std::tm &t, const Size_of &size_of) {
     for (;;) {
         char rest[Numbers_room];
-        std::snprintf(rest, sizeof rest, "_%04d-%02d-%02d %02d-%d[%03" PRIu64 "].log", t.tm_year + 1900, t.tm_mon + 1,
+        std::snprintf(rest, sizeof rest, "_%04ld-%02d-%02d %02d-%d[%03" PRIu64 "].log", t.tm_year + 1900L, t.tm_mon + 1,
                       t.tm_mday, t.tm_hour, quarter(t) + 1, m_index++);
         std::string name = m_pre + rest;
         if (name == m_filename) continue;

@@ -23,7 +23,7 @@ constexpr char printable(uint8_t byte) { return byte >= 0x20 && byte < 0x7f ? st
 } // namespace
 
 void Tq4_log_prefix::Set(const std::tm &t) {
-    const int length = std::snprintf(m_second, sizeof m_second, "[%4d-%02d-%02d %02d:%02d:%02d ", t.tm_year + 1900,
+    const int length = std::snprintf(m_second, sizeof m_second, "[%4ld-%02d-%02d %02d:%02d:%02d ", t.tm_year + 1900L,
                                      t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
     m_length = static_cast<unsigned>(std::max(length, 0));
 }

@@ -95,6 +95,10 @@ void MP_OpenStandardDescriptors() {
 
 int MP_PrepareToDetach() { return open_reserve(0) >= 0 && open_reserve(standard_output) >= 0; }
 
+int MP_OpenSpareDescriptor() {
+    return MP_Restarted([] { return open(null_device, O_RDONLY | O_CLOEXEC); });
+}
+
 void MP_DetachStandardDescriptors() {
     for (int descriptor = 0; descriptor < standard_descriptors; ++descriptor)
         dup2(open_reserve(descriptor), descriptor);

@@ -17,6 +17,9 @@ int MP_PrepareToDetach();
 void MP_DetachStandardDescriptors();
 // Puts all three on the descriptor, which stays open.
 void MP_AttachStandardDescriptors(int descriptor);
+// A descriptor that leads nowhere, owned by the caller: closed when no other is free, it makes room for one. -1 when
+// the system gives none.
+int MP_OpenSpareDescriptor();
 // Hands what the C library holds for standard output to the system. 0 when that refuses some, which is dropped, and
 // when the end was asked for while another thread prints.
 int MP_FlushStandardOutput();
@@ -48,7 +51,8 @@ enum MP_Event : unsigned {
     MP_Event_none = 0,
     MP_Event_stop = 1,   // SIGTERM or SIGINT
     MP_Event_reopen = 2, // SIGHUP
-    MP_Event_ended = 4   // raised by the program alone
+    MP_Event_ended = 4,  // these two are raised by the program alone
+    MP_Event_answered = 8
 };
 
 // Lets SIGTERM, SIGINT and SIGHUP raise events instead of ending the process, and SIGPIPE do nothing. What was

@@ -25,6 +25,7 @@
 namespace {
 
 constexpr int slice_ms = 50;
+constexpr int roomy_pipe = 1 << 20;         // bytes, what a pipe of an ordinary user may have; a full one has 64 KB
 constexpr std::size_t terminal_piece = 128; // for one that cannot be opened again
 
 enum class Kind { Socket, Pipe, Terminal, Other };
@@ -101,28 +102,40 @@ private:
     uint64_t m_end = 0; // when it waits
 };
 
-} // namespace
-
-int MP_Output_Write(int descriptor, const void *bytes, std::size_t size, long ms) {
-    const Held held(descriptor);
+// False when the system refuses some of the bytes, or no reader takes them in time.
+bool write_within(const Held &held, const char *at, std::size_t size, long ms) {
     Patience patience(ms);
-    const char *at = static_cast<const char *>(bytes);
     while (size > 0) {
         const ssize_t written = held.Write(at, size);
         if (written > 0) {
             at += written;
             size -= static_cast<std::size_t>(written);
         } else if (written == 0 || (errno != EAGAIN && errno != EINTR)) {
-            break;
+            return false;
         } else if (errno == EAGAIN) {
             const int slice = patience.Slice();
-            if (slice == 0) break;
+            if (slice == 0) return false;
             held.Await(slice);
         }
     }
+    return true;
+}
+
+} // namespace
+
+int MP_Output_Write(int descriptor, const void *bytes, std::size_t size, long ms) {
+    const Held held(descriptor);
+    const bool written = write_within(held, static_cast<const char *>(bytes), size, ms);
     // A reader that is late at the end may still want what found room.
-    if (size > 0 && !MP_Events_Ending()) held.End();
-    return size == 0;
+    if (!written && !MP_Events_Ending()) held.End();
+    return written;
+}
+
+int MP_Output_Tell(int descriptor, const void *bytes, std::size_t size, long ms) {
+    pollfd watched{descriptor, POLLOUT, 0};
+    poll(&watched, 1, 0);
+    if (watched.revents & ~POLLOUT) return 0; // a write would raise SIGPIPE
+    return write_within(Held(descriptor), static_cast<const char *>(bytes), size, ms);
 }
 
 void MP_Output_StopWaiting(int descriptor) {
@@ -132,10 +145,10 @@ void MP_Output_StopWaiting(int descriptor) {
     if (own >= 0) {
         dup2(own, descriptor);
         close(own);
-        return;
+    } else if (const int flags = fcntl(descriptor, F_GETFL); flags >= 0) {
+        fcntl(descriptor, F_SETFL, flags | O_NONBLOCK);
     }
-    const int flags = fcntl(descriptor, F_GETFL);
-    if (flags >= 0) fcntl(descriptor, F_SETFL, flags | O_NONBLOCK);
+    if (kind == Kind::Pipe) fcntl(descriptor, F_SETPIPE_SZ, roomy_pipe);
 }
 
 MP_Output_Backlog MP_Output_GetBacklog(int socket) {

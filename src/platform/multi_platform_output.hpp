@@ -9,8 +9,12 @@
 // connection that took the descriptor's place meanwhile is left alone.
 int MP_Output_Write(int descriptor, const void *bytes, std::size_t size, long ms);
 
-// From now on no write to the descriptor waits, by this or any other function: what finds no room fails. Others who
-// share a terminal or a pipe are not affected, unless it cannot be opened again. From any thread, or a signal handler.
+// The same for a reader that is not ours to end: nothing is ended, and one that has gone raises no SIGPIPE.
+int MP_Output_Tell(int descriptor, const void *bytes, std::size_t size, long ms);
+
+// From now on no write to the descriptor waits, by this or any other function: what finds no room fails. A write to a
+// pipe that waits already finds room, unless it is of a megabyte. Others who share a terminal or a pipe are not
+// affected, unless it cannot be opened again. From any thread, or a signal handler.
 void MP_Output_StopWaiting(int descriptor);
 
 // How far the peer of a local connection is behind.

@@ -15,6 +15,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "computed_once.hpp"
 #include "sanitizers.hpp"
 #include "thread_record.hpp"
 
@@ -100,13 +101,12 @@ void MP_THREAD_Pause() {
 }
 
 bool MP_THREAD_IsAlone() {
-    static const bool alone = sysconf(_SC_NPROCESSORS_ONLN) < 2;
-    return alone;
+    return Tq4_computed_once([] { return sysconf(_SC_NPROCESSORS_ONLN) < 2; });
 }
 
 bool MP_THREAD_CanFenceOthers() {
-    static const bool can = syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
-    return can;
+    return Tq4_computed_once(
+        [] { return syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0; });
 }
 
 void MP_THREAD_FenceOthers() { syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0); }
@@ -314,11 +314,12 @@ int MP_THREAD_SignalIsDefault(int signal) {
     return sigaction(signal, nullptr, &action) == 0 && !(action.sa_flags & SA_SIGINFO) && action.sa_handler == SIG_DFL;
 }
 
+// A child is a thread of its own. Registered when the library is loaded, before there are threads that could fork.
+[[maybe_unused]] static const int forgets_at_fork = pthread_atfork(nullptr, nullptr, [] {
+    if (Tq4_this_thread->kernel_id) Tq4_this_thread->kernel_id = 0;
+});
+
 pid_t MP_THREAD_GetLWP() {
-    static const int forgets_at_fork = pthread_atfork(nullptr, nullptr, [] {
-        if (Tq4_this_thread->kernel_id) Tq4_this_thread->kernel_id = 0;
-    });
-    (void)forgets_at_fork;
     if (Tq4_this_thread->kernel_id) return Tq4_this_thread->kernel_id;
     const pid_t id = gettid();
     if (Tq4_thread_record *own = Tq4_own_thread_record()) own->kernel_id = id;

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "platform/multi_platform_pthread.hpp"
+#include "thread_record.hpp"
 
 int MP_gettimeofday(timeval *now) { return gettimeofday(now, nullptr); }
 
@@ -26,9 +27,36 @@ double MP_difftimeval(const timeval *a, const timeval *b) {
     return seconds * 1e6 + microseconds;
 }
 
+// --- The calendar ---
+
+// The C library has a lock over its time zone, and leaves it to a child as it was at the fork, and to everybody when a
+// thread is killed that holds it. So we hold one of our own around our calls, at forks and against kills. Registered
+// before the other locks of the library that forks take, it is taken last.
+static pthread_mutex_t time_zone_lock = PTHREAD_MUTEX_INITIALIZER;
+static void lock_time_zone() { pthread_mutex_lock(&time_zone_lock); }
+static void unlock_time_zone() { pthread_mutex_unlock(&time_zone_lock); }
+
+[[gnu::constructor(200)]] static void rest_at_forks() {
+    pthread_atfork(lock_time_zone, unlock_time_zone, unlock_time_zone);
+}
+
+template <class Function> static auto with_time_zone(Function function) {
+    const bool killable = Tq4_this_thread->killable;
+    const int before = killable ? MP_THREAD_DeferCancel() : 0;
+    lock_time_zone();
+    const auto result = function();
+    unlock_time_zone();
+    if (killable) MP_THREAD_RestoreCancel(before);
+    return result;
+}
+
 tm *MP_localtime(const time_t *time, tm *result) {
     if (!time) return nullptr;
-    return result ? localtime_r(time, result) : localtime(time);
+    return with_time_zone([=] { return result ? localtime_r(time, result) : localtime(time); });
+}
+
+time_t MP_mktime(tm *fields) {
+    return with_time_zone([=] { return mktime(fields); });
 }
 
 void MP_Sleep(long ms) {

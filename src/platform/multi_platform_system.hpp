@@ -14,6 +14,9 @@ double MP_difftimeval(const timeval *a, const timeval *b);
 // *time as local calendar time in *result, which is returned. Without a result record, the C library's shared one is
 // used and returned, and then the call is not safe beside others. Null for a null time or a year that does not fit.
 tm *MP_localtime(const time_t *time, tm *result);
+// The moment of a local calendar time, as C's mktime. Neither this nor MP_localtime is broken in a child that was
+// forked while another thread was in them, or by a kill.
+time_t MP_mktime(tm *fields);
 
 // Returns after ms milliseconds, whatever signals come; at once when ms is 0 or negative.
 void MP_Sleep(long ms);

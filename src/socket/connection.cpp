@@ -50,6 +50,7 @@ void Tq4_socket_obj::OpenConnection(Tq4_socket_info *info, const Tq4_socket_call
 }
 
 void Tq4_socket_obj::TryToConnect(Tq4_sock_item *item) {
+    TQ4_CHECK(item->info.fd < 0 && item->tcp->state == Tq4_tcp_UnUsed && item->tcp->m_sendq.count() == 0);
     int &fd = item->info.fd;
     fd = Tq4_sock_api->OpenTcp2(item->m_bind ? item->m_bind.get() : item->info.remote, item->m_bind != nullptr);
     if (fd < 0 || !MP_SOCK_Opt_Block(fd, 0)) return FailToBegin(item, MP_SOCK_GetLastError());
@@ -186,6 +187,7 @@ int Tq4_socket_obj::Send(Tq4_id id, Tq4_string text) {
 void Tq4_socket_obj::TakeTurn(Tq4_sock_item *item) {
     auto &tcp = *item->tcp;
     if (tcp.state != Tq4_tcp_Connected || tcp.m_has_turn || tcp.m_awaits_room || tcp.m_cannot_write) return;
+    TQ4_CHECK(item->info.fd >= 0);
     tcp.m_has_turn = true;
     m_turns.push_back(item->number());
 }

@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "assert.hpp"
 #include "base/string/string.hpp"
 
 namespace {
@@ -18,6 +19,7 @@ void Tq4_send_queue::Append(Tq4_hooked<Tq4_string> text) {
     (m_tail ? m_tail->next : m_head) = unit;
     m_tail = unit;
     ++m_count;
+    Check();
 }
 
 std::size_t Tq4_send_queue::Blocks(MP_SOCK_Block (&blocks)[Most_blocks]) const {
@@ -49,6 +51,15 @@ void Tq4_send_queue::DropHead() {
     --m_count;
     unit->~Tq4_tcp_data();
     Tq4_object_memory_free(unit, sizeof *unit);
+    Check();
+}
+
+void Tq4_send_queue::Check() const {
+    TQ4_CHECK((m_count == 0) == (m_head == nullptr) && (m_count == 0) == (m_tail == nullptr));
+    TQ4_CHECK(!m_tail || !m_tail->next);
+    TQ4_CHECK(m_count != 1 || m_head == m_tail);
+    TQ4_CHECK(!m_head || m_head->offset <= bytes_of(m_head->data).size);
+    TQ4_CHECK(m_count <= Most + 2); // one more for a send whose notice of fullness filled the queue
 }
 
 void Tq4_send_queue::Clear() {

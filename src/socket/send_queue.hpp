@@ -50,4 +50,5 @@ private:
     bool m_full_notify = false; // fullness was told
 
     void DropHead();
+    void Check() const;
 };

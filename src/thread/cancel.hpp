@@ -144,3 +144,12 @@ extern "C" void __asan_unpoison_memory_region(const volatile void *begin, std::s
 #else
 inline void Tq4_forget_killed_frames() {}
 #endif
+
+// The same for a cleanup handler that goes on with what the kill has interrupted in a user's function: from here on the
+// thread cannot be killed again, and its gate is shut as it was around that function.
+[[gnu::always_inline]] inline void Tq4_outlive_kill() {
+    Tq4_forget_killed_frames();
+    MP_THREAD_ClearCancel();
+    if (Tq4_this_thread->killable) Tq4_this_thread->killable = false;
+    Tq4_shut_kill_gate();
+}

@@ -1,8 +1,9 @@
 // event: a flag behind a mutex, with a condition to wait on.
 //
-// The flag alone decides: the condition only tells waiters to look again, so wake-ups without cause, and a Set that
-// arrives together with the time-out, need no care of their own. Waiters are woken while the mutex is held: once the
-// flag is seen set, the setter touches the event no more than its waiter may know, and the waiter may delete it.
+// The flag decides, and for a manual-reset event also how often it became set: a waiter that was there then passes even
+// if a Reset came before it ran. The condition only tells waiters to look again, so wake-ups without cause, and a Set
+// that arrives together with the time-out, need no care of their own. Waiters are woken while the mutex is held: once
+// the flag is seen set, the setter touches the event no more than its waiter may know, and the waiter may delete it.
 // A kill takes a waiter only inside the wait, where a handler gives the mutex back and passes the wake-up on.
 #include "thread/event.hpp"
 
@@ -20,6 +21,7 @@ struct Tq4_event_obj : Tq4_identity {
     std::atomic<bool> m_isSet; // changed under m_mutex
     bool m_isManuSet;          // constant once others know the event, like m_initial
     bool m_initial;            // m_isSet of a new event
+    unsigned long m_sets = 0;  // how often a manual-reset event became set; under m_mutex
 
     explicit Tq4_event_obj(const Tq4_event_CreateParams *given) {
         constexpr Tq4_event_CreateParams defaults{.bManualReset = 1, .bInitialState = 0};
@@ -42,8 +44,9 @@ struct Tq4_event_obj : Tq4_identity {
 
 private:
     bool StaysSet();
-    void AwaitFlag(unsigned long milliseconds);
-    void AwaitFlagUntilTimeout(unsigned long milliseconds);
+    void Await(unsigned long milliseconds, unsigned long sets_before);
+    void AwaitUntilTimeout(unsigned long milliseconds, unsigned long sets_before);
+    bool IsSetSince(unsigned long sets_before) const { return m_isSet || m_sets != sets_before; }
     void Wake() { m_isManuSet ? MP_THREAD_event_signal_all(&m_cond) : MP_THREAD_event_signal(&m_cond); }
     static void KilledInWait(void *event);
 };
@@ -60,6 +63,7 @@ void Tq4_event_obj::Set() {
     Tq4_cancel_deferred deferred;
     MP_THREAD_mutex_lock(&m_mutex);
     m_isSet.exchange(true);
+    m_sets += m_isManuSet;
     Wake();
     MP_THREAD_mutex_unlock(&m_mutex);
 }
@@ -75,26 +79,27 @@ void Tq4_event_obj::Clear() {
 int Tq4_event_obj::Wait(unsigned long milliseconds) {
     Tq4_cancel_deferred deferred;
     MP_THREAD_mutex_lock(&m_mutex);
-    if (!m_isSet && milliseconds != 0) AwaitFlag(milliseconds);
-    const bool was_set = m_isManuSet ? m_isSet.load() : m_isSet.exchange(false);
+    const unsigned long sets_before = m_sets;
+    if (!m_isSet && milliseconds != 0) Await(milliseconds, sets_before);
+    const bool passes = m_isManuSet ? IsSetSince(sets_before) : m_isSet.exchange(false);
     MP_THREAD_mutex_unlock(&m_mutex);
-    return was_set;
+    return passes;
 }
 
-void Tq4_event_obj::AwaitFlag(unsigned long milliseconds) {
+void Tq4_event_obj::Await(unsigned long milliseconds, unsigned long sets_before) {
     pthread_cleanup_push(KilledInWait, this);
     if (milliseconds == TQ4_ALL_ONES)
-        while (!m_isSet) MP_THREAD_event_wait(&m_cond, TQ4_ALL_ONES, &m_mutex);
+        while (!IsSetSince(sets_before)) MP_THREAD_event_wait(&m_cond, TQ4_ALL_ONES, &m_mutex);
     else
-        AwaitFlagUntilTimeout(milliseconds);
+        AwaitUntilTimeout(milliseconds, sets_before);
     pthread_cleanup_pop(0);
 }
 
 // Woken without cause, it waits for the rest.
-void Tq4_event_obj::AwaitFlagUntilTimeout(unsigned long milliseconds) {
+void Tq4_event_obj::AwaitUntilTimeout(unsigned long milliseconds, unsigned long sets_before) {
     using namespace std::chrono;
     const auto start = steady_clock::now();
-    for (unsigned long gone = 0; !m_isSet && gone < milliseconds;) {
+    for (unsigned long gone = 0; !IsSetSince(sets_before) && gone < milliseconds;) {
         if (MP_THREAD_event_wait(&m_cond, milliseconds - gone, &m_mutex) == ETIMEDOUT) return;
         gone = static_cast<unsigned long>(floor<std::chrono::milliseconds>(steady_clock::now() - start).count());
     }

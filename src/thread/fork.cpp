@@ -36,6 +36,10 @@ template <Tq4_fork_moment Moment> void after_fork() {
 
 } // namespace
 
+// When the library is loaded: a thread that registered later would itself meet forks on the way.
+[[maybe_unused]] const int called =
+    MP_THREAD_AtFork(before_fork, after_fork<Tq4_fork_moment::in_parent>, after_fork<Tq4_fork_moment::in_child>);
+
 Tq4_no_fork::Tq4_no_fork() : m_before(Tq4_hold_off_kill()) { lock.lock(); }
 
 Tq4_no_fork::~Tq4_no_fork() {
@@ -44,9 +48,6 @@ Tq4_no_fork::~Tq4_no_fork() {
 }
 
 Tq4_fork_member::Tq4_fork_member(void *owner, At_fork at_fork) : m_owner(owner), m_at_fork(at_fork) {
-    static const int called =
-        MP_THREAD_AtFork(before_fork, after_fork<Tq4_fork_moment::in_parent>, after_fork<Tq4_fork_moment::in_child>);
-    (void)called;
     const Tq4_no_fork held;
     m_next = members;
     m_link = &members;

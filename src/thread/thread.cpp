@@ -17,6 +17,7 @@
 #include <csignal>
 #include <cstring>
 
+#include "computed_once.hpp"
 #include "identity.hpp"
 #include "module.hpp"
 #include "own.hpp"
@@ -121,10 +122,10 @@ static void on_quit_signal(int signal) {
 }
 
 static void install_quit_signal_once() {
-    [[maybe_unused]] static const bool installed = [] {
+    Tq4_computed_once([] {
         if (MP_THREAD_SignalIsDefault(SIGQUIT)) MP_THREAD_Signal(SIGQUIT, on_quit_signal);
         return true;
-    }();
+    });
 }
 
 unsigned long Tq4_thread_obj::Init(Tq4_thread_func func, void *param) {

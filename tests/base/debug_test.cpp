@@ -1,4 +1,5 @@
-// Prints and log lines reach the sinks; the built-in ones write to standard output and to the system log.
+// Prints and log lines reach the sinks; the built-in ones write to standard output and to the system log. Errors are
+// told to standard error, where somebody may read them or not.
 #include "base/debug.hpp"
 #include "support/test.hpp"
 
@@ -20,17 +21,18 @@ namespace {
 
 const Tq4_debug_ &debug = *Tq4_debug_api;
 
-// Standard output is a pipe while this lives.
-class Standard_output {
+// A descriptor, standard output if nothing else is said, is a pipe while this lives.
+class Piped {
 public:
-    Standard_output() {
+    explicit Piped(int descriptor = 1) : m_descriptor(descriptor), m_before(fcntl(descriptor, F_DUPFD_CLOEXEC, 3)) {
         std::fflush(stdout);
         EXPECT_EQ(pipe2(m_ends, O_CLOEXEC), 0);
-        dup2(m_ends[1], 1);
+        dup2(m_ends[1], m_descriptor);
     }
-    ~Standard_output() {
-        dup2(m_before, 1);
-        for (int descriptor : {m_before, m_ends[0], m_ends[1]}) close(descriptor);
+    ~Piped() {
+        dup2(m_before, m_descriptor);
+        close_reader();
+        close(m_before), close(m_ends[1]);
     }
     // What was written, at most a pipe's content; waits for the first of it.
     std::string read_some() {
@@ -39,10 +41,12 @@ public:
         text.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
         return text;
     }
+    void close_reader() {
+        if (m_ends[0] >= 0) close(std::exchange(m_ends[0], -1));
+    }
 
 private:
-    int m_before = fcntl(1, F_DUPFD_CLOEXEC, 3);
-    int m_ends[2];
+    int m_descriptor, m_before, m_ends[2];
 };
 
 struct Debug : testing::Test {
@@ -70,7 +74,7 @@ TEST_F(Debug, SinksReceiveEverythingUntilNullRestoresTheBuiltInOnes) {
     call(debug.vlog, 0, "%s", "four");
     EXPECT_EQ(sunk, (Texts{"p3 1 one", "p-1 two", "l9 3", "l0 four"}));
 
-    Standard_output output;
+    Piped output;
     debug.SetPrint(nullptr);
     debug.SetLog(nullptr);
     debug.Printf(0, nullptr);
@@ -79,16 +83,12 @@ TEST_F(Debug, SinksReceiveEverythingUntilNullRestoresTheBuiltInOnes) {
     EXPECT_EQ(system_log, (Texts{"8 level -100 100%", "8 level 0 100%"})) << "up to zero, with one severity";
 }
 
-TEST_F(Debug, OutputIsGb18030WhenAsked) {
-    Standard_output output;
+// Every print is in one charset or in the other.
+TEST_F(Debug, OutputIsGb18030WhenAskedAlsoWhileAThreadPrints) {
+    Piped output;
     debug.Charset(1);
     debug.Printf(0, "%s%c\n", "中", 0);
     EXPECT_EQ(output.read_some(), std::string("\xd6\xd0\0\n", 4));
-}
-
-// For the thread sanitizer; elsewhere every print is in one charset or in the other.
-TEST_F(Debug, TheCharsetMayChangeWhileAThreadPrints) {
-    Standard_output output;
     std::atomic<bool> over = false;
     Parallel switching([&] {
         for (int gb18030 = 0; !over; gb18030 ^= 1) debug.Charset(gb18030);
@@ -96,7 +96,7 @@ TEST_F(Debug, TheCharsetMayChangeWhileAThreadPrints) {
     for (int i = 0; i < 1000; ++i) {
         debug.Printf(0, "%s", "中");
         const std::string shown = output.read_some();
-        ASSERT_TRUE(shown == "中" || shown == "\xd6\xd0") << shown;
+        EXPECT_TRUE(shown == "中" || shown == "\xd6\xd0") << shown;
     }
     over = true;
 }
@@ -114,7 +114,7 @@ TEST_F(Debug, AModuleGivesUpTheLogOnlyWhileItsSinkIsInstalled) {
 TEST_F(Debug, PartialWritesGoOnAndFailingOnesEndTheOutput) {
     const std::string text(1000000, 'x');
     std::string received;
-    Standard_output output;
+    Piped output;
     Parallel print([&] { return debug.Printf(0, "%s", text.c_str()), 0; });
     print.interrupt();
     while (received.size() < text.size()) received += output.read_some();
@@ -124,6 +124,21 @@ TEST_F(Debug, PartialWritesGoOnAndFailingOnesEndTheOutput) {
     fcntl(1, F_SETFL, O_NONBLOCK);
     debug.Printf(0, "%s", text.c_str());
     EXPECT_GT(output.read_some().size(), 0u) << "what fitted, and the call has come back";
+}
+
+TEST_F(Debug, AnErrorNeitherWaitsForAReaderForLongNorEndsTheProcess) {
+    Piped errors(2);
+    errno = EAGAIN;
+    Tq4_debug_tell_error("%s %m\n", "中");
+    EXPECT_EQ(errors.read_some(), "中 Resource temporarily unavailable\n");
+    fcntl(2, F_SETFL, O_NONBLOCK);
+    const std::string block(4096, 'x');
+    while (write(2, block.data(), block.size()) > 0) continue;
+    fcntl(2, F_SETFL, 0);
+    Tq4_debug_tell_error("lost");
+    EXPECT_EQ(errors.read_some().back(), 'x');
+    errors.close_reader();
+    Tq4_debug_tell_error("lost");
 }
 
 } // namespace

@@ -207,28 +207,33 @@ TEST_F(Queue, ComparatorsThatLieChangeNothingOrAtLeastEnd) {
 
 // ---- between threads
 
-TEST_F(Queue, ReadersShareWhatWritersPutInItsOrder) {
+// At the end each reader is let through by a Set: that of the test, or of the reader that left before.
+TEST_F(Queue, ReadersShareWhatWritersPutInItsOrderAndAllEnd) {
     for (const int pairs : {1, 3}) {
         use_locked();
-        const long each = 6000;
+        const long each = 6000, expected = pairs * each * (each + 1) / 2;
+        std::atomic<bool> running = true;
         std::atomic<long> sum = 0;
-        std::vector<std::thread> readers, writers;
+        std::vector<std::thread> threads;
         for (int pair = 0; pair < pairs; ++pair) {
-            readers.emplace_back([&] {
-                for (long n, last = 0; (n = drop((*q)->RemoveHead(q, TQ4_ALL_ONES))) != 0;) {
-                    if (pairs > 1 && n == -1) continue; // another reader was faster
+            threads.emplace_back([&] {
+                for (long last = 0; running;) {
+                    const long n = drop((*q)->RemoveHead(q, TQ4_ALL_ONES));
+                    if (n == -1) continue; // another reader was faster
                     EXPECT_TRUE(pairs > 1 || n == last + 1);
                     last = n, sum += n;
                 }
+                (*q)->Set(q);
             });
-            writers.emplace_back([&] {
+            threads.emplace_back([&] {
                 for (long i = 1; i <= each; ++i) (*q)->PutTail(q, new_item(i));
             });
         }
-        for (std::thread &writer : writers) writer.join();
-        for (int reader = 0; reader < pairs; ++reader) (*q)->PutTail(q, new_item(0)); // the end for each reader
-        for (std::thread &reader : readers) reader.join();
-        EXPECT_EQ(sum, pairs * each * (each + 1) / 2);
+        while (sum < expected) std::this_thread::yield();
+        running = false;
+        (*q)->Set(q);
+        for (std::thread &thread : threads) thread.join();
+        EXPECT_EQ(sum, expected);
         EXPECT_EQ((*q)->Count(q), 0u);
     }
 }
@@ -262,25 +267,6 @@ TEST_F(Queue, ASetEndsAReadersWaitAndIsNotLostBesideItems) {
     (*q)->Set(q);
     EXPECT_EQ(drop((*q)->RemoveHead(q, TQ4_ALL_ONES)), 1);
     EXPECT_EQ((*q)->RemoveHead(q, TQ4_ALL_ONES), nullptr) << "the item did not use up the Set";
-}
-
-// Each of many consumers is let through by one Set, its own or that of the one that left before.
-TEST_F(Queue, ConsumersThatPassTheSetOnAllEnd) {
-    use_locked();
-    std::atomic<bool> running = true;
-    std::atomic<long> sum = 0;
-    std::vector<std::thread> consumers;
-    for (int i = 0; i < 4; ++i)
-        consumers.emplace_back([&] {
-            while (running)
-                if (Tq4_queue_item item = (*q)->RemoveHead(q, TQ4_ALL_ONES)) sum += drop(item);
-            (*q)->Set(q);
-        });
-    for (int i = 1; i <= 1000; ++i) (*q)->PutTail(q, new_item(1));
-    while (sum < 1000) std::this_thread::yield();
-    running = false;
-    (*q)->Set(q);
-    for (std::thread &consumer : consumers) consumer.join();
 }
 
 // What is taken without waiting leaves the event of its insertion behind: the next reader must not take it for a Set.

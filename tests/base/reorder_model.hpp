@@ -42,6 +42,11 @@ public:
         expect(result == expected_of_cache(seq, data, mode), "CacheItem " + std::to_string(seq));
         if (result <= 0) free_data(data); // it stayed ours
     }
+    void limit(int highest) {
+        (*b)->SetMaxwait(b, highest);
+        m_highest = std::clamp(highest, 0, std::max(static_cast<int>(m_size) - 2, 0));
+        m_hold_back = std::min(m_hold_back, m_highest);
+    }
     void append() {
         const bool fits = ready() < m_size;
         expect((*b)->CacheItem(b, 17, nullptr, 0) == fits, "a slot without data");
@@ -121,7 +126,7 @@ private:
     Tq4_own<Tq4_reorder> owned = Tq4_make<Tq4_reorder>(Tq4_reorder_oitf);
     const Tq4_reorder b = owned.get();
     const unsigned m_size;
-    const int m_highest;
+    int m_highest;
     int m_hold_back = 0;
     bool m_first = false;
     uint32_t m_base = 0; // the number of position 0

@@ -15,24 +15,19 @@ std::string text(const char *(*operation)(Tq4_string)) {
     return returned;
 }
 
-TEST(System, TellsPaths) {
+TEST(System, TellsPathsAndCutsThemToAnyBuffer) {
     const fs::path exe = fs::read_symlink("/proc/self/exe");
     EXPECT_EQ(text(sys.ExePathName), exe);
     EXPECT_EQ(text(sys.ExeName), exe.filename());
     EXPECT_EQ(text(sys.ExePath), exe.parent_path());
     EXPECT_EQ(text(sys.CurrentDir), fs::current_path());
-}
-
-TEST(System, PathsAreCutToAnyBuffer) {
-    const std::string exe = std::filesystem::read_symlink("/proc/self/exe");
     for (auto fill : {MP_GetExeFullName, MP_GetExePath, MP_GetExeBaseName, MP_GetCurrentDir})
         for (std::size_t size = 0; size < 8; ++size) {
-            char buffer[8];
-            std::memset(buffer, '#', sizeof buffer);
+            char buffer[] = "#######";
             const char *told = fill(buffer, size);
-            EXPECT_EQ(buffer[size], '#') << size;
+            EXPECT_TRUE(size == 7 || buffer[size] == '#') << size;
             EXPECT_TRUE(size == 0 || (told >= buffer && told + std::strlen(told) < buffer + size)) << size;
-            if (size > 0 && fill == MP_GetExeFullName) { EXPECT_EQ(buffer, exe.substr(0, size - 1)); }
+            if (size > 0 && fill == MP_GetExeFullName) { EXPECT_EQ(buffer, exe.string().substr(0, size - 1)); }
         }
 }
 

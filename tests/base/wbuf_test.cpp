@@ -1,6 +1,7 @@
 // What the write buffer promises: its capacity follows the described steps, its hooks are asked when they should be,
 // numbers have a byte order, and room that cannot be had changes nothing.
 #include "base/wbuf.hpp"
+#include "sanitizers.hpp"
 #include "support/test.hpp"
 
 namespace {
@@ -31,7 +32,7 @@ TEST_F(Wbuf, CapacityGrowsByTheRequestRoundedUp) {
     }
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(TQ4_ADDRESS_SANITIZER) || defined(TQ4_THREAD_SANITIZER)
 constexpr uint64_t refused = uint64_t{1} << 62; // their allocators abort on what others refuse
 #else
 constexpr uint64_t refused = Tq4_wbuf_ceiling - 8192;

@@ -1,6 +1,6 @@
 // What a file promises beyond its stream: opening and closing, the position across both directions, size and
-// truncation.
-#include "support/test.hpp"
+// truncation, and that it holds what it has taken.
+#include "support/fault_sweep.hpp"
 
 namespace {
 
@@ -21,7 +21,9 @@ struct File : testing::Test {
     long size() { return (*f)->Size(f); }
 };
 
-TEST_F(File, OpensAsTheModeSays) {
+TEST_F(File, OpensAsTheModeSaysAndRefusesEverythingWhileClosed) {
+    EXPECT_EQ(write("x") + (*f)->Flush(f) + (*f)->Sync(f) + (*f)->Truncate(f, 0) + (*f)->Open(f, nullptr, 0), 0);
+    EXPECT_EQ(tell() + seek(0) + size(), -3);
     EXPECT_FALSE(open(Tq4_file_read));
     EXPECT_TRUE(open(Tq4_file_write | Tq4_file_create));
     EXPECT_EQ(write("abc"), 3);
@@ -68,9 +70,19 @@ TEST_F(File, SizeCountsWhatIsBufferedAndTruncateCutsWhatWasReadAhead) {
     EXPECT_FALSE((*f)->Truncate(f, TQ4_ALL_ONES));
 }
 
-TEST_F(File, AClosedFileRefusesEverything) {
-    EXPECT_EQ(write("x") + (*f)->Flush(f) + (*f)->Sync(f) + (*f)->Truncate(f, 0) + (*f)->Open(f, nullptr, 0), 0);
-    EXPECT_EQ(tell() + seek(0) + size(), -3);
+TEST_F(File, WhatItTakesItHolds) {
+    const std::string bytes(150000, 'b');
+    sweep_faults({"open", "write", "fsync", "close"}, [&](Fault_round &round) {
+        const Quick_dir quick;
+        const std::string path = quick / "new/file";
+        const bool done = round.done([&] {
+            const bool opened = (*f)->Open(f, path.c_str(), Tq4_file_write | Tq4_file_create);
+            const bool written = (*f)->Write(f, bytes.data(), bytes.size()) == static_cast<long>(bytes.size());
+            const bool synced = (*f)->Sync(f);
+            return (*f)->Close(f) && opened && written && synced;
+        });
+        EXPECT_TRUE(!done || content(path) == bytes);
+    });
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // What a log promises: every line whole and in order, in the file of its time, from any number of threads, and a
 // service that goes on when the disk does not.
 #include "file/log_line.hpp"
-#include "support/test.hpp"
+#include "support/fault_sweep.hpp"
 
 namespace {
 
@@ -33,12 +33,12 @@ struct Log : testing::Test {
         return texts;
     }
     // All log files, in the order of their names.
-    Texts files() const {
-        auto finder = Tq4_make<Tq4_finder>(Tq4_finder_oitf);
-        (*finder)->Find(finder.get(), (dir / "*.log").c_str(), Tq4_finder_files | Tq4_finder_recursive);
+    Texts files() const { return files_in(dir.path()); }
+    static Texts files_in(const std::string &directory) {
         Texts found;
-        for (unsigned long i = 0; i < (*finder)->Count(finder.get()); ++i)
-            found.push_back((*finder)->Path(finder.get(), i));
+        for (auto &entry : fs::recursive_directory_iterator(directory))
+            if (entry.path().extension() == ".log") found.push_back(entry.path());
+        std::sort(found.begin(), found.end());
         return found;
     }
     std::string everything() const {
@@ -58,6 +58,8 @@ TEST_F(Log, ALineIsAPrefixAndAMessageThatEndsInOneLineFeed) {
     EXPECT_EQ(all.substr(0, 21), "[2026-11-15 14:37:08 ");
     EXPECT_EQ(all.substr(21, 3).find_first_not_of("0123456789"), std::string::npos) << "milliseconds";
     EXPECT_EQ(all.substr(24, std::strlen(end)), end);
+    line("the last year", 67768036191676799 - 300 * 86400);
+    EXPECT_EQ(content(dir / files().back().substr(dir.path().size() + 1)).substr(0, 12), "[2147485547-");
 }
 
 TEST_F(Log, TheCurrentTimeIsTheOneOfPrintfWriteAndCheckFile) {
@@ -151,19 +153,27 @@ TEST_F(Log, AThreadThatIsKilledLeavesTheLogUsable) {
 
 // Threads hold the log's lock, or stand in its queue, when a process is forked. What holds them is not in the child.
 TEST_F(Log, AChildOfAProcessWhoseThreadsLogCanLog) {
-    constexpr int children = 20;
+    constexpr int children = 100;
     std::atomic<bool> over = false;
     std::vector<std::thread> running;
     for (int t = 0; t < 3; ++t)
         running.emplace_back([&] {
             while (!over) line("parent");
         });
+    const auto ask_calendar = [](std::time_t now) {
+        std::tm fields;
+        Tq4_system_api->localtime(&now, &fields);
+    };
+    running.emplace_back([&] {
+        while (!over) ask_calendar(0);
+    });
     int failed = 0;
     for (int i = 0; i < children; ++i) {
         const pid_t child = fork();
         if (child == 0) {
             alarm(60);
             line("child"), line("child");
+            ask_calendar(0);
             _exit(0);
         }
         int status = -1;
@@ -249,17 +259,6 @@ TEST_F(Log, SeveralLogsOnOneFileKeepItsLimitTogether) {
 
 // --- Faults ---
 
-TEST_F(Log, AnUnwritableDirectoryLosesLinesUntilItCanBeWritten) {
-    (*log)->MainDir(log, (dir / "main").c_str());
-    std::ofstream(dir / "main") << "a file in the way";
-    errno = EAGAIN;
-    line("lost");
-    EXPECT_EQ(errno, EAGAIN) << "the caller's, whatever failed";
-    fs::remove(dir / "main");
-    line("written");
-    EXPECT_EQ(messages(files().at(0)), Texts{"written"});
-}
-
 // What is written to standard error while this lives.
 class Standard_error {
 public:
@@ -279,62 +278,75 @@ private:
     int m_before = fcntl(2, F_DUPFD_CLOEXEC, 3);
 };
 
-TEST_F(Log, ALogThatCannotBeWrittenSaysSoOnce) {
+TEST_F(Log, ALogThatCannotBeWrittenSaysSoOnceAndGoesOn) {
     const Standard_error standard_error(dir / "error");
-    const std::string in_the_way = dir / "logfiles-2026";
-    std::ofstream(in_the_way) << "a file";
+    std::ofstream(dir / "logfiles-2026") << "a file in the way";
     for (int i = 0; i < 5; ++i) line("lost");
-    EXPECT_EQ(standard_error.said(), "日志文件" + first + "无法写入：Not a directory\n");
-    fs::remove(in_the_way);
+    const std::string trouble = "日志文件" + first + "无法写入：Not a directory\n";
+    EXPECT_EQ(standard_error.said(), trouble);
+    fs::remove(dir / "logfiles-2026");
     fs::create_directories(day);
     const std::string full = day + "svc_2026-11-15 14-3[006].log";
     fs::create_symlink("/dev/full", full);
-    for (int i = 0; i < 5; ++i) line("lost");
-    EXPECT_EQ(standard_error.said().substr(standard_error.said().find('\n') + 1),
-              "日志文件" + full + "无法写入：No space left on device\n")
-        << "another trouble";
-}
-
-TEST_F(Log, AFullDiskLosesLinesButLeavesNoTrailOfEmptyFiles) {
-    fs::create_directories(day);
-    fs::create_symlink("/dev/full", first);
     for (int i = 0; i < 1000; ++i) line("lost");
-    EXPECT_EQ(files(), Texts{first}) << "the file is kept, and tried again";
+    EXPECT_EQ(standard_error.said(), trouble + "日志文件" + full + "无法写入：No space left on device\n");
+    EXPECT_EQ(files(), Texts{full}) << "it is kept, and tried again";
+    fs::remove(full);
+    (*log)->CheckFile(log);
+    line("written", moment + 3600);
+    EXPECT_EQ(messages(files().back()), Texts{"written"});
 }
 
-// In a child, which lowers its own limit on the size of files: what does not fit is lost, and what was cut off in the
-// middle is taken back.
-TEST_F(Log, ALineThatWasCutOffIsTakenBack) {
-    constexpr rlim_t limit = 1000;
-    const pid_t child = fork();
-    if (child == 0) {
-        signal(SIGXFSZ, SIG_IGN);
-        const rlimit low{limit, RLIM_INFINITY}, high{RLIM_INFINITY, RLIM_INFINITY};
-        setrlimit(RLIMIT_FSIZE, &low);
-        for (int i = 0; i < 50; ++i) line("before");
-        setrlimit(RLIMIT_FSIZE, &high);
-        line("after");
-        _exit(0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    Texts expected(limit / (everything().find('\n') + 1), "before"); // as many as fit
-    expected.push_back("after");
-    EXPECT_EQ(messages(first), expected);
+// Under every fault each line is whole, or lost, and the log goes on. The second half of the lines is an hour later, so
+// that two files are opened.
+TEST_F(Log, LosesWholeLinesAlone) {
+    constexpr int lines = 6;
+    const auto message = [](int number) { return std::to_string(number) + " " + std::string(100, '.'); };
+    sweep_faults({"mkdir", "open", "write", "close"}, [&](Fault_round &round) {
+        const Quick_dir quick;
+        create("several threads");
+        (*log)->MainDir(log, quick.path().c_str());
+        const auto write = [&](int number) {
+            errno = ENOTTY;
+            line(message(number).c_str(), moment + std::min(number, lines - 1) / 3 * 3600);
+            EXPECT_EQ(errno, ENOTTY) << "the caller's";
+        };
+        round([&] {
+            for (int number = 0; number < lines; ++number) write(number);
+        });
+        write(lines);
+        owned.reset();
+        Texts found;
+        for (const std::string &path : files_in(quick.path())) {
+            for (std::string &text : messages(path)) found.push_back(std::move(text));
+            EXPECT_TRUE(fs::file_size(path) == 0 || content(path).back() == '\n');
+        }
+        int next = 0;
+        for (const std::string &text : found) {
+            while (next <= lines && text != message(next)) ++next;
+            EXPECT_LE(next++, lines) << "not one of the lines, or out of order: " << text;
+        }
+        EXPECT_TRUE(!found.empty() && found.back() == message(lines)) << "the line after the fault";
+        EXPECT_TRUE(found.size() == lines + 1 || !round.is_harmless());
+    });
 }
 
 TEST_F(Log, ACopyWritesTheSameFiles) {
+    const fs::path before = fs::current_path();
+    fs::current_path(dir.path());
+    (*log)->MainDir(log, "logs");
+    fs::current_path(before);
     const Tq4_own<Tq4_log> copy(static_cast<Tq4_log>(Tq4_log_oitf->Dup(log)));
     EXPECT_TRUE(Tq4_log_oitf->Equal(log, copy.get()));
     (*copy)->Printf_t(copy.get(), moment, 0, "by the copy");
-    EXPECT_EQ(messages(first), Texts{"by the copy"});
+    EXPECT_EQ(files().at(0).find(dir / "logs"), 0u) << "a relative directory was resolved at once";
+    EXPECT_EQ(messages(files().at(0)), Texts{"by the copy"});
     Tq4_log_oitf->Reset(log);
     EXPECT_FALSE(Tq4_log_oitf->Equal(log, copy.get()));
 }
 
 TEST(LogLine, ThePrefixIsThatOfItsFormat) {
-    for (auto [year, milliseconds, thread] : {std::tuple{2026, 7u, 0x1a}, {0, 0u, 0xabcde}, {9999, 999u, 0x7fffffff}}) {
+    for (auto [year, milliseconds, thread] : {std::tuple{0, 0u, 0xabcde}, {9999, 999u, 0x7fffffff}, {26, 7u, 0x1a}}) {
         Tq4_wbuf out;
         uint8_t room[256];
         Tq4_wbuf_InitFixed(&out, room, sizeof room);

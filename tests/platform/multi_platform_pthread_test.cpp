@@ -1,6 +1,4 @@
 // Deadlines are exact and never wrap, waits survive signals, and the deliberate results hold.
-#include <sys/syscall.h>
-
 #include "platform/multi_platform_pthread.hpp"
 #include "sanitizers.hpp"
 #include "support/test.hpp"
@@ -40,18 +38,6 @@ TEST(PlatformSemaphore, WaitsThroughSignals) {
     }
 }
 
-// Whether a thread that sleeps does so until a time on the wall clock. The kernel tells what was asked of it: the
-// number of the call and its arguments, here a futex's word and operation.
-bool sleeps_by_the_wall_clock(pid_t thread) {
-    constexpr unsigned long operation_bits = 15, wait_until = 9, by_the_wall_clock = 256;
-    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/syscall");
-    unsigned long call = 0, word = 0, operation = 0;
-    file >> call >> std::hex >> word >> operation;
-    EXPECT_EQ(call, static_cast<unsigned long>(SYS_futex));
-    EXPECT_EQ(operation & operation_bits, wait_until);
-    return operation & by_the_wall_clock;
-}
-
 // A wall clock that is set back would stretch a wait by as much. A test cannot set it, but the kernel knows who waits
 // for it.
 TEST(PlatformWaits, AreTimedByTheClockThatOnlyGoesForward) {
@@ -65,14 +51,9 @@ TEST(PlatformWaits, AreTimedByTheClockThatOnlyGoesForward) {
     const auto for_event = [&] {
         MP_THREAD_mutex_lock(&free_mutex);
         const int result = MP_THREAD_event_wait(&event, long_enough, &free_mutex);
-        MP_THREAD_mutex_unlock(&free_mutex);
-        return result;
+        return MP_THREAD_mutex_unlock(&free_mutex) ? result : -1;
     };
-    const auto for_mutex = [&] {
-        const int result = MP_THREAD_mutex_trylock(&held, long_enough);
-        MP_THREAD_mutex_unlock(&held);
-        return result;
-    };
+    const auto for_mutex = [&] { return MP_THREAD_mutex_trylock(&held, long_enough); };
     const auto for_semaphore = [&] { return MP_THREAD_Semaphore_wait(&semaphore, long_enough); };
     const std::pair<std::function<int()>, std::function<void()>> waits[] = {
         {for_event, [&] { MP_THREAD_event_signal(&event); }},
@@ -83,13 +64,13 @@ TEST(PlatformWaits, AreTimedByTheClockThatOnlyGoesForward) {
     for (const auto &[wait, release] : waits) {
         std::atomic<pid_t> id = 0;
         Parallel waiter([&, &wait = wait] { return id = gettid(), wait(); });
-        await_asleep(id);
 #ifdef TQ4_THREAD_SANITIZER
         const bool follows_only_the_wall_clock = &wait != &waits[0].first; // that sanitizer
 #else
         const bool follows_only_the_wall_clock = false;
 #endif
-        EXPECT_EQ(sleeps_by_the_wall_clock(id), follows_only_the_wall_clock);
+        constexpr unsigned long by_the_wall_clock = 256;
+        EXPECT_EQ((await_timed_sleep(id) & by_the_wall_clock) != 0, follows_only_the_wall_clock);
         release();
         EXPECT_EQ(waiter.result(), 0);
     }

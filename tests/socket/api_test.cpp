@@ -151,27 +151,23 @@ TEST_P(SockApi, TheWayToAnAddressOfThisHostStartsThere) {
 }
 
 TEST(SockApiCalls, OpenByHostAndPortAndSetOptions) {
-    Socket tcp = api.OpenTcp("127.0.0.1", 0, 1), udp = api.OpenUdp2(nullptr, 1);
-    Socket udp6 = api.OpenUdp("::1", 0, 0);
+    Socket tcp = api.OpenTcp("127.0.0.1", 0, 1), udp = api.OpenUdp2(nullptr, 1), udp6 = api.OpenUdp("::1", 0, 0);
     EXPECT_EQ(api.Listen(tcp, 1), 0);
-    auto own = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
+    const auto own = SockApi::make();
     api.GetLocalAddr(tcp, own.get());
-    Socket connected = api.Connect("127.0.0.1", (*own)->port(own.get()));
-    Socket bound = api.OpenUdp("127.0.0.1", 0, 1);
+    Socket connected = api.Connect("127.0.0.1", (*own)->port(own.get())), bound = api.OpenUdp("127.0.0.1", 0, 1);
     EXPECT_EQ(api.OpenUdp("no such host", 1, 1) + api.Connect("no such host", 1) + api.OpenTcp2(nullptr, 0), -3);
+    const std::tuple<void (*)(int, int), int, int, int> options[] = {
+        {api.Reuse, udp, SOL_SOCKET, SO_REUSEADDR},       {api.BroadCast, udp, SOL_SOCKET, SO_BROADCAST},
+        {api.AllError, udp, IPPROTO_IP, IP_RECVERR},      {api.AllError, udp6, IPPROTO_IP, IP_RECVERR},
+        {api.AllError, udp6, IPPROTO_IPV6, IPV6_RECVERR}, {api.NoDelay, connected, IPPROTO_TCP, TCP_NODELAY},
+    };
     for (int on : {7, 0}) {
-        api.Reuse(udp, on);
-        api.BroadCast(udp, on);
-        api.AllError(udp, on);
-        api.AllError(udp6, on);
-        api.NoDelay(connected, on);
+        for (const auto &[set, socket, level, name] : options) {
+            set(socket, on);
+            EXPECT_EQ(SockApi::option(socket, level, name), on != 0) << name;
+        }
         api.Block(connected, on);
-        EXPECT_EQ(SockApi::option(udp, SOL_SOCKET, SO_REUSEADDR), on != 0);
-        EXPECT_EQ(SockApi::option(udp, SOL_SOCKET, SO_BROADCAST), on != 0);
-        EXPECT_EQ(SockApi::option(udp, IPPROTO_IP, IP_RECVERR), on != 0);
-        EXPECT_EQ(SockApi::option(udp6, IPPROTO_IP, IP_RECVERR), on != 0);
-        EXPECT_EQ(SockApi::option(udp6, IPPROTO_IPV6, IPV6_RECVERR), on != 0);
-        EXPECT_EQ(SockApi::option(connected, IPPROTO_TCP, TCP_NODELAY), on != 0);
         EXPECT_EQ((fcntl(connected, F_GETFL) & O_NONBLOCK) == 0, on != 0);
     }
 }

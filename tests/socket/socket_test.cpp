@@ -333,6 +333,7 @@ TEST_F(SocketService, HundredsComeAndGoWithoutATrace) {
     server.on_data = [&](Tq4_string *data) { return send(server.last, text_of(*data)), 0; };
     for (int round = 0; round < 3; ++round) {
         std::vector<Tq4_socket_info> infos;
+        infos.reserve(300);
         for (int i = 0; i < 300; ++i) infos.push_back(connect(client));
         story.await("client up 1", 300);
         story.await("server up 0", 300);

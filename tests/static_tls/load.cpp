@@ -19,25 +19,14 @@ namespace {
 
 constexpr int most_blocks = 200;
 
-fs::path copy_of(const fs::path &block, const fs::path &directory, int number) {
-    const fs::path copy = directory / (std::to_string(number) + ".so");
-    fs::copy_file(block, copy, fs::copy_options::overwrite_existing);
-    return copy;
-}
-
-// How many were loaded until one found no room.
+// Loads copies of the block until one finds no room, or there are enough. Returns how many.
 int load_blocks(const fs::path &block, const fs::path &directory, int most) {
-    int loaded = 0;
-    while (loaded < most && dlopen(copy_of(block, directory, loaded).c_str(), RTLD_NOW)) ++loaded;
-    return loaded;
-}
-
-int room_for_blocks(const fs::path &block, const fs::path &directory) {
-    const pid_t child = fork();
-    if (child == 0) _exit(load_blocks(block, directory, most_blocks));
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+    for (int loaded = 0; loaded < most; ++loaded) {
+        const fs::path copy = directory / (std::to_string(loaded) + ".so");
+        fs::copy_file(block, copy, fs::copy_options::overwrite_existing);
+        if (!dlopen(copy.c_str(), RTLD_NOW)) return loaded;
+    }
+    return most;
 }
 
 bool works(const Tq4_object_itf *strings) {
@@ -47,30 +36,31 @@ bool works(const Tq4_object_itf *strings) {
     return right;
 }
 
-int fail(const char *what) {
-    std::fprintf(stderr, "%s: %s\n", what, dlerror());
-    return 1;
-}
-
-int run(const fs::path &block, const char *library, const fs::path &directory) {
-    const int room = room_for_blocks(block, directory);
-    if (room < 2 || room == most_blocks) return fail("blocks of thread-local memory do not run out here");
-    if (load_blocks(block, directory, room - 1) != room - 1) return fail("blocks");
+// What is wrong; null when nothing is.
+const char *run(const fs::path &block, const char *library, const fs::path &directory) {
+    const pid_t child = fork();
+    if (child == 0) _exit(load_blocks(block, directory, most_blocks));
+    int status = 0;
+    waitpid(child, &status, 0);
+    const int room = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+    if (room < 2 || room == most_blocks) return "blocks of thread-local memory do not run out here";
+    if (load_blocks(block, directory, room - 1) != room - 1) return "fewer blocks than before";
     void *loaded = dlopen(library, RTLD_NOW);
-    if (!loaded) return fail("the library found no room");
+    if (!loaded) return dlerror();
     auto *strings = static_cast<const Tq4_object_itf *const *>(dlsym(loaded, "Tq4_string_oitf"));
-    if (!strings) return fail("the library lacks strings");
+    if (!strings) return dlerror();
     bool both = works(*strings);
     std::thread([&] { both = works(*strings) && both; }).join();
-    return both ? 0 : fail("the library does not work");
+    return both ? nullptr : "the library does not work";
 }
 
 } // namespace
 
 int main(int, char **arguments) {
     std::string directory = fs::temp_directory_path() / "tq4_tls_XXXXXX";
-    if (!mkdtemp(directory.data())) return fail("no directory");
-    const int result = run(arguments[1], arguments[2], directory);
+    if (!mkdtemp(directory.data())) return 1;
+    const char *wrong = run(arguments[1], arguments[2], directory);
+    if (wrong) std::fprintf(stderr, "%s\n", wrong);
     fs::remove_all(directory);
-    return result;
+    return wrong != nullptr;
 }

@@ -38,7 +38,6 @@
     PLAIN(int, epoll_ctl, (int e, int o, int d, epoll_event *v), (e, o, d, v), ENOMEM, ENOSPC) \
     PLAIN(int, epoll_wait, (int e, epoll_event *v, int n, int ms), (e, v, n, ms), EINTR, EBADF) \
     PLAIN(int, eventfd, (unsigned count, int f), (count, f), EMFILE) \
-    PLAIN(int, fchdir, (int d), (d), EACCES) \
     PLAIN(int, fchmod, (int d, mode_t m), (d, m), EPERM) \
     PLAIN(int, fchown, (int d, uid_t u, gid_t g), (d, u, g), EPERM) \
     PLAIN(int, fcntl, (int d, int c, long v), (d, c, v), EBADF) \
@@ -57,21 +56,15 @@
     PLAIN(int, getsockopt, (int s, int l, int o, void *v, socklen_t *n), (s, l, o, v, n), ENOBUFS) \
     PLAIN(int, ioctl, (int d, unsigned long r, void *a), (d, r, a), EIO) \
     PLAIN(int, isatty, (int d), (d), ENOTTY) \
-    PLAIN(int, link, (const char *f, const char *t), (f, t), EPERM) \
-    PLAIN(int, linkat, (int a, const char *f, int b, const char *t, int o), (a, f, b, t, o), EPERM) \
     PLAIN(int, listen, (int s, int b), (s, b), EADDRINUSE) \
     PLAIN(off_t, lseek, (int d, off_t o, int w), (d, o, w), ESPIPE) \
-    PLAIN(int, lstat, (const char *p, struct stat *s), (p, s), EACCES) \
     PLAIN(int, madvise, (void *a, size_t n, int v), (a, n, v), ENOMEM) \
     PLAIN(int, mkdir, (const char *p, mode_t m), (p, m), ENOSPC, EACCES) \
-    PLAIN(int, mkdirat, (int d, const char *p, mode_t m), (d, p, m), ENOSPC, EACCES) \
     PLAIN(int, mkostemp, (char *t, int f), (t, f), EACCES, EMFILE) \
     PLAIN(void *, mmap, (void *a, size_t n, int p, int f, int d, off_t o), (a, n, p, f, d, o), ENOMEM) \
     PLAIN(int, munmap, (void *a, size_t n), (a, n), EINVAL) \
     PLAIN(int, open, (const char *p, int f, mode_t m), (p, f, m), EMFILE, EACCES, EINTR) \
     PLAIN(int, openat, (int d, const char *p, int f, mode_t m), (d, p, f, m), EMFILE, EACCES, EINTR) \
-    PLAIN(DIR *, opendir, (const char *p), (p), EMFILE, EACCES) \
-    PLAIN(int, pipe2, (int *d, int f), (d, f), EMFILE) \
     PLAIN(int, poll, (pollfd *p, nfds_t n, int ms), (p, n, ms), EINTR, ENOMEM) \
     PLAIN(int, ppoll, (pollfd *p, nfds_t n, const timespec *t, const sigset_t *s), (p, n, t, s), EINTR, ENOMEM) \
     PLAIN(dirent *, readdir, (DIR *d), (d), EIO) \
@@ -92,12 +85,8 @@
     PLAIN(int, unlink, (const char *p), (p), EACCES) \
     PLAIN(int, unlinkat, (int d, const char *p, int f), (d, p, f), EBUSY) \
     PLAIN(pid_t, waitpid, (pid_t p, int *s, int o), (p, s, o), EINTR) \
-    MOVE(ssize_t, pread, (int d, void *b, size_t n, off_t o), (d, b, n, o), EIO, EINTR) \
-    MOVE(ssize_t, pwrite, (int d, const void *b, size_t n, off_t o), (d, b, n, o), ENOSPC, EIO, EINTR) \
     MOVE(ssize_t, read, (int d, void *b, size_t n), (d, b, n), EIO, EINTR) \
     MOVE(ssize_t, recv, (int s, void *b, size_t n, int f), (s, b, n, f), ECONNRESET, EINTR) \
-    MOVE(ssize_t, recvfrom, (int s, void *b, size_t n, int f, sockaddr *a, socklen_t *l), (s, b, n, f, a, l), \
-         ECONNRESET, EINTR) \
     MOVE(ssize_t, send, (int s, const void *b, size_t n, int f), (s, b, n, f), ENOBUFS, EINTR) \
     MOVE(ssize_t, sendto, (int s, const void *b, size_t n, int f, const sockaddr *a, socklen_t l), \
          (s, b, n, f, a, l), ENOBUFS, EINTR) \

@@ -26,6 +26,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <tuple>
@@ -88,6 +89,19 @@ inline void await_asleep(const std::atomic<pid_t> &thread) {
     while (thread == 0 || thread_state(thread) != 'S') std::this_thread::yield();
 }
 
+// Returns when the thread sleeps in a wait that may be timed, as for a condition, and not for a mutex on the way to it.
+// The kernel tells what was asked of it: the number of the call and its arguments, here a futex's word and the
+// operation, which is the result.
+inline unsigned long await_timed_sleep(const std::atomic<pid_t> &thread) {
+    constexpr unsigned long operation_bits = 15, wait_until = 9;
+    for (;; std::this_thread::yield()) {
+        std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/syscall");
+        unsigned long call = 0, word = 0, operation = 0;
+        file >> call >> std::hex >> word >> operation;
+        if (call == SYS_futex && (operation & operation_bits) == wait_until) return operation;
+    }
+}
+
 // Runs something beside the test; joined when it goes.
 class Parallel {
 public:
@@ -113,6 +127,7 @@ public:
     void await_sleep() const {
         while (!m_done && (m_kernel_id == 0 || thread_state(m_kernel_id) != 'S')) std::this_thread::yield();
     }
+    void await_timed_sleep() const { ::await_timed_sleep(m_kernel_id); }
     // Lets signals interrupt the sleeping call; the system restarts nothing by itself.
     void interrupt() {
         static std::atomic<int> handled;

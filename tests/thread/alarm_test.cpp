@@ -1,7 +1,7 @@
 // What an alarm promises: no ring is lost, whether the waiter looks, sleeps or is about to; and what a habit learns.
+#include "platform/multi_platform_pthread.hpp"
 #include "support/test.hpp"
 #include "thread/alarm.hpp"
-#include "thread/brief_lock.hpp"
 
 namespace {
 
@@ -68,22 +68,6 @@ TEST(Alarm, TimesOutAndCanBeRungLater) {
     EXPECT_TRUE(alarm.rung()) << "until it is armed";
     alarm.Arm();
     EXPECT_FALSE(alarm.rung());
-}
-
-TEST(BriefLock, LetsOneInAtATime) {
-    Tq4_brief_lock lock;
-    long sum = 0;
-    {
-        std::vector<std::unique_ptr<Parallel>> threads;
-        for (int thread = 0; thread < 4; ++thread)
-            threads.push_back(std::make_unique<Parallel>([&] {
-                for (int i = 0; i < 20000; ++i) {
-                    const Tq4_brief_guard guard(lock);
-                    ++sum;
-                }
-            }));
-    }
-    EXPECT_EQ(sum, 80000);
 }
 
 } // namespace

@@ -12,29 +12,22 @@ template <class Wait, class Release> void expect_waits_for(Release release, Wait
     EXPECT_TRUE(other.result());
 }
 
-struct Locks : testing::Test {
-    Tq4_own<Tq4_lock> lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf);
-    Tq4_own<Tq4_mutex> mutex = Tq4_make<Tq4_mutex>(Tq4_mutex_oitf);
-
-    void enter() { (*lock)->Lock(lock.get()); }
-    void leave() { (*lock)->Unlock(lock.get()); }
-    int take(unsigned long ms) { return (*mutex)->Lock(mutex.get(), ms); }
-    int give() { return (*mutex)->Unlock(mutex.get()); }
-    int is_free() { return (*mutex)->IsLocked(mutex.get()); }
-};
-
-TEST_F(Locks, AreFreeAfterAsManyUnlocksAsLocks) {
-    enter();
-    enter();
-    leave();
-    expect_waits_for([this] { leave(); }, [this] { return enter(), leave(), true; });
+TEST(Locks, AreFreeAfterAsManyUnlocksAsLocks) {
+    const auto owner = Tq4_make<Tq4_lock>(Tq4_lock_oitf);
+    const Tq4_lock lock = owner.get();
+    for (const auto change : {(*lock)->Lock, (*lock)->Lock, (*lock)->Unlock}) change(lock);
+    expect_waits_for([=] { (*lock)->Unlock(lock); }, [=] { return (*lock)->Lock(lock), (*lock)->Unlock(lock), true; });
 }
 
-TEST_F(Locks, MutexesWaitAsLongAsTheyAreTold) {
+TEST(Mutexes, WaitAsLongAsTheyAreTold) {
+    const auto mutex = Tq4_make<Tq4_mutex>(Tq4_mutex_oitf);
+    const auto take = [&](unsigned long ms) { return (*mutex)->Lock(mutex.get(), ms); };
+    const auto give = [&] { return (*mutex)->Unlock(mutex.get()); };
+    const auto is_free = [&] { return (*mutex)->IsLocked(mutex.get()); };
     EXPECT_EQ(take(0), 1) << "free: a single try is enough";
     EXPECT_EQ(take(0) + take(5), 0) << "it is not recursive";
     for (unsigned long ms : {TQ4_ALL_ONES, TQ4_ALL_ONES - 1, 3600000ul}) {
-        expect_waits_for([this] { give(); }, [=, this] { return take(ms) && give(); });
+        expect_waits_for(give, [=] { return take(ms) && give(); });
         take(0);
     }
     EXPECT_EQ(is_free(), 0);

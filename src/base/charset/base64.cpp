@@ -10,6 +10,7 @@
 
 #include "base/charset/base64_kernels.hpp"
 #include "base/charset/kernel_choice.hpp"
+#include "computed_once.hpp"
 
 namespace {
 
@@ -115,8 +116,7 @@ constexpr const Base64_kernel *kernels[] = {
 };
 
 const Base64_kernel &fastest_kernel() {
-    static const Base64_kernel *const chosen = fastest_supported(base64_kernels());
-    return *chosen;
+    return *Tq4_computed_once([] { return fastest_supported(base64_kernels()); });
 }
 
 } // namespace

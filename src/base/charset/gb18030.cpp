@@ -13,6 +13,7 @@
 #include "base/charset/gb18030_tables.hpp"
 #include "base/charset/kernel_choice.hpp"
 #include "base/charset/utf8.hpp"
+#include "computed_once.hpp"
 
 namespace {
 
@@ -270,8 +271,7 @@ constexpr const Gb18030_kernel *kernels[] = {
 };
 
 const Gb18030_kernel &fastest_kernel() {
-    static const Gb18030_kernel *const chosen = fastest_supported(gb18030_kernels());
-    return *chosen;
+    return *Tq4_computed_once([] { return fastest_supported(gb18030_kernels()); });
 }
 
 } // namespace

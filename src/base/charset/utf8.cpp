@@ -12,6 +12,7 @@
 
 #include "base/charset/kernel_choice.hpp"
 #include "base/charset/utf8_kernels.hpp"
+#include "computed_once.hpp"
 
 namespace {
 
@@ -106,8 +107,7 @@ constexpr const Utf8_kernel *kernels[] = {
 };
 
 const Utf8_kernel &fastest_kernel() {
-    static const Utf8_kernel *const chosen = fastest_supported(utf8_kernels());
-    return *chosen;
+    return *Tq4_computed_once([] { return fastest_supported(utf8_kernels()); });
 }
 
 // One character; false when the conversion ends here.

@@ -1,12 +1,14 @@
 // dispatch: starting, stopping and handing over.
 #include "base/dispatch/dispatch.hpp"
 
+#include "platform/multi_platform_system.hpp"
 #include "thread/cancel.hpp"
 
 namespace {
 
 constexpr unsigned long most_posted = 4096;  // a Post that finds more waiting is refused
 constexpr unsigned long stop_wait_ms = 2000; // a handler gets so long before it is killed
+constexpr unsigned begin_wait_ms = 200;      // a thread that was killed before it began gets so long to end
 constexpr int thread_has_ended = -1;         // as its priority
 
 } // namespace
@@ -15,8 +17,9 @@ Tq4_dispatch_obj::Tq4_dispatch_obj(const void *)
     : m_consumer(new Tq4_dispatch_consumer(this)), name(Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string)) {}
 
 Tq4_dispatch_obj::~Tq4_dispatch_obj() {
-    if (m_working) Reap();
-    m_consumer->Leave();
+    Leavings leavings;
+    if (m_working) Reap(leavings);
+    leavings.closed = m_consumer;
 }
 
 // --- Starting and stopping ---
@@ -32,31 +35,35 @@ bool Tq4_dispatch_obj::Leave() {
 // Called by Delete: true when the record may be freed at once, false when its last user will free it.
 bool Tq4_dispatch_obj::Retire() {
     const Tq4_kill_gate_shut gate;
-    Close(State::stopped);
-    if (m_working && !IsInside()) Reap();
+    {
+        Leavings leavings;
+        Close(State::stopped, leavings);
+        if (m_working && !IsInside()) Reap(leavings);
+    }
     return m_users.fetch_sub(1, std::memory_order_acq_rel) == 1;
 }
 
 void Tq4_dispatch_obj::Reset() {
     const Tq4_kill_gate_shut gate;
-    Close(State::fresh);
-    if (m_working && !IsInside()) Reap();
+    Leavings leavings;
+    Close(State::fresh, leavings);
+    if (m_working && !IsInside()) Reap(leavings);
     (*name)->truncate(name.get(), 0);
 }
 
 void Tq4_dispatch_obj::Stop() {
     const Tq4_kill_gate_shut gate;
     if (!m_working) return;
-    if (m_state == State::serving) Close(State::stopped);
-    if (!IsInside()) Reap();
+    Leavings leavings;
+    if (m_state == State::serving) Close(State::stopped, leavings);
+    if (!IsInside()) Reap(leavings);
 }
 
 // On the thread of Start, which a stop does not wait for.
 bool Tq4_dispatch_obj::IsInside() const { return m_working && IsSameThread(); }
 
 // Ends what the consumer is there for: what waits is dropped, its senders get 0, and the next consumer begins empty.
-void Tq4_dispatch_obj::Close(State state) {
-    Tq4_message_queue dropped;
+void Tq4_dispatch_obj::Close(State state, Leavings &leavings) {
     Tq4_list senders;
     auto *next = new Tq4_dispatch_consumer(this), *closed = m_consumer;
     bool asleep;
@@ -68,7 +75,7 @@ void Tq4_dispatch_obj::Close(State state) {
         m_state = state;
         m_left_seen = 0;
         m_tell_at = Tq4_dispatch_consumer::allowance;
-        m_task.MoveTo(dropped);
+        m_task.MoveTo(leavings.messages);
         senders.TakeAll(m_senders);
         Notify = nullptr;
         if (!closed->m_thread) handler_thread = 0;
@@ -79,30 +86,36 @@ void Tq4_dispatch_obj::Close(State state) {
         senders.Unlink(first);
         Tq4_reply::of(first)->Answer(0);
     }
-    closed->Leave();
+    leavings.closed = closed;
 }
 
-// The end of a thread that was stopped. A request to quit may have come before the thread began: then it never serves,
-// and leaves its consumer to us.
-void Tq4_dispatch_obj::Reap() {
+// The end of a thread that was stopped. A kill or a request to quit may have come before the thread began: then it
+// never serves, and leaves its consumer to us. It is sure not to only when it has ended.
+void Tq4_dispatch_obj::Reap(Leavings &leavings) {
     Tq4_thread thread = m_working.get();
     (*thread)->WaitFor(thread, stop_wait_ms);
-    if (!m_served->m_entered && (*thread)->GetPriority(thread) == thread_has_ended) {
+    const auto ended = [thread] { return (*thread)->GetPriority(thread) == thread_has_ended; };
+    for (unsigned ms = 0; ms < begin_wait_ms && !m_served->m_entered && !ended(); ++ms) MP_Sleep(1);
+    if (ended() && !m_served->m_entered) {
         m_served->Leave();
         m_users.fetch_sub(1, std::memory_order_relaxed);
     }
     m_working.reset();
-    std::exchange(m_served, nullptr)->Leave();
+    leavings.served = std::exchange(m_served, nullptr);
 }
 
 Tq4_thread Tq4_dispatch_obj::StartV(void *context, Tq4_msg_handler handler, const char *format, va_list args) {
     const Tq4_kill_gate_shut gate;
     if (m_working && m_state == State::serving) return m_working.get();
     if (!handler || m_consumer->m_current) return nullptr;
-    if (m_working) Reap();
-    (*name)->vSprintf(name.get(), format ? format : "", args);
-    auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, (*name)->c_str(name.get()));
-    if (!(*thread)->Init(thread.get(), Serve, m_consumer)) return nullptr;
+    Leavings leavings;
+    if (m_working) Reap(leavings);
+    auto given = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
+    (*given)->vSprintf(given.get(), format ? format : "", args);
+    auto made = Tq4_make<Tq4_thread>(Tq4_thread_oitf, (*given)->c_str(given.get()));
+    const Tq4_thread thread = made.get();
+    if (!(*thread)->Init(thread, Serve, m_consumer)) return nullptr;
+    name = std::move(given);
     m_consumer->Use(); // for the thread
     m_users.fetch_add(1, std::memory_order_relaxed);
     m_consumer->Use();
@@ -111,21 +124,22 @@ Tq4_thread Tq4_dispatch_obj::StartV(void *context, Tq4_msg_handler handler, cons
         const Tq4_brief_guard guard(m_lock);
         m_consumer->handler = handler;
         m_consumer->handler_obj = context;
-        m_consumer->m_thread = thread.get();
-        handler_thread = (*thread)->GetId(thread.get());
+        m_consumer->m_thread = thread;
+        handler_thread = (*thread)->GetId(thread);
         Notify = nullptr;
         m_state = State::serving;
     }
-    m_working = std::move(thread);
-    (*m_working)->Resume(m_working.get());
-    return m_working.get();
+    m_working = std::move(made);
+    (*thread)->Resume(thread); // from here on its handler may have deleted us
+    return thread;
 }
 
 void Tq4_dispatch_obj::Start2(void *context, unsigned long thread_id, Tq4_dispatch_notify notify,
                               Tq4_msg_handler handler) {
     const Tq4_kill_gate_shut gate;
     if (!handler || (m_working && m_state == State::serving)) return;
-    if (m_working) Reap();
+    Leavings leavings;
+    if (m_working) Reap(leavings);
     (*name)->Sprintf(name.get(), "%lu", thread_id);
     bool waiting;
     {

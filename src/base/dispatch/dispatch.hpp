@@ -85,7 +85,18 @@ private:
     int TryOnceAsGuest(Tq4_dispatch_consumer &consumer, unsigned long milliseconds);
     long SendAsGuest(Tq4_dispatch_consumer &consumer, const Tq4_waiting_msg &message);
 
+    // What the end of a consumer leaves over. It goes as the last: its free functions may do everything with the
+    // dispatcher, also delete it.
+    struct Leavings {
+        Tq4_message_queue messages;
+        Tq4_dispatch_consumer *closed = nullptr; // owned, like the next
+        Tq4_dispatch_consumer *served = nullptr;
+        ~Leavings() {
+            for (Tq4_dispatch_consumer *consumer : {closed, served})
+                if (consumer) consumer->Leave();
+        }
+    };
     bool IsInside() const;
-    void Close(State state);
-    void Reap();
+    void Close(State state, Leavings &leavings);
+    void Reap(Leavings &leavings);
 };

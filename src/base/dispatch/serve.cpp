@@ -32,12 +32,8 @@ struct Stay {
 
     static void Killed(void *stay) { Clear(stay)->End(); }
     static void KilledServing(void *stay) { Clear(stay)->EndServing(); }
-    // From here on the thread cannot be killed again.
     static const Stay *Clear(void *stay) {
-        Tq4_forget_killed_frames();
-        MP_THREAD_ClearCancel();
-        if (Tq4_this_thread->killable) Tq4_this_thread->killable = false;
-        Tq4_shut_kill_gate();
+        Tq4_outlive_kill();
         auto *ended = static_cast<const Stay *>(stay);
         ended->consumer->Abandon(ended->outside);
         return ended;

@@ -31,6 +31,7 @@ void Tq4_fsm_obj::Clear() {
         handling->End();
         handling->Abandon();
     }
+    m_depth = 0; // what a killed thread left at hand is over
     m_default.reset();
     m_mapStates.reset();
     m_StatesList.clear();

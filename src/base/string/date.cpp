@@ -133,7 +133,7 @@ long Tq4_string_obj::ToTime(const char *pattern) const {
             if (value >= 0) token.set(fields, value);
         },
         [&](uint8_t) { drop_front(text, std::min<size_t>(text.size, 1)); });
-    return std::mktime(&fields);
+    return MP_mktime(&fields);
 }
 
 // Deliberate: the last token wins, not the finest; patterns for dated names go from coarse to fine.

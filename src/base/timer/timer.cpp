@@ -18,6 +18,8 @@
 
 static void Delete_Tq4_timer_obj(Tq4_timer_obj *record);
 
+static constexpr unsigned long tick_thread_wait_ms = 2000; // it ends within a tick, when it gets a processor
+
 Tq4_timer_obj::Tq4_timer_obj()
     : m_wheel(Tq4_handle_of<Tq4_timer>(this), static_cast<uint64_t>(Tq4_system_api->Random())),
       m_handler(Tq4_make<Tq4_dispatch>(Tq4_dispatch_oitf)) {}
@@ -47,16 +49,34 @@ int Tq4_timer_obj::Stop() {
     (*thread)->NotifyQuit(thread);
     m_wheel.Interrupt();
     (*m_handler)->Stop(m_handler.get());
-    Tq4_thread_oitf->Delete(thread); // which may only now look for itself
-    static_cast<void>(m_thread_tick.release());
+    (*thread)->WaitFor(thread, tick_thread_wait_ms); // it may only now begin, and looks for itself here
+    m_thread_tick.reset();
     m_inside = 0;
+    ++m_users; // a free function may delete the timer object
+    pthread_cleanup_push(KilledInStop, this);
     m_wheel.ReleaseAll(from);
-    m_state = State::stopped;
+    pthread_cleanup_pop(0);
+    EndStop();
     return 1;
+}
+
+// The others' free functions are still to be called.
+void Tq4_timer_obj::KilledInStop(void *stopped) {
+    Tq4_outlive_kill();
+    auto *timer = static_cast<Tq4_timer_obj *>(stopped);
+    timer->m_wheel.ReleaseAll(Tq4_timer_wheel::From::outside);
+    timer->EndStop();
+}
+
+void Tq4_timer_obj::EndStop() {
+    State stopping = State::stopping;
+    m_state.compare_exchange_strong(stopping, State::stopped);
+    Leave();
 }
 
 bool Tq4_timer_obj::Retire() {
     Stop();
+    m_state = State::deleted;
     return m_users.fetch_sub(1) == 1;
 }
 
@@ -151,18 +171,22 @@ long Tq4_timer_obj::Tq4_timer_handler(void *context, Tq4_msg *message) {
     pthread_cleanup_push(Killed, timer);
     result = timer->Handle(*message);
     pthread_cleanup_pop(0);
-    timer->Leave();
+    timer->LeaveHandler();
     return result;
 }
 
 void Tq4_timer_obj::Killed(void *timer) {
     Tq4_forget_killed_frames();
-    static_cast<Tq4_timer_obj *>(timer)->Leave();
+    static_cast<Tq4_timer_obj *>(timer)->LeaveHandler();
+}
+
+void Tq4_timer_obj::LeaveHandler() {
+    unsigned long self = MP_THREAD_GetCurrentId();
+    m_inside.compare_exchange_strong(self, 0);
+    Leave();
 }
 
 void Tq4_timer_obj::Leave() {
-    unsigned long self = MP_THREAD_GetCurrentId();
-    m_inside.compare_exchange_strong(self, 0);
     if (m_users.fetch_sub(1) == 1) Tq4_object_ops<Tq4_timer_obj>::Destroy(this, Delete_Tq4_timer_obj);
 }
 

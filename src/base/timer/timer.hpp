@@ -3,9 +3,9 @@
 // Only the dispatcher's thread, the handler, touches the wheel, and whoever stops once that thread is gone. Its
 // requests are messages; on the handler's own thread they are met at once.
 //
-// The record has users: its owner, and the handler while it is inside. The last one destroys it. So a callback may
-// delete its timer object, and a handler that outlasts even its kill comes back to a record, and to a life of the wheel
-// that is over.
+// The record has users: its owner, and the handler and Stop while they are inside. The last one destroys it. So a
+// callback or a free function may delete its timer object, and a handler that outlasts even its kill comes back to a
+// record, and to a life of the wheel that is over.
 #pragma once
 
 #include <atomic>
@@ -25,7 +25,7 @@ enum Tq4_timer_obj_msg_list {
 };
 
 struct Tq4_timer_obj : Tq4_identity {
-    enum class State { stopped, running, stopping };
+    enum class State { stopped, running, stopping, deleted };
 
     Tq4_timer_wheel m_wheel;
     const Tq4_own<Tq4_dispatch> m_handler;
@@ -35,7 +35,6 @@ struct Tq4_timer_obj : Tq4_identity {
     std::atomic<int> m_users{1};
 
     Tq4_timer_obj();
-    ~Tq4_timer_obj() { Stop(); }
     bool Retire();
     void Reset() { Stop(); }
 
@@ -50,6 +49,9 @@ private:
     static unsigned long TickLoop(void *timer);
     static long Tq4_timer_handler(void *timer, Tq4_msg *message);
     static void Killed(void *timer);
+    static void KilledInStop(void *timer);
+    void EndStop();
+    void LeaveHandler();
     void Leave();
 
     bool IsInside() const;

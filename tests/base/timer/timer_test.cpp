@@ -2,16 +2,16 @@
 // starting, stopping and deleting at any moment, from anywhere. When timers fire is the wheel's (wheel_test).
 #include <mutex>
 
-#include "support/test.hpp"
+#include "support/killed.hpp"
 
 namespace {
 
 std::mutex log_lock;
 Texts logged, threads;
 
-void note(Texts &texts, const char *format, va_list args) {
+void note(Texts &texts, const std::string &line) {
     const std::lock_guard guard(log_lock);
-    texts.push_back(formatted(format, args));
+    texts.push_back(line);
 }
 
 // Of what threads print when they begin and end.
@@ -39,9 +39,9 @@ struct Timer : testing::Test {
         logged.clear();
         threads.clear();
         Tq4_debug_api->SetLog([](int level, const char *format, va_list args) {
-            if (level == -1) note(logged, format, args);
+            if (level == -1) note(logged, formatted(format, args));
         });
-        Tq4_debug_api->SetPrint([](int, const char *format, va_list args) { note(threads, format, args); });
+        Tq4_debug_api->SetPrint([](int, const char *format, va_list args) { note(threads, formatted(format, args)); });
     }
     ~Timer() override {
         owner.reset();
@@ -103,26 +103,28 @@ TEST_F(Timer, FiresOnOneThreadAndFreesTheDataOnce) {
 
 TEST_F(Timer, HasShortFormsOfEachWayToSet) {
     start();
-    static std::atomic<int> count;
-    count = 0;
-    const auto fire1 = [](Tq4_timer, Tq4_timer_callback *firing) { count += firing->userdata ? 100 : 1; };
-    const auto once_more = [](const Tq4_id *, unsigned long, unsigned long, void *) { return 10ul; };
-    static std::atomic<int> frees;
-    frees = 0;
-    const auto free1 = [](void *) { ++frees; };
+    static std::atomic<int> sum, frees;
+    sum = frees = 0;
+    const auto add = [](Tq4_timer, Tq4_timer_callback *firing) { sum += firing->userdata ? 100 : 1; };
+    const auto again = [](const Tq4_id *, unsigned long, unsigned long, void *) { return 10ul; };
+    const auto count = [](void *) { ++frees; };
     Tq4_id ids[6];
-    EXPECT_TRUE((*t)->SetTimer0(t, 10, fire1) && (*t)->SetTimer1(t, 10, fire1, &ids[0]) &&
-                (*t)->SetTimer2(t, 10, fire1, &ids[1], &ids, free1));
-    EXPECT_TRUE((*t)->SetRepeatTimer0(t, 2, 10, fire1) && (*t)->SetRepeatTimer1(t, 2, 10, fire1, &ids[2]) &&
-                (*t)->SetRepeatTimer2(t, 2, 10, fire1, &ids[3], &ids, free1));
-    EXPECT_TRUE((*t)->SetRepeatTimerDelta0(t, 2, 10, fire1, once_more) &&
-                (*t)->SetRepeatTimerDelta1(t, 2, 10, fire1, once_more, &ids[4]) &&
-                (*t)->SetRepeatTimerDelta2(t, 2, 10, fire1, once_more, &ids[5], &ids, free1));
-    EXPECT_TRUE((*t)->SetTimer(t, 10, fire1, nullptr, nullptr, free1) &&
-                (*t)->SetRepeatTimerDelta(t, 1, 10, fire1, nullptr, nullptr, &ids, nullptr));
-    await([&] { return count == 10 + 1 + 600 && frees == 4; });
+    const Tq4_timer_ &f = **t;
+    const int results[] = {f.SetTimer0(t, 10, add),
+                           f.SetTimer1(t, 10, add, &ids[0]),
+                           f.SetTimer2(t, 10, add, &ids[1], &ids, count),
+                           f.SetRepeatTimer0(t, 2, 10, add),
+                           f.SetRepeatTimer1(t, 2, 10, add, &ids[2]),
+                           f.SetRepeatTimer2(t, 2, 10, add, &ids[3], &ids, count),
+                           f.SetRepeatTimerDelta0(t, 2, 10, add, again),
+                           f.SetRepeatTimerDelta1(t, 2, 10, add, again, &ids[4]),
+                           f.SetRepeatTimerDelta2(t, 2, 10, add, again, &ids[5], &ids, count),
+                           f.SetTimer(t, 10, add, nullptr, nullptr, count),
+                           f.SetRepeatTimerDelta(t, 1, 10, add, nullptr, nullptr, &ids, nullptr)};
+    for (const int result : results) EXPECT_EQ(result, 1);
+    await([&] { return sum == 10 + 1 + 600 && frees == 4; });
     for (const Tq4_id &id : ids) EXPECT_NE(id.l, 0u);
-    EXPECT_EQ((*t)->SetTimer(t, 10, nullptr, &ids[0], nullptr, free1), 0);
+    EXPECT_EQ(f.SetTimer(t, 10, nullptr, &ids[0], nullptr, count), 0);
 }
 
 TEST_F(Timer, ResetsWatchesAndClearsByIdAndTellsOfUnknownOnes) {
@@ -183,6 +185,21 @@ TEST_F(Timer, WaitsForTheFirstStartAndRefusesAfterAStop) {
     }
 }
 
+// The thread that ticks prints that it begins, and goes on when the other one has ended.
+TEST_F(Timer, MayBeStoppedBeforeItsTicksBegin) {
+    Tq4_debug_api->SetPrint([](int, const char *format, va_list args) {
+        const std::string line = formatted(format, args);
+        note(threads, line);
+        if (line.find("TickThread(test)] begin") == std::string::npos) return;
+        await([] { return lines_with("_handler] end") == 1; });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    });
+    start();
+    await([] { return lines_with("] begin") == 2; });
+    EXPECT_EQ(stop(), 1);
+    EXPECT_EQ(lines_with("] end"), 2);
+}
+
 TEST_F(Timer, MayBeStoppedStartedAndDeletedInACallback) {
     start();
     set(3600000);
@@ -204,45 +221,61 @@ TEST_F(Timer, MayBeStoppedStartedAndDeletedInACallback) {
     await([&] { return freed == given; });
 }
 
-TEST_F(Timer, MayBeStoppedByAFreeFunction) {
+TEST_F(Timer, MayBeStoppedStartedAndDeletedByAFreeFunction) {
     start();
-    static std::atomic<bool> stopped;
-    stopped = false;
-    (*t)->SetTimer(
-        t, 10, [](Tq4_timer, Tq4_timer_callback *) {}, nullptr, t,
-        [](void *timer) {
-            const auto self = static_cast<Tq4_timer>(timer);
-            (*self)->Stop(self);
-            stopped = (*self)->Start(self, nullptr) == 1;
-        });
+    static std::atomic<int> ended;
+    ended = 0;
+    const auto nothing = [](Tq4_timer, Tq4_timer_callback *) {};
+    const auto restart = [](void *timer) {
+        const auto self = static_cast<Tq4_timer>(timer);
+        (*self)->Stop(self);
+        ended = (*self)->Start(self, nullptr);
+    };
+    (*t)->SetTimer(t, 10, nothing, nullptr, t, restart);
     set(3600000);
-    await([&] { return stopped.load(); });
+    await([&] { return ended == 1; });
     EXPECT_EQ(freed, 1);
     inside([&] {});
+    const auto remove = [](void *timer) {
+        const auto self = static_cast<Tq4_timer>(timer);
+        Tq4_timer_oitf->Delete(self);
+        ended += (*self)->Start(self, nullptr) == 0;
+    };
+    (*t)->SetTimer(t, 3600000, nothing, nullptr, owner.release(), remove);
+    set(3600000);
+    stop();
+    EXPECT_EQ(ended, 2) << "deleted by what a stop frees";
+    EXPECT_EQ(given, freed);
 }
 
-TEST_F(Timer, StopEndsACallbackThatDoesNotReturn) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    auto live_and_exit = [&] {
-        alarm(120);
-        start();
+using TimerDeathTest = Timer;
+
+// In a callback that does not return, and in a stop whose free function does not.
+TEST_F(TimerDeathTest, StaysUsableAfterAKill) {
+    in_a_child([this] {
         static std::atomic<bool> there;
-        (*t)->SetTimer(
-            t, 10,
-            [](Tq4_timer, Tq4_timer_callback *) {
-                there = true;
-                for (;;) asm volatile("" ::: "memory");
-            },
-            nullptr, data(nullptr), free_data);
+        start();
         set(3600000);
+        set(10, [&](Tq4_timer_callback *) { there = true, go_deaf(); });
         await([&] { return there.load(); });
         EXPECT_TRUE(stop() == 1 && freed == 2);
         EXPECT_EQ(start(), 1);
         inside([&] {});
+        there = false;
+        (*t)->SetTimer(t, 3600000, fire, nullptr, nullptr, [](void *) { there = true, go_deaf(); });
+        set(3600000);
+        const auto stopping = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "stopping");
+        const Tq4_thread thread = stopping.get();
+        (*thread)->Init(
+            thread, [](void *timer) { return static_cast<unsigned long>(static_cast<Timer *>(timer)->stop()); }, this);
+        (*thread)->Resume(thread);
+        await([&] { return there.load(); });
+        (*thread)->Kill(thread, 1);
+        await([&] { return freed == given && (*thread)->GetPriority(thread) == -1; });
+        EXPECT_EQ(start(), 1);
+        inside([&] {});
         owner.reset();
-        std::exit(HasFailure() || given != freed);
-    };
-    EXPECT_EXIT(live_and_exit(), testing::ExitedWithCode(0), "");
+    });
 }
 
 TEST_F(Timer, StopsUnderFullLoadFromManyThreadsWithoutLosingData) {
@@ -250,9 +283,9 @@ TEST_F(Timer, StopsUnderFullLoadFromManyThreadsWithoutLosingData) {
         start();
         std::atomic<bool> over = false;
         {
-            std::vector<std::unique_ptr<Parallel>> users;
+            std::deque<Parallel> users;
             for (unsigned seed = 0; seed < 4; ++seed)
-                users.push_back(std::make_unique<Parallel>([&, seed] {
+                users.emplace_back([&, seed] {
                     std::mt19937 random(seed);
                     while (!over) {
                         const Tq4_id id = set(random() % 40, nullptr, random() % 3);
@@ -260,7 +293,7 @@ TEST_F(Timer, StopsUnderFullLoadFromManyThreadsWithoutLosingData) {
                         if (random() % 3 == 0) (*t)->StopWatch(t, &id, random() % 2);
                         if (random() % 2) (*t)->ClearTimer(t, &id);
                     }
-                }));
+                });
             const int before = fired;
             await([&] { return fired > before + 200; });
             stop();
@@ -271,19 +304,13 @@ TEST_F(Timer, StopsUnderFullLoadFromManyThreadsWithoutLosingData) {
 }
 
 TEST_F(Timer, IsOneOfAKindAndTakesNullHandles) {
-    const auto other = Tq4_make<Tq4_timer>(Tq4_timer_oitf);
     const Tq4_own<Tq4_timer> fresh(static_cast<Tq4_timer>(Tq4_timer_oitf->Dup(t)));
-    Tq4_timer_oitf->Copy(t, other.get());
-    EXPECT_TRUE(Tq4_object_Equal(t, t) && !Tq4_object_Equal(t, other.get()) && fresh &&
-                (*fresh)->Stop(fresh.get()) == 1);
-    const Tq4_timer_ &table = **t;
+    Tq4_timer_oitf->Copy(t, fresh.get());
+    EXPECT_TRUE(Tq4_object_Equal(t, t) && !Tq4_object_Equal(t, fresh.get()) && (*fresh)->Stop(fresh.get()) == 1);
+    const Tq4_timer_ &f = **t;
     Tq4_id id{1, 1};
-    EXPECT_EQ(table.Start(nullptr, "") + table.Stop(nullptr) +
-                  table.SetTimer(nullptr, 10, fire, &id, nullptr, nullptr) + table.SetTimer0(nullptr, 10, fire) +
-                  table.SetRepeatTimer1(nullptr, 1, 10, fire, &id) + table.ClearTimer(nullptr, &id) +
-                  table.ResetTimer(nullptr, &id, 10),
-              0);
-    EXPECT_EQ(table.StopWatch(nullptr, &id, 1), 0u);
+    EXPECT_TRUE(!f.Start(nullptr, "") && !f.Stop(nullptr) && !f.SetTimer0(nullptr, 10, fire) &&
+                !f.ClearTimer(nullptr, &id) && !f.ResetTimer(nullptr, &id, 10) && !f.StopWatch(nullptr, &id, 1));
 }
 
 TEST_F(Timer, CallbackDataOwnsItsTable) {
