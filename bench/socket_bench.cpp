@@ -407,9 +407,9 @@ public:
         const sockaddr_in address = loopback(port);
         uv_udp_bind(&m_socket, reinterpret_cast<const sockaddr *>(&address), 0);
         uv_os_fd_t fd;
-        const int buffer = 4 << 20; // as the service asks for
+        const int asked = 4 << 20; // as the service asks for
         if (uv_fileno(reinterpret_cast<uv_handle_t *>(&m_socket), &fd) == 0)
-            setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &buffer, sizeof buffer);
+            setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &asked, sizeof asked);
         uv_udp_recv_start(
             &m_socket,
             [](uv_handle_t *, std::size_t, uv_buf_t *buffer) {

@@ -203,7 +203,7 @@ private:
     template <class Callback> int AskOpening(Tq4_socket_msg message,
                                              void (Tq4_socket_obj::*open)(Tq4_socket_info *, const Callback *),
                                              Tq4_socket_info *info, const Callback *callback);
-    int GiveText(const Tq4_id *id, Tq4_hooked<Tq4_string> text);
+    template <class Make> int GiveText(const Tq4_id *id, Make make);
     void CloseNow(Tq4_id id);
     bool OnServiceThread() const { return m_service_id.load(std::memory_order_relaxed) == MP_THREAD_GetCurrentId(); }
 

@@ -230,40 +230,43 @@ void Tq4_socket_obj::Close(const Tq4_id *id) {
         (*m_loop)->Send(m_loop.get(), nullptr, const_cast<Tq4_id *>(id), Tq4_socket_msg_Close, 0, nullptr, nullptr);
 }
 
-int Tq4_socket_obj::GiveText(const Tq4_id *id, Tq4_hooked<Tq4_string> text) {
-    if (!id || !text) return 0;
+// The text is made, or taken over, where no kill strikes.
+template <class Make> int Tq4_socket_obj::GiveText(const Tq4_id *id, Make make) {
     if (OnServiceThread()) {
         const Inside inside(*this);
-        const int taken = Send(*id, text.get());
+        Tq4_hooked<Tq4_string> text = make();
+        const int taken = id && text ? Send(*id, text.get()) : 0;
         if (taken) static_cast<void>(text.release());
         return taken;
     }
     Caller caller(*this);
-    if (!caller.ok) return 0;
+    Tq4_hooked<Tq4_string> text = make();
+    if (!caller.ok || !id || !text) return 0;
     return static_cast<int>((*m_loop)->Post(m_loop.get(), nullptr, const_cast<Tq4_id *>(id), Tq4_socket_msg_Send, 0,
                                             text.release(), Tq4_cxx_support->delete_obj));
 }
 
-// A kill does not strike while memory is given out.
-template <class Fill> static Tq4_hooked<Tq4_string> made_text(Fill fill) {
-    const Tq4_cancel_held_around held;
-    auto text = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
-    fill(text.get());
-    return text;
-}
-
 int Tq4_socket_obj::SendString(const Tq4_id *id, Tq4_string *text) {
-    return text ? GiveText(id, Tq4_hooked<Tq4_string>(std::exchange(*text, nullptr))) : 0;
+    if (!text) return 0;
+    return GiveText(id, [&] { return Tq4_hooked<Tq4_string>(std::exchange(*text, nullptr)); });
 }
 
 int Tq4_socket_obj::SendData(const Tq4_id *id, const void *bytes, unsigned long length) {
     if (!bytes) return 0;
-    return GiveText(id, made_text([&](Tq4_string text) { (*text)->Memcpy(text, bytes, length); }));
+    return GiveText(id, [&] {
+        auto text = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
+        (*text)->Memcpy(text.get(), bytes, length);
+        return text;
+    });
 }
 
 int Tq4_socket_obj::vPrintf(const Tq4_id *id, const char *format, va_list args) {
     if (!format) return 0;
-    return GiveText(id, made_text([&](Tq4_string text) { (*text)->vSprintf(text, format, args); }));
+    return GiveText(id, [&] {
+        auto text = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
+        (*text)->vSprintf(text.get(), format, args);
+        return text;
+    });
 }
 
 // --- The thread ---
