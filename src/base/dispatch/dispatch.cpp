@@ -48,6 +48,7 @@ void Tq4_dispatch_obj::Reset() {
     Leavings leavings;
     Close(State::fresh, leavings);
     if (m_working && !IsInside()) Reap(leavings);
+    const Tq4_brief_guard guard(m_lock);
     (*name)->truncate(name.get(), 0);
 }
 
@@ -115,13 +116,13 @@ Tq4_thread Tq4_dispatch_obj::StartV(void *context, Tq4_msg_handler handler, cons
     auto made = Tq4_make<Tq4_thread>(Tq4_thread_oitf, (*given)->c_str(given.get()));
     const Tq4_thread thread = made.get();
     if (!(*thread)->Init(thread, Serve, m_consumer)) return nullptr;
-    name = std::move(given);
     m_consumer->Use(); // for the thread
     m_users.fetch_add(1, std::memory_order_relaxed);
     m_consumer->Use();
     m_served = m_consumer;
     {
         const Tq4_brief_guard guard(m_lock);
+        name.swap(given);
         m_consumer->handler = handler;
         m_consumer->handler_obj = context;
         m_consumer->m_thread = thread;
@@ -140,10 +141,12 @@ void Tq4_dispatch_obj::Start2(void *context, unsigned long thread_id, Tq4_dispat
     if (!handler || (m_working && m_state == State::serving)) return;
     Leavings leavings;
     if (m_working) Reap(leavings);
-    (*name)->Sprintf(name.get(), "%lu", thread_id);
+    auto given = Tq4_make_hooked<Tq4_string>(Tq4_cxx_support->new_string);
+    (*given)->Sprintf(given.get(), "%lu", thread_id);
     bool waiting;
     {
         const Tq4_brief_guard guard(m_lock);
+        name.swap(given);
         m_consumer->handler = handler;
         m_consumer->handler_obj = context;
         handler_thread = thread_id;

@@ -37,7 +37,7 @@ struct Tq4_dispatch_obj {
     // For who starts and stops, one at a time. A thread that was stopped by its own handler stays until the next.
     Tq4_own<Tq4_thread> m_working;
     Tq4_dispatch_consumer *m_served = nullptr; // owned: the consumer of m_working
-    Tq4_hooked<Tq4_string> name;
+    Tq4_hooked<Tq4_string> name;               // changed under m_lock
 
     explicit Tq4_dispatch_obj(const void *);
     ~Tq4_dispatch_obj();

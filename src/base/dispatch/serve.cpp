@@ -1,4 +1,6 @@
 // serve: the handler's thread takes messages and has them handled, one by one.
+#include <string>
+
 #include "base/dispatch/dispatch.hpp"
 #include "thread/cancel.hpp"
 #include "tq4/debug.h"
@@ -173,14 +175,18 @@ Tq4_dispatch_obj::Taken Tq4_dispatch_obj::Claim(Tq4_dispatch_consumer &consumer,
     return Taken::stopped;
 }
 
+// The name is copied: a thread that outlasts its stop in the log must not read that of the next start.
 void Tq4_dispatch_obj::TellIfBusy(Tq4_dispatch_consumer &consumer) {
+    std::string named;
+    uint64_t waiting;
     {
         const Tq4_brief_guard guard(m_lock);
         if (consumer.m_stopped.load(std::memory_order_relaxed)) return;
         NoteBehind(consumer);
+        waiting = consumer.m_behind + consumer.m_out.left();
+        if (waiting == 0 || waiting % busy_step != 0) return;
+        named = (*name)->c_str(name.get());
     }
-    const uint64_t waiting = consumer.m_behind + consumer.m_out.left();
-    if (waiting == 0 || waiting % busy_step != 0) return;
     const Tq4_cancel_held held; // the log may wait in the system
-    Tq4_debug_api->log(0, "%s busy queue=%d\n", (*name)->c_str(name.get()), static_cast<int>(waiting));
+    Tq4_debug_api->log(0, "%s busy queue=%d\n", named.c_str(), static_cast<int>(waiting));
 }
