@@ -9,7 +9,6 @@
 #include <atomic>
 
 #include "own.hpp"
-#include "platform/multi_platform_console.hpp"
 #include "platform/multi_platform_output.hpp"
 #include "platform/multi_platform_system.hpp"
 #include "tq4/debug.h"

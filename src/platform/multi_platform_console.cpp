@@ -119,17 +119,6 @@ int MP_FlushStandardOutput() {
     return done;
 }
 
-int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
-    const char *at = static_cast<const char *>(bytes);
-    while (size > 0) {
-        const long written = MP_Write(descriptor, at, size);
-        if (written <= 0) return 0;
-        at += written;
-        size -= static_cast<std::size_t>(written);
-    }
-    return 1;
-}
-
 int MP_IsTerminal(int descriptor) { return isatty(descriptor); }
 
 mode_t MP_SetFileMask(mode_t mask) { return umask(mask); }
@@ -140,7 +129,7 @@ int MP_EnterBackground() {
     if (child < 0) return 0;
     if (child > 0) { // tells the caller whether there is a second child, and leaves no dead one to others
         int status = 0;
-        while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+        MP_Restarted([&] { return waitpid(child, &status, 0); });
         _exit(WEXITSTATUS(status));
     }
     setsid();

@@ -23,8 +23,6 @@ int MP_OpenSpareDescriptor();
 // Hands what the C library holds for standard output to the system. 0 when that refuses some, which is dropped, and
 // when the end was asked for while another thread prints.
 int MP_FlushStandardOutput();
-// Writes all bytes. 0 when the system refuses some.
-int MP_WriteAll(int descriptor, const void *bytes, std::size_t size);
 // 1 when the descriptor is a terminal.
 int MP_IsTerminal(int descriptor);
 

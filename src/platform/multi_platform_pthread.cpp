@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "computed_once.hpp"
+#include "platform/restarted.hpp"
 #include "sanitizers.hpp"
 #include "thread_record.hpp"
 
@@ -24,13 +25,6 @@ extern "C" [[gnu::visibility("hidden")]] void *__dso_handle; // names the librar
 static_assert(sizeof(time_t) == 8, "a deadline of any time-out fits");
 
 namespace {
-
-template <class Wait> int wait_through_signals(Wait wait) {
-    for (;;) {
-        const int result = wait();
-        if (result != -1 || errno != EINTR) return result;
-    }
-}
 
 timespec sum_of(timespec time, unsigned long ms) {
     time.tv_sec += static_cast<time_t>(ms / 1000);
@@ -57,7 +51,7 @@ int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
 }
 int take_within(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
     const timespec deadline = deadline_after(ms, CLOCK_REALTIME);
-    return wait_through_signals([&] { return sem_timedwait(semaphore, &deadline); });
+    return MP_Restarted([&] { return sem_timedwait(semaphore, &deadline); });
 }
 #else
 int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
@@ -66,7 +60,7 @@ int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
 }
 int take_within(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
     const timespec deadline = deadline_after(ms);
-    return wait_through_signals([&] { return sem_clockwait(semaphore, CLOCK_MONOTONIC, &deadline); });
+    return MP_Restarted([&] { return sem_clockwait(semaphore, CLOCK_MONOTONIC, &deadline); });
 }
 #endif
 
@@ -178,12 +172,12 @@ int MP_THREAD_Semaphore_post(MP_THREAD_Semaphore *semaphore, long count) {
 
 int MP_THREAD_Semaphore_wait(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
     if (ms == 0) return MP_THREAD_Semaphore_trywait(semaphore);
-    if (ms == TQ4_ALL_ONES) return wait_through_signals([=] { return sem_wait(semaphore); });
+    if (ms == TQ4_ALL_ONES) return MP_Restarted([=] { return sem_wait(semaphore); });
     return take_within(semaphore, ms);
 }
 
 int MP_THREAD_Semaphore_trywait(MP_THREAD_Semaphore *semaphore) {
-    return wait_through_signals([=] { return sem_trywait(semaphore); });
+    return MP_Restarted([=] { return sem_trywait(semaphore); });
 }
 
 int MP_THREAD_Semaphore_count(MP_THREAD_Semaphore *semaphore) {

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "platform/multi_platform_pthread.hpp"
+#include "platform/restarted.hpp"
 #include "thread_record.hpp"
 
 int MP_gettimeofday(timeval *now) { return gettimeofday(now, nullptr); }
@@ -116,10 +117,18 @@ char *MP_GetCurrentDir(char *buffer, std::size_t size) {
 }
 
 long MP_Write(int descriptor, const void *bytes, std::size_t size) {
-    for (;;) {
-        const ssize_t written = write(descriptor, bytes, size);
-        if (written >= 0 || errno != EINTR) return written;
+    return MP_Restarted([=] { return write(descriptor, bytes, size); });
+}
+
+int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
+    const char *at = static_cast<const char *>(bytes);
+    while (size > 0) {
+        const long written = MP_Write(descriptor, at, size);
+        if (written <= 0) return 0;
+        at += written;
+        size -= static_cast<std::size_t>(written);
     }
+    return 1;
 }
 
 void *MP_LoadLibrary(const char *path) { return path ? dlopen(path, RTLD_LAZY) : nullptr; }
