@@ -353,7 +353,7 @@ Tq4_app_farewell Tq4_app_obj::ServeShell() {
 // --- Shell ---
 
 int Tq4_app_obj::RunShell() {
-    if (!open_events()) return No_daemon; // before anything is shown: who reads that may have gone
+    if (!open_events()) return No_daemon; // before anything is shown, since its reader may have gone
     print("%s服务程序已经运行，现在进入命令交互模式\n", m_name);
     Greet("%s服务运行于命令交互模式（实际服务在后台进程）\n");
     auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "console_display");

@@ -7,7 +7,7 @@
 
 #include "platform/multi_platform_fs.hpp"
 
-// Makes the file at path anew: fill(descriptor) writes the content to a new file with these permission bits (the
+// Makes the file at path anew. fill(descriptor) writes the content to a new file with these permission bits (the
 // process's mask applies), may give it others, and tells whether it could. False, with path as it was and the system
 // error number telling why, when anything fails.
 template <class Fill> bool Tq4_replace_file(const std::string &path, mode_t mode, Fill fill) {

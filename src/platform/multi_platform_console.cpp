@@ -1,7 +1,7 @@
 // multi_platform_console: signals become bits of one atomic word, and a counter that can be polled (an eventfd) says
 // that there are some. A handler may run on any thread at any moment; whoever waits polls the counter beside its own
 // descriptors and takes all bits at once. The handler of a signal that asks for the end also sees to it that nobody
-// waits for a reader any more: a write that it interrupts is begun again by the system, and finds that out.
+// waits for a reader any more. A write that it interrupts is begun again by the system, and finds that out.
 #include "platform/multi_platform_console.hpp"
 
 #include <atomic>

@@ -31,13 +31,14 @@ int MP_IsTerminal(int descriptor);
 // Sets the mask of permission bits that new files do not get; returns the mask before.
 mode_t MP_SetFileMask(mode_t mask);
 // Goes on as a child of a child: without a terminal, in a session of its own that it does not lead. The processes left
-// behind end without running what is registered for their exit, with code 0, the first one with the exit code of a
-// caller that got no second process. 0 when the system gives no process: then the caller is the last of them there is.
+// behind end without running what is registered for their exit. The first one ends with code 0, when there is a second
+// child. 0 when the system gives no process: no child, and the caller is as it was; or no second one, and the first
+// child is the caller, whose exit code the first process takes over.
 int MP_EnterBackground();
 
 // --- A connection whose peer may not read ---
 
-// From now on a write to the socket fails after it has waited so long for the peer to read.
+// From now on a write to the socket fails when the peer has not made room for it within ms milliseconds.
 int MP_SOCK_SendTimeout(int socket, long ms);
 // Ends a connection in one direction, so that the peer meets the end, or in both. The descriptor stays open.
 enum MP_Direction { MP_Direction_out = 1, MP_Direction_both = 2 };

@@ -43,7 +43,7 @@ timespec deadline_after(unsigned long ms, clockid_t clock = CLOCK_MONOTONIC) {
 }
 
 // The thread sanitizer follows conditions on either clock, but mutexes and semaphores only on the wall clock: on the
-// other one it would miss who holds the mutex and who posted. So its builds, and they alone, wait there.
+// other one it would miss which thread holds the mutex or posted. So its builds, and they alone, wait there.
 #ifdef TQ4_THREAD_SANITIZER
 int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
     const timespec deadline = deadline_after(ms, CLOCK_REALTIME);
@@ -143,8 +143,8 @@ int MP_THREAD_CriticalSection_init(MP_THREAD_CriticalSection *section) {
 
 int MP_THREAD_CriticalSection_destroy(MP_THREAD_CriticalSection *section) { return pthread_mutex_destroy(section); }
 
-// A section that is taken is looked at again after longer and longer pauses before we sleep for it: sleeping and being
-// woken costs more than most sections last, and looking all the time slows down who is inside. With one processor
+// A section that is taken is looked at again after longer and longer pauses before we sleep for it. Sleeping and being
+// woken costs more than most sections last; looking all the time slows down the thread inside. With one processor
 // nobody could leave it meanwhile.
 int MP_THREAD_CriticalSection_lock(MP_THREAD_CriticalSection *section) {
     constexpr int first_pause = 64, last_pause = 256;
@@ -268,8 +268,8 @@ void MP_THREAD_AtEnd(void (*function)(void *), void *argument) {
     abi::__cxa_thread_atexit(function, argument, &__dso_handle);
 }
 
-// The type changes first and comes back last: a cancellation that is on its way as a signal asks for the type alone,
-// and would strike a thread that has only disabled it.
+// The type changes first and comes back last. A cancellation that is on its way as a signal asks for the type alone: it
+// would strike a thread that has only disabled it.
 int MP_THREAD_HoldCancel() {
     int state = PTHREAD_CANCEL_ENABLE, type = PTHREAD_CANCEL_DEFERRED;
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);

@@ -30,9 +30,9 @@ double MP_difftimeval(const timeval *a, const timeval *b) {
 
 // --- The calendar ---
 
-// The C library has a lock over its time zone, and leaves it to a child as it was at the fork, and to everybody when a
-// thread is killed that holds it. So we hold one of our own around our calls, at forks and against kills. Registered
-// before the other locks of the library that forks take, it is taken last.
+// The C library has a lock over its time zone. A child gets it as it was at the fork, and a thread that is killed while
+// it holds the lock leaves it locked for everybody. So we hold one of our own around our calls, at forks and against
+// kills. Registered before the other locks of the library that forks take, it is taken last.
 static pthread_mutex_t time_zone_lock = PTHREAD_MUTEX_INITIALIZER;
 static void lock_time_zone() { pthread_mutex_lock(&time_zone_lock); }
 static void unlock_time_zone() { pthread_mutex_unlock(&time_zone_lock); }

@@ -3,11 +3,11 @@
 // The record belongs to its owner and to the body, the part that runs on the new thread. The body's end is one step
 // under m_lock: m_alive is cleared there, so whoever holds the lock and sees it set may send to the thread. After that
 // the body does one thing more with the record: it sets the end event, or, when the object was deleted meanwhile
-// (m_destroy), it frees it. So the owner frees a record only when m_alive is clear, and after the end event; when the
-// thread is still there, as after a kill that it does not obey, it leaves the record to the body.
+// (m_destroy), it frees it. So the owner frees a record only when m_alive is clear, and after the end event. When the
+// thread is still there, as after a kill that it does not obey, the owner leaves the record to the body.
 //
-// A quit is a mark of its own, m_quit, beside m_isRunning. A quit writes m_quit and then m_isRunning, the start writes
-// m_isRunning and then reads m_quit, all in one order for everybody; so a quit is seen by the start or undoes it.
+// A quit is a mark of its own, m_quit, beside m_isRunning. A quit writes m_quit and then m_isRunning; the start writes
+// m_isRunning and then reads m_quit. All threads see these in one order, so a quit is seen by the start or undoes it.
 //
 // The body can be cancelled only while it runs the user's function, and there at any instruction. Its end is a
 // cleanup handler, which runs however the function ends: return, kill or pthread_exit.
@@ -28,7 +28,7 @@
 
 namespace {
 
-constexpr unsigned long k_delete_wait_ms = 2000; // Delete asks so long before it kills
+constexpr unsigned long k_delete_wait_ms = 2000; // how long Delete waits before it kills
 constexpr unsigned long k_kill_wait_ms = 200;    // how long a killed thread may take to be gone before it is let alone
 constexpr char k_delete_mark = 'Z';
 
@@ -108,8 +108,8 @@ bool Tq4_thread_obj::IsSelf() const { return Tq4_this_thread->runs_here == this;
 
 // --- The owner's side ---
 
-// A quit signal that arrives on one of our threads ends it, at once or as soon as it may be killed; anywhere else it
-// does what it does by default.
+// A quit signal that arrives on one of our threads ends it, at once or as soon as it may be killed. Anywhere else it
+// has its default effect.
 static void on_quit_signal(int signal) {
     if (Tq4_this_thread->runs_here) {
         const bool may_be_sent = !Tq4_this_thread->kill_gate || Tq4_this_thread->kill_gate->Ask();
