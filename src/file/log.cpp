@@ -454,7 +454,7 @@ void Tq4_log_obj::At_fork(void *log, Tq4_fork_moment moment) {
     }
     if (l->m_lock) (*l->m_lock)->Unlock(l->m_lock.get());
     if (moment == Tq4_fork_moment::in_parent) return;
-    if (l->m_lock) l->m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf); // the old one is held by a thread of the parent
+    if (l->m_lock) l->m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf); // the old one has the parent's thread as its holder
     l->m_writers.Forget_all();
     l->m_choice.m_moved = true; // the open file's position is shared with the parent: open it again
 }

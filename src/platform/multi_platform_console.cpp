@@ -25,7 +25,7 @@
 
 namespace {
 
-constexpr int standard_output = 1, standard_error = 2, standard_descriptors = 3;
+constexpr int standard_descriptors = 3;
 constexpr const char *null_device = "/dev/null";
 
 std::atomic<unsigned> raised{MP_Event_none};
@@ -39,8 +39,8 @@ template <MP_Event Event> void on_signal(int) {
     const int error = errno;
     if (Event == MP_Event_stop && catcher == getpid()) {
         ending = true;
-        MP_Output_StopWaiting(standard_output);
-        MP_Output_StopWaiting(standard_error);
+        MP_Output_StopWaiting(MP_standard_output);
+        MP_Output_StopWaiting(MP_standard_error);
     }
     MP_Events_Raise(Event);
     errno = error;
@@ -93,7 +93,7 @@ void MP_OpenStandardDescriptors() {
     }
 }
 
-int MP_PrepareToDetach() { return open_reserve(0) >= 0 && open_reserve(standard_output) >= 0; }
+int MP_PrepareToDetach() { return open_reserve(0) >= 0 && open_reserve(MP_standard_output) >= 0; }
 
 int MP_OpenSpareDescriptor() {
     return MP_Restarted([] { return open(null_device, O_RDONLY | O_CLOEXEC); });

@@ -9,6 +9,8 @@
 
 // --- Descriptors 0 to 2 ---
 
+inline constexpr int MP_standard_input = 0, MP_standard_output = 1, MP_standard_error = 2;
+
 // Opens those that are closed on the null device, so that no file or socket gets their numbers.
 void MP_OpenStandardDescriptors();
 // Opens what the next function needs, so that it does not fail when no descriptor is free later on.

@@ -28,9 +28,9 @@
 
 namespace {
 
-constexpr unsigned long k_delete_wait_ms = 2000; // how long Delete waits before it kills
-constexpr unsigned long k_kill_wait_ms = 200;    // how long a killed thread may take to be gone before it is let alone
-constexpr char k_delete_mark = 'Z';
+constexpr unsigned long delete_wait_ms = 2000; // how long Delete waits before it kills
+constexpr unsigned long kill_wait_ms = 200;    // how long a killed thread may take to be gone before it is let alone
+constexpr char delete_mark = 'Z';
 
 void set(const Tq4_own<Tq4_event> &event) { (*event)->Set(event.get()); }
 int wait(const Tq4_own<Tq4_event> &event, unsigned long ms) { return (*event)->Wait(event.get(), ms); }
@@ -228,7 +228,7 @@ short Tq4_thread_obj::Kill(unsigned long code) {
 
 // Gives a killed thread time to be gone, so that what its function used can be freed.
 void Tq4_thread_obj::AwaitKilled() {
-    if (IsAlive()) wait(m_event, k_kill_wait_ms);
+    if (IsAlive()) wait(m_event, kill_wait_ms);
 }
 
 bool Tq4_thread_obj::IsAlive() {
@@ -238,12 +238,12 @@ bool Tq4_thread_obj::IsAlive() {
 
 // Called by Delete: true when the record may be freed at once, false when the body will free it.
 bool Tq4_thread_obj::Retire() {
-    WaitFor(k_delete_wait_ms); // from inside, only the quit
+    WaitFor(delete_wait_ms); // from inside, only the quit
     if (!IsSelf()) AwaitKilled();
     {
         Tq4_guard guard(m_lock);
         if (m_alive) {
-            m_destroy = k_delete_mark;
+            m_destroy = delete_mark;
             return false;
         }
         if (!m_announced) return true; // there never was a body
@@ -323,7 +323,7 @@ void Tq4_thread_obj::End(void *thread) {
     {
         Tq4_guard guard(self->m_lock);
         self->m_alive = false;
-        abandoned = self->m_destroy == k_delete_mark;
+        abandoned = self->m_destroy == delete_mark;
         if (!self->m_announced) last = self->m_event.get();
         self->m_announced = true;
     }
