@@ -29,7 +29,7 @@ struct Tq4_thread_record {
     // Freed blocks, a stack for each size rounded up (object_memory.hpp).
     struct Stack {
         Tq4_object_memory_block *top;
-        unsigned room; // for so many more; 0 until the thread first frees a block of the size
+        unsigned room; // how many more it takes; 0 until the thread first frees a block of the size
     };
     Stack of_size[largest / step + 1] = {};
 

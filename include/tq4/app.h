@@ -15,14 +15,14 @@
  * - as a daemon ("--service=start"): the service in the background, which listens for shells on a local socket;
  * - as a shell, whenever a daemon of this program runs already: a command line whose commands for the service go there.
  *
- * There is one application in a process. Its name is the executable's, and so is its place: the control socket is
+ * There is one application in a process. Its name and its place are those of the executable. The control socket is
  * "tq4_run_var/NAME/__1pipe__" in the executable's directory (at most 107 bytes with it), usable by the owner and the
  * group. docs/writing-a-service.md tells it at length.
  *
  * The first call into the frame prepares the process: it seeds the random generator and makes the application log
- * ("Tq4_app", level 100, in "log_files" in the executable's directory), to which all lines of the debug interface's log
- * go from then on, until the program installs another sink. Console output goes through the debug interface's Printf,
- * to descriptor 1.
+ * ("Tq4_app", level 100, in "log_files" in the executable's directory). All lines of the debug interface's log go there
+ * from then on, until the program installs another sink. Console output goes through the debug interface's Printf, to
+ * descriptor 1.
  *
  * Environment: when TQ4_RUN_DIR or TQ4_LOG_DIR is set and not empty, that directory takes the place of the
  * executable's, the former for the control socket, the latter for the application log. A shell finds the daemon that
@@ -85,11 +85,14 @@ typedef struct Tq4_app_ {
      * An argument that begins with "--charset=" or "--service=" and is none of these is told on standard error, and
      * nothing is started.
      *
-     * Signals: from before the start function until after the stop function SIGTERM and SIGINT stop the service in
-     * order, SIGHUP lets the application log look for its file (CheckFile of tq4/log.h) and then calls the function of
-     * OnReload, and a broken pipe is an error like others; afterwards what the program had installed is back. A daemon
-     * has them before "--service=start" returns. A shell that gets SIGTERM or SIGINT leaves. From SIGTERM or SIGINT on,
-     * no output to descriptors 1 and 2 waits for a reader, in any mode: what finds no room is lost.
+     * Signals, from before the start function until after the stop function:
+     * - SIGTERM and SIGINT stop the service in order;
+     * - SIGHUP lets the application log look for its file (CheckFile of tq4/log.h), and then calls the function of
+     *   OnReload;
+     * - SIGPIPE does nothing: a broken pipe is an error like others.
+     * Afterwards what the program had installed is back. A daemon has the handlers before "--service=start" returns. A
+     * shell that gets SIGTERM or SIGINT leaves. From SIGTERM or SIGINT on, no output to descriptors 1 and 2 waits for a
+     * reader, in any mode: what finds no room is lost.
      * Standalone, with standard input closed or at its end from the start (and not a terminal), the service runs until
      * a signal stops it.
      *
@@ -100,11 +103,14 @@ typedef struct Tq4_app_ {
      * function, and the daemon also when a shell comes and goes.
      *
      * Returns 1, also for the options that only print, for "--service=stop" where no daemon runs, and for a standalone
-     * start that refuses; -1 or -2 when the daemon's control socket cannot be made or listened on, -3 when its start
-     * function refused or the system has no descriptor for what signals raise, -4 for an argument that it refuses, -100
-     * when it cannot be told whether a daemon runs (no right to connect, no path of the program in "/proc"), or the
-     * one before has not ended after 10 s. The reason is printed. So main ends with "return Tq4_app->Run(argc, argv,
-     * start, stop) == 1 ? 0 : 1;". */
+     * start that refuses. Otherwise the reason is printed and the result is
+     *   -1    the daemon's control socket cannot be made
+     *   -2    it cannot be listened on
+     *   -3    the daemon's start function refused, or the system has no descriptor for it
+     *   -4    an argument is refused
+     *   -100  it cannot be told whether a daemon runs (no right to connect, no path of the program in "/proc"),
+     *         the one before has not ended after 10 s, or the system has no descriptor for a shell
+     * So main ends with "return Tq4_app->Run(argc, argv, start, stop) == 1 ? 0 : 1;". */
     int (*Run)(int argc, char **argv, Tq4_app_start start, Tq4_app_stop stop);
     /* Keeps an object for the whole process. At its normal end all are deleted, the last one first, each by its delete
      * function (null: it is only forgotten). The name (copied) finds the object; a name given again finds the newer
@@ -125,7 +131,7 @@ typedef struct Tq4_app_ {
      * 0 when a pointer is null and before Run. */
     int (*ArgK)(int *cursor, const char **name);
     int (*ArgV)(int *cursor, const char **value);
-    /* Adds a command of the service, as AddCmd does: but in a shell the line is handed to the daemon, which runs the
+    /* Adds a command of the service; otherwise as AddCmd. In a shell the line is handed to the daemon, which runs the
      * command on its main thread, and what that prints goes to the shell. Standalone it is like any other. So it always
      * runs between the start function and the stop function. Help lists these commands apart from the others. */
     void (*AddServiceCmd)(const char *name, const char *shortcut, Tq4_app_cmd_handle handler, const char *comment);

@@ -96,15 +96,15 @@ struct Tq4_config_ {
     /* Deletes a key with its value and comments; ignored when missing. */
     void (*RemoveKey)(Tq4_config s, const char *key);
     /* Adds an empty section to the current one, behind those of its name, and does not move. A name that a file cannot
-     * hold (with a line end or blanks around it, longer than a line, in the root with both ']' and '>', elsewhere with
-     * '>' or a '/' in front) is refused with a message. */
+     * hold is refused with a message: one with a line end or blanks around it, or longer than a line; in the root one
+     * with both ']' and '>'; elsewhere one with '>' or a '/' in front. */
     void (*AddSection)(Tq4_config s, const char *name);
 
     /* --- Values. Reads return 1, 0 when the key is missing, and then *value is left alone --- */
 
-    /* One character: "0x1f" is its code; any other text that begins with 0 is the character 0; "\n", "\r", "\t", "\0"
-     * and "\\" are what they are in C, a backslash before anything else is a blank ("\space"); else the first byte, NUL
-     * for an empty text. */
+    /* One character. "0x1f" is its code; any other text that begins with 0 is the character 0. "\n", "\r", "\t", "\0"
+     * and "\\" are what they are in C, and a backslash before anything else is a blank ("\space"). Of any other text it
+     * is the first byte, NUL for an empty one. */
     int (*ReadChar)(Tq4_config s, const char *key, char *value);
     /* Whole numbers: a text that begins with 0 is hexadecimal, with or without an x, so "010" is 16; any other is
      * decimal up to the first character that is no digit. What does not fit into 64 bits is the largest or smallest

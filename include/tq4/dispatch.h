@@ -21,10 +21,9 @@
  * message->params to null. The free function runs on whichever thread lets the message go, and may call every operation
  * of the dispatcher. Without a free function params are borrowed until the message is handled or dropped.
  *
- * Kills. When Stop or Delete waited 2000 ms for a handler in vain, its thread is killed, inside the handler and nowhere
- * else: its sender gets 0, its parameters are freed, and the dispatcher stays usable. A handler that even a kill does
- * not end goes on; the sender it works for is let go when it returns. A thread that is killed in a Send ends when the
- * Send is over.
+ * Kills. A handler that keeps Stop or Delete waiting for 2000 ms is killed, inside the handler and nowhere else. Its
+ * sender gets 0, its parameters are freed, and the dispatcher stays usable. A handler that even a kill does not end
+ * goes on; its sender is let go when it returns. A thread that is killed in a Send ends when the Send is over.
  *
  * Object-level: Create takes null. Delete stops the dispatcher first; called by its own handler, it takes effect when
  * that returns, and the handle stays good until then. Reset stops it, drops what is queued as Stop does, also after
@@ -102,11 +101,13 @@ struct Tq4_dispatch_ {
     /* The same without the limit: always 1 (0 for a null handle). */
     long (*Push)(Tq4_dispatch d, Tq4_id *sender, Tq4_id *receiver, unsigned long msg, long submsg, void *params,
                  Tq4_msg_free free_params);
-    /* For the handler's thread, and for it alone: takes the first message that waits, waiting up to so many
-     * milliseconds for one (0: not at all, all ones: without limit), and has it handled. 1 when it did; 0 when none
-     * came, or when a thread of Start serves and this is another; -1 when the dispatcher is stopped or was deleted by
-     * the handler. With a number of messages still waiting that is a multiple of 4096 (and not 0) it logs
-     * "%s busy queue=%d\n" with the name, which after Start2 is the thread's id, and that number. */
+    /* For the handler's thread, and for it alone: takes the first message that waits and has it handled. milliseconds
+     * is how long it waits for one (0: not at all, all ones: without limit). Results:
+     *   1   it handled a message
+     *   0   none came, or a thread of Start serves and this is another
+     *   -1  the dispatcher is stopped, or the handler has deleted it
+     * When the number of messages that still wait is a multiple of 4096 (and not 0), it logs "%s busy queue=%d\n" with
+     * the name and that number. After Start2 the name is the thread's id. */
     int (*try_once)(Tq4_dispatch d, unsigned long milliseconds);
     /* The same at the front: the message is the next to be handled. */
     long (*SendFirst)(Tq4_dispatch d, Tq4_id *sender, Tq4_id *receiver, unsigned long msg, long submsg, void *params,

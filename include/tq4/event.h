@@ -5,9 +5,9 @@
  * cleared by it; a Reset before that withdraws it. A Set of an event that is set already adds nothing.
  * What a thread did before a Set, also one that adds nothing, is seen by whoever clears the flag next.
  * A thread may be killed while it waits: the event stays usable, and no Set is lost with it.
- * Object-level: Create takes a Tq4_event_CreateParams or null; Reset sets or clears the flag, as it was in the new
- * event; Copy does nothing; an event equals only itself; Dup gives a new event made with the same parameters. An event
- * may be deleted by the thread that its Wait let through, if no other thread waits or will still call it.
+ * Object-level: Create takes a Tq4_event_CreateParams or null. Reset makes the flag what it was in the new event. Copy
+ * does nothing; an event equals only itself; Dup gives a new event made with the same parameters. An event may be
+ * deleted by the thread that its Wait let through, if no other thread waits or will still call it.
  *
  * Threads: every operation may be called from any thread.
  */

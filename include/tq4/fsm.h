@@ -13,7 +13,7 @@
  *
  * The initial state has no name. An item enters it with its first event, and is there for that event already.
  *
- * The next state of a rule is named: a null name is the initial state, "" is to stay, and any other the state of that
+ * A rule names its next state. A null name is the initial state, and "" is to stay. Any other is the state of that
  * name, which may be added after the rule. A rule that leads to the state the item is in makes it stay too.
  *
  * The rule for an event is, in the item's state:

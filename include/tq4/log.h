@@ -7,26 +7,25 @@
  * has more than 260 bytes. Times are local time.
  *
  * A line is "[YYYY-MM-DD HH:MM:SS mmm tttt] " and the message: milliseconds, and the calling thread's kernel id in
- * hexadecimal. A message that does not end in a line feed gets one. Every operation that writes returns after its
- * bytes were handed to the system, in one piece: lines of different threads never mix, those of one thread keep their
- * order, and a process that dies loses none that was returned from.
+ * hexadecimal. A message that does not end in a line feed gets one. Every operation that writes returns after its bytes
+ * were handed to the system, in one piece. So lines of different threads never mix, and those of one thread keep their
+ * order. A process that dies loses no line whose call has returned.
  *
  * No errors are reported to the caller. Lines that cannot be written (the directory is not writable, the disk is full)
- * are lost, until a later attempt succeeds; what a full disk has cut off in the middle of a line is removed again. The
+ * are lost, until a later attempt succeeds. What a full disk has cut off in the middle of a line is removed again. The
  * first failure is told on standard error, with the file's path and the reason, and the next one after another file has
  * been opened.
  *
- * Others may work on the same files. When the path of the open file no longer leads to it, because somebody has moved
- * or removed it, the log goes over to a new file at that path: within a second of writing, or at once by CheckFile.
- * Several processes may write to one file: each line stays whole, and the limit holds for what all of them have
- * written, give or take 65536 bytes for each. A line never continues what a killed process left without a line feed: it
- * begins below it.
+ * Others may work on the same files. When somebody has moved or removed the open file, the log goes over to a new file
+ * at its path: within a second of writing, or at once by CheckFile. Several processes may write to one file: each line
+ * stays whole, and the limit holds for what all of them have written, give or take 65536 bytes for each. A line never
+ * continues what a killed process left without a line feed: it begins below it.
  *
- * Create makes a log for several threads when its parameter is not null (the value itself is not used), and one that
- * belongs to a single thread at a time when it is null. The main directory is "log_files" beside the running program,
- * "./log_files" when its place cannot be found; the prefix is empty, the level 0. Delete and Reset close the file.
- * Reset restores the settings of Create. Copy takes over prefix, level, limits and main directory, which is also what
- * Equal compares; Dup does so into a new log, which is for several threads when the source is.
+ * Create makes a log that belongs to a single thread at a time when its parameter is null, and one for several threads
+ * when it is not (its value is not used). The main directory is "log_files" beside the running program, "./log_files"
+ * when its place cannot be found; the prefix is empty, the level 0. Delete and Reset close the file. Reset restores the
+ * settings of Create. Copy takes over prefix, level, limits and main directory, which is also what Equal compares. Dup
+ * does so into a new log, which is for several threads when the source is.
  *
  * Null handles are ignored; DirInfo gives null.
  *
@@ -73,9 +72,9 @@ struct Tq4_log_ {
     /* The same with a given time, which also chooses the file; the milliseconds are those of the clock. */
     void (*Printf_t)(Tq4_log log, time_t time, int level, const char *format, ...);
     void (*vPrintf_t)(Tq4_log log, time_t time, int level, const char *format, va_list args);
-    /* Writes a line as Printf does and below it the data, sixteen bytes a line: the offset in eight hexadecimal digits
-     * and a colon, each byte as "%02X ", and behind them those bytes as text, a dot for each that is not printable
-     * ASCII. length may be all ones for a text. Null data gives the line alone. */
+    /* Writes a line as Printf does and below it the data, sixteen bytes a line. Such a line is the offset in eight
+     * hexadecimal digits and a colon, each byte as "%02X ", and the same bytes as text, with a dot for each that is not
+     * printable ASCII. length may be all ones for a text. Null data gives the line alone. */
     void (*HexLog)(Tq4_log log, int level, const void *data, unsigned long length, const char *format, ...);
     void (*HexPrint)(Tq4_log log, int level, const void *data, unsigned long length, const char *format, va_list args);
     /* Writes the text as it is, without prefix or line feed, to the file of the current time. Null is ignored. */
@@ -91,7 +90,7 @@ struct Tq4_log_ {
     const char *(*DirInfo)(Tq4_log log);
     /* Flushes the stream. What was written is with the system already, so nothing ever waits for this. */
     void (*FFlush)(Tq4_log log);
-    /* For a periodic timer, or when the files have been moved: when a line now would begin a new file, closes the open
+    /* For a periodic timer, or when the files have been moved. When a line now would begin a new file, closes the open
      * one and makes the day's directory; the next line then opens the file. Otherwise, when the open file is no longer
      * at its path, closes it and opens that path again. */
     void (*CheckFile)(Tq4_log log);

@@ -2,8 +2,9 @@
  *
  * A pool lends payloads: whatever its Create function makes. Each stands in a slot of its own and is lent under a
  * Tq4_id: h names the slot, scrambled, and l is the serial number of this lending. An id that comes from a stranger or
- * is kept too long does no harm: once the payload was given back, even when it was lent again, the id finds nothing.
- * Looking up, lending and giving back take constant time; where a payload was given back before, nothing is allocated.
+ * is kept too long does no harm. Once its payload was given back, it finds nothing, even when the payload is lent
+ * again. Looking up, lending and giving back take constant time; where a payload was given back before, nothing is
+ * allocated.
  *
  * Payloads belong to the pool from their Create to their Delete; a borrower has one from Alloc to Recycle. A payload
  * that was given back stays made: Reset prepares it for the next borrower, and the one that waits longest comes first.
@@ -37,8 +38,8 @@ typedef void (*Tq4_pool_Reset)(void *payload, unsigned long slot);
 /* Returns non-zero to stop. */
 typedef int (*Tq4_pool_visitor)(void *payload, void *param);
 
-/* Given to Create. Without Delete or Reset, payloads must be handles, and the Reset of the payload's own module is
- * called instead, also where a payload would be deleted: deliberate, for payloads that others own. */
+/* Given to Create. Without Delete or Reset, payloads must be handles: the Reset of the payload's own module takes their
+ * place. So the pool does not delete such payloads: deliberate, for those that others own. */
 typedef struct Tq4_pool_CreateParams {
     uint32_t max_res;       /* how many slots; TQ4_POOL_MOST at most; with 0 the pool never lends */
     Tq4_pool_Create Create; /* required */

@@ -33,9 +33,9 @@ typedef void (*Tq4_reorder_delete)(void *data);
 typedef int (*Tq4_reorder_visitor)(unsigned seq, void *data, void *context);
 
 struct Tq4_reorder_ {
-    /* Frees what is held, by the delete function of before, and begins anew with so many slots (1 to 65536; others are
-     * taken as the nearest) at sequence number 0, no first number seen. delete_data null: free. max_wait is that of
-     * SetMaxwait. */
+    /* Frees what is held with the delete function of before. Then begins anew with size slots, at sequence number 0, no
+     * first number seen. size is 1 to 65536; any other counts as the nearest of these. A null delete_data is free.
+     * max_wait is that of SetMaxwait. */
     void (*Init)(Tq4_reorder b, int size, Tq4_reorder_delete delete_data, int max_wait);
     /* Sets the head's sequence number; CacheItem takes none of its own then. */
     void (*SetFirstSeq)(Tq4_reorder b, unsigned seq);
@@ -43,19 +43,20 @@ struct Tq4_reorder_ {
      * the nearest. */
     void (*SetMaxwait)(Tq4_reorder b, int max_wait);
     /* Receiving end: stores a packet. The first number ever stored becomes the head's. Results:
-     *   n     it closed the first gap: so many packets are ready now; the size when the window is full (logged)
+     *   n     it closed the first gap: n packets are ready now; n is the size when the window is full (logged)
      *   1     stored behind a gap, or it brought the data of a slot that was appended without
      *   0     an old packet. Each raises the hold-back by one, up to the highest
      *   -1    beyond the window (logged; mode 0 prints it too)
      *   -100  a duplicate
-     * A negative mode makes room for a packet beyond the window: packets are dropped from the head (each logged) until
-     * it fits or none is ready; then the head jumps to the packet, and all else that is held is dropped.
-     * Null data appends a held slot without data behind those that are ready, whatever seq and mode: 1, or 0 when the
-     * window is full (logged). */
+     * A negative mode makes room for a packet beyond the window. Packets are dropped from the head (each logged) until
+     * it fits or none is ready. If it still does not fit, the head jumps to it and everything else that is held is
+     * dropped.
+     * Null data appends a held slot without data behind those that are ready, whatever seq and mode are. Then the
+     * result is 1, or 0 when the window is full (logged). */
     int (*CacheItem)(Tq4_reorder b, unsigned seq, void *data, int mode);
-    /* Receiving end: takes the head's data; the caller owns it. *seq gets the head's number. With wait > 0 it does so
-     * only while at least so many packets are ready, or as many as the hold-back has come to, if that is more.
-     * *empty is 1 when nothing was taken, else 0: a slot without data gives null and 0. */
+    /* Receiving end: takes the head's data; the caller owns it. *seq gets the head's number. A wait above 0 is the
+     * number of packets that must be ready first; when late packets have raised the hold-back above it, the hold-back
+     * counts instead. *empty is 1 when nothing was taken, else 0: a slot without data gives null and 0. */
     void *(*GetItemWait)(Tq4_reorder b, unsigned *seq, int wait, int *empty);
     /* CacheItem in mode 1, answering 1 for stored and 0 for anything else. */
     int (*SafeCache)(Tq4_reorder b, unsigned seq, void *data);
@@ -68,9 +69,13 @@ struct Tq4_reorder_ {
     int (*SafeWait)(Tq4_reorder b, unsigned *seq, void *data);
     /* The same as GetSendSeq. */
     unsigned (*GetNck)(Tq4_reorder b);
-    /* Sending end: confirms everything up to and including seq. The callback, when not null, is shown each slot; with a
-     * result other than 0 it keeps the data, which is freed otherwise. Gives the number of slots; 0 when none is ready;
-     * -3 for a number before the head; -4 for one beyond the window, -5 for one beyond what is ready (both logged). */
+    /* Sending end: confirms everything up to and including seq. The callback, when not null, is shown each slot; by a
+     * result other than 0 it keeps the data, which is freed otherwise. Gives the number of slots that were confirmed.
+     * Other results:
+     *   0   none is ready
+     *   -3  seq is before the head
+     *   -4  seq is beyond the window (logged)
+     *   -5  seq is beyond what is ready (logged) */
     int (*Ack)(Tq4_reorder b, unsigned seq, Tq4_reorder_visitor callback, void *context);
     /* The sequence number that SafeWait gives next. */
     unsigned (*GetSendSeq)(Tq4_reorder b);

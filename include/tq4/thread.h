@@ -24,10 +24,10 @@
  * numbers, the first one hexadecimal. The lines go to the debug interface's Printf, so to standard output unless the
  * program has set a print sink. A function that is killed prints no end.
  *
- * A kill is the last resort. It takes the function at whatever instruction it is, also where it calls nothing; locks
- * that it holds stay locked, memory that it owns stays allocated, and a library that it was inside of, the allocator
- * included, stays as it was. This library's events and thread objects stay usable. A function that cannot bear this
- * makes cancellation deferred (pthread_setcanceltype) before it disables it (pthread_setcancelstate).
+ * A kill is the last resort. It takes the function at whatever instruction it is, also where it calls nothing. Locks
+ * that the function holds stay locked, and memory that it owns stays allocated. A library that it was inside of, the
+ * allocator included, stays as it was. This library's events and thread objects stay usable. A function that cannot
+ * bear this makes cancellation deferred (pthread_setcanceltype) before it disables it (pthread_setcancelstate).
  *
  * Delete, from another thread: stops with a wait of 2000 ms (WaitFor) and frees the object. When even the kill has not
  * ended the thread, the object is freed by the thread itself as soon as it ends. Delete from inside the function only
@@ -64,8 +64,10 @@ typedef unsigned long (*Tq4_thread_func)(void *param);
 
 struct Tq4_thread_ {
     /* Makes the system thread, which waits for Resume to run func(param). func is not null; param is borrowed and
-     * handed on as it is. 1; or, when a function is set already, that function's address, and nothing else happens; or
-     * 0 when the system gave no thread (Init may be tried again) or func is null. */
+     * handed on as it is. Results:
+     * - 1; the thread waits for Resume;
+     * - the address of the function that was set before: nothing else happens;
+     * - 0 when func is null, or when the system gave no thread: then Init may be tried again. */
     unsigned long (*Init)(Tq4_thread thread, Tq4_thread_func func, void *param);
     /* Accepted and ignored. */
     void (*InitWithStack)(Tq4_thread thread, Tq4_thread_func func, void *param, void *stack, unsigned long size);
@@ -81,10 +83,10 @@ struct Tq4_thread_ {
     /* Starts a thread that was made; continues a suspended one (sends the continue signal). 1 when it did either, else
      * 0. */
     unsigned long (*Resume)(Tq4_thread thread);
-    /* Stops the thread: asks it to quit, starts or continues it if need be, waits for its end, and kills it with the
-     * exit code 0 when that has not come after so many milliseconds (0: at once; all ones: never kills); a kill is
-     * given up to 200 ms more to take effect. A thread that was not started yet ends without running its function. From
-     * inside the function it only asks. 0 always. */
+    /* Stops the thread: asks it to quit, starts or continues it if need be, and waits for its end. When the end has not
+     * come after that many milliseconds (0: at once; all ones: never), it kills the thread with the exit code 0, and
+     * gives the kill up to 200 ms to take effect. A thread that was not started yet ends without running its function.
+     * From inside the function it only asks. Always 0. */
     int (*WaitFor)(Tq4_thread thread, unsigned long milliseconds);
     /* Ends the thread at once, with this exit code, and does not wait for it. From inside the function it does not
      * return, unless the function has disabled cancellation. 1; 0 for a null handle. */
@@ -97,9 +99,9 @@ struct Tq4_thread_ {
     /* Puts the thread under the first-in-first-out real-time policy with this priority; the process needs the right to.
      * 1 on success, else 0. */
     int (*SetPriority)(Tq4_thread thread, int priority);
-    /* Writes the function's result (its low 32 bits) or the code of the kill, and gives 1, once the thread was stopped
-     * (WaitFor) or killed; gives 0 before, and when exit_code is null. A function that returned by itself is to be
-     * stopped all the same. Without a system thread, as before Init, it writes 0 and gives 1. */
+    /* Once the thread was stopped (WaitFor) or killed, writes the function's result (its low 32 bits) or the code of
+     * the kill, and gives 1. Before that, and when exit_code is null, gives 0. A function that returned by itself is to
+     * be stopped all the same. Without a system thread, as before Init, it writes 0 and gives 1. */
     int (*GetExitCode)(Tq4_thread thread, uint32_t *exit_code);
     /* The name; "" for a null handle. Valid while the object lives. */
     const char *(*Name)(Tq4_thread thread);

@@ -17,10 +17,10 @@
  * A timer fires within one tick of its time: never at the call that sets it, and at any number of timers. Ticks follow
  * a clock that only goes forward, whoever sets the wall clock. Setting, resetting and clearing take constant time.
  *
- * User data belongs to the timer from a successful set on when a free function was given, and is freed once: after the
- * last firing, after a delta function has ended the timer, when the timer is cleared, or by Stop. In a callback of its
- * own timer it stays good until the callback returns, even when the callback clears the timer. Of a set that gives 0
- * the data stays the caller's.
+ * User data with a free function belongs to the timer once the set has succeeded. It is freed once: after the last
+ * firing, after a delta function has ended the timer, when the timer is cleared, or by Stop. In a callback of its own
+ * timer it stays good until the callback returns, even when the callback clears the timer. Of a set that gives 0 the
+ * data stays the caller's.
  *
  * Life. Before the first Start, sets, ResetTimer and StopWatch wait for it. After a Stop they give 0 at once until the
  * next Start, which begins without timers.
@@ -78,12 +78,12 @@ struct Tq4_timer_ {
      * fires on one of the next two ticks. Null: every ms milliseconds. */
     int (*SetRepeatTimerDelta)(Tq4_timer t, unsigned long count, unsigned long ms, Tq4_timer_OnTimer callback,
                                Tq4_timer_delta delta, Tq4_id *id, void *userdata, Tq4_timer_free free_userdata);
-    /* Ends a timer without a further firing. Asynchronous: a callback that runs meanwhile on the handler's thread
-     * finishes, and the timer may fire once more before the request is met. On that thread itself it does not. 1; that
-     * there is no such timer (any more) is logged. */
+    /* Ends a timer. On the handler's thread it does so at once. From another thread it is asynchronous: a callback that
+     * is running finishes, and the timer may fire once more before the request is met. Always 1 (0 for a null handle);
+     * a timer that does not exist, or no longer, is logged. */
     int (*ClearTimer)(Tq4_timer t, const Tq4_id *id);
-    /* Starts a timer anew: it fires ms milliseconds from now, at the next tick when that is less than 10; it counts its
-     * firings and its schedule from the beginning, and repeats every ms milliseconds. 1; 0, and logged, when there is
+    /* Starts a timer anew. It fires ms milliseconds from now, at the next tick when that is less than 10, and repeats
+     * every ms milliseconds. It counts its firings and its schedule from the beginning. 1; 0, and logged, when there is
      * no such timer. */
     int (*ResetTimer)(Tq4_timer t, const Tq4_id *id, unsigned long ms);
     /* The milliseconds since the timer was placed last, in whole ticks. It is placed when it is set, reset and

@@ -18,8 +18,8 @@ private:
     uint64_t m_since = 0;
 };
 
-// Prints of the frame end a stuck connection themselves. What the C library, a program of another language or a child
-// process writes is not seen, so a thread looks after the connection as long as the shell is attached.
+// Prints of the frame end a stuck connection themselves. They do not see what the C library, a program of another
+// language or a child process writes. So a thread looks after the connection as long as the shell is attached.
 class Tq4_attached_shell {
 public:
     // Takes the connection over.

@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr int standard_input = 0, standard_output = 1;
 constexpr std::size_t Longest_line = 65536; // bytes that are kept of one; an interactive line is far below
 constexpr long Daemon_wait = 5000;          // milliseconds: for a daemon to read what was typed, and to answer
 constexpr const char *prompt = "%s> ";
@@ -35,9 +34,9 @@ template <class Function> void find_function(void *library, const char *name, Fu
 
 // Reads and obeys lines from descriptor 0; those for the service go to the connection, unless it is -1.
 Tq4_app_farewell Tq4_app_obj::Converse(int connection) {
-    const bool edit = m_run_type != Tq4_app_run_type_daemon && MP_IsTerminal(standard_input) &&
-                      MP_IsTerminal(standard_output) && LoadReadline();
-    (*m_stream)->Attach(m_stream.get(), standard_input);
+    const bool edit = m_run_type != Tq4_app_run_type_daemon && MP_IsTerminal(MP_standard_input) &&
+                      MP_IsTerminal(MP_standard_output) && LoadReadline();
+    (*m_stream)->Attach(m_stream.get(), MP_standard_input);
     m_lines = 0;
     Tq4_app_dialog dialog;
     dialog.read = [=, this](std::string *line) { return ReadLine(line, edit); };
@@ -68,7 +67,7 @@ bool Tq4_app_obj::LoadReadline() {
 // Shows what the C library holds.
 void Tq4_app_obj::Flush() const {
     if (!MP_FlushStandardOutput() && m_run_type == Tq4_app_run_type_daemon && !MP_Events_Ending())
-        MP_SOCK_Shutdown(standard_output, MP_Direction_both); // the shell does not read
+        MP_SOCK_Shutdown(MP_standard_output, MP_Direction_both); // the shell does not read
 }
 
 Tq4_app_line Tq4_app_obj::ReadLine(std::string *line, bool edit) {
@@ -86,7 +85,7 @@ Tq4_app_line Tq4_app_obj::ReadPlain(std::string *line) {
     Flush(); // the program may have given Printf a sink that prints by the C library
     const Tq4_stream s = m_stream.get();
     for (bool too_long = false;;) {
-        if ((*s)->Buffered(s) == 0 && !Await(standard_input, -1)) return Tq4_app_line::End;
+        if ((*s)->Buffered(s) == 0 && !Await(MP_standard_input, -1)) return Tq4_app_line::End;
         const int byte = (*s)->ReadChar(s);
         // What a shell has not finished is no command; the last line of a file may lack its end.
         if (byte < 0 && (line->empty() || m_run_type == Tq4_app_run_type_daemon)) return Tq4_app_line::End;
@@ -111,6 +110,6 @@ Tq4_app_line Tq4_app_obj::ReadEdited(std::string *line) {
 
 int Tq4_app_obj::ReadlineCharacter(std::FILE *) {
     unsigned char byte;
-    const bool has_input = The().Await(standard_input, -1);
-    return has_input && MP_FileRead(standard_input, &byte, 1) == 1 ? byte : EOF;
+    const bool has_input = The().Await(MP_standard_input, -1);
+    return has_input && MP_FileRead(MP_standard_input, &byte, 1) == 1 ? byte : EOF;
 }

@@ -12,6 +12,7 @@
 #include "platform/multi_platform_console.hpp"
 #include "platform/multi_platform_fs.hpp"
 #include "platform/multi_platform_system.hpp"
+#include "tq4/file_api.h"
 #include "tq4/sock_api.h"
 #include "tq4/sockaddr.h"
 
@@ -20,7 +21,6 @@ namespace {
 constexpr mode_t directory_mode = 0770;
 constexpr mode_t others_mask = 0007; // the socket gets what directory_mode is
 constexpr int backlog = 1;
-constexpr int type_neither_file_nor_directory = 0;
 
 Tq4_own<Tq4_sockaddr> address_of(const char *path) {
     auto address = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
@@ -58,7 +58,7 @@ bool is_free(Tq4_sockaddr address) {
 
 void remove_dead_socket(const char *path) {
     MP_FileInfo info;
-    if (MP_GetFileInfo(path, 0, &info) && info.type == type_neither_file_nor_directory) MP_FileDelete(path);
+    if (MP_GetFileInfo(path, 0, &info) && info.type == Tq4_file_type_none) MP_FileDelete(path);
 }
 
 Tq4_control_file file_at(const char *path) {

@@ -1,8 +1,8 @@
 // display: for a console of another charset all whole characters are converted, and a cut one waits for the next piece.
 // Bytes that are no character, or have no counterpart, go through as they are, so that nothing a daemon writes is lost.
 //
-// A daemon says what it speaks by its first byte: its welcome begins with a character that is more than one byte, and
-// in GB18030 the first of them (BB) is one that begins nothing in UTF-8.
+// The first byte from a daemon tells its charset: its welcome begins with a Chinese character, whose first byte in
+// GB18030 (BB) begins no character of UTF-8.
 #include "app/display.hpp"
 
 #include <utility>

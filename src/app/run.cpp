@@ -29,8 +29,6 @@
 
 namespace {
 
-constexpr int standard_input = 0, standard_output = 1;
-
 // Milliseconds.
 constexpr long Accept_wait = 5000;
 constexpr long Accept_retry = 200;  // after a connection could not be accepted, for want of descriptors perhaps
@@ -67,13 +65,13 @@ bool open_events() { return is_granted(MP_Events_Open(), "eventfd()"); }
 
 // Output on a console of the program's own.
 void write_patiently(const char *bytes, std::size_t size) {
-    MP_Output_Write(standard_output, bytes, size, Without_limit);
+    MP_Output_Write(MP_standard_output, bytes, size, Without_limit);
 }
 
 // A shell that cannot be written to is gone, or stuck: its connection ends.
 void write_to_shell(const char *bytes, std::size_t size) {
     const Tq4_cancel_held whole; // a descriptor is held meanwhile
-    MP_Output_Write(standard_output, bytes, size, Tq4_attached_shell::Print_wait);
+    MP_Output_Write(MP_standard_output, bytes, size, Tq4_attached_shell::Print_wait);
 }
 
 // Copies what the daemon writes to the console, until the daemon ends the connection.
@@ -234,7 +232,7 @@ int Tq4_app_obj::FailToReach() {
 // --- Standalone ---
 
 int Tq4_app_obj::RunStandalone(Tq4_app_start start) {
-    const bool on_terminal = MP_IsTerminal(standard_input);
+    const bool on_terminal = MP_IsTerminal(MP_standard_input);
     if (!open_events()) return Start_refused;
     Log(standalone_text);
     const bool started = Start(start);
@@ -353,7 +351,7 @@ Tq4_app_farewell Tq4_app_obj::ServeShell() {
 // --- Shell ---
 
 int Tq4_app_obj::RunShell() {
-    if (!open_events()) return No_daemon; // before anything is shown: who reads that may have gone
+    if (!open_events()) return No_daemon; // before anything is shown, since its reader may have gone
     print("%s服务程序已经运行，现在进入命令交互模式\n", m_name);
     Greet("%s服务运行于命令交互模式（实际服务在后台进程）\n");
     auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "console_display");

@@ -17,13 +17,12 @@
 
 namespace {
 
-constexpr int standard_output = 1, standard_error = 2;
 constexpr long longest_wait_ms = 1000; // for the reader of standard error
 constexpr int highest_logged_level = 0;
 // Facility "user", severity 0: the same for every message, deliberately; who filters the system log relies on it.
 constexpr int system_log_priority = 8;
 
-void write_to_standard_output(const char *bytes, std::size_t size) { MP_WriteAll(standard_output, bytes, size); }
+void write_to_standard_output(const char *bytes, std::size_t size) { MP_WriteAll(MP_standard_output, bytes, size); }
 
 void print_built_in(int level, const char *format, va_list args);
 void log_built_in(int level, const char *format, va_list args);
@@ -122,7 +121,7 @@ void Tq4_debug_tell_error(const char *format, ...) {
     va_start(args, format);
     const auto text = console_text(format, args);
     va_end(args);
-    MP_Output_Tell(standard_error, (*text)->c_str(text.get()), static_cast<std::size_t>((*text)->length(text.get())),
+    MP_Output_Tell(MP_standard_error, (*text)->c_str(text.get()), static_cast<std::size_t>((*text)->length(text.get())),
                    longest_wait_ms);
 }
 

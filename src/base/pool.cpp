@@ -1,7 +1,7 @@
 // pool: lending payloads out under ids that stay checkable.
 //
 // The functions that a caller gives may use the pool. So an item is taken out of its list, and its l is cleared, before
-// one of them is called for it; afterwards nothing is taken for granted that it may have changed.
+// one of them is called for it. Afterwards nothing is relied on that the function may have changed.
 // Cost: everything is constant, the search for a slot that was never used in the long run: m_res_count passes each
 // once.
 #include "base/pool.hpp"

@@ -7,11 +7,11 @@
 //     free      a payload in m_resource, l = 0
 //     busy      a payload in m_busy, l is the serial number or the l of the caller's id
 //
-// so that whatever Create and Reset do with the pool, they cannot lend or give back what they are about.
+// So the functions that a user gives, Create and Reset, can neither lend nor give back what they are called for.
 //
 // Slots lie in leaves of 256, and a directory leads to the leaves. A leaf is made when a slot in it is first used, and
-// stays; no look-up makes one. Look-ups come at random and mostly miss the caches: what they read of a slot is packed
-// into 12 bytes, and stands apart from what only lending and giving back need.
+// stays; no look-up makes one. Look-ups come at random and mostly miss the caches. So what they read of a slot is
+// packed into 12 bytes; what only lending and giving back need stands apart.
 #pragma once
 
 #include <cstddef>

@@ -76,7 +76,7 @@ struct Tq4_reorder_obj {
     void each_nok(Tq4_reorder_visitor callback, void *context) const { Visit(w_size, callback, context); }
 
 private:
-    // The slot so many after the head, less than there are.
+    // The slot at a distance from the head; the distance is below m_size.
     Tq4_reorder_item &At(unsigned distance) const {
         const unsigned place = r + distance;
         return instance[place < m_size ? place : place - m_size];
@@ -243,7 +243,7 @@ void *Tq4_reorder_obj::PeekData(unsigned seq) const {
     return At(distance).type != Empty ? At(distance).data : nullptr;
 }
 
-// The first so many held slots.
+// The first held slots, as many as that.
 void Tq4_reorder_obj::Visit(unsigned held, Tq4_reorder_visitor callback, void *context) const {
     if (!callback) return;
     for (unsigned distance = 0; held; ++distance) {

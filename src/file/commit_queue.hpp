@@ -1,14 +1,14 @@
-// commit_queue.hpp: threads that want to write at the same moment, and one of them who writes for all.
+// commit_queue.hpp: threads that want to write at the same moment, of which one writes for all.
 //
-// A thread enters with its work in an entry on its own stack. Who finds the queue empty leads: it does its own work,
-// then that of the entries behind it, as many as it likes, and leaves. Leaving makes the first entry that was not done
-// the next leader and sends the threads whose work was done home. So work is done in the order of entering, one leader
-// at a time, and every thread leaves after its work was done.
+// A thread enters with its work in an entry on its own stack. The thread that finds the queue empty leads: it does its
+// own work, then that of the entries behind it, as many as it likes, and leaves. Leaving makes the first entry that was
+// not done the next leader and sends the threads whose work was done home. So work is done in the order of entering,
+// one leader at a time, and every thread leaves after its work was done.
 //
 // The queue is one word, the last entry; each entry points at the one behind it. A waiting thread spins briefly, since
 // a leader is mostly done within a microsecond or two, then sleeps on its own entry. A leader whose predecessor had
-// company waits a moment for company too: threads that write all the time would else take turns, each with a write of
-// its own, instead of sharing one.
+// company waits a moment for company too. Otherwise threads that write all the time would take turns, each with a write
+// of its own, instead of sharing one.
 #pragma once
 
 #include <atomic>

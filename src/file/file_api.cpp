@@ -12,6 +12,7 @@
 #include "file/replace.hpp"
 #include "file/walk.hpp"
 #include "platform/multi_platform_fs.hpp"
+#include "platform/multi_platform_system.hpp"
 
 namespace {
 
@@ -67,7 +68,10 @@ int Copy(const char *from, const char *to) {
     if (MP_GetFileInfo(to, 0, &target) && target.type != Tq4_file_type_regular) return 0;
     const Tq4_descriptor in(MP_SafeOpen(from, O_RDONLY, 0));
     return in && Tq4_replace_file(to, Made_mode, [&](int out) {
-               return each_block(in.get(), [out](const char *bytes, long n) { return Tq4_write_all(out, bytes, n); }) &&
+               return each_block(in.get(),
+                                 [out](const char *bytes, long n) {
+                                     return MP_WriteAll(out, bytes, static_cast<std::size_t>(n));
+                                 }) &&
                       MP_FileSetMode(out, source.mode & Permission_bits);
            });
 }

@@ -1,12 +1,12 @@
 // log: a choice of file, a stream over the open one, and a queue of threads with lines.
 //
-// A caller formats its message on its own stack, without a lock. Then it enters the queue; the thread that leads takes
-// the lock and writes the lines of those behind it too: for each line the file is chosen and the bytes are counted, as
-// if it had come alone, and the lines gather in the stream until one write sends them. A line costs one write when it
-// comes alone and less in company, and nothing is allocated for one that fits on the stack. The calendar is asked once
-// a second.
+// A caller formats its message on its own stack, without a lock. Then it enters the queue. The thread that leads takes
+// the lock and writes the lines of those behind it too. For each line the file is chosen and the bytes are counted, as
+// if it had come alone; the lines gather in the stream until one write sends them. A line costs one write when it comes
+// alone and less in company, and nothing is allocated for one that fits on the stack. The calendar is asked once a
+// second.
 //
-// What the system refuses is lost at once, so that nothing piles up behind a full disk; the file is cut back to its
+// What the system refuses is lost at once, so that nothing piles up behind a full disk. The file is cut back to its
 // last line end, and its size counts what is really there. The first failure with a file is told on standard error, by
 // a thread that holds nothing.
 //
@@ -454,7 +454,7 @@ void Tq4_log_obj::At_fork(void *log, Tq4_fork_moment moment) {
     }
     if (l->m_lock) (*l->m_lock)->Unlock(l->m_lock.get());
     if (moment == Tq4_fork_moment::in_parent) return;
-    if (l->m_lock) l->m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf); // the old one is held by a thread of the parent
+    if (l->m_lock) l->m_lock = Tq4_make<Tq4_lock>(Tq4_lock_oitf); // the old one has the parent's thread as its holder
     l->m_writers.Forget_all();
     l->m_choice.m_moved = true; // the open file's position is shared with the parent: open it again
 }

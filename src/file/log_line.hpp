@@ -19,6 +19,6 @@ private:
     unsigned m_length = 0;
 };
 
-// Appends the bytes, sixteen a line: "%08lx: ", each byte as "%02X ", blanks up to the same column in a short line, and
-// the bytes as text with a dot for each that is not printable ASCII.
+// Appends the bytes, sixteen a line: "%08lx: ", each byte as "%02X ", and the bytes as text with a dot for each that is
+// not printable ASCII. In a short line blanks fill up to the column of the text.
 void Tq4_log_dump(Tq4_wbuf *out, const void *bytes, unsigned long n);

@@ -6,20 +6,8 @@
 #include <string>
 
 #include "platform/multi_platform_fs.hpp"
-#include "platform/multi_platform_system.hpp"
 
-// Writes n bytes to a descriptor. False when the system refused before all were written.
-inline bool Tq4_write_all(int descriptor, const char *bytes, long n) {
-    while (n > 0) {
-        const long written = MP_Write(descriptor, bytes, static_cast<unsigned long>(n));
-        if (written <= 0) return false;
-        bytes += written;
-        n -= written;
-    }
-    return true;
-}
-
-// Makes the file at path anew: fill(descriptor) writes the content to a new file with these permission bits (the
+// Makes the file at path anew. fill(descriptor) writes the content to a new file with these permission bits (the
 // process's mask applies), may give it others, and tells whether it could. False, with path as it was and the system
 // error number telling why, when anything fails.
 template <class Fill> bool Tq4_replace_file(const std::string &path, mode_t mode, Fill fill) {

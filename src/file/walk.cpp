@@ -1,5 +1,5 @@
-// walk: a list of levels takes the place of recursion, and open directories take the place of paths, so the depth of
-// a tree meets neither the stack nor the longest path of the system.
+// walk: a list of levels takes the place of recursion, and open directories take the place of paths. So the depth of a
+// tree meets neither the stack nor the longest path of the system.
 //
 // Only the two lowest levels are open, whatever the depth. The way up is "..", and the directory there must be the one
 // that the walk came from. (A directory without the right to search has no way up, but nothing below it either: the

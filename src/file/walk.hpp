@@ -20,7 +20,7 @@ struct Tq4_walk_options {
     bool refuse_link = false; // the directory itself is no link either
 };
 
-// Calls found with all that is in a directory, in no order but that a directory comes before what is in it, and left,
+// Calls found with all that is in a directory, in no order but that a directory comes before what is in it. Calls left,
 // if there is one, with each directory below when all in it was visited, or could not be. What cannot be read below, or
 // is gone meanwhile, is passed over. False when the directory itself cannot be read, or when the way back up is lost:
 // somebody has moved a directory out of the tree.

@@ -1,7 +1,7 @@
 // multi_platform_console: signals become bits of one atomic word, and a counter that can be polled (an eventfd) says
 // that there are some. A handler may run on any thread at any moment; whoever waits polls the counter beside its own
 // descriptors and takes all bits at once. The handler of a signal that asks for the end also sees to it that nobody
-// waits for a reader any more: a write that it interrupts is begun again by the system, and finds that out.
+// waits for a reader any more. A write that it interrupts is begun again by the system, and finds that out.
 #include "platform/multi_platform_console.hpp"
 
 #include <atomic>
@@ -25,7 +25,7 @@
 
 namespace {
 
-constexpr int standard_output = 1, standard_error = 2, standard_descriptors = 3;
+constexpr int standard_descriptors = 3;
 constexpr const char *null_device = "/dev/null";
 
 std::atomic<unsigned> raised{MP_Event_none};
@@ -39,8 +39,8 @@ template <MP_Event Event> void on_signal(int) {
     const int error = errno;
     if (Event == MP_Event_stop && catcher == getpid()) {
         ending = true;
-        MP_Output_StopWaiting(standard_output);
-        MP_Output_StopWaiting(standard_error);
+        MP_Output_StopWaiting(MP_standard_output);
+        MP_Output_StopWaiting(MP_standard_error);
     }
     MP_Events_Raise(Event);
     errno = error;
@@ -93,7 +93,7 @@ void MP_OpenStandardDescriptors() {
     }
 }
 
-int MP_PrepareToDetach() { return open_reserve(0) >= 0 && open_reserve(standard_output) >= 0; }
+int MP_PrepareToDetach() { return open_reserve(0) >= 0 && open_reserve(MP_standard_output) >= 0; }
 
 int MP_OpenSpareDescriptor() {
     return MP_Restarted([] { return open(null_device, O_RDONLY | O_CLOEXEC); });
@@ -119,17 +119,6 @@ int MP_FlushStandardOutput() {
     return done;
 }
 
-int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
-    const char *at = static_cast<const char *>(bytes);
-    while (size > 0) {
-        const long written = MP_Write(descriptor, at, size);
-        if (written <= 0) return 0;
-        at += written;
-        size -= static_cast<std::size_t>(written);
-    }
-    return 1;
-}
-
 int MP_IsTerminal(int descriptor) { return isatty(descriptor); }
 
 mode_t MP_SetFileMask(mode_t mask) { return umask(mask); }
@@ -140,7 +129,7 @@ int MP_EnterBackground() {
     if (child < 0) return 0;
     if (child > 0) { // tells the caller whether there is a second child, and leaves no dead one to others
         int status = 0;
-        while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+        MP_Restarted([&] { return waitpid(child, &status, 0); });
         _exit(WEXITSTATUS(status));
     }
     setsid();

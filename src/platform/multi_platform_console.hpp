@@ -9,6 +9,8 @@
 
 // --- Descriptors 0 to 2 ---
 
+inline constexpr int MP_standard_input = 0, MP_standard_output = 1, MP_standard_error = 2;
+
 // Opens those that are closed on the null device, so that no file or socket gets their numbers.
 void MP_OpenStandardDescriptors();
 // Opens what the next function needs, so that it does not fail when no descriptor is free later on.
@@ -23,8 +25,6 @@ int MP_OpenSpareDescriptor();
 // Hands what the C library holds for standard output to the system. 0 when that refuses some, which is dropped, and
 // when the end was asked for while another thread prints.
 int MP_FlushStandardOutput();
-// Writes all bytes. 0 when the system refuses some.
-int MP_WriteAll(int descriptor, const void *bytes, std::size_t size);
 // 1 when the descriptor is a terminal.
 int MP_IsTerminal(int descriptor);
 
@@ -33,13 +33,14 @@ int MP_IsTerminal(int descriptor);
 // Sets the mask of permission bits that new files do not get; returns the mask before.
 mode_t MP_SetFileMask(mode_t mask);
 // Goes on as a child of a child: without a terminal, in a session of its own that it does not lead. The processes left
-// behind end without running what is registered for their exit, with code 0, the first one with the exit code of a
-// caller that got no second process. 0 when the system gives no process: then the caller is the last of them there is.
+// behind end without running what is registered for their exit. The first one ends with code 0, when there is a second
+// child. 0 when the system gives no process: no child, and the caller is as it was; or no second one, and the first
+// child is the caller, whose exit code the first process takes over.
 int MP_EnterBackground();
 
 // --- A connection whose peer may not read ---
 
-// From now on a write to the socket fails after it has waited so long for the peer to read.
+// From now on a write to the socket fails when the peer has not made room for it within ms milliseconds.
 int MP_SOCK_SendTimeout(int socket, long ms);
 // Ends a connection in one direction, so that the peer meets the end, or in both. The descriptor stays open.
 enum MP_Direction { MP_Direction_out = 1, MP_Direction_both = 2 };

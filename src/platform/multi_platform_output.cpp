@@ -1,10 +1,10 @@
 // multi_platform_output: a write holds a descriptor of its own, which leads to what stood behind the given one when the
 // write began. So the rest of a text never goes to the next shell, and only the connection that is stuck is ended.
 //
-// That descriptor does not wait: a socket is asked so for each write, a terminal or a pipe is opened a second time,
-// since its mode belongs to all who share it. Waiting is done in short slices. A blocked local socket reports room only
-// when three quarters of it are free, which a slow reader may not reach in time; and the end may be asked for
-// meanwhile.
+// That descriptor does not wait. A socket is told so with each write; a terminal or a pipe is opened a second time,
+// since its mode belongs to all who share it. Waiting is done in short slices, for two reasons. A blocked local socket
+// reports room only when three quarters of it are free, which a slow reader may not reach in time. And the end may be
+// asked for meanwhile.
 #include "platform/multi_platform_output.hpp"
 
 #include <algorithm>

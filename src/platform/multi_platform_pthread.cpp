@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "computed_once.hpp"
+#include "platform/restarted.hpp"
 #include "sanitizers.hpp"
 #include "thread_record.hpp"
 
@@ -24,13 +25,6 @@ extern "C" [[gnu::visibility("hidden")]] void *__dso_handle; // names the librar
 static_assert(sizeof(time_t) == 8, "a deadline of any time-out fits");
 
 namespace {
-
-template <class Wait> int wait_through_signals(Wait wait) {
-    for (;;) {
-        const int result = wait();
-        if (result != -1 || errno != EINTR) return result;
-    }
-}
 
 timespec sum_of(timespec time, unsigned long ms) {
     time.tv_sec += static_cast<time_t>(ms / 1000);
@@ -49,7 +43,7 @@ timespec deadline_after(unsigned long ms, clockid_t clock = CLOCK_MONOTONIC) {
 }
 
 // The thread sanitizer follows conditions on either clock, but mutexes and semaphores only on the wall clock: on the
-// other one it would miss who holds the mutex and who posted. So its builds, and they alone, wait there.
+// other one it would miss which thread holds the mutex or posted. So its builds, and they alone, wait there.
 #ifdef TQ4_THREAD_SANITIZER
 int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
     const timespec deadline = deadline_after(ms, CLOCK_REALTIME);
@@ -57,7 +51,7 @@ int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
 }
 int take_within(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
     const timespec deadline = deadline_after(ms, CLOCK_REALTIME);
-    return wait_through_signals([&] { return sem_timedwait(semaphore, &deadline); });
+    return MP_Restarted([&] { return sem_timedwait(semaphore, &deadline); });
 }
 #else
 int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
@@ -66,7 +60,7 @@ int lock_within(MP_THREAD_mutex *mutex, unsigned long ms) {
 }
 int take_within(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
     const timespec deadline = deadline_after(ms);
-    return wait_through_signals([&] { return sem_clockwait(semaphore, CLOCK_MONOTONIC, &deadline); });
+    return MP_Restarted([&] { return sem_clockwait(semaphore, CLOCK_MONOTONIC, &deadline); });
 }
 #endif
 
@@ -149,8 +143,8 @@ int MP_THREAD_CriticalSection_init(MP_THREAD_CriticalSection *section) {
 
 int MP_THREAD_CriticalSection_destroy(MP_THREAD_CriticalSection *section) { return pthread_mutex_destroy(section); }
 
-// A section that is taken is looked at again after longer and longer pauses before we sleep for it: sleeping and being
-// woken costs more than most sections last, and looking all the time slows down who is inside. With one processor
+// A section that is taken is looked at again after longer and longer pauses before we sleep for it. Sleeping and being
+// woken costs more than most sections last; looking all the time slows down the thread inside. With one processor
 // nobody could leave it meanwhile.
 int MP_THREAD_CriticalSection_lock(MP_THREAD_CriticalSection *section) {
     constexpr int first_pause = 64, last_pause = 256;
@@ -178,12 +172,12 @@ int MP_THREAD_Semaphore_post(MP_THREAD_Semaphore *semaphore, long count) {
 
 int MP_THREAD_Semaphore_wait(MP_THREAD_Semaphore *semaphore, unsigned long ms) {
     if (ms == 0) return MP_THREAD_Semaphore_trywait(semaphore);
-    if (ms == TQ4_ALL_ONES) return wait_through_signals([=] { return sem_wait(semaphore); });
+    if (ms == TQ4_ALL_ONES) return MP_Restarted([=] { return sem_wait(semaphore); });
     return take_within(semaphore, ms);
 }
 
 int MP_THREAD_Semaphore_trywait(MP_THREAD_Semaphore *semaphore) {
-    return wait_through_signals([=] { return sem_trywait(semaphore); });
+    return MP_Restarted([=] { return sem_trywait(semaphore); });
 }
 
 int MP_THREAD_Semaphore_count(MP_THREAD_Semaphore *semaphore) {
@@ -274,8 +268,8 @@ void MP_THREAD_AtEnd(void (*function)(void *), void *argument) {
     abi::__cxa_thread_atexit(function, argument, &__dso_handle);
 }
 
-// The type changes first and comes back last: a cancellation that is on its way as a signal asks for the type alone,
-// and would strike a thread that has only disabled it.
+// The type changes first and comes back last. A cancellation that is on its way as a signal asks for the type alone: it
+// would strike a thread that has only disabled it.
 int MP_THREAD_HoldCancel() {
     int state = PTHREAD_CANCEL_ENABLE, type = PTHREAD_CANCEL_DEFERRED;
     pthread_setcanceltype(PTHREAD_CANCEL_DEFERRED, &type);

@@ -1,10 +1,10 @@
 // multi_platform_pthread: deadlines, mutexes, semaphores, events, threads and signals.
 //
 // Everybody else in the library calls these instead of the system. Init, post and unlock functions give 1 for success
-// and 0 for failure; waits give the system's own result: 0 when obtained, otherwise the error number or, for
-// semaphores, -1 with the system error set. Nothing here logs or keeps state. Pointers are borrowed and must not be
-// null. Times are milliseconds; TQ4_ALL_ONES waits without limit, and no other time-out wraps, however large. Neither a
-// signal nor setting the wall clock ends a wait or makes it longer.
+// and 0 for failure. Waits give the system's own result: 0 when obtained, otherwise the error number; for semaphores -1
+// with the system error set. Nothing here logs or keeps state. Pointers are borrowed and must not be null. Times are
+// milliseconds; TQ4_ALL_ONES waits without limit, and no other time-out wraps, however large. Neither a signal nor
+// setting the wall clock ends a wait or makes it longer.
 #pragma once
 
 #include <atomic>
@@ -60,7 +60,7 @@ void MP_THREAD_FenceOthers();
 
 // Sleeps while the word has the value, at most ms; may return earlier without cause. Not a point of cancellation.
 void MP_THREAD_SleepOn(const std::atomic<int> *word, int value, unsigned long ms);
-// Wakes who sleeps on the word. Only the address is used: the word may be gone.
+// Wakes the thread that sleeps on the word. Only the address is used: the word may be gone.
 void MP_THREAD_WakeSleeper(const std::atomic<int> *word);
 
 // --- Mutexes ---
@@ -115,7 +115,7 @@ int MP_THREAD_event_signal(MP_THREAD_event *event);
 int MP_THREAD_event_signal_all(MP_THREAD_event *event);
 // No effect, there being nothing latched. 0.
 int MP_THREAD_event_reset(MP_THREAD_event *event);
-// The caller holds the mutex, which is free during the wait and held again afterwards, whatever the result: 0 when
+// The caller holds the mutex, which is free during the wait and held again afterwards, whatever the result. 0 when
 // woken (perhaps without cause: check the condition again), ETIMEDOUT, or another error number.
 int MP_THREAD_event_wait(MP_THREAD_event *event, unsigned long ms, MP_THREAD_mutex *mutex);
 

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "platform/multi_platform_pthread.hpp"
+#include "platform/restarted.hpp"
 #include "thread_record.hpp"
 
 int MP_gettimeofday(timeval *now) { return gettimeofday(now, nullptr); }
@@ -29,9 +30,9 @@ double MP_difftimeval(const timeval *a, const timeval *b) {
 
 // --- The calendar ---
 
-// The C library has a lock over its time zone, and leaves it to a child as it was at the fork, and to everybody when a
-// thread is killed that holds it. So we hold one of our own around our calls, at forks and against kills. Registered
-// before the other locks of the library that forks take, it is taken last.
+// The C library has a lock over its time zone. A child gets it as it was at the fork, and a thread that is killed while
+// it holds the lock leaves it locked for everybody. So we hold one of our own around our calls, at forks and against
+// kills. Registered before the other locks of the library that forks take, it is taken last.
 static pthread_mutex_t time_zone_lock = PTHREAD_MUTEX_INITIALIZER;
 static void lock_time_zone() { pthread_mutex_lock(&time_zone_lock); }
 static void unlock_time_zone() { pthread_mutex_unlock(&time_zone_lock); }
@@ -116,10 +117,18 @@ char *MP_GetCurrentDir(char *buffer, std::size_t size) {
 }
 
 long MP_Write(int descriptor, const void *bytes, std::size_t size) {
-    for (;;) {
-        const ssize_t written = write(descriptor, bytes, size);
-        if (written >= 0 || errno != EINTR) return written;
+    return MP_Restarted([=] { return write(descriptor, bytes, size); });
+}
+
+int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
+    const char *at = static_cast<const char *>(bytes);
+    while (size > 0) {
+        const long written = MP_Write(descriptor, at, size);
+        if (written <= 0) return 0;
+        at += written;
+        size -= static_cast<std::size_t>(written);
     }
+    return 1;
 }
 
 void *MP_LoadLibrary(const char *path) { return path ? dlopen(path, RTLD_LAZY) : nullptr; }

@@ -44,6 +44,8 @@ char *MP_GetCurrentDir(char *buffer, std::size_t size);
 
 // Writes up to size bytes to a descriptor. Returns how many were written, -1 on failure; a signal is no failure.
 long MP_Write(int descriptor, const void *bytes, std::size_t size);
+// Writes all bytes. 1, or 0 when the system refuses some.
+int MP_WriteAll(int descriptor, const void *bytes, std::size_t size);
 
 // --- Shared libraries ---
 

@@ -1,12 +1,12 @@
 // alarm.hpp: one thread waits until others ring; it looks for a while before it sleeps, where that has paid.
 //
-// A thread that sleeps is woken tens of microseconds later on another core, one that looks sees the ring after a tenth
-// of a microsecond. But looking takes the core from whoever might ring, so a habit learns from each wait whether it
-// pays. Three cases teach it:
-// - a ring that comes soon after a wait began that did not look: looking would have paid, the next wait looks;
-// - a ring that comes while the wait looks: it pays;
-// - a ring that comes soon after looking in vain: the ringer seems to have waited for our core. The next time that
-//   looking would have paid is not believed, then the next two, four and so on.
+// A thread that sleeps is woken tens of microseconds later on another core; one that looks sees the ring after a tenth
+// of a microsecond. But looking takes the core from whoever might ring. So a habit learns from each wait whether it
+// pays:
+// - The ring comes soon after a wait began that did not look: looking would have paid, and the next wait looks.
+// - The ring comes while the wait looks: it pays.
+// - The ring comes soon after looking in vain: the ringer seems to have waited for our core. The next time that looking
+//   would have paid is not believed, then the next two, four and so on.
 // Waits that end late teach that it does not pay now, and cost nothing from then on.
 #pragma once
 
@@ -19,7 +19,7 @@ public:
     static constexpr int64_t most_ns = 20000;
 
     bool pays() const { return m_pays.load(std::memory_order_relaxed); }
-    // What the ringer saw: the waiter was awake; or asleep, for so long, having looked before or not.
+    // What the ringer saw: the waiter was awake; or it was asleep, for asleep_ns, after it had looked or not.
     void Caught() {
         if (m_disbelief.load(std::memory_order_relaxed)) m_disbelief.store(0, std::memory_order_relaxed);
     }
@@ -44,7 +44,7 @@ public:
     bool Await(bool may_look, unsigned long ms);
 
     // For one ringer at a time. From its end on the alarm, and what else the waiter owns, may be gone, unless the
-    // caller knows better. True: the waiter sleeps, and the caller wakes who sleeps on word().
+    // caller knows better. True: the waiter sleeps on word(), and the caller wakes it.
     bool Ring(Tq4_spin_habit &habit);
     const std::atomic<int> *word() const { return &m_state; }
 

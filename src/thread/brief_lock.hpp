@@ -1,7 +1,7 @@
 // brief_lock.hpp: a mutex for steps of some dozen nanoseconds.
 //
-// Who finds it taken looks again a few times before it sleeps: the step is over sooner than a sleep begins. Letting go
-// is the last that touches it, so who takes it next may destroy it.
+// A thread that finds it taken looks again a few times before it sleeps: the step is over sooner than a sleep begins.
+// Unlocking touches it last, so the thread that takes it next may destroy it.
 #pragma once
 
 #include "platform/multi_platform_pthread.hpp"

@@ -30,7 +30,7 @@ public:
     Tq4_cancel_deferred &operator=(const Tq4_cancel_deferred &) = delete;
 };
 
-// Where a kill and its thread meet, so that a kill never strikes between them: the killer asks, and sends the kill only
+// Where a kill and its thread meet, so that a kill never strikes between them. The killer asks, and sends the kill only
 // when nothing is held; the thread holds, and looks whether it was asked. Each writes its own part first and then reads
 // the other's, so at least one of them sees the other. Left to the system alone, a kill that was sent in time may
 // arrive later, in the middle of a write that has held it off.
@@ -47,7 +47,7 @@ struct Tq4_kill_gate {
         if (m_killer_fences) MP_THREAD_FenceOthers();
         return holds == 0;
     }
-    // For the thread: so many holds more; gives how many there were.
+    // For the thread: adds to its holds; gives how many there were.
     int Add(int more) {
         if (!m_killer_fences) return holds.fetch_add(more);
         const int before = holds.load(std::memory_order_relaxed);
@@ -56,6 +56,7 @@ struct Tq4_kill_gate {
         return before;
     }
 };
+
 // While its gate is shut no kill is sent to the calling thread; one that was asked for meanwhile takes it when the gate
 // opens. Shutting nests, and costs a few loads and stores each way on our threads, nothing elsewhere.
 void Tq4_obey_kill();
@@ -70,8 +71,8 @@ inline void Tq4_open_kill_gate() {
     if (gate && gate->Add(-1) == 1 && gate->asked) Tq4_obey_kill();
 }
 
-// The same for a scope, for steps that hold nothing across a wait in the system: a user's function that has made
-// cancellation deferred may bring a kill along that was sent to it, and that strikes in such a wait.
+// The same for a scope, for steps that hold nothing across a wait in the system: in such a wait a kill may still
+// strike. It is one that was sent to the user's function, which had made cancellation deferred and so brought it along.
 class Tq4_kill_gate_shut {
 public:
     Tq4_kill_gate_shut() { Tq4_shut_kill_gate(); }
@@ -145,7 +146,7 @@ extern "C" void __asan_unpoison_memory_region(const volatile void *begin, std::s
 inline void Tq4_forget_killed_frames() {}
 #endif
 
-// The same for a cleanup handler that goes on with what the kill has interrupted in a user's function: from here on the
+// The same for a cleanup handler that goes on with what the kill has interrupted in a user's function. From here on the
 // thread cannot be killed again, and its gate is shut as it was around that function.
 [[gnu::always_inline]] inline void Tq4_outlive_kill() {
     Tq4_forget_killed_frames();

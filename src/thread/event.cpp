@@ -2,8 +2,8 @@
 //
 // The flag decides, and for a manual-reset event also how often it became set: a waiter that was there then passes even
 // if a Reset came before it ran. The condition only tells waiters to look again, so wake-ups without cause, and a Set
-// that arrives together with the time-out, need no care of their own. Waiters are woken while the mutex is held: once
-// the flag is seen set, the setter touches the event no more than its waiter may know, and the waiter may delete it.
+// that arrives together with the time-out, need no care of their own. Waiters are woken while the mutex is held. So
+// once a waiter has passed, the setter is done with the event, and the waiter may delete it.
 // A kill takes a waiter only inside the wait, where a handler gives the mutex back and passes the wake-up on.
 #include "thread/event.hpp"
 
@@ -51,8 +51,8 @@ private:
     static void KilledInWait(void *event);
 };
 
-// Somebody who sets an event that is set has come before whoever clears it next. Both change the flag in one step, so
-// who clears it also sees all that the setter did before, which a look at the flag would not promise.
+// A Set of an event that is set comes before the thread that clears it next. Both change the flag in one step, so that
+// thread also sees all that the setter did before. A look at the flag alone would not promise this.
 bool Tq4_event_obj::StaysSet() {
     bool set = true;
     return m_isSet.load(std::memory_order_relaxed) && m_isSet.compare_exchange_strong(set, true);

@@ -3,11 +3,11 @@
 // The record belongs to its owner and to the body, the part that runs on the new thread. The body's end is one step
 // under m_lock: m_alive is cleared there, so whoever holds the lock and sees it set may send to the thread. After that
 // the body does one thing more with the record: it sets the end event, or, when the object was deleted meanwhile
-// (m_destroy), it frees it. So the owner frees a record only when m_alive is clear, and after the end event; when the
-// thread is still there, as after a kill that it does not obey, it leaves the record to the body.
+// (m_destroy), it frees it. So the owner frees a record only when m_alive is clear, and after the end event. When the
+// thread is still there, as after a kill that it does not obey, the owner leaves the record to the body.
 //
-// A quit is a mark of its own, m_quit, beside m_isRunning. A quit writes m_quit and then m_isRunning, the start writes
-// m_isRunning and then reads m_quit, all in one order for everybody; so a quit is seen by the start or undoes it.
+// A quit is a mark of its own, m_quit, beside m_isRunning. A quit writes m_quit and then m_isRunning; the start writes
+// m_isRunning and then reads m_quit. All threads see these in one order, so a quit is seen by the start or undoes it.
 //
 // The body can be cancelled only while it runs the user's function, and there at any instruction. Its end is a
 // cleanup handler, which runs however the function ends: return, kill or pthread_exit.
@@ -28,9 +28,9 @@
 
 namespace {
 
-constexpr unsigned long k_delete_wait_ms = 2000; // Delete asks so long before it kills
-constexpr unsigned long k_kill_wait_ms = 200;    // how long a killed thread may take to be gone before it is let alone
-constexpr char k_delete_mark = 'Z';
+constexpr unsigned long delete_wait_ms = 2000; // how long Delete waits before it kills
+constexpr unsigned long kill_wait_ms = 200;    // how long a killed thread may take to be gone before it is let alone
+constexpr char delete_mark = 'Z';
 
 void set(const Tq4_own<Tq4_event> &event) { (*event)->Set(event.get()); }
 int wait(const Tq4_own<Tq4_event> &event, unsigned long ms) { return (*event)->Wait(event.get(), ms); }
@@ -108,8 +108,8 @@ bool Tq4_thread_obj::IsSelf() const { return Tq4_this_thread->runs_here == this;
 
 // --- The owner's side ---
 
-// A quit signal that arrives on one of our threads ends it, at once or as soon as it may be killed; anywhere else it
-// does what it does by default.
+// A quit signal that arrives on one of our threads ends it, at once or as soon as it may be killed. Anywhere else it
+// has its default effect.
 static void on_quit_signal(int signal) {
     if (Tq4_this_thread->runs_here) {
         const bool may_be_sent = !Tq4_this_thread->kill_gate || Tq4_this_thread->kill_gate->Ask();
@@ -228,7 +228,7 @@ short Tq4_thread_obj::Kill(unsigned long code) {
 
 // Gives a killed thread time to be gone, so that what its function used can be freed.
 void Tq4_thread_obj::AwaitKilled() {
-    if (IsAlive()) wait(m_event, k_kill_wait_ms);
+    if (IsAlive()) wait(m_event, kill_wait_ms);
 }
 
 bool Tq4_thread_obj::IsAlive() {
@@ -238,12 +238,12 @@ bool Tq4_thread_obj::IsAlive() {
 
 // Called by Delete: true when the record may be freed at once, false when the body will free it.
 bool Tq4_thread_obj::Retire() {
-    WaitFor(k_delete_wait_ms); // from inside, only the quit
+    WaitFor(delete_wait_ms); // from inside, only the quit
     if (!IsSelf()) AwaitKilled();
     {
         Tq4_guard guard(m_lock);
         if (m_alive) {
-            m_destroy = k_delete_mark;
+            m_destroy = delete_mark;
             return false;
         }
         if (!m_announced) return true; // there never was a body
@@ -323,7 +323,7 @@ void Tq4_thread_obj::End(void *thread) {
     {
         Tq4_guard guard(self->m_lock);
         self->m_alive = false;
-        abandoned = self->m_destroy == k_delete_mark;
+        abandoned = self->m_destroy == delete_mark;
         if (!self->m_announced) last = self->m_event.get();
         self->m_announced = true;
     }

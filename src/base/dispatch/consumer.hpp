@@ -1,7 +1,7 @@
 // consumer.hpp: the handler's side of a dispatcher, from one stop to the next.
 //
-// It has one thread at a time, its own or the owner's, and everything here but what producers tell it is that thread's
-// alone. A stop takes the dispatcher's lock, marks the consumer and gives the dispatcher another one; so a handler that
+// It has one thread at a time, its own or the owner's. Everything here is that thread's alone, except what producers
+// tell it. A stop takes the dispatcher's lock, marks the consumer and gives the dispatcher another one. A handler that
 // outlasts its stop comes back to a consumer that nobody else uses, and finds the mark.
 //
 // A message that is being handled lies in a frame, a frame inside another when the handler sends to its own dispatcher.
@@ -38,12 +38,12 @@ struct Tq4_dispatch_consumer {
 
     // The thread's.
     alignas(64) Tq4_message_batch m_out;
-    uint64_t m_behind = 0;                   // at least so many wait behind the batch
+    uint64_t m_behind = 0;                   // the least number that waits behind the batch
     Tq4_dispatch_frame *m_current = nullptr; // the innermost that is being handled
     Tq4_dispatch_frame m_outermost{nullptr};
     unsigned m_stream = 0; // batches in a row that came without a sleep, and began with nobody waiting
 
-    // How many may come before producers tell, so that their number need not be looked at for each message.
+    // How many may come before producers tell. So their number need not be looked at for each message.
     static constexpr uint64_t allowance = 512;
 
     explicit Tq4_dispatch_consumer(Tq4_dispatch_obj *owner) : m_owner(owner) {}

@@ -7,8 +7,8 @@
 namespace {
 
 constexpr unsigned long most_posted = 4096;  // a Post that finds more waiting is refused
-constexpr unsigned long stop_wait_ms = 2000; // a handler gets so long before it is killed
-constexpr unsigned begin_wait_ms = 200;      // a thread that was killed before it began gets so long to end
+constexpr unsigned long stop_wait_ms = 2000; // how long a handler may take before it is killed
+constexpr unsigned begin_wait_ms = 200;      // how long a thread may take to end that was killed before it began
 constexpr int thread_has_ended = -1;         // as its priority
 
 } // namespace

@@ -24,9 +24,9 @@ struct Tq4_dispatch_obj {
     Tq4_brief_lock m_lock;
     Tq4_message_queue m_task TQ4_GUARDED_BY(m_lock);
     Tq4_list m_senders TQ4_GUARDED_BY(m_lock);       // Tq4_reply, whose messages wait
-    uint64_t m_left_seen TQ4_GUARDED_BY(m_lock) = 0; // at most so many are left in the consumer's batch
+    uint64_t m_left_seen TQ4_GUARDED_BY(m_lock) = 0; // the most that is left in the consumer's batch
     uint64_t m_tell_at TQ4_GUARDED_BY(m_lock) = Tq4_dispatch_consumer::allowance; // see m_grown
-    Tq4_dispatch_consumer *m_consumer; // owned; changed under m_lock, by who starts and stops
+    Tq4_dispatch_consumer *m_consumer; // owned; changed under m_lock, by whoever starts and stops
     Tq4_dispatch_notify Notify TQ4_GUARDED_BY(m_lock) = nullptr;
     Tq4_spin_habit m_consumer_habit;
     Tq4_spin_habit m_sender_habit;
@@ -34,7 +34,7 @@ struct Tq4_dispatch_obj {
     std::atomic<State> m_state{State::fresh};     // changed under m_lock
     std::atomic<unsigned long> handler_thread{0}; // 0: none
     std::atomic<int> m_users{1};
-    // For who starts and stops, one at a time. A thread that was stopped by its own handler stays until the next.
+    // For whoever starts and stops, one at a time. A thread that was stopped by its own handler stays until the next.
     Tq4_own<Tq4_thread> m_working;
     Tq4_dispatch_consumer *m_served = nullptr; // owned: the consumer of m_working
     Tq4_hooked<Tq4_string> name;               // changed under m_lock
@@ -61,7 +61,7 @@ struct Tq4_dispatch_obj {
     static unsigned long Serve(void *consumer);
     int TakeAndHandle(Tq4_dispatch_consumer &consumer, unsigned long milliseconds);
     long HandleHere(Tq4_dispatch_consumer &consumer, const Tq4_waiting_msg &message);
-    // A user less; true: it was the last, and the record is gone.
+    // Ends a user's stay; true: it was the last one, and the record is gone.
     bool Leave();
 
 private:

@@ -8,8 +8,8 @@
 #include "thread/alarm.hpp"
 #include "tq4/dispatch.h"
 
-// The waiting sender of a Send, on its stack. It is on the dispatcher's list of senders while its message waits: who
-// takes it off, under the dispatcher's lock, answers it.
+// The waiting sender of a Send, on its stack. It is on the dispatcher's list of senders while its message waits.
+// Whoever takes it off, under the dispatcher's lock, answers it.
 struct Tq4_reply {
     Tq4_list_node node;      // first: a node of the list is the reply that it starts
     Tq4_spin_habit &m_habit; // borrowed: the dispatcher's, for the one that answers
@@ -27,8 +27,8 @@ struct Tq4_reply {
     }
 };
 
-// A message as a user hands it over, and while it waits: one line of the cache, which is what a message costs most to
-// bring from one core to another.
+// A message as a user hands it over, and while it waits. It fills one line of the cache: bringing that from one core to
+// another is most of what a message costs.
 struct alignas(64) Tq4_waiting_msg {
     // An id of a Post or Push is copied, null as a zero id; that of a Send stays the sender's.
     union Party {
@@ -61,7 +61,7 @@ struct Tq4_msg_obj {
     Tq4_msg_free del_data;
     Tq4_id sender; // copies
     Tq4_id receiver;
-    Tq4_reply *reply; // borrowed; who waits for the answer, until it is answered
+    Tq4_reply *reply; // borrowed; the sender that waits for the answer, until it is answered
     long m_ret;       // the answer
     bool m_answered;
 

@@ -2,9 +2,9 @@
 // without.
 //
 // Messages lie one behind the other in chunks. The consumer takes all chunks in one step under the lock, as a batch of
-// its own, and goes through them alone; so a producer and the consumer seldom meet, and a message costs neither memory
-// nor a link. The few messages put at the front lie in a stack, which the consumer looks at before each message.
-// Chunks that the consumer is done with serve again; a burst is given back to the system.
+// its own, and goes through them alone. So a producer and the consumer seldom meet, and a message costs neither memory
+// nor a link. The few messages put at the front lie in a stack, at which the consumer looks before each message. Chunks
+// that the consumer is done with serve again; what a burst has needed is given back to the system.
 #pragma once
 
 #include <atomic>

@@ -7,10 +7,10 @@
 
 namespace {
 
-constexpr unsigned long busy_step = 4096;     // so many waiting, or a multiple, are told
+constexpr unsigned long busy_step = 4096;     // a multiple of it waiting is logged
 constexpr unsigned long look_again_ms = 1000; // how often an idle thread looks whether it is to go on
 
-// The time that a thread spends with a consumer and its dispatcher, which live at least so long. A kill ends it too.
+// The time that a thread spends with a consumer and its dispatcher, which live until its end. A kill ends it too.
 struct Stay {
     Tq4_dispatch_consumer *const consumer;
     Tq4_dispatch_obj *const dispatch = consumer->m_owner;

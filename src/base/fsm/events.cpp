@@ -1,8 +1,8 @@
 // events: what an event does to its item: the rule, the handlers, the move, and the force rules behind it.
 //
 // A handler may change rules, drive this machine again, and reset or delete the item. So a rule is not looked at after
-// a handler was called, the message is put back when an inner event is over, and after each handler the item is asked
-// for.
+// a handler was called. The message is put back when an inner event is over. And after each handler the engine asks
+// whether the item is still there.
 #include <utility>
 
 #include "assert.hpp"

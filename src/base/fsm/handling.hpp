@@ -1,8 +1,8 @@
 // handling.hpp: an item whose event is being handled, and the next event that its handlers have given it.
 //
-// It belongs to the machine, not to the call: a thread that is killed in a handler leaves its frames without a word,
-// and what the item and the machine refer to must still be there. An item that is reset or deleted in a handler
-// abandons it, by which the call learns that there is nothing left to move.
+// It belongs to the machine, not to the call. A thread that is killed in a handler runs nothing of the call's end, and
+// what the item and the machine refer to must still be there. An item that is reset or deleted in a handler abandons
+// it; so the call learns that there is nothing left to move.
 #pragma once
 
 #include <string>

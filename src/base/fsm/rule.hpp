@@ -1,4 +1,4 @@
-// rule.hpp: one rule of a state: what it matches, whom it calls and where it leads.
+// rule.hpp: one rule of a state: what it matches, the handler it calls and where it leads.
 #pragma once
 
 #include "own.hpp"

@@ -1,7 +1,7 @@
 // state.hpp: a state's record: its rules and the look-up of the one for an event.
 //
-// Exact and default rules are found through maps from what they match, a later one taking the place of an earlier one;
-// ranges are asked in the order they were set. Every rule set stays until the state goes, so that all are inspected.
+// Exact and default rules are found through maps from what they match; a later rule takes the place of an earlier one.
+// Ranges are asked in the order they were set. Every rule set stays until the state goes, so that all are inspected.
 #pragma once
 
 #include <memory>

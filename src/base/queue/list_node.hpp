@@ -11,7 +11,8 @@ struct Tq4_list_node {
     Tq4_list_node *prev = nullptr;
 };
 
-// A node on the heap, unlinked; and its end, which does not unlink it. Delete ignores null.
+// A node on the heap, unlinked; and its end, which does not unlink it. Delete ignores null. The library has its nodes
+// in their owners: these two, PeekHead and PeekTail are there because the helpers are one set.
 Tq4_list_node *Create_Tq4_list_node();
 void Delete_Tq4_list_node(Tq4_list_node *node);
 
@@ -46,7 +47,7 @@ inline void Tq4_list_node_Splice(Tq4_list_node *after, Tq4_list_node *head, Tq4_
 // The outermost node reached from any node of the list: the head or tail sentinel.
 Tq4_list_node *Tq4_list_node_PeekHead(Tq4_list_node *from);
 Tq4_list_node *Tq4_list_node_PeekTail(Tq4_list_node *from);
-// The node so many steps on, forward for a direction of +1 and backward for -1; it stops at a sentinel.
+// The node that many steps on, forward for a direction of +1 and backward for -1; it stops at a sentinel.
 Tq4_list_node *Tq4_list_node_PeekAt(Tq4_list_node *from, unsigned long steps, int direction);
 
 // Walks to nodes by index. Each walk begins at the nearest of the ends and the node found last, so that going through a
@@ -60,7 +61,7 @@ struct Tq4_list_walker {
     Tq4_list_node *WalkTo(Tq4_list_node *head, Tq4_list_node *tail, uint64_t count, uint64_t index);
 };
 
-// Checks the links and the count of a list between two sentinels, and the place that its walker remembers; of a long
-// list, as far as a few dozen nodes from either end. Called where Tq4_checks is set.
+// Checks the links and the count of a list between two sentinels, and the place that its walker remembers. Of a long
+// list it checks a few dozen nodes from either end. Called where Tq4_checks is set.
 void Tq4_list_check(const Tq4_list_node &head, const Tq4_list_node &tail, uint64_t count,
                     const Tq4_list_walker &walker);

@@ -71,7 +71,7 @@ int Tq4_queue_obj::Wait(unsigned long wait) {
     return base.m_event ? (*base.m_event)->Wait(base.m_event.get(), wait) : 0;
 }
 
-// Under the lock, so that what set the event and who did it change together.
+// Under the lock, so that the event and m_set_by_caller change together.
 void Tq4_queue_obj::Set() {
     if (!base.m_event) return;
     Tq4_guard guard(base.m_lock);
@@ -83,7 +83,7 @@ void Tq4_queue_obj::Set() {
 [[gnu::noinline]] void Tq4_queue_obj::SetUnlessSet() {
     if (base.m_lock) {
         if (Tq4_event_is_set(base.m_event.get())) return;
-        m_set_by_caller = false; // an event that is not set has let through whom the caller meant
+        m_set_by_caller = false; // the caller's Set, if any, has let its reader through
     }
     (*base.m_event)->Set(base.m_event.get());
 }

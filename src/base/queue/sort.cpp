@@ -1,10 +1,10 @@
 // sort: a quicksort with the first payload of a range as pivot.
 //
 // The payloads are lifted out of the items into an array, sorted there and put back, all under the queue's lock. A
-// partition counts how far its two cursors moved and keeps the middle of either way; when the split is lopsided, the
-// payloads in the middle become the next pivots, which makes sorted and reversed input as cheap as random input.
-// Ranges are kept on a stack of their own. A range that was split too often for its size, which takes an input made for
-// it or a comparator that lies, goes to a heap sort instead: n log n comparisons bound the whole.
+// partition counts how far its two cursors moved and keeps the middle of either way. When the split is lopsided, the
+// payloads in the middle become the next pivots, so sorted and reversed input is as cheap as random input. Ranges are
+// kept on a stack of their own. A range that was split too often for its size goes to a heap sort instead, so n log n
+// comparisons bound the whole. That takes an input made for it, or a comparator that lies.
 #include "base/queue/sort.hpp"
 
 #include <algorithm>

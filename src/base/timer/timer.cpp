@@ -1,7 +1,7 @@
 // timer: the wheel on its thread.
 //
-// A kill may strike while a function of the user runs, and nowhere else in the handler: the kill gate is shut for the
-// handler, and the wheel opens it around those functions.
+// A kill may strike while a function of the user runs, and nowhere else in the handler. The kill gate
+// (thread/cancel.hpp) is shut for the handler, and the wheel opens it around those functions.
 #include "base/timer/timer.hpp"
 
 #include <cstdio>

@@ -4,8 +4,8 @@
 // requests are messages; on the handler's own thread they are met at once.
 //
 // The record has users: its owner, and the handler and Stop while they are inside. The last one destroys it. So a
-// callback or a free function may delete its timer object, and a handler that outlasts even its kill comes back to a
-// record, and to a life of the wheel that is over.
+// callback or a free function may delete its timer object. A handler that outlasts even its kill comes back to a record
+// that is still there, and finds that its life of the wheel is over.
 #pragma once
 
 #include <atomic>
@@ -29,7 +29,7 @@ struct Tq4_timer_obj : Tq4_identity {
 
     Tq4_timer_wheel m_wheel;
     const Tq4_own<Tq4_dispatch> m_handler;
-    Tq4_own<Tq4_thread> m_thread_tick; // of who starts and stops
+    Tq4_own<Tq4_thread> m_thread_tick; // of whoever starts and stops
     std::atomic<State> m_state{State::stopped};
     std::atomic<unsigned long> m_inside{0}; // the id of the thread in the handler; 0: none
     std::atomic<int> m_users{1};

@@ -1,8 +1,8 @@
 // wheel.hpp: which timers are due at a tick. An engine without threads and clock: ticks in, callbacks out.
 //
 // Four levels of 1024 slots. A slot of level 0 is one tick; a slot of each higher level is a full turn of the level
-// below. m_current[level] is the slot that comes next. A timer lies in a slot of the level that its distance asks for;
-// when a higher level reaches the slot, the timer is placed again for the rest, ulDelta ticks, or fires at once when
+// below. m_current[level] is the slot that comes next. A timer lies in a slot of the level that its distance asks for.
+// When a higher level reaches that slot, the timer is placed again for the rest, ulDelta ticks, or fires at once when
 // there is none. A tick touches one slot, and one more for each level that has turned; placing and taking out are
 // constant.
 //
@@ -12,9 +12,9 @@
 //   3. what has fired and repeats is placed again;
 //   4. the slots that the higher levels have left fire or move down, lowest level first, each followed by step 3.
 //
-// A timer is in one list: a slot's, that of the timers due in this step, or that of the timers to be repeated. Its own
-// functions find it in none. They may do everything with the wheel, also release it all: a tick belongs to one m_life,
-// and one that comes back from a function to another life ends there and touches nothing.
+// A timer is in one list: a slot's, that of the timers due in this step, or that of the timers to be repeated. While
+// its own function runs, it is in none. Functions may do everything with the wheel, also release it all. So a tick
+// belongs to one m_life: when it comes back from a function to another life, it ends there and touches nothing.
 //
 // Level 3 keeps an odd shift: its slots are chosen by the ticks' bits from 20 on instead of 30. Timers of more than 124
 // days fire at some time after the rest below 2^30 ticks, deliberately: schedules that were written down depend on it.
@@ -101,8 +101,8 @@ public:
     void ReleaseAll(From from);
 
     unsigned long Count() const { return m_pool.Counts(); }
-    // Sets the current slots as after so many ticks, and leaves the timers where they are. For tests of what nobody
-    // lives to see.
+    // Sets the current slots as they are after that many ticks, and leaves the timers where they are. For tests of what
+    // takes longer than anybody lives.
     void TurnTo(uint64_t ticks);
 
 private:

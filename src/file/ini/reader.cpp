@@ -2,8 +2,8 @@
 //
 // The bytes are put into blocks of the tree and stay there: keys, values, names and comments are pieces of lines,
 // NUL-terminated in place. The begun line at the end of a full block moves to the next one, except when it is too long
-// already; a block of which nothing was kept is filled again, so that an endless line takes no memory. What follows
-// the end of a comment or a closing tag on the same line is read like a line of its own.
+// already. A block of which nothing was kept is filled again, so that an endless line takes no memory. What follows the
+// end of a comment or a closing tag on the same line is read like a line of its own.
 #include "file/ini/reader.hpp"
 
 namespace {

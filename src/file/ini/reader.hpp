@@ -20,7 +20,7 @@ std::string_view Tq4_config_key_of(std::string_view line);
 class Tq4_config_reader {
 public:
     explicit Tq4_config_reader(Tq4_config_tree &tree) : m_tree(tree) {}
-    // Where the next bytes of the file go, at most *n, which is never 0; and that so many have been put there.
+    // Where the next bytes of the file go, at most *n, which is never 0; and that n of them have been put there.
     char *Room(std::size_t *n);
     void Filled(std::size_t n);
     // Bytes that lie elsewhere.

@@ -10,12 +10,13 @@
 #include <string_view>
 
 #include "file/replace.hpp"
+#include "platform/multi_platform_system.hpp"
+#include "tq4/file_api.h"
 
 namespace {
 
 constexpr mode_t Created_mode = 0660;
 constexpr mode_t Made_mode = 0600; // of the new file, until it has the old one's
-constexpr int Regular_file = 2;
 
 // Whether replacing a file failed for what its directory allows, and not for want of room: the directory may belong to
 // somebody else, or the file be mounted there alone.
@@ -23,9 +24,7 @@ bool is_refusal(int error) { return error == EACCES || error == EPERM || error =
 
 bool is_missing(int error) { return error == ENOENT || error == ENOTDIR; }
 
-bool write_all(int descriptor, std::string_view bytes) {
-    return Tq4_write_all(descriptor, bytes.data(), static_cast<long>(bytes.size()));
-}
+bool write_all(int descriptor, std::string_view bytes) { return MP_WriteAll(descriptor, bytes.data(), bytes.size()); }
 
 bool write_at(int descriptor, std::size_t position, std::string_view bytes) {
     return MP_FileSeek(descriptor, static_cast<long>(position), SEEK_SET) >= 0 && write_all(descriptor, bytes);
@@ -104,5 +103,5 @@ bool send(const std::string &file, std::string_view text) {
 bool Tq4_config_save(const std::string &file, const std::string &text) {
     MP_FileInfo old;
     if (!MP_GetFileInfo(file.c_str(), 1, &old)) return is_missing(errno) && make(file, text);
-    return old.type == Regular_file ? replace(file, old, text) : send(file, text);
+    return old.type == Tq4_file_type_regular ? replace(file, old, text) : send(file, text);
 }

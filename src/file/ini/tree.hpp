@@ -1,9 +1,9 @@
 // tree.hpp: what a configuration holds: sections inside sections, keys with values, and the comments before each.
 //
-// Items, sections and chains (the sections of one name under one parent, in file order) live in pools of the tree, so
-// that nothing recurses when a tree of any depth goes. The texts of a file stay in the blocks that it was read into,
-// which the tree keeps; a text written later owns its bytes. Every section finds its items and its chains through an
-// index over their names once there are more than a few: loading and looking up cost the same in a section of any size.
+// Items, sections and chains live in pools of the tree, so that nothing recurses when a tree of any depth goes. A chain
+// is the sections of one name under one parent, in file order. The texts of a file stay in the blocks that it was read
+// into, which the tree keeps; a text written later owns its bytes. Once a section has more than a few items or chains,
+// it finds them through an index over their names. So loading and looking up cost the same in a section of any size.
 // Removing costs a walk over the names beside it.
 #pragma once
 

@@ -1,11 +1,13 @@
 // writer: a tree as lines.
 //
-// Sections are written depth first, with a stack of its own instead of recursion. So that reading the text gives the
-// same tree, the writer knows at each line which section a reader has open there, and looks after four things: a
-// repeated line of a key, kept as a comment, that a reader would take for a setting where it stands now, is written
-// behind slashes; a section of the root whose name holds ']' is written with tags; a line that would pass the limit
-// with the usual blanks is written without them, but for one that keeps a value's last slash from those of a comment;
-// and a name at the limit or one with '>' is cut in its closing tag, where it does not matter.
+// Sections are written depth first, with a stack of its own instead of recursion. Reading the text must give the same
+// tree. So the writer knows at each line which section a reader has open there, and looks after four things:
+// - A repeated line of a key is kept as a comment. Where a reader would take it for a setting, it is written behind
+//   slashes.
+// - A section of the root whose name holds ']' is written with tags.
+// - A line that would pass the limit with the usual blanks is written without them, except for one that keeps a value's
+//   last slash from those of a comment.
+// - A name at the limit or one with '>' is cut in its closing tag, where it does not matter.
 #include "file/ini/writer.hpp"
 
 #include <algorithm>
