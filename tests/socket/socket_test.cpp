@@ -370,12 +370,15 @@ TEST_F(SocketService, AListenerWithoutDescriptorsWaitsForOne) {
 }
 
 TEST_F(SocketService, DescriptorsAreAsTheirKindNeeds) {
+    std::atomic<int> accepted = -1;
+    server.then = [&](const std::string &event, Tq4_socket_info *info) {
+        if (event == "up 0") accepted = info->fd;
+    };
     const Tq4_socket_info at = listen(), connection = connect(client);
-    story.await("server up 0");
+    while (accepted < 0) std::this_thread::yield();
     Tq4_socket_info datagrams = info_of(client, nullptr, nullptr);
     (*s)->Open(s, &datagrams, &callbacks);
-    const int accepted = datagrams.fd - 1; // which was made just before
-    for (const int fd : {at.fd, connection.fd, accepted, datagrams.fd}) {
+    for (const int fd : {at.fd, connection.fd, accepted.load(), datagrams.fd}) {
         EXPECT_TRUE(fcntl(fd, F_GETFD) & FD_CLOEXEC);
         EXPECT_EQ((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0, fd != datagrams.fd);
     }
@@ -404,9 +407,11 @@ TEST_F(SocketService, ABusyServiceIsNotWokenAndALostWakeUpStrandsNothing) {
         EXPECT_FALSE(wake_up.happened());
         go_on = true;
         story.await("client empty", 2);
-        std::this_thread::sleep_for(20ms); // it falls asleep
+        while (!wake_up.happened()) { // until it has fallen asleep
+            std::this_thread::sleep_for(1ms);
+            send(info.id, "");
+        }
         send(info.id, "late");
-        EXPECT_TRUE(wake_up.happened());
         story.await("server got late");
     }
 }
