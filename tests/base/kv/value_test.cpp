@@ -153,6 +153,9 @@ TEST_F(ValueTest, EncodesToTheByteAndBack) {
         EXPECT_EQ((*value)->GetLong(value.get()), word) << hex;
         EXPECT_EQ(import(back, wire + "rest"), static_cast<int>(wire.size())) << hex;
         EXPECT_EQ(dump(back), wire) << hex;
+        EXPECT_EQ(check(wire + "rest").at, wire.size()) << hex;
+        for (std::size_t cut = 0; cut <= wire.size(); ++cut)
+            EXPECT_EQ(check(wire.substr(0, cut)).complete, cut == wire.size()) << hex;
     }
     const Bytes extended = from_hex("10 00000000 00003fff8000000000000000");
     EXPECT_EQ(import(v, from_hex("10 ffffffff 00003fff8000000000000000")), 17);
@@ -205,6 +208,7 @@ TEST_F(ValueImport, ReportsWhatIsCutShort) {
         EXPECT_EQ(read(hex), consumed) << hex;
         EXPECT_EQ(printed, Texts{Bytes("0 Tq4_value_Import() error Tq4_value_") + name + "\n"});
         EXPECT_EQ(logged, printed);
+        EXPECT_FALSE(check(from_hex(hex)).complete) << hex;
     }
     read("15 00000003 0001 00");
     EXPECT_EQ(json(v), "[1,0,0]") << "what is missing stays zero";
