@@ -65,9 +65,11 @@ TEST_F(Object, FreeingARecordThatIsStillInUseStopsTheProcess) {
 
 TEST(Modules, CopyAndCompareTheirObjectsAndTakeNull) {
     for (const Tq4_object_itf *module :
-         {Tq4_string_oitf, Tq4_string_array_oitf, Tq4_zip_oitf, Tq4_key_oitf, Tq4_value_oitf, Tq4_value_table_oitf,
-          Tq4_strmap_oitf, Tq4_strmap2_oitf, Tq4_intmap_oitf, Tq4_lock_oitf, Tq4_mutex_oitf, Tq4_event_oitf,
-          Tq4_semaphore_oitf, Tq4_thread_oitf, Tq4_stream_oitf, Tq4_finder_oitf, Tq4_log_oitf, Tq4_config_oitf}) {
+         {Tq4_string_oitf,      Tq4_string_array_oitf, Tq4_zip_oitf,       Tq4_key_oitf,     Tq4_value_oitf,
+          Tq4_value_table_oitf, Tq4_strmap_oitf,       Tq4_strmap2_oitf,   Tq4_intmap_oitf,  Tq4_lock_oitf,
+          Tq4_mutex_oitf,       Tq4_event_oitf,        Tq4_semaphore_oitf, Tq4_thread_oitf,  Tq4_stream_oitf,
+          Tq4_finder_oitf,      Tq4_log_oitf,          Tq4_config_oitf,    Tq4_timer_oitf,   Tq4_dispatch_oitf,
+          Tq4_reorder_oitf,     Tq4_fsm_oitf,          Tq4_file_oitf,      Tq4_sockaddr_oitf}) {
         void *one = module->Create(nullptr), *other = module->Dup(one);
         module->Copy(other, one);
         module->Copy(one, nullptr);

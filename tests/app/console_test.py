@@ -234,6 +234,10 @@ class Console(unittest.TestCase):
         os.kill(self.daemon, signal.SIGTERM)
         self.assertEqual(wait_for(self.daemon), 0)
 
+    def stop_daemon(self):
+        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=0')
+        self.assertEqual(wait_for(self.daemon), 0)
+
     def expect_service(self):
         self.assertEqual(self.ask_pid(), self.daemon)
 
@@ -425,8 +429,7 @@ class Console(unittest.TestCase):
             for options in ('-start',), ('-stop',), ():
                 said = re.sub('日志文件.*\n', '', self.say(*options, user=NOBODY))  # nor may that user write the log
                 self.assertEqual(said, f'{UNREACHABLE}Permission denied\n=100')
-            self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=0')
-            self.assertEqual(wait_for(self.daemon), 0)
+            self.stop_daemon()
             shutil.rmtree(self.here / 'tq4_run_var')
             said = re.sub('日志文件.*\n', '', self.say('-start', user=NOBODY))
             self.assertEqual(said, f'创建管道{self.socket}失败\nPermission denied\n=1')
@@ -452,8 +455,7 @@ class Console(unittest.TestCase):
         os.unlink(self.socket)  # a daemon removes its own socket alone
         with socket.socket(socket.AF_UNIX) as another:
             another.bind(self.socket)
-            os.kill(self.daemon, signal.SIGTERM)
-            self.assertEqual(wait_for(self.daemon), 0)
+            self.end_daemon()
             self.assertTrue(os.path.exists(self.socket))
 
     def test_signals_are_caught_before_a_start_returns(self):
@@ -489,8 +491,7 @@ class Console(unittest.TestCase):
             client.end_input()
             self.assertEqual(client.rest(), '')
             wait_until(lambda: {os.readlink(f'/proc/{self.daemon}/fd/{fd}') for fd in range(3)} == {'/dev/null'})
-        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=0')
-        self.assertEqual(wait_for(self.daemon), 0)
+        self.stop_daemon()
 
     def test_a_process_that_has_the_connection_holds_nobody(self):
         self.start_daemon('--heir')
@@ -499,8 +500,7 @@ class Console(unittest.TestCase):
         client.expect(PROMPT + PROMPT)
         client.end_input()
         self.assertEqual(client.rest(), '')
-        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=0')
-        self.assertEqual(wait_for(self.daemon), 0)
+        self.stop_daemon()
         for line in self.trace.read_text().splitlines():
             if line.startswith('heir '):
                 os.kill(int(line[5:]), signal.SIGTERM)
@@ -518,8 +518,7 @@ class Console(unittest.TestCase):
         client.send('e one\n')
         self.assertEqual(client.expect('one\n'), 'one\n')
         client.hang_up()
-        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=0')
-        self.assertEqual(wait_for(self.daemon), 0)
+        self.stop_daemon()
 
     def test_a_deaf_shell_is_cut_off_whatever_prints_and_interrupts(self):
         self.start_daemon('--alarm')
@@ -528,8 +527,7 @@ class Console(unittest.TestCase):
             deaf.send(command + '\n')
             self.expect_service()
             deaf.hang_up()
-        os.kill(self.daemon, signal.SIGTERM)
-        self.assertEqual(wait_for(self.daemon), 0)
+        self.end_daemon()
 
     def test_nothing_waits_for_a_reader_at_the_end(self):
         everywhere = ((STANDALONE, PIPES), (STANDALONE, TERMINAL), (DAEMON, None), (SHELL, PIPES), (SHELL, TERMINAL))
@@ -548,8 +546,7 @@ class Console(unittest.TestCase):
                     self.assertEqual(wait_for(stuck), 0)
                     unread.hang_up()
                     if mode == SHELL:
-                        os.kill(self.daemon, signal.SIGTERM)
-                        self.assertEqual(wait_for(self.daemon), 0)
+                        self.end_daemon()
 
     def test_each_shell_begins_in_the_charset_of_the_daemon(self):
         self.start_daemon()
@@ -590,8 +587,7 @@ class Console(unittest.TestCase):
                 client.expect(answer)
                 client.hang_up()
                 self.expect_service()
-        self.assertEqual(self.say('-stop'), WELCOME + PROMPT + GOODBYE + '=0')
-        self.assertEqual(wait_for(self.daemon), 0)
+        self.stop_daemon()
 
     def test_a_shell_on_pipes_shows_everything_that_was_answered(self):
         self.start_daemon()

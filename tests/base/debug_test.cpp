@@ -1,7 +1,7 @@
 // Prints and log lines reach the sinks; the built-in ones write to standard output and to the system log. Errors are
 // told to standard error, where somebody may read them or not.
 #include "base/debug.hpp"
-#include "support/test.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -20,34 +20,6 @@ extern "C" void syslog(int priority, const char *format, ...) {
 namespace {
 
 const Tq4_debug_ &debug = *Tq4_debug_api;
-
-// A descriptor, standard output if nothing else is said, is a pipe while this lives.
-class Piped {
-public:
-    explicit Piped(int descriptor = 1) : m_descriptor(descriptor), m_before(fcntl(descriptor, F_DUPFD_CLOEXEC, 3)) {
-        std::fflush(stdout);
-        EXPECT_EQ(pipe2(m_ends, O_CLOEXEC), 0);
-        dup2(m_ends[1], m_descriptor);
-    }
-    ~Piped() {
-        dup2(m_before, m_descriptor);
-        close_reader();
-        close(m_before), close(m_ends[1]);
-    }
-    // What was written, at most a pipe's content; waits for the first of it.
-    std::string read_some() {
-        std::string text(1 << 16, 0);
-        const ssize_t got = read(m_ends[0], text.data(), text.size());
-        text.resize(got < 0 ? 0 : static_cast<std::size_t>(got));
-        return text;
-    }
-    void close_reader() {
-        if (m_ends[0] >= 0) close(std::exchange(m_ends[0], -1));
-    }
-
-private:
-    int m_descriptor, m_before, m_ends[2];
-};
 
 struct Debug : testing::Test {
     static inline Texts sunk;

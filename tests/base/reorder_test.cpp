@@ -1,28 +1,14 @@
 // What a reorder buffer promises at either end of a connection, beside a model; what it logs; and the numbers that
 // strangers may send.
 #include "base/reorder_model.hpp"
-#include "support/test.hpp"
+#include "support/heard.hpp"
 
 namespace {
 
-Texts logged, printed;
-
-struct Reorder : testing::Test {
+struct Reorder : testing::Test, Heard {
     Tq4_own<Tq4_reorder> owned = Tq4_make<Tq4_reorder>(Tq4_reorder_oitf);
     Tq4_reorder b = owned.get();
 
-    Reorder() {
-        logged.clear();
-        printed.clear();
-        Tq4_debug_api->SetLog([](int, const char *format, va_list args) { logged.push_back(formatted(format, args)); });
-        Tq4_debug_api->SetPrint(
-            [](int, const char *format, va_list args) { printed.push_back(formatted(format, args)); });
-    }
-    ~Reorder() override {
-        owned.reset();
-        Tq4_debug_api->SetLog(nullptr);
-        Tq4_debug_api->SetPrint(nullptr);
-    }
     void init(int size, int max_wait = 0) { (*b)->Init(b, size, ignore, max_wait); }
     static void ignore(void *) {}
     static void *data(long n) { return reinterpret_cast<void *>(n); }
@@ -88,7 +74,7 @@ TEST_F(Reorder, LogsWhatItDrops) {
     init(2);
     EXPECT_EQ(cache(4294967295u), 1);
     EXPECT_EQ(cache(0), 2);
-    EXPECT_EQ(logged, (Texts{"Tq4_reorder_itf_CacheItem 队列满,obj->m_size=2\n"}));
+    EXPECT_EQ(logged, (Texts{"0 Tq4_reorder_itf_CacheItem 队列满,obj->m_size=2\n"}));
     logged.clear();
     EXPECT_EQ(cache(1, 1), -1);
     EXPECT_EQ(cache(1, 0), -1);
@@ -96,18 +82,18 @@ TEST_F(Reorder, LogsWhatItDrops) {
     EXPECT_EQ(cache(2, -1), 1) << "stored behind a gap";
     EXPECT_EQ(get(), -1);
     EXPECT_EQ(logged,
-              (Texts{"Tq4_reorder_CacheItem 数据包超过范围，直接丢弃 1\n",
-                     "Tq4_reorder_CacheItem 数据包 seq 超过范围，返回失败\n", "Tq4_reorder_CacheItem 缓冲区满\n",
-                     "主动丢弃数据包 4294967295,eseq = 4294967295,seq = 2,end_pos=3\n",
-                     "主动丢弃数据包 0,eseq = 0,seq = 2,end_pos=2\n"}));
-    EXPECT_EQ(printed, (Texts{"Tq4_reorder_CacheItem 数据包 seq 超过范围，返回失败\n"}));
+              (Texts{"0 Tq4_reorder_CacheItem 数据包超过范围，直接丢弃 1\n",
+                     "0 Tq4_reorder_CacheItem 数据包 seq 超过范围，返回失败\n", "0 Tq4_reorder_CacheItem 缓冲区满\n",
+                     "0 主动丢弃数据包 4294967295,eseq = 4294967295,seq = 2,end_pos=3\n",
+                     "0 主动丢弃数据包 0,eseq = 0,seq = 2,end_pos=2\n"}));
+    EXPECT_EQ(printed, (Texts{"0 Tq4_reorder_CacheItem 数据包 seq 超过范围，返回失败\n"}));
     EXPECT_EQ(cache(1), 2);
     logged.clear();
     EXPECT_EQ((*b)->Ack(b, 3, nullptr, nullptr), -4);
     EXPECT_EQ(get(), 1);
     EXPECT_EQ((*b)->Ack(b, 3, nullptr, nullptr), -5);
-    EXPECT_EQ(logged, (Texts{"Tq4_reorder_Ack seq=1, ACK seq=3,超过范围了01",
-                             "Tq4_reorder_Ack seq=2, ACK seq=3,超过范围了02"}));
+    EXPECT_EQ(logged, (Texts{"0 Tq4_reorder_Ack seq=1, ACK seq=3,超过范围了01",
+                             "0 Tq4_reorder_Ack seq=2, ACK seq=3,超过范围了02"}));
 }
 
 TEST_F(Reorder, HoldsNothingBeforeInitAndIsFreshAfterReset) {

@@ -2,6 +2,7 @@
 // service that goes on when the disk does not.
 #include "file/log_line.hpp"
 #include "support/fault_sweep.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -25,22 +26,7 @@ struct Log : testing::Test {
         (*log)->MainDir(log, dir.path().c_str());
     }
     void line(const char *text, time_t at = moment) { (*log)->Printf_t(log, at, 0, "%s", text); }
-    // The messages of a file, without their prefixes.
-    static Texts messages(const std::string &path) {
-        std::ifstream in(path);
-        Texts texts;
-        for (std::string text; std::getline(in, text);) texts.push_back(text.erase(0, text.find("] ") + 2));
-        return texts;
-    }
-    // All log files, in the order of their names.
-    Texts files() const { return files_in(dir.path()); }
-    static Texts files_in(const std::string &directory) {
-        Texts found;
-        for (auto &entry : fs::recursive_directory_iterator(directory))
-            if (entry.path().extension() == ".log") found.push_back(entry.path());
-        std::sort(found.begin(), found.end());
-        return found;
-    }
+    Texts files() const { return log_files_in(dir.path()); }
     std::string everything() const {
         std::string all;
         for (const std::string &path : files()) all += content(path);
@@ -51,7 +37,7 @@ struct Log : testing::Test {
 TEST_F(Log, ALineIsAPrefixAndAMessageThatEndsInOneLineFeed) {
     for (const char *text : {"none", "one\n", "two\n\n", ""}) line(text);
     (*log)->Printf_t(log, moment, 0, nullptr);
-    EXPECT_EQ(messages(first), (Texts{"none", "one", "two", "", "", ""}));
+    EXPECT_EQ(messages_in(first), (Texts{"none", "one", "two", "", "", ""}));
     char end[32];
     std::snprintf(end, sizeof end, " %04x] none\n", gettid());
     const std::string all = everything();
@@ -84,14 +70,14 @@ TEST_F(Log, AFullFileIsFollowedByTheNextAndARestartContinuesTheLast) {
     (*log)->SizeLimit(log, 1000);
     const std::string long_line(300000, 'x');
     for (int i = 0; i < 5; ++i) line(long_line.c_str());
-    EXPECT_EQ(messages(first), Texts(4, long_line)) << "the limit was 1048576, the last line went over it whole";
+    EXPECT_EQ(messages_in(first), Texts(4, long_line)) << "the limit was 1048576, the last line went over it whole";
     create(nullptr);
     line("continued");
-    EXPECT_EQ(messages(first).size(), 4u + 1) << "by a log with the limit of 2097152";
+    EXPECT_EQ(messages_in(first).size(), 4u + 1) << "by a log with the limit of 2097152";
     create(nullptr);
     (*log)->SizeLimit(log, 1000);
     line("continued");
-    EXPECT_EQ(messages(second), (Texts{long_line, "continued"}));
+    EXPECT_EQ(messages_in(second), (Texts{long_line, "continued"}));
 }
 
 TEST_F(Log, DataFollowsItsTitleInLinesOfSixteenBytes) {
@@ -125,7 +111,7 @@ TEST_F(Log, LinesOfManyThreadsAreWholeAndInOrder) {
     EXPECT_GT(files().size(), 3u);
     int next[threads] = {};
     for (const std::string &path : files())
-        for (const std::string &text : messages(path)) {
+        for (const std::string &text : messages_in(path)) {
             int thread = -1, number = -1, end = 0;
             ASSERT_EQ(std::sscanf(text.c_str(), "%d %d %n", &thread, &number, &end), 2) << text;
             ASSERT_EQ(text.substr(static_cast<std::size_t>(end)), filling);
@@ -147,7 +133,7 @@ TEST_F(Log, AThreadThatIsKilledLeavesTheLogUsable) {
         line("line");
         victim.join();
     }
-    const Texts all = messages(first);
+    const Texts all = messages_in(first);
     EXPECT_EQ(std::count(all.begin(), all.end(), "line"), static_cast<long>(all.size()));
 }
 
@@ -185,7 +171,7 @@ TEST_F(Log, AChildOfAProcessWhoseThreadsLogCanLog) {
     EXPECT_EQ(failed, 0);
     std::map<std::string, int> count;
     for (const std::string &path : files())
-        for (const std::string &text : messages(path)) ++count[text];
+        for (const std::string &text : messages_in(path)) ++count[text];
     EXPECT_EQ(count["child"], 2 * children);
     count.erase(""); // a child that opened the file in the middle of a write, for want of a processor
     EXPECT_EQ(count.size(), 2u) << "nothing but whole lines of parent and child";
@@ -204,7 +190,7 @@ TEST_F(Log, AChildHasAPositionOfItsOwnInTheFile) {
         _exit(0);
     }
     waitpid(child, nullptr, 0);
-    EXPECT_EQ(messages(first), (Texts{"parent", "child"}));
+    EXPECT_EQ(messages_in(first), (Texts{"parent", "child"}));
     EXPECT_EQ(lseek(descriptor, 0, SEEK_CUR), position);
 }
 
@@ -216,7 +202,7 @@ TEST_F(Log, ALineNeverContinuesWhatAKilledProcessLeftHalfWritten) {
     line("whole");
     create(nullptr);
     line("continued");
-    EXPECT_EQ(messages(first), (Texts{"torn", "whole", "continued"}));
+    EXPECT_EQ(messages_in(first), (Texts{"torn", "whole", "continued"}));
 }
 
 TEST_F(Log, AFileThatIsMovedOrRemovedIsMadeAnewWithinASecond) {
@@ -226,9 +212,9 @@ TEST_F(Log, AFileThatIsMovedOrRemovedIsMadeAnewWithinASecond) {
         fs::remove_all(dir / "removed"), fs::remove(dir / "logfiles-2026/11/2026-11-15");
         while (!fs::exists(first)) line("on its way"), std::this_thread::sleep_for(std::chrono::milliseconds(1));
         line(how);
-        EXPECT_EQ(messages(first).back(), how);
+        EXPECT_EQ(messages_in(first).back(), how);
     }
-    EXPECT_EQ(messages(dir / "moved").at(0), "old");
+    EXPECT_EQ(messages_in(dir / "moved").at(0), "old");
 }
 
 TEST_F(Log, CheckFileSeesAtOnceThatAFileHasGone) {
@@ -240,8 +226,8 @@ TEST_F(Log, CheckFileSeesAtOnceThatAFileHasGone) {
     (*log)->CheckFile(log);
     EXPECT_EQ(content(path), "") << "it is there before the next line";
     (*log)->Printf(log, 0, "new");
-    EXPECT_EQ(messages(dir / "moved"), (Texts{"old", "still"}));
-    EXPECT_EQ(messages(path), Texts{"new"});
+    EXPECT_EQ(messages_in(dir / "moved"), (Texts{"old", "still"}));
+    EXPECT_EQ(messages_in(path), Texts{"new"});
 }
 
 TEST_F(Log, SeveralLogsOnOneFileKeepItsLimitTogether) {
@@ -259,42 +245,22 @@ TEST_F(Log, SeveralLogsOnOneFileKeepItsLimitTogether) {
 
 // --- Faults ---
 
-// What is written to standard error while this lives.
-class Standard_error {
-public:
-    explicit Standard_error(const std::string &path) : m_path(path) {
-        const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
-        dup2(file, 2);
-        close(file);
-    }
-    ~Standard_error() {
-        dup2(m_before, 2);
-        close(m_before);
-    }
-    std::string said() const { return content(m_path); }
-
-private:
-    std::string m_path;
-    int m_before = fcntl(2, F_DUPFD_CLOEXEC, 3);
-};
-
 TEST_F(Log, ALogThatCannotBeWrittenSaysSoOnceAndGoesOn) {
-    const Standard_error standard_error(dir / "error");
+    Piped errors(2);
     std::ofstream(dir / "logfiles-2026") << "a file in the way";
     for (int i = 0; i < 5; ++i) line("lost");
-    const std::string trouble = "日志文件" + first + "无法写入：Not a directory\n";
-    EXPECT_EQ(standard_error.said(), trouble);
+    EXPECT_EQ(errors.read_some(), "日志文件" + first + "无法写入：Not a directory\n");
     fs::remove(dir / "logfiles-2026");
     fs::create_directories(day);
     const std::string full = day + "svc_2026-11-15 14-3[006].log";
     fs::create_symlink("/dev/full", full);
     for (int i = 0; i < 1000; ++i) line("lost");
-    EXPECT_EQ(standard_error.said(), trouble + "日志文件" + full + "无法写入：No space left on device\n");
+    EXPECT_EQ(errors.read_some(), "日志文件" + full + "无法写入：No space left on device\n");
     EXPECT_EQ(files(), Texts{full}) << "it is kept, and tried again";
     fs::remove(full);
     (*log)->CheckFile(log);
     line("written", moment + 3600);
-    EXPECT_EQ(messages(files().back()), Texts{"written"});
+    EXPECT_EQ(messages_in(files().back()), Texts{"written"});
 }
 
 // Under every fault each line is whole, or lost, and the log goes on. The second half of the lines is an hour later, so
@@ -317,8 +283,8 @@ TEST_F(Log, LosesWholeLinesAlone) {
         write(lines);
         owned.reset();
         Texts found;
-        for (const std::string &path : files_in(quick.path())) {
-            for (std::string &text : messages(path)) found.push_back(std::move(text));
+        for (const std::string &path : log_files_in(quick.path())) {
+            for (std::string &text : messages_in(path)) found.push_back(std::move(text));
             EXPECT_TRUE(fs::file_size(path) == 0 || content(path).back() == '\n');
         }
         int next = 0;
@@ -340,7 +306,7 @@ TEST_F(Log, ACopyWritesTheSameFiles) {
     EXPECT_TRUE(Tq4_log_oitf->Equal(log, copy.get()));
     (*copy)->Printf_t(copy.get(), moment, 0, "by the copy");
     EXPECT_EQ(files().at(0).find(dir / "logs"), 0u) << "a relative directory was resolved at once";
-    EXPECT_EQ(messages(files().at(0)), Texts{"by the copy"});
+    EXPECT_EQ(messages_in(files().at(0)), Texts{"by the copy"});
     Tq4_log_oitf->Reset(log);
     EXPECT_FALSE(Tq4_log_oitf->Equal(log, copy.get()));
 }

@@ -1,6 +1,6 @@
 // What remains when a thread is killed, ends itself, deletes itself or is stopped by a signal. Each case runs in a
 // process of its own, which must end by itself; leaks and accesses to freed memory are the sanitizers' to find there.
-#include "support/test.hpp"
+#include "support/killed.hpp"
 #include "thread/cancel.hpp"
 
 namespace {
@@ -51,24 +51,16 @@ struct Victim {
     }
 };
 
-// It calls nothing at all, so that only a kill at any instruction can end it.
-unsigned long deaf(Victim &) {
-    for (;;) asm volatile("" ::: "memory");
-}
+unsigned long deaf(Victim &) { return go_deaf(), 0ul; }
 
 // Starts a thread that does the work, and tests it there.
 void in_a_child(unsigned long (*work)(Victim &), const std::function<void(Victim &)> &test) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe"); // the child is started anew
-    auto live_and_exit = [&] {
-        alarm(120);                                   // a child that hangs is not left behind
+    ::in_a_child([&] {
         signal(SIGQUIT, SIG_DFL);                     // which whoever runs the tests may have ignored
         auto victim = std::make_unique<Victim>(work); // on the heap: a dead pointer on the stack would hide a leak
         victim->start();
         test(*victim);
-        victim.reset();
-        std::exit(testing::Test::HasFailure());
-    };
-    EXPECT_EXIT(live_and_exit(), testing::ExitedWithCode(0), "");
+    });
 }
 
 TEST(ThreadDeathTest, AFunctionThatDoesNotListenIsKilled) {

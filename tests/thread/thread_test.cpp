@@ -1,31 +1,16 @@
 // What a thread promises: its function runs once or not at all, a quit is never lost, and its end is known.
-#include <mutex>
-
-#include "support/test.hpp"
+#include "support/heard.hpp"
 
 namespace {
 
-std::mutex print_lock;
-Texts printed;
-
-void print_into_memory(int level, const char *format, va_list args) {
-    std::lock_guard guard(print_lock);
-    printed.push_back(std::to_string(level) + " " + formatted(format, args));
-}
-
 struct Thread : testing::Test {
+    Heard heard;
     std::function<unsigned long()> work = [this] {
         while (running()) std::this_thread::yield();
         return 0ul;
     };
     std::atomic<int> runs = 0;
     Tq4_own<Tq4_thread> t = make("tester");
-
-    Thread() { Tq4_debug_api->SetPrint(print_into_memory); }
-    ~Thread() override {
-        t.reset();
-        Tq4_debug_api->SetPrint(nullptr);
-    }
 
     static Tq4_own<Tq4_thread> make(const char *name) { return Tq4_make<Tq4_thread>(Tq4_thread_oitf, name); }
     static unsigned long run(void *test) {
@@ -55,7 +40,6 @@ struct Thread : testing::Test {
 };
 
 TEST_F(Thread, RunsItsFirstFunctionOnceAndTellsHowItEnded) {
-    printed.clear();
     EXPECT_EQ((*t)->Init(t.get(), nullptr, this), 0u);
     std::atomic<pid_t> id = 0;
     run_to_end([&id] { return id = gettid(), 0x1234567890abcdeful; });
@@ -72,7 +56,7 @@ TEST_F(Thread, RunsItsFirstFunctionOnceAndTellsHowItEnded) {
     char where[64];
     const auto handle = static_cast<unsigned>((*t)->GetHandle(t.get()));
     std::snprintf(where, sizeof where, "0 thead[%x:%d   tester] ", handle, id.load());
-    EXPECT_EQ(printed, (Texts{where + std::string("begin \n"), where + std::string("end \n")}));
+    EXPECT_EQ(heard.printed, (Texts{where + std::string("begin \n"), where + std::string("end \n")}));
 }
 
 TEST_F(Thread, QuitsBeforeTheStartAreNotLost) {

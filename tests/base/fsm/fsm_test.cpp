@@ -1,6 +1,6 @@
 // What machines promise beside what random_machines_test.cpp asks of them: nulls, the operations of every object, the
 // host's hooks, and what is left of a thread that is killed in a handler.
-#include "support/test.hpp"
+#include "support/killed.hpp"
 
 namespace {
 
@@ -63,25 +63,20 @@ TEST(Fsm, StatesAreMadeAndDeletedByTheHooksOfTheHost) {
     EXPECT_EQ(hooked, (Texts{"new", "new", "new", "delete ()", "delete ()", "delete (a)"}));
 }
 
-// Sets the flag and never returns. It has nothing that unwinding would look for: a kill may take it at any instruction.
-__attribute__((noinline, no_sanitize("thread"))) void spin(int *caught) {
-    __atomic_store_n(caught, 1, __ATOMIC_RELEASE);
-    for (;;) asm volatile("" ::: "memory");
-}
-void (*volatile spinning)(int *) = spin; // its callers are not to know that it throws nothing
-
 // A machine that a thread drives until it is caught in a handler, with one item inside another's event.
 struct Killed {
     Tq4_own<Tq4_fsm> machine = Tq4_make<Tq4_fsm>(Tq4_fsm_oitf);
     Tq4_own<Tq4_fsm_item> inner = Tq4_make<Tq4_fsm_item>(Tq4_fsm_item_oitf);
     Tq4_own<Tq4_fsm_item> outer = Tq4_make<Tq4_fsm_item>(Tq4_fsm_item_oitf);
-    int caught = 0, handled = 0;
+    std::atomic<bool> caught = false;
+    int handled = 0;
 
     Killed() {
         on("drive the inner one", [](auto, auto *event, auto...) { of(event).give(of(event).inner, "catch"); });
         on("catch", [](auto, auto *event, auto...) {
             of(event).give(of(event).inner, "a text that is longer than what fits into a string without an allocation");
-            spinning(&of(event).caught);
+            of(event).caught = true;
+            go_deaf();
         });
         on("count", [](auto, auto *event, auto...) { ++of(event).handled; });
     }
@@ -99,14 +94,12 @@ struct Killed {
 };
 
 TEST(FsmDeathTest, AKillTakesItsThreadInTheHandlerAndTheItemWaitsForReset) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto live_and_exit = [] {
-        alarm(120);
+    in_a_child([] {
         auto k = std::make_unique<Killed>();
         auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "victim");
         (*thread)->Init(thread.get(), Killed::work, k.get());
         (*thread)->Resume(thread.get());
-        while (!__atomic_load_n(&k->caught, __ATOMIC_ACQUIRE)) std::this_thread::yield();
+        while (!k->caught) std::this_thread::yield();
         (*thread)->Kill(thread.get(), 1);
         thread.reset();
         k->give(k->inner, "count"); // its event was never over: this one waits, in vain
@@ -116,10 +109,7 @@ TEST(FsmDeathTest, AKillTakesItsThreadInTheHandlerAndTheItemWaitsForReset) {
         for (const auto *item : {&k->inner, &k->outer}) k->give(*item, "count");
         EXPECT_EQ(k->handled, 2);
         Tq4_fsm_oitf->Reset(k->machine.get());
-        k.reset();
-        std::exit(testing::Test::HasFailure());
-    };
-    EXPECT_EXIT(live_and_exit(), testing::ExitedWithCode(0), "");
+    });
 }
 
 } // namespace

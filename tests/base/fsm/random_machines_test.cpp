@@ -4,9 +4,8 @@
 // items that are deleted, and the log that comes and goes. Handlers are numbers to a wrapper, which keeps them in the
 // machine as a host would keep member functions.
 #include <optional>
-#include <set>
 
-#include "support/test.hpp"
+#include "support/output.hpp"
 
 namespace {
 
@@ -371,14 +370,9 @@ struct Real {
                     : (*on)->SetIntMsgHandleDefault(on, number, handler, next);
     }
     Texts logged() const {
-        std::set<fs::path> files;
-        for (const auto &file : fs::recursive_directory_iterator(directory.path()))
-            if (file.is_regular_file()) files.insert(file.path());
         Texts lines;
-        for (const fs::path &path : files) {
-            std::ifstream file(path);
-            for (std::string line; std::getline(file, line);) lines.push_back(line.substr(line.find("] ") + 2));
-        }
+        for (const std::string &path : log_files_in(directory.path()))
+            for (const std::string &line : messages_in(path)) lines.push_back(line);
         return lines;
     }
 };

@@ -129,11 +129,6 @@ TEST(JsonEncode, PrintsEveryTypeAsItIs) {
         {"1f 0002 0001 61 0001 62", "[\"a\",\"b\"]"},
         {"1e", ""},
     };
-    const auto echoed = [](const Value &v, int compact) {
-        String out = new_string();
-        (*v)->Echo(v.get(), append_to, out.get(), compact);
-        return text_of(out.get());
-    };
     Value v = new_value();
     for (const auto &[encoded, compact] : cases) {
         import(v, from_hex(encoded));

@@ -52,6 +52,12 @@ inline void append_to(void *string, const char *format, ...) {
     va_end(args);
 }
 
+template <class Own> Bytes echoed(const Own &object, int compact) {
+    String out = new_string();
+    (*object)->Echo(object.get(), append_to, out.get(), compact);
+    return text_of(out.get());
+}
+
 inline Value decoded(const Bytes &text) {
     Value v = new_value();
     EXPECT_EQ((*v)->Json_decode(v.get(), text.data(), static_cast<int>(text.size())), 1) << text;

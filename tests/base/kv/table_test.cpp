@@ -21,11 +21,6 @@ struct TableTest : testing::Test {
         long n = 0;
         for (const char *key : keys) (*t)->SetSI(t.get(), key, ++n);
     }
-    Bytes echo(int compact) {
-        String out = new_string();
-        (*t)->Echo(t.get(), append_to, out.get(), compact);
-        return text_of(out.get());
-    }
 };
 
 TEST_F(TableTest, TablesInsideKeepTheirContent) {
@@ -157,21 +152,21 @@ TEST_F(TableTest, HandlesDeletedByMistakeLeaveAnEmptyKeyAndValue) {
 }
 
 TEST_F(TableTest, PrintsJsonShapedText) {
-    EXPECT_EQ(echo(1), "{}");
-    EXPECT_EQ(echo(0), "\n{\n}");
+    EXPECT_EQ(echoed(t, 1), "{}");
+    EXPECT_EQ(echoed(t, 0), "\n{\n}");
     fill({"a"});
     (*t)->SetSS(t.get(), "t", "x\"y");
     Tq4_value_table inner = (*t)->InsertTableS(t.get(), "in");
     (*inner)->SetSI(inner, "n", -1);
-    EXPECT_EQ(echo(1), "{\"a\":1,\"t\":\"x\"y\",\"in\":{\"n\":-1}}");
-    EXPECT_EQ(echo(0), "\n{\n\"a\":1,\n\"t\":\"x\"y\",\n\"in\":\n\t{\n\t\"n\":-1\n\t}\n}");
+    EXPECT_EQ(echoed(t, 1), "{\"a\":1,\"t\":\"x\"y\",\"in\":{\"n\":-1}}");
+    EXPECT_EQ(echoed(t, 0), "\n{\n\"a\":1,\n\"t\":\"x\"y\",\n\"in\":\n\t{\n\t\"n\":-1\n\t}\n}");
     (*t)->RemoveAll(t.get());
     Tq4_value element = (*t)->InsertAt(t.get(), 0);
     (*element)->SetInt(element, 5);
     element = (*t)->InsertAt(t.get(), 1);
     (*element)->SetSI(element, "k", 1);
-    EXPECT_EQ(echo(1), "[5,{\"k\":1}]");
-    EXPECT_EQ(echo(0), "\n[\n5,\n\t{\n\t\"k\":1\n\t}\n]");
+    EXPECT_EQ(echoed(t, 1), "[5,{\"k\":1}]");
+    EXPECT_EQ(echoed(t, 0), "\n[\n5,\n\t{\n\t\"k\":1\n\t}\n]");
 }
 
 TEST_F(TableTest, PrintsEveryKindOfKey) {
@@ -183,7 +178,7 @@ TEST_F(TableTest, PrintsEveryKindOfKey) {
     (*key)->SetIS(key.get(), 5, "s", 0), add();
     (*key)->SetLS(key.get(), (1ul << 32) + 6, "s", 0), add();
     (*key)->SetIIS(key.get(), 7, 8, "s", 0), add();
-    EXPECT_EQ(echo(1), "{\"1\":1,\"1099511627776\":1,\"3_4\":1,\"s_5\":1,\"s_6\":1,\"s_8\"::1}");
+    EXPECT_EQ(echoed(t, 1), "{\"1\":1,\"1099511627776\":1,\"3_4\":1,\"s_5\":1,\"s_6\":1,\"s_8\"::1}");
 }
 
 TEST(TableEncoding, EmptyTablesAreFiveBytesAndAResultOfZero) {

@@ -2,6 +2,7 @@
 // byte.
 #include "base/kv/kv_fixture.hpp"
 #include "base/kv/value_check.hpp"
+#include "support/heard.hpp"
 
 namespace {
 
@@ -163,22 +164,10 @@ TEST_F(ValueTest, EncodesToTheByteAndBack) {
 
 // ---- what comes from outside
 
-std::vector<Bytes> *reports = nullptr;
-void keep_report(int, const char *, va_list args) { reports->push_back(va_arg(args, const char *)); }
-
-struct ValueImport : ValueTest {
-    std::vector<Bytes> printed;
-    ValueImport() {
-        reports = &printed;
-        Tq4_debug_api->SetPrint(keep_report);
-        Tq4_debug_api->SetLog(keep_report);
-    }
-    ~ValueImport() override {
-        Tq4_debug_api->SetPrint(nullptr);
-        Tq4_debug_api->SetLog(nullptr);
-    }
+struct ValueImport : ValueTest, Heard {
     int read(const char *hex) {
         printed.clear();
+        logged.clear();
         return import(v, from_hex(hex));
     }
 };
@@ -193,7 +182,7 @@ TEST_F(ValueImport, ReadsLongsOfOtherWidths) {
     for (const auto &[hex, consumed, text, told] : cases) {
         EXPECT_EQ(read(hex), consumed) << hex;
         EXPECT_EQ(json(v), text);
-        EXPECT_EQ(printed.size(), told) << hex;
+        EXPECT_EQ(printed.size() + logged.size(), told) << hex;
     }
     unsigned long n = 0;
     EXPECT_EQ(read("19 ffffffff 03 0000000000000000"), 6);
@@ -217,7 +206,8 @@ TEST_F(ValueImport, ReportsWhatIsCutShort) {
                                                                  {"1f 00", 2, "STRINGARRAY"}};
     for (const auto &[hex, consumed, name] : cases) {
         EXPECT_EQ(read(hex), consumed) << hex;
-        EXPECT_EQ(printed, std::vector<Bytes>(2, Bytes("Tq4_value_Import() error Tq4_value_") + name + "\n"));
+        EXPECT_EQ(printed, Texts{Bytes("0 Tq4_value_Import() error Tq4_value_") + name + "\n"});
+        EXPECT_EQ(logged, printed);
         EXPECT_FALSE(check(from_hex(hex)).complete) << hex;
     }
     read("15 00000003 0001 00");

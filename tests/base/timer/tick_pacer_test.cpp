@@ -22,20 +22,11 @@ struct Pacer : testing::Test {
 TEST_F(Pacer, KeepsUpWithTheClockForDays) {
     std::mt19937 random(1);
     for (int turn = 0; turn < 20000000; ++turn) {
-        sleep(10 + (random() % 4 == 0) + (random() % 1000 == 0 ? random() % 300 : 0));
+        sleep(10 + (random() % 4 == 0) + (random() % 1000 == 0 ? random() % 300 : 0) +
+              (random() % 1000000 == 0 ? 3600000 : 0));
         const bool looked = (turn + 1) % Tq4_tick_pacer::ticks_a_look == 0;
         ASSERT_TRUE(!looked || (behind() <= 5 && behind() > -10)) << turn;
     }
-}
-
-TEST_F(Pacer, MakesUpForAStallAtOnceAndForNothingElse) {
-    for (int turn = 0; turn < 1000; ++turn) EXPECT_EQ(sleep(10), 0);
-    long missed = sleep(1004);
-    for (int turn = 0; turn < 16; ++turn) missed += sleep(10);
-    EXPECT_EQ(missed, 99);
-    missed = sleep(3600000);
-    for (int turn = 0; turn < 16; ++turn) missed += sleep(10);
-    EXPECT_EQ(missed, 359999);
 }
 
 TEST_F(Pacer, WaitsForTheClockAfterSleepsThatWereTooShort) {

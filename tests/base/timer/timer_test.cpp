@@ -1,23 +1,14 @@
 // What the timer service promises its callers: firings on one thread, data freed once however a timer ends, and
 // starting, stopping and deleting at any moment, from anywhere. When timers fire is the wheel's (wheel_test).
-#include <mutex>
-
+#include "support/heard.hpp"
 #include "support/killed.hpp"
 
 namespace {
 
-std::mutex log_lock;
-Texts logged, threads;
-
-void note(Texts &texts, const std::string &line) {
-    const std::lock_guard guard(log_lock);
-    texts.push_back(line);
-}
-
 // Of what threads print when they begin and end.
 long lines_with(const char *text) {
-    const std::lock_guard guard(log_lock);
-    return std::count_if(threads.begin(), threads.end(),
+    const std::lock_guard guard(Heard::lock);
+    return std::count_if(Heard::printed.begin(), Heard::printed.end(),
                          [&](const std::string &line) { return line.find(text) != std::string::npos; });
 }
 
@@ -25,7 +16,7 @@ template <class Condition> void await(Condition holds) {
     while (!holds()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-struct Timer : testing::Test {
+struct Timer : testing::Test, Heard {
     using Firing = std::function<void(Tq4_timer_callback *)>;
     struct Data {
         Timer *test;
@@ -35,20 +26,10 @@ struct Timer : testing::Test {
     Tq4_timer t = owner.get();
     std::atomic<int> fired = 0, given = 0, freed = 0;
 
-    Timer() {
-        logged.clear();
-        threads.clear();
-        Tq4_debug_api->SetLog([](int level, const char *format, va_list args) {
-            if (level == -1) note(logged, formatted(format, args));
-        });
-        Tq4_debug_api->SetPrint([](int, const char *format, va_list args) { note(threads, formatted(format, args)); });
-    }
     ~Timer() override {
         owner.reset();
         EXPECT_EQ(given, freed);
         await([] { return lines_with("] begin") == lines_with("] end"); }); // also of what was stopped in a callback
-        Tq4_debug_api->SetLog(nullptr);
-        Tq4_debug_api->SetPrint(nullptr);
     }
     int start() { return (*t)->Start(t, "test"); }
     int stop() { return (*t)->Stop(t); }
@@ -141,13 +122,16 @@ TEST_F(Timer, ResetsWatchesAndClearsByIdAndTellsOfUnknownOnes) {
     await([&] { return freed == 2; });
     EXPECT_TRUE(logged.empty());
 
+    const Tq4_timer_ &f = **t;
+    EXPECT_TRUE(!f.Start(nullptr, "") && !f.Stop(nullptr) && !f.SetTimer0(nullptr, 10, fire) &&
+                !f.ClearTimer(nullptr, &id) && !f.ResetTimer(nullptr, &id, 10) && !f.StopWatch(nullptr, &id, 1));
     const Tq4_id foreign{0x12, 0xABCDEF01};
     EXPECT_TRUE((*t)->ClearTimer(t, &foreign) == 1 && (*t)->ResetTimer(t, &foreign, 10) == 0 &&
                 (*t)->StopWatch(t, &foreign, 1) == 0 && (*t)->ResetTimer(t, nullptr, 10) == 0);
-    EXPECT_EQ(logged, (Texts{"ClearTimer Error: [0x00000012:0xabcdef01] not found",
-                             "!!ResetTimer Error: [0x00000012:0xabcdef01] not found",
-                             "!!StopWatch Error: [0x00000012:0xabcdef01] not found",
-                             "!!ResetTimer Error: [0x00000000:0x00000000] not found"}));
+    EXPECT_EQ(logged, (Texts{"-1 ClearTimer Error: [0x00000012:0xabcdef01] not found",
+                             "-1 !!ResetTimer Error: [0x00000012:0xabcdef01] not found",
+                             "-1 !!StopWatch Error: [0x00000012:0xabcdef01] not found",
+                             "-1 !!ResetTimer Error: [0x00000000:0x00000000] not found"}));
 }
 
 TEST_F(Timer, InACallbackRequestsTakeEffectAtOnce) {
@@ -189,7 +173,7 @@ TEST_F(Timer, WaitsForTheFirstStartAndRefusesAfterAStop) {
 TEST_F(Timer, MayBeStoppedBeforeItsTicksBegin) {
     Tq4_debug_api->SetPrint([](int, const char *format, va_list args) {
         const std::string line = formatted(format, args);
-        note(threads, line);
+        note(printed, line);
         if (line.find("TickThread(test)] begin") == std::string::npos) return;
         await([] { return lines_with("_handler] end") == 1; });
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -303,31 +287,12 @@ TEST_F(Timer, StopsUnderFullLoadFromManyThreadsWithoutLosingData) {
     }
 }
 
-TEST_F(Timer, IsOneOfAKindAndTakesNullHandles) {
-    const Tq4_own<Tq4_timer> fresh(static_cast<Tq4_timer>(Tq4_timer_oitf->Dup(t)));
-    Tq4_timer_oitf->Copy(t, fresh.get());
-    EXPECT_TRUE(Tq4_object_Equal(t, t) && !Tq4_object_Equal(t, fresh.get()) && (*fresh)->Stop(fresh.get()) == 1);
-    const Tq4_timer_ &f = **t;
-    Tq4_id id{1, 1};
-    EXPECT_TRUE(!f.Start(nullptr, "") && !f.Stop(nullptr) && !f.SetTimer0(nullptr, 10, fire) &&
-                !f.ClearTimer(nullptr, &id) && !f.ResetTimer(nullptr, &id, 10) && !f.StopWatch(nullptr, &id, 1));
-}
-
 TEST_F(Timer, CallbackDataOwnsItsTable) {
     Tq4_timer_callback_data *record = Create_Tq4_timer_callback_data();
     EXPECT_TRUE(record->id.h == 0 && record->id.l == 0 && !record->owner && !record->t);
     record->t = static_cast<Tq4_value_table>(Tq4_value_table_oitf->Create(nullptr));
     (*record->t)->SetSI(record->t, "tries", 3);
-    start();
-    static std::atomic<bool> seen;
-    seen = false;
-    (*t)->SetTimer(
-        t, 10,
-        [](Tq4_timer, Tq4_timer_callback *firing) {
-            seen = static_cast<Tq4_timer_callback_data *>(firing->userdata)->t != nullptr;
-        },
-        nullptr, record, Delete_Tq4_timer_callback_data);
-    await([&] { return seen.load(); });
+    Delete_Tq4_timer_callback_data(record);
     Delete_Tq4_timer_callback_data(Create_Tq4_timer_callback_data());
     Delete_Tq4_timer_callback_data(nullptr);
 }

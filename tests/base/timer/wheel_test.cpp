@@ -339,13 +339,4 @@ TEST_F(Wheel, AFreeFunctionMaySetAndClear) {
     EXPECT_TRUE(fired == 1 && freed == 3);
 }
 
-TEST_F(Wheel, RefusesWhatHasNoCallbackOrIsNotThere) {
-    Tq4_id id{7, 7};
-    EXPECT_FALSE(wheel.Set({10, 1, nullptr, nullptr, nullptr, free_data}, &id));
-    uint64_t ms = 5;
-    for (const Tq4_id *unknown : {static_cast<const Tq4_id *>(&id), static_cast<const Tq4_id *>(nullptr)})
-        EXPECT_TRUE(!wheel.Reset(unknown, 10) && !wheel.Clear(unknown) && !wheel.StopWatch(unknown, true, &ms));
-    EXPECT_TRUE(id.h == 7 && ms == 5 && wheel.m_totalSet + wheel.m_totalCancel == 0);
-}
-
 } // namespace
