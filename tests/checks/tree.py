@@ -2,7 +2,7 @@
 """tree.py: checks of the tree that no compiler makes. Each prints what is wrong and exits 1, or prints nothing.
 
 tree.py exports LIBRARY   the shared object, src/exports.map and the headers that tq4.h includes name the same symbols;
-                          the shared object has the name that programs were linked with, and can be loaded late;
+                          the shared object has the name that programs were linked with;
                           a header is included when the library exports all that it declares, and not before
 tree.py built DATABASE    a target builds every source file (DATABASE: compile_commands.json)
 tree.py floors            a file includes only from its own floor or from below (src/floors.txt)
@@ -47,13 +47,9 @@ def check_exports(library):
         absent = [where for where, symbols in names.items() if symbol not in symbols]
         if absent:
             yield f'{symbol} is not in {" nor in ".join(absent)}'
-    told = subprocess.run(['readelf', '-dlW', library], check=True, capture_output=True, text=True).stdout
-    if '[libTq4_c_objectD-1.0.so]' not in told:
+    dynamic = subprocess.run(['readelf', '-d', library], check=True, capture_output=True, text=True).stdout
+    if '[libTq4_c_objectD-1.0.so]' not in dynamic:
         yield 'programs that were linked look for libTq4_c_objectD-1.0.so, which is not the name in the shared object'
-    # A process that has begun has little static thread-local memory left, and others want some of it too.
-    size = re.search(r'^  TLS(?: +0x\w+){4} 0x(\w+)', told, re.M)
-    if size and int(size[1], 16) > 64:
-        yield f'{int(size[1], 16)} bytes of static thread-local memory: a program that loads the library late may not have them'
     for header in HEADERS:
         if header not in OFFERED and header != WHOLE and declared(header) <= exported:
             yield f'tq4.h does not include {header.name}, and the library exports all of it'
