@@ -121,7 +121,10 @@ bool Tq4_app_obj::ShowNext() {
     if (!m_charset_chosen && m_display.FromGb18030()) SetCharset(1); // the shell's own words, too
     const bool answered = DropPrompt(&shown);
     write_patiently(shown.data(), shown.size());
-    if (answered) MP_Events_Raise(MP_Event_answered);
+    if (answered) { // only now: the shell's own prompt comes behind the answer
+        m_awaits_prompt = false;
+        MP_Events_Raise(MP_Event_answered);
+    }
     return true;
 }
 
@@ -137,7 +140,7 @@ std::string Tq4_app_obj::Prompt() const {
 bool Tq4_app_obj::DropPrompt(std::string *shown) {
     if (m_prompts_due <= 0) return false;
     const std::string prompt = Prompt();
-    if (!shown->ends_with(prompt) || --m_prompts_due > 0 || !m_awaits_prompt.exchange(false)) return false;
+    if (!shown->ends_with(prompt) || --m_prompts_due > 0 || !m_awaits_prompt) return false;
     shown->resize(shown->size() - prompt.size());
     return true;
 }
