@@ -88,11 +88,12 @@ class Shell:
             self.said += self.decoder.decode(piece)
 
     def ask(self, command):
-        """The lines that answer a command."""
+        """The lines that answer a command, without what the service's threads say when they begin."""
         os.write(self.terminal, (command + '\n').encode())
         self.read(lambda: self.said.endswith(PROMPT))
         shown, self.said = self.said.replace(PROMPT, ''), ''
-        return [line for line in plain(shown).split('\n') if line and line != command]
+        lines = plain(shown).split('\n')
+        return [line for line in lines if line and line != command and not line.startswith('thead[')]
 
     def show(self, command):
         lines = self.ask(command)
