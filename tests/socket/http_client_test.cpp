@@ -278,7 +278,7 @@ TEST_F(HttpClient, EndsByItsOwnersWill) {
         for (const bool inside : {false, true}) {
             begin();
             server.answers([inside](int fd, int) { return !inside || put(fd, reply); });
-            then = [&](auto) { inside ? end() : void(); };
+            then = [&, end = end](auto) { inside ? end() : void(); };
             get();
             server.seen.next();
             if (!inside) end();
