@@ -63,15 +63,13 @@ public:
     void send(std::string_view text) const {
         if (write(m_out, text.data(), text.size()) < 0) return; // it has ended already
     }
-    // Whether so many prompts ("> ") have come.
-    bool expect_prompts(int count) const {
+    // Whether the prompt ("> ") has come.
+    bool expect_prompt() const {
         char bytes[4096], before = 0;
-        while (count > 0) {
-            const ssize_t size = read(m_in, bytes, sizeof bytes);
-            if (size <= 0) return false;
-            for (ssize_t i = 0; i < size; before = bytes[i++]) count -= before == '>' && bytes[i] == ' ';
-        }
-        return true;
+        for (ssize_t size; (size = read(m_in, bytes, sizeof bytes)) > 0;)
+            for (ssize_t i = 0; i < size; before = bytes[i++])
+                if (before == '>' && bytes[i] == ' ') return true;
+        return false;
     }
 
 private:
@@ -79,10 +77,10 @@ private:
     int m_in = -1, m_out = -1; // owned; the same on a terminal
 };
 
-void to_prompts(benchmark::State &state, const Home &home, const char *option, bool on_terminal, int prompts) {
+void to_prompt(benchmark::State &state, const Home &home, const char *option, bool on_terminal) {
     for (auto _ : state) {
         std::optional<Process> process(std::in_place, home.program, option, on_terminal);
-        if (!process->expect_prompts(prompts)) state.SkipWithError("no prompt");
+        if (!process->expect_prompt()) state.SkipWithError("no prompt");
         state.PauseTiming();
         process.reset();
         state.ResumeTiming();
@@ -91,14 +89,14 @@ void to_prompts(benchmark::State &state, const Home &home, const char *option, b
 
 void start_to_prompt(benchmark::State &state, const char *option, bool on_terminal) {
     const Home home;
-    to_prompts(state, home, option, on_terminal, 1);
+    to_prompt(state, home, option, on_terminal);
 }
 
-// The shell's own prompt, and the daemon's.
+// The shell asks when the daemon has welcomed it.
 void attach_to_prompt(benchmark::State &state, bool on_terminal) {
     const Home home;
     if (std::system((home.program + " -start").c_str()) != 0) state.SkipWithError("no daemon");
-    to_prompts(state, home, nullptr, on_terminal, 2);
+    to_prompt(state, home, nullptr, on_terminal);
     if (std::system((home.program + " -stop >/dev/null").c_str()) == -1) state.SkipWithError("no end");
 }
 
