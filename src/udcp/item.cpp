@@ -31,6 +31,7 @@ Tq4_udcp_item::Tq4_udcp_item(Tq4_udcp_engine &engine) : m_engine(engine) {
 
 void Tq4_udcp_item::Clear() {
     TQ4_CHECK(m_events == 0 && !m_working.linked() && !m_half_open.linked());
+    ClearQueue();
     ClearConnection();
     Tq4_fsm_item_oitf->Reset(m_fsm.get());
     m_exited = false;
@@ -48,11 +49,14 @@ void Tq4_udcp_item::Clear() {
     m_timestamp = 0;
 }
 
-void Tq4_udcp_item::ClearConnection() {
+void Tq4_udcp_item::ClearQueue() {
     for (Tq4_udcp_SendItem &message : m_sendq) m_engine.m_strings.Free(message.data);
     m_sendq = {};
     m_waiting = 0;
     m_full_notify = m_renewing = false;
+}
+
+void Tq4_udcp_item::ClearConnection() {
     m_send.reset();
     m_recv.reset();
     m_engine.m_strings.Free(m_fragment);

@@ -135,7 +135,9 @@ struct Tq4_udcp_item {
 
     // As if it had just been made.
     void Clear();
-    // For another connection of the same two sides: windows, queue, counters and all that the peer had told.
+    // What waits will not be sent.
+    void ClearQueue();
+    // For another connection of the same two sides: windows, counters and all that the peer had told.
     void ClearConnection();
     bool stands() const { return m_recv != nullptr; }
     bool asked_to_close() const { return m_cbdata.master & 0x80; }

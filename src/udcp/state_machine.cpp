@@ -115,9 +115,11 @@ void Tq4_udcp_item_syn_ok_slave(Tq4_udcp_item &item) {
     Tq4_udcp_item_syn_ok(item);
 }
 
+// What was to be sent is lost with the connection. What the application sends once it knows is for the next one.
 int lost(Tq4_udcp_item &item) {
     Tq4_udcp_engine &obj = item.m_engine;
     obj.Rest(item);
+    item.ClearQueue();
     item.m_recv.reset();
     obj.m_strings.Free(item.m_fragment);
     item.m_fragment = nullptr;

@@ -282,7 +282,7 @@ inline void Simulator::each_link(const std::function<void(Link &)> &change) {
 inline bool Simulator::run_until(Microseconds when) {
     bool any = false;
     while (!m_events.empty() && m_events.top().when <= when) {
-        const std::function<void()> what = m_events.top().what;
+        const std::function<void()> what = std::move(const_cast<Event &>(m_events.top()).what); // it goes at once
         m_now = m_events.top().when;
         m_events.pop();
         what();
