@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "../tests/udcp/simulator.hpp"
+#include "tq4/debug.h"
 
 namespace {
 

@@ -58,6 +58,7 @@ void Tq4_udcp_item::ClearQueue() {
 
 void Tq4_udcp_item::ClearConnection() {
     m_send.reset();
+    m_next_due = UINT64_MAX;
     m_recv.reset();
     m_engine.m_strings.Free(m_fragment);
     m_fragment = nullptr;

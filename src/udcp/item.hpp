@@ -106,7 +106,8 @@ struct Tq4_udcp_item {
     bool m_renewing;         // a Timestamp waits
     Tq4_own<Tq4_reorder> m_send;
     uint32_t m_first_seq;
-    uint32_t m_asked; // lists of missing numbers that have come
+    uint64_t m_next_due; // nothing in the send window is late before
+    uint32_t m_asked;    // lists of missing numbers that have come
 
     Tq4_own<Tq4_reorder> m_recv;
     uint32_t m_expect_seq;  // the first number expected; then what a DataAck2 has said: 0

@@ -96,6 +96,10 @@ Tq4_upp_command command_of(const Tq4_udcp_SendItem &message) {
                                                                : Tq4_upp_command::FragmentEnd;
 }
 
+uint64_t due(const Tq4_udcp_item &item, const Tq4_ups_data &packet) {
+    return packet.ts + packet.try_index * item.m_scheme->timer->_rsend_ms;
+}
+
 // The first piece that waits becomes a packet of the window, which has room.
 void enter_window(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Departure &departure) {
     Tq4_udcp_SendItem &message = item.m_sendq.front();
@@ -110,6 +114,7 @@ void enter_window(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Departure &departur
     auto *packet = new Tq4_ups_data{obj.m_strings, piece, obj.m_clock, 1, item.m_asked};
     [[maybe_unused]] const int entered = (*item.m_send)->SafeWait(item.m_send.get(), &seq, packet);
     TQ4_CHECK(entered);
+    item.m_next_due = std::min(item.m_next_due, due(item, *packet));
     message.offset += Tq4_upp_most_payload;
     --item.m_waiting;
     if (message.offset >= message.len) {
@@ -154,12 +159,18 @@ struct Resending {
 };
 
 int resend_if_due(unsigned seq, void *data, void *context) {
-    auto &resending = *static_cast<Resending *>(context);
+    auto &[obj, item, left] = *static_cast<Resending *>(context);
     auto &packet = *static_cast<Tq4_ups_data *>(data);
-    const uint64_t patience = packet.try_index * resending.item.m_scheme->timer->_rsend_ms;
-    if (resending.obj.m_clock - packet.ts < patience) return 0;
-    send_again(resending.obj, resending.item, seq, packet);
-    return --resending.left == 0;
+    if (due(item, packet) <= obj.m_clock) {
+        if (left == 0) { // the next tick's
+            item.m_next_due = obj.m_clock;
+            return 1;
+        }
+        --left;
+        send_again(obj, item, seq, packet);
+    }
+    item.m_next_due = std::min(item.m_next_due, due(item, packet));
+    return 0;
 }
 
 } // namespace
@@ -231,6 +242,8 @@ void Tq4_upi_OnNok(Tq4_udcp_engine &obj, Tq4_udcp_item &item, const Tq4_upp_Pack
 }
 
 void Tq4_udcp_resenddata(Tq4_udcp_engine &obj, Tq4_udcp_item &item) {
+    if (obj.m_clock < item.m_next_due) return;
+    item.m_next_due = UINT64_MAX;
     Resending resending{obj, item, Tq4_udcp_resends_a_tick};
     (*item.m_send)->each_nok(item.m_send.get(), resend_if_due, &resending);
 }

@@ -14,8 +14,8 @@ public:
         const unsigned servers = 1 + pick(2), clients = 2 + pick(4);
         for (unsigned i = 0; i < servers + clients; ++i)
             m_simulator.add_host(m_shadow, {.scheme = pick(3), .order = static_cast<uint8_t>(1 + pick(2))});
-        m_busy = seed % 8 == 0; // some runs carry much, the others last long
-        m_length = m_busy ? 30 * second : 45 * minute;
+        m_busy = seed % 9 == 0; // some runs carry much, the others last long
+        m_length = m_busy ? 30 * second : 50 * minute;
         const double loss = seed % 11 * 0.05;
         m_simulator.each_link([&](Link &link) { trouble(link, loss); });
         for (unsigned i = servers; i < servers + clients; ++i)
@@ -38,6 +38,7 @@ public:
             if (engine.connections() || engine.m_half_open.m_count || engine.m_working.m_count ||
                 engine.m_exit_flag != 2)
                 m_shadow.faults.push_back("host " + std::to_string(i) + " has not come to an end");
+            if (m_simulator.host(i).stopped_in_vain) m_shadow.faults.push_back("a timer was stopped that had ended");
         }
     }
     const Shadow &shadow() const { return m_shadow; }

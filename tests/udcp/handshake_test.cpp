@@ -14,6 +14,7 @@ TEST_F(UdcpHandshake, OpensWithThreePacketsAndIsSilentThen) {
     EXPECT_EQ(wire, (Texts{"0:Sync", "1:SynAck", "0:SynAck2"}));
     EXPECT_EQ(at_client.take(), Texts{"ok"});
     EXPECT_EQ(at_server.take(), Texts{"ok"});
+    EXPECT_EQ((*server.engine().m_addresses)->Count(server.engine().m_addresses.get()), 0) << "only who is half open";
     take_wire();
     simulator.run_for(40 * second);
     EXPECT_EQ(count("0:Active") + count("1:Active"), static_cast<long>(wire.size()))
@@ -80,6 +81,7 @@ TEST_F(UdcpHandshake, IsTriedSixteenTimesAndThenAgainAsTheApplicationSays) {
     simulator.run_for(30 * second);
     EXPECT_EQ(at_client.take(), Texts{"failed"});
     EXPECT_TRUE(gone(client, id));
+    EXPECT_EQ(client.stopped_in_vain, 0u);
 }
 
 // From 200 ms: 200, 400, 800, and 1600 from then on; from 500 ms: 500, 500, 1000, 1500, ...
@@ -213,11 +215,80 @@ TEST_F(UdcpHandshake, FirstSyncThatComesTwiceMakesOneConnectionInTheEnd) {
     EXPECT_EQ(at_client.take(), Texts{"ok"});
     EXPECT_EQ(at_server.take(), Texts{"ok"});
     EXPECT_EQ(server.engine().connections(), 2u) << "the other one waits for its confirmation";
+    std::string repeated = datagrams[0];
+    repeated[9] = 1;
+    server.receive(client.key(), repeated);
+    EXPECT_EQ(server.engine().connections(), 2u) << "and is found, though the first one has left the table";
     client.send(id, "to the right one");
     simulator.run_for(30 * second);
     EXPECT_EQ(at_server.take(), Texts{"to the right one"});
     EXPECT_EQ(server.engine().connections(), 1u);
     EXPECT_EQ((*server.engine().m_addresses)->Count(server.engine().m_addresses.get()), 0);
+}
+
+TEST_F(UdcpHandshake, TimeOfALaterSynAckIsCountedFromItsBase) {
+    int lost = 0;
+    lose = [&](const std::string &name) { return name == "1:SynAck" && lost++ == 0; };
+    id = client.connect(server);
+    simulator.run_for(1 * second);
+    const auto answer = std::find(wire.begin() + 2, wire.end(), "1:SynAck") - wire.begin();
+    const Tq4_upp_Packet &packet = packets[static_cast<std::size_t>(answer)];
+    EXPECT_GE(packet.delta, 190u);
+    EXPECT_EQ(item(client, id).m_timestamp_r.peer, packet.time + packet.delta);
+}
+
+// What waited for a connection that is lost is lost with it; what comes after the application knows is for the next.
+TEST_F(UdcpHandshake, NextConnectionBeginsWithNothingOfTheOneBefore) {
+    at_client.again = 1000;
+    connect();
+    server.send(server_id(), "counted");
+    simulator.run_for(6 * ms);
+    simulator.each_link([](Link &link) { link.cut = true; });
+    for (int i = 0; i < 1000; ++i) client.send(id, "lost");
+    client.send(id, std::string(5000, 'f'));
+    while (!client.engine().In(item(client, id), "reconnect?")) simulator.run_for(10 * ms);
+    const Tq4_udcp_item &waiting = item(client, id);
+    EXPECT_EQ(waiting.m_rid.l, 0u);
+    EXPECT_TRUE(!waiting.m_send && !waiting.m_recv && waiting.m_sendq.empty() && !waiting.m_fragment);
+    EXPECT_EQ(waiting.m_unack_count + waiting.m_unnok_count + waiting.m_repeat, 0);
+    EXPECT_TRUE(waiting.m_confirmed);
+    client.send(id, "for the next one");
+    simulator.each_link([](Link &link) { link.cut = false; });
+    at_server.take();
+    simulator.run_for(15 * second);
+    Texts seen = at_server.take();
+    std::erase(seen, "disconnect");
+    EXPECT_EQ(seen, (Texts{"ok", "for the next one"}));
+}
+
+TEST_F(UdcpHandshake, MessagesWaitThroughAttemptsThatFail) {
+    at_client.again = 200;
+    simulator.each_link([](Link &link) { link.cut = true; });
+    id = client.connect(server);
+    client.send(id, "patient");
+    simulator.run_for(30 * second);
+    ASSERT_EQ(at_client.take(), Texts{"failed"});
+    simulator.each_link([](Link &link) { link.cut = false; });
+    simulator.run_for(30 * second);
+    EXPECT_EQ(at_server.take(), (Texts{"ok", "patient"}));
+}
+
+// A peer may have moved in the meantime; the next attempt goes where the application said.
+TEST_F(UdcpHandshake, NextAttemptGoesWhereTheApplicationSaid) {
+    at_client.again = 300;
+    connect();
+    const std::string home = server.address();
+    server.move("192.168.1.1", 5);
+    server.send(server_id(), "from abroad");
+    simulator.run_for(50 * ms);
+    ASSERT_EQ(item(client, id).m_cbdata.port, 5);
+    server.move(home, 4000);
+    simulator.each_link([](Link &link) { link.cut = true; });
+    simulator.run_for(14 * second);
+    EXPECT_EQ(at_client.take(), (Texts{"from abroad", "disconnect"}));
+    simulator.each_link([](Link &link) { link.cut = false; });
+    simulator.run_for(10 * second);
+    EXPECT_EQ(at_client.take(), Texts{"ok"});
 }
 
 TEST_F(UdcpHandshake, ConnectionTakesTheHigherTuningOfTheTwo) {
@@ -274,6 +345,7 @@ void live_and_die(const std::set<unsigned long> &lost, unsigned long &datagrams)
     EXPECT_EQ(at_client.take(), (Texts{"ok", "answer!", "disconnect"}));
     EXPECT_EQ(at_server.take(), (Texts{"ok", "question", "disconnect"}));
     EXPECT_EQ(client.engine().connections() + server.engine().connections(), 0u);
+    EXPECT_EQ(client.stopped_in_vain + server.stopped_in_vain, 0u);
     datagrams = simulator.datagrams();
 }
 

@@ -5,6 +5,7 @@
 // a host suffers besides (a clock that is set, an address that changes, a pause) are calls.
 #pragma once
 
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <map>
@@ -17,7 +18,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
-#include "support/test.hpp"
 #include "udcp/engine.hpp"
 
 using Microseconds = uint64_t;
@@ -133,8 +133,9 @@ public:
     const std::string &address() const { return m_address; }
     int port() const { return m_port; }
     unsigned number() const { return m_number; }
-    Texts logged; // kept when keep_log is set
+    std::vector<std::string> logged; // kept when keep_log is set
     bool keep_log = false;
+    unsigned long stopped_in_vain = 0; // timers that had ended already
 
     // What happens to a host.
     void move(const std::string &address, int port) {
@@ -230,11 +231,13 @@ private:
             return of(c).m_simulator.transmit(of(c), to, bytes);
         };
         made.start_timer = [](void *c, const Tq4_udcp_timer &timer, Tq4_id *id) { of(c).start(timer, id); };
-        made.stop_timer = [](void *c, const Tq4_id *id) { of(c).m_timers.erase(id->l); };
+        made.stop_timer = [](void *c, const Tq4_id *id) { of(c).stopped_in_vain += !of(c).m_timers.erase(id->l); };
         made.secret = [](void *c) { return of(c).m_simulator.random(); };
         made.random = [](void *c) { return of(c).m_simulator.random() >> 1; };
         made.log = [](void *c, const char *format, va_list args) {
-            if (of(c).keep_log) of(c).logged.push_back(formatted(format, args));
+            char line[256];
+            std::vsnprintf(line, sizeof line, format, args);
+            if (of(c).keep_log) of(c).logged.emplace_back(line);
         };
         made.deliver = {
             .OnConnectOk = [](Tq4_udcp_info *i) { of(i).noted('k').m_application.on_ok(of(i), *i); },

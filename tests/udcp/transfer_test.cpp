@@ -132,6 +132,49 @@ TEST_F(UdcpTransfer, TickSendsFourPacketsAgainAndNotMore) {
     for (const auto &[when, sent] : at) EXPECT_LE(sent, 4) << when;
 }
 
+TEST_F(UdcpTransfer, AcknowledgementSendsWhatIsLateAtOnce) {
+    lose = [](const std::string &name) { return name == "0:Data"; };
+    client.send(id, "lost");
+    const uint32_t first = packets.back().seq;
+    client.pause(100 * ms); // no tick comes
+    simulator.run_for(90 * ms);
+    client.engine().ReadClock();
+    take_wire();
+    Tq4_upi_OnAck(client.engine(), item(client, id), first - 1);
+    EXPECT_EQ(wire, (Texts{"0:DataAck2", "0:Data"}));
+}
+
+TEST_F(UdcpTransfer, MuchIsAcknowledgedBeforeTheNextTick) {
+    for (int i = 0; i < 127; ++i) client.send(id, "m");
+    simulator.run_for(6 * ms);
+    EXPECT_EQ(count("1:DataAck"), 0);
+    client.send(id, "m");
+    simulator.run_for(6 * ms);
+    EXPECT_EQ(count("1:DataAck"), 1);
+}
+
+TEST_F(UdcpTransfer, ListOfMissingPacketsHasAnEnd) {
+    int number = 0;
+    lose = [&](const std::string &name) { return name == "0:Data" && number++ < 300; };
+    for (int i = 0; i < 310; ++i) client.send(id, "m");
+    simulator.run_for(40 * ms);
+    const auto nok = std::find(wire.begin(), wire.end(), "1:DataNok") - wire.begin();
+    ASSERT_LT(static_cast<std::size_t>(nok), wire.size());
+    EXPECT_EQ(datagrams[static_cast<std::size_t>(nok)].size(), 128u * 4 + 30);
+    simulator.run_for(3 * second);
+    EXPECT_EQ(at_server.seen.size(), 310u);
+}
+
+TEST_F(UdcpTransfer, ClockThatIsSetBackChangesNothing) {
+    lose = [](const std::string &name) { return name == "1:DataAck"; };
+    client.send(id, "once");
+    client.step_clock(-3600000);
+    simulator.run_for(50 * ms);
+    EXPECT_EQ(count("0:Data"), 1);
+    simulator.run_for(50 * ms);
+    EXPECT_EQ(count("0:Data"), 2);
+}
+
 TEST_F(UdcpTransfer, MissingPacketsAreAskedForAndSentAtOnce) {
     int number = 0;
     lose = [&](const std::string &name) {
