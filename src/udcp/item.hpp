@@ -86,48 +86,53 @@ struct Tq4_udcp_item {
 
     Tq4_udcp_engine &m_engine;
     Tq4_own<Tq4_fsm_item> m_fsm = Tq4_make<Tq4_fsm_item>(Tq4_fsm_item_oitf);
-    int m_events = 0;      // events being handled, one in another
-    bool m_exited = false; // in the last state: goes back to the pool when they are over
     Tq4_udcp_info m_cbdata;
 
+    // Who is who.
     Tq4_id m_id;  // our own, which the pool gave
     Tq4_id m_rid; // the peer's; zeros until it is known
     Codes m_auth;
     Tq4_own<Tq4_sockaddr> m_peer = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
     Tq4_own<Tq4_sockaddr> m_dialed; // where the application says the peer is; null on the slave
-    std::string m_addr;             // the same as it was said
-    int m_port;
-    std::string m_key; // in the address table; empty when it is not there
+    std::string m_addr;             // the same as it was said, with m_port
+    std::string m_key;              // in the address table; empty when it is not there
     const Tq4_udcp_scheme *m_scheme;
 
+    // Sending.
     std::deque<Tq4_udcp_SendItem> m_sendq;
     unsigned long m_waiting; // pieces of what is in it
-    bool m_full_notify;      // the application was told that many wait
-    bool m_renewing;         // a Timestamp waits
     Tq4_own<Tq4_reorder> m_send;
-    uint32_t m_first_seq;
     uint64_t m_next_due; // nothing in the send window is late before
-    uint32_t m_asked;    // lists of missing numbers that have come
+    uint32_t m_first_seq;
+    uint32_t m_asked; // lists of missing numbers that have come
 
+    // Receiving.
     Tq4_own<Tq4_reorder> m_recv;
-    uint32_t m_expect_seq;  // the first number expected; then what a DataAck2 has said: 0
-    bool m_confirmed;       // the peer knows what we have received
-    Tq4_string m_fragment;  // owned; null when no message is being put together
-    uint16_t m_unack_count; // packets that came since we last acknowledged
-    uint16_t m_unnok_count; // packets that came behind a gap since we last told of gaps
+    Tq4_string m_fragment; // owned; null when no message is being put together
 
+    // Time.
     Tq4_id m_t_timer;          // of the handshakes, and the one before a new attempt; zeros for none
     unsigned long m_t_firings; // how often it will fire
     Tq4_id m_a_timer;          // of the looks at its life
     Link m_working{this};      // has work at the next tick
     Link m_half_open{this};    // begun by a stranger, not confirmed
-    int16_t m_send_active;
-    int16_t m_recv_active;
-    long m_reconnect_ms; // what the application said about a new attempt; negative for none
-    long m_resyn_ms;     // what is being waited for now; negative for nothing
-    uint64_t m_timestamp;
+    long m_reconnect_ms;       // what the application said about a new attempt; negative for none
+    long m_resyn_ms;           // what is being waited for now; negative for nothing
+    uint64_t m_timestamp;      // our time base
     Sync m_timestamp_r;
-    uint16_t m_repeat; // attempts of this handshake
+
+    uint32_t m_expect_seq; // the first number expected; then what a DataAck2 has said: 0
+    int m_port;
+    int m_events = 0;       // events being handled, one in another
+    uint16_t m_unack_count; // packets that came since we last acknowledged
+    uint16_t m_unnok_count; // packets that came behind a gap since we last told of gaps
+    uint16_t m_repeat;      // attempts of this handshake
+    int16_t m_send_active;  // looks at its life until we must speak
+    int16_t m_recv_active;  // looks at its life that may still find silence
+    bool m_exited = false;  // in the last state: goes back to the pool when all events are over
+    bool m_full_notify;     // the application was told that many wait
+    bool m_renewing;        // a Timestamp waits
+    bool m_confirmed;       // the peer knows what we have received
 
     explicit Tq4_udcp_item(Tq4_udcp_engine &engine);
     ~Tq4_udcp_item() { Clear(); }
