@@ -24,6 +24,7 @@
 #ifndef TQ4_UDCP_H
 #define TQ4_UDCP_H
 
+#include "tq4/cxx_support.h"
 #include "tq4/object.h"
 #include "tq4/string.h"
 
@@ -79,10 +80,6 @@ typedef struct Tq4_udcp_callback {
     void (*OnSendError)(Tq4_udcp_info *info, Tq4_udcp_data *data);
 } Tq4_udcp_callback;
 
-/* Makes an empty string; frees one. */
-typedef Tq4_string (*Tq4_udcp_new_string)(void);
-typedef void (*Tq4_udcp_del_string)(Tq4_string string);
-
 struct Tq4_udcp_ {
     /* Binds the module object to a socket service (borrowed, and started by its owner) and sets the tuning: 0 for fast
      * networks, 1 for many connections, 2 for slow ones; others count as 2. A connection takes the higher one of its
@@ -112,8 +109,8 @@ struct Tq4_udcp_ {
      * thread, and for an address that cannot be found. */
     int (*ChangeDestAddr)(Tq4_udcp u, const Tq4_id *id, const char *addr, int port);
     /* Replace how strings are made and freed; null: as cxx_support.h has it. To be set before Start. */
-    void (*SetNewString)(Tq4_udcp u, Tq4_udcp_new_string make);
-    void (*SetDelString)(Tq4_udcp u, Tq4_udcp_del_string free_string);
+    void (*SetNewString)(Tq4_udcp u, Tq4_new_hook make);
+    void (*SetDelString)(Tq4_udcp u, Tq4_delete_hook free_string);
 };
 
 extern TQ4_API const Tq4_object_itf *const Tq4_udcp_oitf;

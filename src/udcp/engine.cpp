@@ -18,20 +18,20 @@ Tq4_own<Tq4_pool> make_pool(const Tq4_udcp_world &world) {
     return Tq4_make<Tq4_pool>(Tq4_pool_oitf, &params);
 }
 
-Tq4_udcp_strings or_default(Tq4_udcp_strings strings) {
-    if (!strings.make) strings.make = [] { return static_cast<Tq4_string>(Tq4_cxx_support->new_string()); };
-    if (!strings.free) strings.free = [](Tq4_string string) { Tq4_cxx_support->delete_obj(string); };
-    return strings;
-}
-
 bool none(const Tq4_id &id) { return id.h == 0 && id.l == 0; }
 
 } // namespace
 
+Tq4_udcp_strings Tq4_udcp_or_default(Tq4_udcp_strings strings) {
+    if (!strings.make) strings.make = Tq4_cxx_support->new_string;
+    if (!strings.free) strings.free = Tq4_cxx_support->delete_obj;
+    return strings;
+}
+
 Tq4_udcp_engine::Tq4_udcp_engine(const Tq4_udcp_world &world, const Tq4_udcp_settings &settings)
     : m_world(world), m_scheme(Tq4_udcp_scheme_of(settings.scheme)), m_order(settings.order),
-      m_strings(or_default(settings.strings)), m_items(make_pool(world)), m_fsm(Tq4_make<Tq4_fsm>(Tq4_fsm_oitf)),
-      m_scratch(m_strings.Make()) {
+      m_strings(Tq4_udcp_or_default(settings.strings)), m_items(make_pool(world)),
+      m_fsm(Tq4_make<Tq4_fsm>(Tq4_fsm_oitf)), m_scratch(m_strings.Make()) {
     if (settings.listens) m_addresses = Tq4_make<Tq4_strmap>(Tq4_strmap_oitf);
     [[maybe_unused]] const int faults = Tq4_udcp_InitFSM(m_fsm.get());
     TQ4_CHECK(faults == 0);

@@ -22,14 +22,17 @@ struct Tq4_udcp_engine;
 
 // How strings are made and freed. Everything that holds one refers to it.
 struct Tq4_udcp_strings {
-    Tq4_udcp_new_string make;
-    Tq4_udcp_del_string free;
+    Tq4_new_hook make;
+    Tq4_delete_hook free;
 
-    Tq4_string Make() const { return make(); }
+    Tq4_string Make() const { return static_cast<Tq4_string>(make()); }
     void Free(Tq4_string string) const {
         if (string) free(string);
     }
 };
+
+// Nulls replaced by what cxx_support.h has.
+Tq4_udcp_strings Tq4_udcp_or_default(Tq4_udcp_strings strings);
 
 // A message that waits for the window. It leaves it in pieces, and each is counted as waiting.
 struct Tq4_udcp_SendItem {

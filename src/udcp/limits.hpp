@@ -26,3 +26,8 @@ inline constexpr uint64_t Tq4_udcp_time_base_lasts = 3600000;
 inline constexpr long Tq4_udcp_least_reconnect_ms = 200;
 // Looks at a connection's life that may pass in silence.
 inline constexpr int16_t Tq4_udcp_lives = 4;
+// Datagrams that wait for the loop, whatever they are; and caches that are kept for the next ones.
+inline constexpr unsigned Tq4_udcp_most_frames = 65536;
+inline constexpr unsigned Tq4_udcp_most_spare_caches = 1024;
+// Milliseconds that connections have to run down.
+inline constexpr unsigned long Tq4_udcp_exit_ms = 5000;
