@@ -26,15 +26,13 @@
 
 #include "tq4/cxx_support.h"
 #include "tq4/object.h"
+#include "tq4/socket.h"
 #include "tq4/string.h"
 
 TQ4_BEGIN_DECLS
 
 typedef struct Tq4_udcp_ Tq4_udcp_;
 typedef const Tq4_udcp_ **Tq4_udcp; /* handle */
-
-typedef struct Tq4_socket_ Tq4_socket_;
-typedef const Tq4_socket_ **Tq4_socket; /* handle: the socket service */
 
 #define TQ4_UDCP_MOST_MESSAGE 33554432ul /* bytes of a message, at most */
 #define TQ4_UDCP_MOST_POST 1442ul        /* bytes of a post, at most */

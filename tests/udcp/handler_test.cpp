@@ -105,9 +105,7 @@ TEST_F(UdcpHandler, CallbacksMayConnectAndSendAndNotStop) {
     Tq4_id second_id{};
     a.when_it_stands = [&](Side &side) {
         side.handler->Stop();
-        if (second_id.l == 0) {
-            EXPECT_EQ(side.connect(second_id), 1);
-        }
+        if (second_id.l == 0) { EXPECT_EQ(side.connect(second_id), 1); }
         side.handler->Send(&side.last, Side::string_of("0"), false);
     };
     start();
