@@ -18,9 +18,14 @@
  * Object-level: Create takes a Tq4_udcp_callback (copied) or null for none. Delete and Reset stop first. Copy does
  * nothing, a module object equals only itself, Dup gives a fresh one with the same callbacks.
  *
+ * Addresses. Connect and ChangeDestAddr take the first address of a host that the socket can reach: on a socket of
+ * IPv4, the default, only those of IPv4; on one of IPv6 ("::" for any) those of both. Ports are 1 to 65535.
+ *
  * Threads: every operation may be called from any thread, but Init, Start, Stop and Delete from one at a time. All
  * callbacks run on the module's own thread, "Tq4_udcp_handler", one at a time; a callback that takes long delays all
- * connections. Callbacks may call every operation but Stop. Null handles give 0. */
+ * connections. Callbacks may call every operation; Stop, Reset and Delete do nothing there. A callback that has not
+ * returned 7 seconds after Stop began is killed, and then peers that were not told yet learn nothing of the end. A
+ * callback must not throw. Null handles and null ids give 0. */
 #ifndef TQ4_UDCP_H
 #define TQ4_UDCP_H
 
@@ -83,10 +88,12 @@ struct Tq4_udcp_ {
      * networks, 1 for many connections, 2 for slow ones; others count as 2. A connection takes the higher one of its
      * two sides. Ignored while started. */
     void (*Init)(Tq4_udcp u, Tq4_socket socket, int scheme);
-    /* Opens the UDP socket, on a local address (null: any) and a port (0: any), and starts the module's thread. With
-     * client_only not 0, nobody can connect to it. Positive; 0 when the socket cannot be opened. */
+    /* Opens the UDP socket, on a local address (null: any of IPv4) and a port (0: any free one), and starts the
+     * module's thread. With client_only not 0, nobody can connect to it. Positive; 0 without a running socket service,
+     * when the socket cannot be opened, and while started. After Stop it may be started again. */
     int (*Start)(Tq4_udcp u, int client_only, const char *addr, int port);
-    /* Closes all connections, giving them 5000 ms to tell their peers, and ends the thread. Ignored in a callback. */
+    /* Closes all connections, giving them 5000 ms to tell their peers, and ends the thread. Every connection that stood
+     * gets its OnDisConnect. Other operations give 0 from the beginning. Ignored in a callback. */
     void (*Stop)(Tq4_udcp u);
     /* Begins a connection. The address is a numeric one or a host name, whose look-up blocks the caller. Its id is
      * written to *out. user_id and user_data are for the callbacks and may be null. Positive; 0 without a running
@@ -94,7 +101,8 @@ struct Tq4_udcp_ {
     int (*Connect)(Tq4_udcp u, const char *addr, int port, Tq4_id *out, const Tq4_id *user_id, void *user_data);
     /* Closes a connection. What was not sent yet is lost. 1; 0 without a running thread. */
     int (*DisConnect)(Tq4_udcp u, const Tq4_id *id);
-    /* Sends up to TQ4_UDCP_MOST_POST bytes in one datagram, which may be lost, doubled or late. */
+    /* Sends up to TQ4_UDCP_MOST_POST bytes in one datagram, which may be lost, doubled or late. It is dropped while the
+     * connection does not stand. Here and in Send a length of all ones means: up to the NUL. */
     void (*Post)(Tq4_udcp u, const Tq4_id *id, const void *bytes, unsigned long length);
     /* Sends a message of up to TQ4_UDCP_MOST_MESSAGE bytes. With the flag it is safe data: neither this side's queues
      * nor the peer's refuse it. 1 when it was handed over; 0 when it is too long, the module's queue is full or there

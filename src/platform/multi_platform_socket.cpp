@@ -109,6 +109,8 @@ int MP_SOCK_AnsyConnect(int socket, const sockaddr *address, socklen_t length) {
 
 int MP_SOCK_Open(int family, int type) { return socket(family, type | SOCK_CLOEXEC, 0); }
 
+int MP_SOCK_Duplicate(int socket) { return fcntl(socket, F_DUPFD_CLOEXEC, 0); }
+
 int MP_SOCK_Bind(int socket, const sockaddr *address, socklen_t length) { return bind(socket, address, length) == 0; }
 
 int MP_SOCK_Connect(int socket, const sockaddr *address, socklen_t length) {

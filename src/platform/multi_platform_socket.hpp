@@ -37,6 +37,8 @@ int MP_SOCK_AnsyConnect(int socket, const sockaddr *address, socklen_t length);
 
 // A new socket of a family and a type (SOCK_STREAM, SOCK_DGRAM), close-on-exec. Owned by the caller; -1 on failure.
 int MP_SOCK_Open(int family, int type);
+// Another descriptor of the same socket, close-on-exec. Owned by the caller; -1 on failure.
+int MP_SOCK_Duplicate(int socket);
 // 1/0.
 int MP_SOCK_Bind(int socket, const sockaddr *address, socklen_t length);
 // Connects and waits until that is decided, in non-blocking mode too. 1/0.

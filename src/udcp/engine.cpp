@@ -267,6 +267,7 @@ void Tq4_udcp_engine::EndExit() {
         [](void *payload, void *engine) {
             auto &item = *static_cast<Tq4_udcp_item *>(payload);
             auto &obj = *static_cast<Tq4_udcp_engine *>(engine);
+            item.m_events = 0; // a killed callback has left its own behind
             obj.Rest(item);
             if (item.m_half_open.linked()) obj.m_half_open.Unlink(&item.m_half_open);
             obj.LeaveAddress(item);

@@ -19,6 +19,7 @@
 #include <cstdarg>
 
 #include "assert.hpp"
+#include "thread/cancel.hpp"
 #include "tq4/pool.h"
 #include "tq4/strmap.h"
 #include "udcp/item.hpp"
@@ -123,6 +124,9 @@ struct Tq4_udcp_engine {
     uint64_t m_dropped = 0; // datagrams that were refused
     Tq4_udcp_stranger_log m_stranger_log;
     Tq4_string m_scratch; // owned; control packets
+    // What the application is being shown. It is not on the stack, so that a callback that is killed does not lose it.
+    std::unique_ptr<Tq4_up_data, Tq4_up_data_delete> m_shown;
+    Tq4_cancel_held_around *m_held = nullptr; // borrowed: what keeps kills off the thread that drives; null: nothing
     uint8_t m_group[Tq4_upp_most_datagram];
 
     Tq4_udcp_engine(const Tq4_udcp_world &world, const Tq4_udcp_settings &settings);
@@ -172,6 +176,12 @@ struct Tq4_udcp_engine {
     void StopTimer(Tq4_id &timer);
     void Work(Tq4_udcp_item &item); // it has some at the next tick
     void Rest(Tq4_udcp_item &item);
+    // Calls the application: here, and nowhere else in the engine, a kill may take the thread. After that the engine
+    // can only be ended.
+    template <class Callback, class... Args> auto Tell(Callback callback, Args... args) {
+        const auto call = [=] { return callback(args...); };
+        return m_held ? m_held->Admit(call) : call();
+    }
     int SendTo(const Tq4_udcp_item &item, Tq4_bytes datagram) {
         return m_world.send(m_world.context, m_peer_of(item), datagram);
     }

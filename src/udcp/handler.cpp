@@ -86,7 +86,7 @@ int Tq4_udcp_handler::Start() {
     const Tq4_dispatch loop = m_loop.get();
     const Tq4_timer timer = m_timer.get();
     if (!(*timer)->Start(timer, "Tq4_udcp")) return 0;
-    m_started = (*loop)->Start(loop, this, Handle, "Tq4_udcp_handler") != nullptr;
+    m_started = m_receiving = (*loop)->Start(loop, this, Handle, "Tq4_udcp_handler") != nullptr;
     return m_started;
 }
 
@@ -96,6 +96,7 @@ void Tq4_udcp_handler::Stop() {
     if (m_started.exchange(false)) {
         (*loop)->Push(loop, nullptr, nullptr, Tq4_udcp_msg_Stop, 0, nullptr, nullptr);
         (*m_ended)->Wait(m_ended.get(), Tq4_udcp_exit_ms);
+        m_receiving = false;
         (*loop)->Stop(loop);
         if (const unsigned long left = m_engine->connections())
             m_engine->Log("udcp has %d session to be force exit.\n", static_cast<int>(left));
@@ -128,7 +129,7 @@ void Tq4_udcp_handler::StartTimer(const Tq4_udcp_timer &timer, Tq4_id *id) {
 void Tq4_udcp_handler::OnDatagram(Tq4_string *datagram, Tq4_sockaddr sender) {
     using Hand_over = decltype(Tq4_dispatch_::Push);
     const Tq4_bytes bytes = Tq4_udcp_bytes(*datagram);
-    if (bytes.size < Tq4_upp_base_size) return;
+    if (bytes.size < Tq4_upp_base_size || !m_receiving) return;
     uint8_t base[Tq4_upp_base_size];
     std::memcpy(base, bytes.data + bytes.size - sizeof base, sizeof base);
     Tq4_udcp_recvdata *cache = m_caches.Take(datagram, sender);
@@ -193,6 +194,20 @@ Tq4_string take(Tq4_msg &message) { return static_cast<Tq4_string>(std::exchange
 
 } // namespace
 
+// While a message is handled a kill takes the thread only in the application's callbacks. A callback that asks for a
+// connection has that message handled inside its own.
+class Tq4_udcp_handler::Inside {
+    Tq4_udcp_engine &m_engine;
+    Tq4_cancel_held_around m_held;
+    Tq4_cancel_held_around *const m_outer = std::exchange(m_engine.m_held, &m_held);
+
+public:
+    explicit Inside(Tq4_udcp_engine &engine) : m_engine(engine) {}
+    ~Inside() { m_engine.m_held = m_outer; }
+    Inside(const Inside &) = delete;
+    Inside &operator=(const Inside &) = delete;
+};
+
 // What answers each message, by its number. Those behind the last are timers, whose numbers are the engine's events.
 long Tq4_udcp_handler::Handle(void *context, Tq4_msg *message) {
     using Answer = long (*)(Tq4_udcp_engine &, Tq4_msg &);
@@ -221,6 +236,7 @@ long Tq4_udcp_handler::Handle(void *context, Tq4_msg *message) {
     static_assert(std::size(answers) == Tq4_udcp_msg_FRAME + 1);
     Tq4_udcp_handler &handler = of(context);
     Tq4_udcp_engine &engine = *handler.m_engine;
+    const Inside inside(engine);
     long answer = 1;
     if (message->msg < std::size(answers))
         answer = answers[message->msg](engine, *message);

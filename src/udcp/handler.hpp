@@ -35,7 +35,8 @@ public:
     // Closes all connections and ends the threads, for good. Nothing in a callback.
     void Stop();
 
-    // A datagram has come. The string is exchanged for an empty one, or left alone. From one thread at a time.
+    // A datagram has come. The string is exchanged for an empty one, or left alone. From one thread at a time; nothing
+    // happens while the loop does not run.
     void OnDatagram(Tq4_string *datagram, Tq4_sockaddr sender);
 
     // From any thread, as the operations of the module. Strings are taken.
@@ -44,12 +45,14 @@ public:
     void Post(const Tq4_id *id, Tq4_string string);
     int Send(const Tq4_id *id, Tq4_string string, bool forced);
     int ChangeDestAddr(const Tq4_id *id, const char *addr, int port, Tq4_sockaddr resolved);
+    const Tq4_udcp_strings &strings() const { return m_engine->m_strings; }
     bool OnOwnThread() const { return (*m_loop)->IsSameThread(m_loop.get()); }
 
 private:
     struct Trigger;
     struct Connecting;
     struct Destination;
+    class Inside;
 
     Tq4_udcp_world World(Tq4_udcp pair, const Tq4_udcp_callback &callbacks);
     static Tq4_udcp_handler &of(void *context) { return *static_cast<Tq4_udcp_handler *>(context); }
@@ -66,6 +69,7 @@ private:
     const Tq4_own<Tq4_event> m_ended = Tq4_make<Tq4_event>(Tq4_event_oitf);
     std::unique_ptr<Tq4_udcp_engine> m_engine; // the loop's thread alone, while that runs
     const Tq4_own<Tq4_dispatch> m_loop = Tq4_make<Tq4_dispatch>(Tq4_dispatch_oitf);
-    Tq4_udcp_stranger_log m_busy_log; // the receiving thread's
-    std::atomic<bool> m_started{false};
+    Tq4_udcp_stranger_log m_busy_log;     // the receiving thread's
+    std::atomic<bool> m_started{false};   // takes what the application asks for
+    std::atomic<bool> m_receiving{false}; // takes datagrams, until the last peer was told of the end
 };

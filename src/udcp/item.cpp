@@ -18,6 +18,14 @@ void Delete_Tq4_ups_data(void *data) {
     delete packet;
 }
 
+Tq4_up_data *Create_Tq4_up_data(const Tq4_udcp_strings &strings, Tq4_string string, bool safe) {
+    auto *packet = new Tq4_up_data{strings, {}, Tq4_up_type::Whole, 0, 0, 0};
+    std::memset(&packet->info, 0, sizeof packet->info); // applications may compare records as bytes
+    packet->info.data = string;
+    packet->info.safe_flag = safe;
+    return packet;
+}
+
 void Delete_Tq4_up_data(void *data) {
     auto *packet = static_cast<Tq4_up_data *>(data);
     packet->strings.Free(packet->info.data);

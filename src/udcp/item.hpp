@@ -67,7 +67,12 @@ struct Tq4_up_data {
     uint64_t arrival; // the clock when it came
     uint32_t delta;
 };
+// A zeroed packet around a string, which is taken.
+Tq4_up_data *Create_Tq4_up_data(const Tq4_udcp_strings &strings, Tq4_string string, bool safe);
 void Delete_Tq4_up_data(void *data);
+struct Tq4_up_data_delete {
+    void operator()(Tq4_up_data *packet) const { Delete_Tq4_up_data(packet); }
+};
 
 struct Tq4_udcp_item {
     // A place in a list of the engine.

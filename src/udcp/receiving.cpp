@@ -24,7 +24,8 @@ bool beyond(const Tq4_udcp_item &item, uint32_t seq) {
 // Gives the application a message; what it does not keep is freed with the packet.
 bool deliver(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_up_data &packet) {
     packet.info.delay = Tq4_upi_Delay(item, packet.arrival, packet.delta);
-    if (const auto on_data = obj.m_world.deliver.OnData) on_data(&item.m_cbdata, &packet.info);
+    if (const auto on_data = obj.m_world.deliver.OnData) obj.Tell(on_data, &item.m_cbdata, &packet.info);
+    obj.m_shown.reset();
     return true;
 }
 
@@ -113,10 +114,11 @@ void Tq4_upi_Cache(Tq4_udcp_engine &obj, Tq4_udcp_item &item, const Tq4_upp_Pack
                    Tq4_up_type type, Tq4_string string, bool safe) {
     if (beyond(item, seq) && !obj.MayLogStranger()) return obj.m_strings.Free(string);
     const uint64_t base = type == Tq4_up_type::Timestamp ? packet.time : item.m_timestamp_r.peer;
-    auto *cached = new Tq4_up_data{obj.m_strings, {}, type, base + packet.delta, obj.m_clock, packet.delta};
-    std::memset(&cached->info, 0, sizeof cached->info);
-    cached->info.data = string;
-    cached->info.safe_flag = safe;
+    Tq4_up_data *cached = Create_Tq4_up_data(obj.m_strings, string, safe);
+    cached->type = type;
+    cached->ts = base + packet.delta;
+    cached->arrival = obj.m_clock;
+    cached->delta = packet.delta;
     const int stored = (*item.m_recv)->CacheItem(item.m_recv.get(), seq, cached, 1);
     if (stored <= 0) Delete_Tq4_up_data(cached);
     if (stored == -1) return;
@@ -130,11 +132,10 @@ bool Tq4_upi_CheckCache(Tq4_udcp_engine &obj, Tq4_udcp_item &item) {
     for (;;) {
         unsigned seq;
         int empty;
-        auto *packet = static_cast<Tq4_up_data *>((*item.m_recv)->GetItemWait(item.m_recv.get(), &seq, 0, &empty));
+        void *packet = (*item.m_recv)->GetItemWait(item.m_recv.get(), &seq, 0, &empty);
         if (empty) break;
-        const bool goes_on = leave_window(obj, item, *packet);
-        Delete_Tq4_up_data(packet);
-        if (!goes_on) return false;
+        obj.m_shown.reset(static_cast<Tq4_up_data *>(packet));
+        if (!leave_window(obj, item, *obj.m_shown)) return false;
     }
     if (item.m_unack_count >= item.m_scheme->wnd->ack_size) send_ack(obj, item);
     return true;

@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "udcp/limits.hpp"
+#include "udcp/engine.hpp"
 
 Tq4_udcp_caches::~Tq4_udcp_caches() {
     const Tq4_guard guard(m_lock);
@@ -17,10 +17,11 @@ void Tq4_udcp_caches::Free(Tq4_udcp_recvdata *cache) {
 
 Tq4_udcp_recvdata *Tq4_udcp_caches::Take(Tq4_string *datagram, Tq4_sockaddr sender) {
     Tq4_udcp_recvdata *cache = nullptr;
+    const auto cost = static_cast<unsigned>(1 + Tq4_udcp_bytes(*datagram).size / (Tq4_upp_most_datagram + 1));
     {
         const Tq4_guard guard(m_lock);
-        if (m_busy >= Tq4_udcp_most_frames) return nullptr;
-        ++m_busy;
+        if (m_busy + cost > Tq4_udcp_most_frames) return nullptr;
+        m_busy += cost;
         if (!m_free.empty()) {
             cache = m_free.back();
             m_free.pop_back();
@@ -28,6 +29,7 @@ Tq4_udcp_recvdata *Tq4_udcp_caches::Take(Tq4_string *datagram, Tq4_sockaddr send
     }
     if (!cache) cache = new Tq4_udcp_recvdata{.owner = *this, .buffer = nullptr};
     if (!cache->buffer) cache->buffer = m_strings.Make();
+    cache->cost = cost;
     std::swap(cache->buffer, *datagram);
     Tq4_sockaddr_oitf->Copy(cache->sender.get(), sender);
     return cache;
@@ -36,9 +38,10 @@ Tq4_udcp_recvdata *Tq4_udcp_caches::Take(Tq4_string *datagram, Tq4_sockaddr send
 void Tq4_udcp_caches::GiveBack(void *params) {
     auto *cache = static_cast<Tq4_udcp_recvdata *>(params);
     Tq4_udcp_caches &owner = cache->owner;
+    if (cache->cost > 1) owner.m_strings.Free(std::exchange(cache->buffer, nullptr));
     {
         const Tq4_guard guard(owner.m_lock);
-        --owner.m_busy;
+        owner.m_busy -= cache->cost;
         if (owner.m_free.size() < Tq4_udcp_most_spare_caches) {
             owner.m_free.push_back(cache);
             return;

@@ -1,7 +1,8 @@
 // recvdata.hpp: receive caches: a datagram on its way from the socket's thread to the loop.
 //
 // The socket's buffer and a cache's string change places, so that no byte is copied. A cache that was handled is kept
-// for the next datagram. This is the one thing that the two threads share.
+// for the next datagram, but not the memory of one that is longer than any of the protocol. This is the one thing that
+// the two threads share.
 #pragma once
 
 #include <vector>
@@ -15,6 +16,7 @@ struct Tq4_udcp_recvdata {
     Tq4_udcp_caches &owner;
     Tq4_own<Tq4_sockaddr> sender = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
     Tq4_string buffer; // owned; null when the loop has kept it
+    unsigned cost = 0; // of the ceiling: how many of the longest datagrams of the protocol it could hold, one at least
 };
 
 class Tq4_udcp_caches {

@@ -136,12 +136,9 @@ bool is_closing(const Tq4_udcp_engine &obj, const Tq4_udcp_item &item) {
 }
 
 int refuse(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_string string, bool forced) {
-    Tq4_udcp_data message;
-    std::memset(&message, 0, sizeof message);
-    message.data = string;
-    message.safe_flag = forced;
-    if (const auto on_error = obj.m_world.deliver.OnSendError) on_error(&item.m_cbdata, &message);
-    obj.m_strings.Free(message.data);
+    obj.m_shown.reset(Create_Tq4_up_data(obj.m_strings, string, forced));
+    if (const auto on_error = obj.m_world.deliver.OnSendError) obj.Tell(on_error, &item.m_cbdata, &obj.m_shown->info);
+    obj.m_shown.reset();
     return 0;
 }
 
@@ -180,7 +177,7 @@ int Tq4_udcp_item_SendData(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_string
     const unsigned long n = item.m_waiting + 1;
     if (n > Tq4_udcp_busy && !item.m_full_notify) {
         item.m_full_notify = true;
-        if (const auto on_status = obj.m_world.deliver.OnSendQeueuStatus) on_status(&item.m_cbdata, 1);
+        if (const auto on_status = obj.m_world.deliver.OnSendQeueuStatus) obj.Tell(on_status, &item.m_cbdata, 1);
     }
     if (n > Tq4_udcp_busy && n % Tq4_udcp_most_waiting == 0)
         obj.Log("[%08x:%08x] warning busy queue= %d\n", item.m_id.h, item.m_id.l, static_cast<int>(n));
@@ -211,7 +208,7 @@ void Tq4_upi_SendDataInqueue(Tq4_udcp_engine &obj, Tq4_udcp_item &item) {
     item.Check();
     if (!item.m_full_notify || item.m_waiting > Tq4_udcp_busy) return;
     item.m_full_notify = false;
-    if (const auto on_status = obj.m_world.deliver.OnSendQeueuStatus) on_status(&item.m_cbdata, 0);
+    if (const auto on_status = obj.m_world.deliver.OnSendQeueuStatus) obj.Tell(on_status, &item.m_cbdata, 0);
 }
 
 // What was never sent is not acknowledged by a peer that speaks the protocol: it gets no answer.

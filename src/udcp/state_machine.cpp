@@ -59,7 +59,8 @@ void Tq4_udcp_item_syn_err(Tq4_udcp_item &item) {
     item.m_t_timer = {};
     item.m_reconnect_ms = -1;
     item.m_repeat = 0;
-    if (const auto failed = item.m_engine.m_world.deliver.OnConnectFailed) item.m_reconnect_ms = failed(&item.m_cbdata);
+    Tq4_udcp_engine &obj = item.m_engine;
+    if (const auto failed = obj.m_world.deliver.OnConnectFailed) item.m_reconnect_ms = obj.Tell(failed, &item.m_cbdata);
 }
 
 // --- Opening, on the side that is asked. Until it is confirmed the other is a stranger. ---
@@ -104,7 +105,7 @@ void Tq4_udcp_item_syn_ok(Tq4_udcp_item &item) {
     item.m_recv_active = item.m_send_active = Tq4_udcp_lives;
     item.m_send = make_window(item.m_scheme->wnd->sendq_size, Delete_Tq4_ups_data, item.m_first_seq);
     item.m_recv = make_window(item.m_scheme->wnd->recvq_size, Delete_Tq4_up_data, item.m_expect_seq);
-    if (const auto ok = obj.m_world.deliver.OnConnectOk) ok(&item.m_cbdata);
+    if (const auto ok = obj.m_world.deliver.OnConnectOk) obj.Tell(ok, &item.m_cbdata);
     obj.StartTimer(item, Tq4_udcp_msg_TIMER_act, 0, item.m_scheme->timer->_act_ms);
     Tq4_upi_SendDataInqueue(obj, item);
 }
@@ -125,7 +126,7 @@ int lost(Tq4_udcp_item &item) {
     item.m_fragment = nullptr;
     item.ShowDialed();
     const auto disconnected = obj.m_world.deliver.OnDisConnect;
-    return disconnected ? disconnected(&item.m_cbdata) : -1;
+    return disconnected ? obj.Tell(disconnected, &item.m_cbdata) : -1;
 }
 
 void Tq4_udcp_item_syn_lost_master(Tq4_udcp_item &item) { item.m_reconnect_ms = lost(item); }
