@@ -76,8 +76,11 @@ struct Tq4_udcp_world {
     void *context; // borrowed; handed to each
     // Milliseconds. A clock that is set back is taken to stand still.
     uint64_t (*now)(void *context);
-    // Hands a datagram to the network; 0 when that fails. Bytes and address are borrowed for the call.
+    // Hands a datagram to the network; 0 when that fails. Bytes and address are borrowed for the call. m_sending says
+    // which connection it is of.
     int (*send)(void *context, Tq4_sockaddr to, Tq4_bytes datagram);
+    // Lets go what send has kept back, since the application comes next, which may take long. Null: send keeps nothing.
+    void (*flush)(void *context);
     void (*start_timer)(void *context, const Tq4_udcp_timer &timer, Tq4_id *id);
     void (*stop_timer)(void *context, const Tq4_id *id);
     // A number that strangers cannot guess; and any number.
@@ -126,6 +129,7 @@ struct Tq4_udcp_engine {
     Tq4_string m_scratch; // owned; control packets
     // What the application is being shown. It is not on the stack, so that a callback that is killed does not lose it.
     std::unique_ptr<Tq4_up_data, Tq4_up_data_delete> m_shown;
+    Tq4_id m_sending = {};
     Tq4_cancel_held_around *m_held = nullptr; // borrowed: what keeps kills off the thread that drives; null: nothing
     uint8_t m_group[Tq4_upp_most_datagram];
 
@@ -179,10 +183,12 @@ struct Tq4_udcp_engine {
     // Calls the application: here, and nowhere else in the engine, a kill may take the thread. After that the engine
     // can only be ended.
     template <class Callback, class... Args> auto Tell(Callback callback, Args... args) {
+        if (m_world.flush) m_world.flush(m_world.context);
         const auto call = [=] { return callback(args...); };
         return m_held ? m_held->Admit(call) : call();
     }
     int SendTo(const Tq4_udcp_item &item, Tq4_bytes datagram) {
+        m_sending = item.m_id;
         return m_world.send(m_world.context, m_peer_of(item), datagram);
     }
     uint32_t Secret() { return m_world.secret(m_world.context); }
@@ -224,6 +230,7 @@ int Tq4_udcp_doFrame(Tq4_udcp_engine &obj, Tq4_string *datagram, Tq4_sockaddr se
 
 // --- sending.cpp ---
 
+void Tq4_udcp_LogUnsent(Tq4_udcp_engine &obj, const Tq4_id &connection, uint32_t seq);
 int Tq4_udcp_item_SendData(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_string string, bool forced);
 int Tq4_udcp_item_PostData(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_string string);
 // Moves waiting messages into the window and onto the wire, as long as there is room.

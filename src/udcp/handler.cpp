@@ -22,10 +22,17 @@ uint32_t secret(void *) {
     return number;
 }
 
+constexpr unsigned message_flush = 64; // behind all numbers of the engine
+
 // The number of a datagram that is not decoded yet.
 uint32_t number_of(Tq4_bytes datagram) {
     Tq4_upp_Packet packet;
     return Tq4_upp_Decode(datagram, Tq4_upp_host_order(), packet) < 0 ? 0 : packet.seq;
+}
+
+bool is_numbered(Tq4_bytes datagram) {
+    const uint8_t cmd = datagram.data[datagram.size - Tq4_upp_base_size + 1];
+    return (cmd & Tq4_upp_code_bits) >= static_cast<unsigned>(Tq4_upp_command::Data);
 }
 
 } // namespace
@@ -54,7 +61,7 @@ struct Tq4_udcp_handler::Destination {
 
 Tq4_udcp_handler::Tq4_udcp_handler(Tq4_udcp pair, const Tq4_udcp_callback &callbacks, const Tq4_udcp_settings &settings,
                                    const Network &network)
-    : m_network(network), m_clock_base(clock_base()), m_caches(Tq4_udcp_or_default(settings.strings)),
+    : m_network(network), m_outbox(Way()), m_clock_base(clock_base()), m_caches(Tq4_udcp_or_default(settings.strings)),
       m_engine(std::make_unique<Tq4_udcp_engine>(World(pair, callbacks), settings)) {}
 
 Tq4_udcp_handler::~Tq4_udcp_handler() { Stop(); }
@@ -66,9 +73,10 @@ Tq4_udcp_world Tq4_udcp_handler::World(Tq4_udcp pair, const Tq4_udcp_callback &c
     world.deliver = callbacks;
     world.now = [](void *c) { return of(c).m_clock_base + MP_THREAD_GetMonotonicMs(); };
     world.send = [](void *c, Tq4_sockaddr to, Tq4_bytes bytes) {
-        const Network &wire = of(c).m_network;
-        return wire.send(wire.context, to, bytes);
+        of(c).m_outbox.Add(of(c).m_engine->m_sending, to, bytes);
+        return 1; // a failure is told when it happens
     };
+    world.flush = [](void *c) { of(c).m_outbox.Flush(); };
     world.start_timer = [](void *c, const Tq4_udcp_timer &timer, Tq4_id *id) { of(c).StartTimer(timer, id); };
     world.stop_timer = [](void *c, const Tq4_id *id) {
         const Tq4_timer timer = of(c).m_timer.get();
@@ -78,6 +86,33 @@ Tq4_udcp_world Tq4_udcp_handler::World(Tq4_udcp pair, const Tq4_udcp_callback &c
     world.random = [](void *) { return static_cast<uint32_t>(std::rand()); };
     world.log = [](void *, const char *format, va_list args) { Tq4_debug_api->vlog(Tq4_level_error, format, args); };
     return world;
+}
+
+Tq4_udcp_outbox::Way Tq4_udcp_handler::Way() {
+    Tq4_udcp_outbox::Way way{};
+    way.context = this;
+    way.send = [](void *c, Tq4_sockaddr to, Tq4_bytes datagram) {
+        const Network &wire = of(c).m_network;
+        return wire.send(wire.context, to, datagram);
+    };
+    if (m_network.send_run)
+        way.send_run = [](void *c, Tq4_sockaddr to, Tq4_bytes run, std::size_t length) {
+            const Network &wire = of(c).m_network;
+            return wire.send_run(wire.context, to, run, length);
+        };
+    way.failed = [](void *c, const Tq4_id &connection, Tq4_bytes datagram) {
+        if (is_numbered(datagram)) Tq4_udcp_LogUnsent(*of(c).m_engine, connection, number_of(datagram));
+    };
+    return way;
+}
+
+// What waits for the loop now comes first. On the way out nothing is put off: the loop may end behind any message.
+void Tq4_udcp_handler::FlushSoon() {
+    if (m_engine->m_exit_flag) return m_outbox.Flush();
+    if (m_outbox.empty() || m_will_flush) return;
+    const Tq4_dispatch loop = m_loop.get();
+    (*loop)->Push(loop, nullptr, nullptr, message_flush, 0, nullptr, nullptr);
+    m_will_flush = true;
 }
 
 // --- Threads ---
@@ -238,11 +273,15 @@ long Tq4_udcp_handler::Handle(void *context, Tq4_msg *message) {
     Tq4_udcp_engine &engine = *handler.m_engine;
     const Inside inside(engine);
     long answer = 1;
-    if (message->msg < std::size(answers))
+    if (message->msg == message_flush) {
+        handler.m_will_flush = false;
+        handler.m_outbox.Flush();
+    } else if (message->msg < std::size(answers))
         answer = answers[message->msg](engine, *message);
     else
         engine.OnTimer(*message->sender, *message->receiver, static_cast<unsigned>(message->msg),
                        static_cast<unsigned long>(message->submsg));
+    handler.FlushSoon();
     if (engine.m_exit_flag == 2) (*handler.m_ended)->Set(handler.m_ended.get());
     return answer;
 }

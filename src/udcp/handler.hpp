@@ -4,6 +4,9 @@
 // "Tq4_udcp_handler", alone touches the engine. Other threads only hand over. The network is a function that sends;
 // who receives calls OnDatagram.
 //
+// Datagrams of one turn of the loop leave together: a turn is what waited for the loop when the first of them was made,
+// and ends early before the application is called.
+//
 // The clock is the wall clock at the beginning and a clock that only goes forward since.
 #pragma once
 
@@ -14,14 +17,16 @@
 #include "tq4/event.h"
 #include "tq4/timer.h"
 #include "udcp/engine.hpp"
+#include "udcp/outbox.hpp"
 #include "udcp/recvdata.hpp"
 
 class Tq4_udcp_handler {
 public:
-    // Sends a datagram on the loop's thread; 0 when that fails.
+    // Sends on the loop's thread; as in the outbox's Way, and send_run may be null.
     struct Network {
         void *context; // borrowed
         int (*send)(void *context, Tq4_sockaddr to, Tq4_bytes datagram);
+        int (*send_run)(void *context, Tq4_sockaddr to, Tq4_bytes run, std::size_t length);
     };
 
     Tq4_udcp_handler(Tq4_udcp pair, const Tq4_udcp_callback &callbacks, const Tq4_udcp_settings &settings,
@@ -58,11 +63,15 @@ private:
     static Tq4_udcp_handler &of(void *context) { return *static_cast<Tq4_udcp_handler *>(context); }
     static void triger(Tq4_timer timer, Tq4_timer_callback *firing);
     void StartTimer(const Tq4_udcp_timer &timer, Tq4_id *id);
+    Tq4_udcp_outbox::Way Way();
+    void FlushSoon();
     static long Handle(void *context, Tq4_msg *message);
     void Dropped(const uint8_t (&base)[Tq4_upp_base_size], Tq4_sockaddr sender);
     static Tq4_id *receiver(const Tq4_id *id) { return const_cast<Tq4_id *>(id); } // the dispatcher copies it
 
     const Network m_network;
+    Tq4_udcp_outbox m_outbox;    // the loop's thread alone
+    bool m_will_flush = false;   // that thread's: a message that flushes is on its way to it
     const uint64_t m_clock_base; // wall clock less the clock that only goes forward, milliseconds
     Tq4_udcp_caches m_caches;
     const Tq4_own<Tq4_timer> m_timer = Tq4_make<Tq4_timer>(Tq4_timer_oitf);

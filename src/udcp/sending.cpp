@@ -15,7 +15,7 @@ namespace {
 constexpr unsigned code_of(Tq4_upp_command command) { return static_cast<unsigned>(command); }
 
 void transmit(Tq4_udcp_engine &obj, const Tq4_udcp_item &item, uint32_t seq, Tq4_bytes datagram) {
-    if (!obj.SendTo(item, datagram)) obj.Log("[%08x:%08x] seq=%x 发送失败\n", item.m_id.h, item.m_id.l, seq);
+    if (!obj.SendTo(item, datagram)) Tq4_udcp_LogUnsent(obj, item.m_id, seq);
 }
 
 // --- Groups ---
@@ -171,6 +171,10 @@ int resend_if_due(unsigned seq, void *data, void *context) {
 }
 
 } // namespace
+
+void Tq4_udcp_LogUnsent(Tq4_udcp_engine &obj, const Tq4_id &connection, uint32_t seq) {
+    obj.Log("[%08x:%08x] seq=%x 发送失败\n", connection.h, connection.l, seq);
+}
 
 int Tq4_udcp_item_SendData(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_string string, bool forced) {
     if (is_closing(obj, item)) return refuse(obj, item, string, forced);

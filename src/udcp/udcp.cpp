@@ -43,7 +43,7 @@ struct Tq4_udcp_running {
 
     Tq4_udcp_running(Tq4_udcp pair, const Tq4_udcp_callback &callbacks, const Tq4_udcp_settings &settings,
                      Tq4_socket sockets, int local_family)
-        : service(sockets), family(local_family), handler(pair, callbacks, settings, {this, Send}) {}
+        : service(sockets), family(local_family), handler(pair, callbacks, settings, {this, Send, SendRun}) {}
     ~Tq4_udcp_running() {
         handler.Stop();
         if (fd >= 0) Tq4_sock_api->Close(fd);
@@ -58,6 +58,7 @@ struct Tq4_udcp_running {
 private:
     static int OnDataOk(Tq4_socket, Tq4_socket_info *info, Tq4_string *data);
     static int Send(void *running, Tq4_sockaddr to, Tq4_bytes datagram);
+    static int SendRun(void *running, Tq4_sockaddr to, Tq4_bytes run, std::size_t length);
 };
 
 // --- The socket ---
@@ -92,6 +93,12 @@ int Tq4_udcp_running::Send(void *running, Tq4_sockaddr to, Tq4_bytes datagram) {
     const long sent = MP_SOCK_Send(static_cast<Tq4_udcp_running *>(running)->fd, datagram.data, datagram.size,
                                    address.raw(), address.Info()->ai_addrlen);
     return sent == static_cast<long>(datagram.size);
+}
+
+int Tq4_udcp_running::SendRun(void *running, Tq4_sockaddr to, Tq4_bytes run, std::size_t length) {
+    auto &address = Tq4_record_of<Tq4_sockaddr_obj>(to);
+    return MP_SOCK_SendRun(static_cast<Tq4_udcp_running *>(running)->fd, run.data, run.size, length, address.raw(),
+                           address.Info()->ai_addrlen);
 }
 
 // The first address of a host that the socket reaches; null for none. One of IPv6 reaches those of IPv4, too.

@@ -23,7 +23,7 @@ struct Side {
 
     explicit Side(std::string key) : address(std::move(key)) {
         handler = std::make_unique<Tq4_udcp_handler>(reinterpret_cast<Tq4_udcp>(this), callbacks(), Tq4_udcp_settings{},
-                                                     Tq4_udcp_handler::Network{this, send});
+                                                     Tq4_udcp_handler::Network{this, send, nullptr});
     }
     static Side &of(Tq4_udcp_info *info) {
         Side &side = *reinterpret_cast<Side *>(const_cast<Tq4_udcp_ **>(info->pair));

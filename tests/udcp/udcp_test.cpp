@@ -1,6 +1,7 @@
 // The module on real sockets: two services on loopback, with a network between them that loses, repeats and reorders.
 #include <poll.h>
 
+#include "platform/multi_platform_socket.hpp"
 #include "support/killed.hpp"
 #include "support/test.hpp"
 
@@ -403,6 +404,19 @@ TEST(UdcpKilled, CallbackThatDoesNotReturnIsKilledAndItsModuleEnds) {
         client.connect(port);
         await([&] { return client.heard == 1; });
     });
+}
+
+// What the outbox stands on.
+TEST(UdcpSocket, OneCallSendsARunThatArrivesAsDatagrams) {
+    const Udp sender, receiver;
+    const sockaddr_in to = loopback(receiver.port);
+    const std::string run = std::string(1472, 'a') + std::string(1472, 'b') + "c";
+    ASSERT_EQ(
+        MP_SOCK_SendRun(sender.fd, run.data(), run.size(), 1472, reinterpret_cast<const sockaddr *>(&to), sizeof to),
+        1);
+    char room[4096];
+    for (const ssize_t length : {1472, 1472, 1}) EXPECT_EQ(recv(receiver.fd, room, sizeof room, MSG_DONTWAIT), length);
+    EXPECT_EQ(MP_SOCK_SendRun(-1, run.data(), run.size(), 1472, reinterpret_cast<const sockaddr *>(&to), sizeof to), 0);
 }
 
 TEST(UdcpNull, NullHandlesGiveNothing) {
