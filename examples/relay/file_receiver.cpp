@@ -152,7 +152,7 @@ int receive_files(const char *directory, const char *port) {
     sigaddset(&ends, SIGTERM);
     sigaddset(&ends, SIGINT);
     pthread_sigmask(SIG_BLOCK, &ends, nullptr); // for the threads too, which begin later
-    Tq4_debug_api->SetLog([](int, const char *, va_list) {});
+    be_quiet();
     Receiver receiver(directory);
     if (!fs::is_directory(directory) || !receiver.Start(std::atoi(port))) {
         std::fprintf(stderr, "relay: cannot receive into %s at port %s\n", directory, port);

@@ -186,7 +186,7 @@ int send_file(const char *path, const char *host_and_port) {
     if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
     uint64_t size = 0;
     const std::string checksum = checksum_of(file, size);
-    Tq4_debug_api->SetLog([](int, const char *, va_list) {}); // what connections tell is for services
+    be_quiet();
     const bool sent = Sender(file, whole.substr(whole.rfind('/') + 1), size, checksum).Run(host, port);
     if (sent) std::printf("%s: %lu bytes, checksum %s, the same there\n", path, size, checksum.c_str());
     return !sent;

@@ -47,6 +47,12 @@ public:
     }
 };
 
+// What connections and threads tell of themselves is for services.
+inline void be_quiet() {
+    Tq4_debug_api->SetLog([](int, const char *, va_list) {});
+    Tq4_debug_api->SetPrint([](int, const char *, va_list) {});
+}
+
 inline void send_line(Tq4_udcp udcp, const Tq4_id *id, const std::string &line) {
     (*udcp)->Send(udcp, id, line.data(), line.size(), 1);
 }
