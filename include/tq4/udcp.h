@@ -84,9 +84,9 @@ typedef struct Tq4_udcp_callback {
 } Tq4_udcp_callback;
 
 struct Tq4_udcp_ {
-    /* Binds the module object to a socket service (borrowed, and started by its owner) and sets the tuning: 0 for fast
-     * networks, 1 for many connections, 2 for slow ones; others count as 2. A connection takes the higher one of its
-     * two sides. Ignored while started. */
+    /* Binds the module object to a socket service, which is borrowed until Stop and started by its owner. Sets the
+     * tuning: 0 for fast networks, 1 for many connections, 2 for slow ones; others count as 2. A connection takes the
+     * higher one of its two sides. Ignored while started. */
     void (*Init)(Tq4_udcp u, Tq4_socket socket, int scheme);
     /* Opens the UDP socket, on a local address (null: any of IPv4) and a port (0: any free one), and starts the
      * module's thread. With client_only not 0, nobody can connect to it. Positive; 0 without a running socket service,
