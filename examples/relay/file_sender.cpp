@@ -16,8 +16,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int again_ms = 500;      // before the next attempt to connect
-constexpr int most_attempts = 120; // in a row
+constexpr int again_ms = 500;                       // before the next attempt to connect
+constexpr auto patience = std::chrono::seconds(60); // without a word of the receiver
 
 // How far it is: a bar on a terminal, else a line each second.
 class Progress {
@@ -107,7 +107,7 @@ private:
         const std::lock_guard guard(m_mutex);
         m_agreed = false;
         if (m_over) return -1;
-        if (++m_attempts < most_attempts) return again_ms;
+        if (Clock::now() - m_heard < patience) return again_ms;
         End(otherwise);
         return -1;
     }
@@ -122,7 +122,7 @@ private:
         m_news.notify_all();
     }
     void Agree(uint64_t offset) {
-        m_attempts = 0;
+        m_heard = Clock::now();
         m_confirmed = std::min(offset, m_size);
         if (m_agreed) return;
         m_agreed = m_moved = true;
@@ -151,9 +151,9 @@ private:
     Progress m_progress;
     std::string m_outcome; // what went wrong
     bool m_over = false;
-    bool m_agreed = false; // the receiver of this connection has said where to begin
-    bool m_moved = false;  // the file is to be read from m_sent
-    int m_attempts = 0;
+    bool m_agreed = false;                    // the receiver of this connection has said where to begin
+    bool m_moved = false;                     // the file is to be read from m_sent
+    Clock::time_point m_heard = Clock::now(); // the receiver
     uint64_t m_sent = 0, m_confirmed = 0;
     Tq4_id m_id = {};
     Object<Tq4_socket> m_socket{Tq4_socket_oitf};
