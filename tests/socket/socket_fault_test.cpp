@@ -17,13 +17,19 @@ class Short_life {
 
     bool Serve(std::chrono::milliseconds patience) {
         Tq4_sockaddr address = m_address.get();
-        Tq4_socket_info listener = info_of(m_listener, address, nullptr);
-        (*s)->Listen(s, &listener, &listening);
-        m_opened += listener.id.l != 0;
-        if (!Tq4_sock_api->GetLocalAddr(listener.fd, address)) return false;
-        Tq4_socket_info client = info_of(m_client, nullptr, address), udp = info_of(m_server, address, nullptr);
-        (*s)->Open(s, &udp, &callbacks);
-        m_opened += udp.id.l != 0;
+        Tq4_socket_info udp{};
+        udp.fd = -1;
+        for (int tries = 0; tries < 5 && udp.fd < 0; ++tries) { // the listener's port may be somebody's for datagrams
+            (*address)->Init(address, "127.0.0.1", 0);
+            Tq4_socket_info listener = info_of(m_listener, address, nullptr);
+            (*s)->Listen(s, &listener, &listening);
+            m_opened += listener.id.l != 0;
+            if (!Tq4_sock_api->GetLocalAddr(listener.fd, address)) return false;
+            udp = info_of(m_server, address, nullptr);
+            (*s)->Open(s, &udp, &callbacks);
+            m_opened += udp.id.l != 0;
+        }
+        Tq4_socket_info client = info_of(m_client, nullptr, address);
         const bool sent = udp.fd >= 0 && Tq4_sock_api->Send(udp.fd, address, "datagram", 8) == 8;
         (*s)->Connect(s, &client, &callbacks);
         const bool came = sent && m_story.comes("datagram", 1, patience);
@@ -34,7 +40,6 @@ class Short_life {
 
 public:
     Short_life() {
-        (*m_address)->Init(m_address.get(), "127.0.0.1", 0);
         m_listener.child = &m_server;
         m_client.then = [this](const std::string &event, Tq4_socket_info *info) {
             if (event == "up 1") (*s)->Printf(s, &info->id, "a"), (*s)->Printf(s, &info->id, "b");
