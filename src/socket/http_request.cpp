@@ -9,8 +9,7 @@
 
 namespace {
 
-constexpr unsigned long Fixed_text =
-    128; // room for the words of a request that are always the same, and for the length
+constexpr unsigned long Fixed_text = 128; // bytes of room for the words of every request, and for the length
 
 bool fits_line(Tq4_bytes text) {
     const auto has = [&](char c) { return std::memchr(text.data, c, text.size) != nullptr; };
