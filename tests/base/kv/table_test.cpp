@@ -147,6 +147,9 @@ TEST_F(TableTest, HandlesDeletedByMistakeLeaveAnEmptyKeyAndValue) {
     Tq4_key_oitf->Delete(key);
     Tq4_value_oitf->Delete(value);
     EXPECT_EQ(dump(t), from_hex("00 00000002 00 00 64000162 07080000000000000001"));
+    Tq4_key again = nullptr;
+    EXPECT_EQ((*t)->At(t.get(), 0, &again), value) << "the handles are the entry's as before";
+    EXPECT_TRUE(again == key && (*key)->GetType(key) == Tq4_key_type_Unvalid && !(*value)->GetString(value));
     (*t)->RemoveS(t.get(), name.c_str());
     EXPECT_EQ(content(t.get()), "b=1 ") << "the index knows it as before";
 }
