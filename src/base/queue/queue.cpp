@@ -9,7 +9,6 @@
 
 #include <algorithm>
 
-#include "assert.hpp"
 #include "base/queue/sort.hpp"
 #include "thread/event.hpp"
 #include "thread/lock.hpp"
@@ -191,18 +190,6 @@ void Tq4_queue_obj::Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_vis
 
 Tq4_queue_item_obj *Tq4_queue_obj::PeekClamped(unsigned long index) {
     return m_list.m_count ? item_of(index ? m_list.AtClamped(index) : m_list.first()) : nullptr;
-}
-
-void Tq4_queue_obj::Link(Tq4_queue_item_obj *item, Tq4_list_node *before) {
-    TQ4_CHECK(!item->queue());
-    m_list.Link(&item->node, before);
-    item->q_ref.store(&base, std::memory_order_relaxed);
-}
-
-void Tq4_queue_obj::Unlink(Tq4_queue_item_obj *item) {
-    TQ4_CHECK(item->queue() == &base);
-    m_list.Unlink(&item->node);
-    item->q_ref.store(nullptr, std::memory_order_relaxed);
 }
 
 namespace {

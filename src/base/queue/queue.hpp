@@ -90,8 +90,16 @@ struct Tq4_queue_obj {
     // The rest is called under the lock.
     static Tq4_queue_item_obj *item_of(Tq4_list_node *node) { return reinterpret_cast<Tq4_queue_item_obj *>(node); }
     Tq4_queue_item_obj *PeekClamped(unsigned long index); // the last item past the end; null when empty
-    void Link(Tq4_queue_item_obj *item, Tq4_list_node *before);
-    void Unlink(Tq4_queue_item_obj *item);
+    void Link(Tq4_queue_item_obj *item, Tq4_list_node *before) {
+        TQ4_CHECK(!item->queue());
+        m_list.Link(&item->node, before);
+        item->q_ref.store(&base, std::memory_order_relaxed);
+    }
+    [[gnu::always_inline]] void Unlink(Tq4_queue_item_obj *item) { // each removal passes here
+        TQ4_CHECK(item->queue() == &base);
+        m_list.Unlink(&item->node);
+        item->q_ref.store(nullptr, std::memory_order_relaxed);
+    }
     void MoveAll(Tq4_queue_obj &to); // an empty one
     void Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_visitor visitor, void *param);
     void Announce() { // there are items
