@@ -50,6 +50,7 @@ Tq4_log_output::~Tq4_log_output() {
 }
 
 void Tq4_log_output::Open(int descriptor) {
+    TQ4_CHECK(m_descriptor < 0 && descriptor >= 0 && Pending() == 0);
     m_descriptor = descriptor;
     m_torn = is_torn(descriptor);
 }
@@ -60,6 +61,7 @@ void Tq4_log_output::Close() {
 }
 
 Tq4_wbuf *Tq4_log_output::Buffer() {
+    TQ4_CHECK(m_descriptor >= 0);
     if (!m_buffer.m_data) {
         Tq4_wbuf_Init(&m_buffer, Buffer_size);
         m_buffer.fflush = Tq4_wbuf_flush_nothing;

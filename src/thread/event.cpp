@@ -12,6 +12,7 @@
 
 #include "identity.hpp"
 #include "module.hpp"
+#include "platform/stopwatch.hpp"
 #include "thread/cancel.hpp"
 
 struct Tq4_event_obj : Tq4_identity {

@@ -50,6 +50,7 @@ void Tq4_operand::copy() {
 void Tq4_string_obj::set_size(unsigned long n) {
     m_buf.m_ptr = m_buf.m_data + n;
     m_buf.m_cnt = m_buf.m_len - n;
+    Tq4_wbuf_check(&m_buf);
 }
 
 // All that the allocation holds: room is made as often as the storage doubles.
@@ -57,6 +58,7 @@ bool Tq4_string_obj::make_room(unsigned long n) {
     if (Tq4_wbuf_space(&m_buf, n) < n) return false;
     m_buf.m_cnt += m_buf.m_room - m_buf.m_len;
     m_buf.m_len = m_buf.m_room;
+    Tq4_wbuf_check(&m_buf);
     return true;
 }
 
