@@ -1,5 +1,8 @@
 // Reliable datagrams beside ENet, on loopback: how much goes through, how long a small message takes there and back,
 // and how late messages are when the network loses datagrams. Both sides of a pair live in this process.
+//
+// Two benchmarks have no peer. They tell what many idle connections cost (counters: percent of a core and KiB for each,
+// both sides together), and how many of a hundred honest connects succeed while strangers invent senders.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -7,7 +10,9 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <functional>
+#include <netinet/in.h>
 #include <poll.h>
 #include <random>
 #include <string>
@@ -104,6 +109,11 @@ public:
         m_ids.resize(static_cast<std::size_t>(count));
         for (Tq4_id &id : m_ids) (*m_client)->Connect(m_client, "127.0.0.1", to_port, &id, nullptr, nullptr);
         while (m_standing < count) wait();
+    }
+    int standing() const { return m_standing; }
+    void begin(int to_port) {
+        Tq4_id id;
+        (*m_client)->Connect(m_client, "127.0.0.1", to_port, &id, nullptr, nullptr);
     }
     void send(int connection, const char *bytes, std::size_t size) {
         (*m_client)->Send(m_client, &m_ids[static_cast<std::size_t>(connection)], bytes, size, 1);
@@ -302,12 +312,108 @@ template <class Pair> void delivery(benchmark::State &state) {
     }
 }
 
+// --- Many connections, and strangers ---
+
+double processor_seconds() {
+    timespec used{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+}
+
+double resident_kib() {
+    std::ifstream pages("/proc/self/statm");
+    double size = 0, resident = 0;
+    pages >> size >> resident;
+    return resident * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024;
+}
+
+void idle(benchmark::State &state) {
+    const auto count = static_cast<int>(state.range(0));
+    constexpr auto watched = std::chrono::seconds(10);
+    const double empty = resident_kib();
+    Tq4_pair pair;
+    pair.connect(count, pair.port);
+    for (auto _ : state) {
+        const double before = processor_seconds();
+        std::this_thread::sleep_for(watched);
+        const double used = processor_seconds() - before;
+        state.SetIterationTime(used);
+        state.counters["percent"] = 100 * used / std::chrono::duration<double>(watched).count();
+        state.counters["KiB"] = (resident_kib() - empty) / count;
+    }
+}
+
+// Sends Syncs, each from an address of its own, as fast as it is told.
+class Strangers {
+    const int m_port, m_a_second;
+    std::atomic<bool> m_over{false};
+    std::atomic<long> m_sent{0};
+    std::thread m_thread{[this] { run(); }};
+
+    void send(int fd, std::mt19937 &random) {
+        unsigned char sync[40];
+        for (unsigned char &byte : sync) byte = static_cast<unsigned char>(random());
+        sync[8] = sync[9] = 0;         // tuning and attempt
+        sync[10] = 1, sync[11] = 0x81; // version; a Sync, little-endian
+        sockaddr_in to = loopback(m_port);
+        alignas(cmsghdr) char room[CMSG_SPACE(sizeof(in_pktinfo))] = {};
+        iovec bytes{sync, sizeof sync};
+        msghdr message{&to, sizeof to, &bytes, 1, room, sizeof room, 0};
+        cmsghdr *control = CMSG_FIRSTHDR(&message);
+        *control = {CMSG_LEN(sizeof(in_pktinfo)), IPPROTO_IP, IP_PKTINFO};
+        in_pktinfo from{};
+        from.ipi_spec_dst.s_addr = htonl(0x7f000000 | (random() & 0xffffff));
+        std::memcpy(CMSG_DATA(control), &from, sizeof from);
+        m_sent += sendmsg(fd, &message, 0) > 0;
+    }
+    void run() {
+        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        std::mt19937 random(3);
+        const auto begin = Clock::now();
+        for (long sent = 0; !m_over; ++sent) {
+            while (Clock::now() < begin + sent * std::chrono::nanoseconds(1'000'000'000 / m_a_second) && !m_over)
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            send(fd, random);
+        }
+        close(fd);
+    }
+
+public:
+    Strangers(int port, int a_second) : m_port(port), m_a_second(a_second) {}
+    ~Strangers() {
+        m_over = true;
+        m_thread.join();
+    }
+    long sent() const { return m_sent; }
+};
+
+void spoofed(benchmark::State &state) {
+    constexpr int honest = 1000;
+    Tq4_pair pair;
+    for (auto _ : state) {
+        Strangers strangers(pair.port, static_cast<int>(state.range(0)));
+        const int before = pair.standing();
+        const auto begin = Clock::now();
+        for (int i = 0; i < honest; ++i) {
+            pair.begin(pair.port);
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+        const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+        state.SetIterationTime(seconds);
+        state.counters["strangers_a_second"] = static_cast<double>(strangers.sent()) / seconds;
+        state.counters["honest_percent"] = 100.0 * (pair.standing() - before) / honest;
+    }
+}
+
 void sizes(benchmark::internal::Benchmark *each) { each->Arg(1442)->Arg(64)->UseRealTime(); }
 void losses(benchmark::internal::Benchmark *each) { each->Arg(1)->Arg(5)->UseManualTime()->Iterations(1); }
 
 BENCHMARK(stream<Tq4_pair>)->Name("udcp_stream/tq4")->Apply(sizes);
 BENCHMARK(round_trip<Tq4_pair>)->Name("udcp_round_trip/tq4")->UseRealTime();
 BENCHMARK(delivery<Tq4_pair>)->Name("udcp_delivery/tq4")->Apply(losses);
+BENCHMARK(idle)->Name("udcp_idle/tq4")->Arg(10000)->UseManualTime()->Iterations(1);
+BENCHMARK(spoofed)->Name("udcp_spoofed/tq4")->Arg(50000)->UseManualTime()->Iterations(1);
 #ifdef HAVE_ENET
 BENCHMARK(stream<Enet_pair>)->Name("udcp_stream/enet")->Apply(sizes);
 BENCHMARK(round_trip<Enet_pair>)->Name("udcp_round_trip/enet")->UseRealTime();

@@ -101,8 +101,9 @@ void Tq4_udcp_engine::OnTimer(const Tq4_id &timer, const Tq4_id &connection, uns
 
 void Tq4_udcp_engine::Tick() {
     ReadClock();
-    m_idle_ticks = m_working.m_count ? 0 : m_idle_ticks + 1;
+    m_idle_ticks = m_working.m_count || m_half_open.m_count ? 0 : m_idle_ticks + 1;
     if (m_idle_ticks >= Tq4_udcp_idle_ticks) return StopTimer(m_tick);
+    LookAtHalfOpen();
     for (Tq4_list_node *node = m_working.first(), *next; node != m_working.end(); node = next) {
         next = node->next;
         Tq4_udcp_item &item = Tq4_udcp_item::Link::item_of(node);
@@ -112,11 +113,28 @@ void Tq4_udcp_engine::Tick() {
     }
 }
 
+// Strangers begin these as fast as they can send. A timer of the service for each would cost two turns of its thread.
+void Tq4_udcp_engine::LookAtHalfOpen() {
+    for (Tq4_list_node *node = m_half_open.first(), *next; node != m_half_open.end(); node = next) {
+        next = node->next;
+        Tq4_udcp_item &item = Tq4_udcp_item::Link::item_of(node);
+        if (item.m_half_open_due > m_clock) continue;
+        const Tq4_udcp_timer_value &timer = *item.m_scheme->timer;
+        ++item.m_repeat;
+        item.m_half_open_due += timer.syn_ms(&item.m_id, item.m_repeat, timer._syn_ms, nullptr);
+        Drive(item, Tq4_udcp_msg_TIMER_syn, item.m_repeat);
+    }
+}
+
 void Tq4_udcp_engine::Work(Tq4_udcp_item &item) {
     if (item.m_working.linked()) return;
     m_working.Append(&item.m_working);
-    if (!none(m_tick)) return;
+    StartTicks();
+}
+
+void Tq4_udcp_engine::StartTicks() {
     m_idle_ticks = 0;
+    if (!none(m_tick)) return;
     m_world.start_timer(m_world.context, {{}, Tq4_udcp_msg_TIMER_resend, 0, Tq4_udcp_tick_ms, nullptr}, &m_tick);
 }
 

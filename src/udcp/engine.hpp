@@ -178,6 +178,7 @@ struct Tq4_udcp_engine {
     void StartTimer(Tq4_udcp_item &item, unsigned message, unsigned long count, unsigned long ms,
                     Tq4_timer_delta delta = nullptr);
     void StopTimer(Tq4_id &timer);
+    void StartTicks();
     void Work(Tq4_udcp_item &item); // it has some at the next tick
     void Rest(Tq4_udcp_item &item);
     // Calls the application: here, and nowhere else in the engine, a kill may take the thread. After that the engine
@@ -199,6 +200,7 @@ struct Tq4_udcp_engine {
     bool MayLogStranger();
 
 private:
+    void LookAtHalfOpen();
     static Tq4_sockaddr m_peer_of(const Tq4_udcp_item &item) { return item.m_peer.get(); }
 };
 

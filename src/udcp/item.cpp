@@ -53,6 +53,7 @@ void Tq4_udcp_item::Clear() {
     m_scheme = &Tq4_udcp_scheme_of(0);
     m_first_seq = 0;
     m_t_firings = 0;
+    m_half_open_due = 0;
     m_reconnect_ms = m_resyn_ms = -1;
     m_timestamp = 0;
 }

@@ -124,6 +124,7 @@ struct Tq4_udcp_item {
     Tq4_id m_a_timer;          // of the looks at its life
     Link m_working{this};      // has work at the next tick
     Link m_half_open{this};    // begun by a stranger, not confirmed
+    uint64_t m_half_open_due;  // when its handshake is looked at next; the engine times those by itself
     long m_reconnect_ms;       // what the application said about a new attempt; negative for none
     long m_resyn_ms;           // what is being waited for now; negative for nothing
     uint64_t m_timestamp;      // our time base

@@ -47,12 +47,11 @@ void Tq4_udcp_item_syn_ack2(Tq4_udcp_item &item) {
     send_handshake(item, Tq4_upp_command::SynAck2, "[%08x:%08x] Send SynAck2 to %s:%d, auth=(%x:%x)\n");
 }
 
-void start_syn_timer(Tq4_udcp_item &item, unsigned long firings) {
+void Tq4_udcp_item_enter_user_syn(Tq4_udcp_item &item) {
     const Tq4_udcp_timer_value &timer = *item.m_scheme->timer;
-    item.m_engine.StartTimer(item, Tq4_udcp_msg_TIMER_syn, firings, timer._syn_ms, timer.syn_ms);
+    item.m_engine.StartTimer(item, Tq4_udcp_msg_TIMER_syn, 16, timer._syn_ms, timer.syn_ms);
 }
 
-void Tq4_udcp_item_enter_user_syn(Tq4_udcp_item &item) { start_syn_timer(item, 16); }
 void Tq4_udcp_item_clear_timer_t(Tq4_udcp_item &item) { item.m_engine.StopTimer(item.m_t_timer); }
 
 void Tq4_udcp_item_syn_err(Tq4_udcp_item &item) {
@@ -76,14 +75,12 @@ void Tq4_udcp_item_syn_ack_again(Tq4_udcp_item &item) {
 }
 
 void Tq4_udcp_item_enter_net_syn(Tq4_udcp_item &item) {
+    item.m_half_open_due = item.m_engine.m_clock + item.m_scheme->timer->_syn_ms;
     item.m_engine.m_half_open.Append(&item.m_half_open);
-    start_syn_timer(item, 15);
+    item.m_engine.StartTicks();
 }
 
-void Tq4_udcp_item_leave_net_syn(Tq4_udcp_item &item) {
-    item.m_engine.m_half_open.Unlink(&item.m_half_open);
-    Tq4_udcp_item_clear_timer_t(item);
-}
+void Tq4_udcp_item_leave_net_syn(Tq4_udcp_item &item) { item.m_engine.m_half_open.Unlink(&item.m_half_open); }
 
 // --- Standing ---
 
