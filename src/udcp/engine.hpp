@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <utility>
 
 #include "assert.hpp"
 #include "thread/cancel.hpp"
@@ -130,7 +131,8 @@ struct Tq4_udcp_engine {
     // What the application is being shown. It is not on the stack, so that a callback that is killed does not lose it.
     std::unique_ptr<Tq4_up_data, Tq4_up_data_delete> m_shown;
     Tq4_id m_sending = {};
-    Tq4_cancel_held_around *m_held = nullptr; // borrowed: what keeps kills off the thread that drives; null: nothing
+    Tq4_cancel_held_around *m_held =
+        nullptr; // borrowed: what keeps kills off the thread that drives; null: nothing does
     uint8_t m_group[Tq4_upp_most_datagram];
 
     Tq4_udcp_engine(const Tq4_udcp_world &world, const Tq4_udcp_settings &settings);
@@ -186,7 +188,9 @@ struct Tq4_udcp_engine {
     template <class Callback, class... Args> auto Tell(Callback callback, Args... args) {
         if (m_world.flush) m_world.flush(m_world.context);
         const auto call = [=] { return callback(args...); };
-        return m_held ? m_held->Admit(call) : call();
+        if (!m_held) return call();
+        const Telling telling(m_held);
+        return telling.held->Admit(call);
     }
     int SendTo(const Tq4_udcp_item &item, Tq4_bytes datagram) {
         m_sending = item.m_id;
@@ -200,6 +204,16 @@ struct Tq4_udcp_engine {
     bool MayLogStranger();
 
 private:
+    // While the application is called nothing keeps kills off.
+    struct Telling {
+        Tq4_cancel_held_around *&current;
+        Tq4_cancel_held_around *const held = std::exchange(current, nullptr);
+        explicit Telling(Tq4_cancel_held_around *&holding) : current(holding) {}
+        ~Telling() { current = held; }
+        Telling(const Telling &) = delete;
+        Telling &operator=(const Telling &) = delete;
+    };
+
     void LookAtHalfOpen();
     static Tq4_sockaddr m_peer_of(const Tq4_udcp_item &item) { return item.m_peer.get(); }
 };

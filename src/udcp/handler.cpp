@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <new>
+#include <optional>
 #include <utility>
 
 #include "platform/multi_platform_pthread.hpp"
@@ -229,16 +231,22 @@ Tq4_string take(Tq4_msg &message) { return static_cast<Tq4_string>(std::exchange
 
 } // namespace
 
-// While a message is handled a kill takes the thread only in the application's callbacks. A callback that asks for a
-// connection has that message handled inside its own.
+// A kill takes the thread only in the application's callbacks. From the first message on it is kept off for good, since
+// keeping it off for each would cost as much as the message. A callback that asks for a connection has that message
+// handled inside its own.
 class Tq4_udcp_handler::Inside {
     Tq4_udcp_engine &m_engine;
-    Tq4_cancel_held_around m_held;
-    Tq4_cancel_held_around *const m_outer = std::exchange(m_engine.m_held, &m_held);
+    std::optional<Tq4_cancel_held_around> m_in_callback;
 
 public:
-    explicit Inside(Tq4_udcp_engine &engine) : m_engine(engine) {}
-    ~Inside() { m_engine.m_held = m_outer; }
+    explicit Inside(Tq4_udcp_handler &handler) : m_engine(*handler.m_engine) {
+        if (m_engine.m_held) return;
+        const bool is_first = !std::exchange(handler.m_entered, true);
+        m_engine.m_held = is_first ? new (handler.m_held) Tq4_cancel_held_around : &m_in_callback.emplace();
+    }
+    ~Inside() {
+        if (m_in_callback) m_engine.m_held = nullptr;
+    }
     Inside(const Inside &) = delete;
     Inside &operator=(const Inside &) = delete;
 };
@@ -271,7 +279,7 @@ long Tq4_udcp_handler::Handle(void *context, Tq4_msg *message) {
     static_assert(std::size(answers) == Tq4_udcp_msg_FRAME + 1);
     Tq4_udcp_handler &handler = of(context);
     Tq4_udcp_engine &engine = *handler.m_engine;
-    const Inside inside(engine);
+    const Inside inside(handler);
     long answer = 1;
     if (message->msg == message_flush) {
         handler.m_will_flush = false;

@@ -70,8 +70,11 @@ private:
     static Tq4_id *receiver(const Tq4_id *id) { return const_cast<Tq4_id *>(id); } // the dispatcher copies it
 
     const Network m_network;
-    Tq4_udcp_outbox m_outbox;    // the loop's thread alone
-    bool m_will_flush = false;   // that thread's: a message that flushes is on its way to it
+    Tq4_udcp_outbox m_outbox;  // the loop's thread alone
+    bool m_will_flush = false; // that thread's: a message that flushes is on its way to it
+    bool m_entered = false;    // that thread's: it has handled a message
+    // Made by that thread and never destroyed: it ends with the thread.
+    alignas(Tq4_cancel_held_around) std::byte m_held[sizeof(Tq4_cancel_held_around)];
     const uint64_t m_clock_base; // wall clock less the clock that only goes forward, milliseconds
     Tq4_udcp_caches m_caches;
     const Tq4_own<Tq4_timer> m_timer = Tq4_make<Tq4_timer>(Tq4_timer_oitf);

@@ -12,7 +12,11 @@ bool Tq4_udcp_outbox::Continues(Tq4_sockaddr to, std::size_t size) const {
 
 void Tq4_udcp_outbox::Add(const Tq4_id &connection, Tq4_sockaddr to, Tq4_bytes datagram) {
     if (m_count && !Continues(to, datagram.size)) Flush();
-    if (datagram.size > most_bytes || !m_way.send_run) return SendOne(connection, to, datagram);
+    if (datagram.size > most_bytes || !m_way.send_run || m_alone) {
+        if (m_alone) --m_alone;
+        SendOne(connection, to, datagram);
+        return;
+    }
     if (m_count == 0) {
         Tq4_sockaddr_oitf->Copy(m_to.get(), to);
         m_length = datagram.size;
@@ -27,12 +31,16 @@ void Tq4_udcp_outbox::Flush() {
     const unsigned count = m_count;
     m_size = m_count = 0;
     if (count == 0 || (count > 1 && m_way.send_run(m_way.context, m_to.get(), {m_room.get(), size}, m_length))) return;
+    bool all_went = true;
     for (unsigned i = 0; i < count; ++i) {
         const std::size_t at = i * m_length;
-        SendOne(m_connections[i], m_to.get(), {m_room.get() + at, std::min(m_length, size - at)});
+        all_went &= SendOne(m_connections[i], m_to.get(), {m_room.get() + at, std::min(m_length, size - at)});
     }
+    if (count > 1 && all_went) m_alone = refused_lasts;
 }
 
-void Tq4_udcp_outbox::SendOne(const Tq4_id &connection, Tq4_sockaddr to, Tq4_bytes datagram) {
-    if (!m_way.send(m_way.context, to, datagram)) m_way.failed(m_way.context, connection, datagram);
+bool Tq4_udcp_outbox::SendOne(const Tq4_id &connection, Tq4_sockaddr to, Tq4_bytes datagram) {
+    if (m_way.send(m_way.context, to, datagram)) return true;
+    m_way.failed(m_way.context, connection, datagram);
+    return false;
 }

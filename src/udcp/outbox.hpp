@@ -26,6 +26,9 @@ public:
     };
     static constexpr unsigned most_datagrams = 64; // what every system that knows runs can cut
     static constexpr std::size_t most_bytes = 65000;
+    // After a run that was refused although each of its datagrams could go: how many leave one by one before the next
+    // run is tried. Some interfaces know no runs, and a way may lead over another interface later.
+    static constexpr unsigned refused_lasts = 1000;
 
     explicit Tq4_udcp_outbox(const Way &way) : m_way(way) {}
     Tq4_udcp_outbox(const Tq4_udcp_outbox &) = delete;
@@ -39,13 +42,14 @@ public:
 
 private:
     bool Continues(Tq4_sockaddr to, std::size_t size) const;
-    void SendOne(const Tq4_id &connection, Tq4_sockaddr to, Tq4_bytes datagram);
+    bool SendOne(const Tq4_id &connection, Tq4_sockaddr to, Tq4_bytes datagram);
 
     const Way m_way;
     const Tq4_own<Tq4_sockaddr> m_to = Tq4_make<Tq4_sockaddr>(Tq4_sockaddr_oitf);
     const std::unique_ptr<uint8_t[]> m_room = std::make_unique_for_overwrite<uint8_t[]>(most_bytes);
     Tq4_id m_connections[most_datagrams];
     unsigned m_count = 0;
+    unsigned m_alone = 0;     // datagrams that leave one by one before the next run
     std::size_t m_length = 0; // of each datagram but the last
     std::size_t m_size = 0;   // of all
 };

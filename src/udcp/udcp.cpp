@@ -175,11 +175,13 @@ public:
     Caller &operator=(const Caller &) = delete;
     explicit operator bool() const { return m_running != nullptr; }
     Tq4_udcp_running *operator->() const { return m_running.get(); }
-    // A string with these bytes, as the running has its strings made.
+    // A string with these bytes and room for a header, as the running has its strings made.
     Tq4_string Copy(const void *bytes, unsigned long length) const {
         const Tq4_string string = m_running->handler.strings().Make();
-        if (length) (*string)->Memcpy(string, bytes, length);
-        return string;
+        char *room = length ? (*string)->Extend(string, length + Tq4_upp_base_size) : nullptr; // its header follows
+        if (!room) return string;
+        std::memcpy(room, bytes, length);
+        return (*string)->truncate(string, length);
     }
 };
 
