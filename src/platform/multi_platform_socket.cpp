@@ -108,6 +108,8 @@ int MP_SOCK_AnsyConnect(int socket, const sockaddr *address, socklen_t length) {
 
 int MP_SOCK_Open(int family, int type) { return socket(family, type | SOCK_CLOEXEC, 0); }
 
+int MP_SOCK_Duplicate(int socket) { return fcntl(socket, F_DUPFD_CLOEXEC, 0); }
+
 int MP_SOCK_Bind(int socket, const sockaddr *address, socklen_t length) { return bind(socket, address, length) == 0; }
 
 int MP_SOCK_Connect(int socket, const sockaddr *address, socklen_t length) {
@@ -137,6 +139,26 @@ int MP_SOCK_Accept(int socket, sockaddr *peer, socklen_t *length) {
 
 long MP_SOCK_Send(int socket, const void *bytes, std::size_t n, const sockaddr *to, socklen_t length) {
     return MP_Restarted([=] { return sendto(socket, bytes, n, MSG_NOSIGNAL, to, length); });
+}
+
+int MP_SOCK_SendRun(int socket, const void *bytes, std::size_t n, std::size_t datagram, const sockaddr *to,
+                    socklen_t length) {
+    const auto segment = static_cast<uint16_t>(datagram);
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof segment)] = {};
+    iovec block{const_cast<void *>(bytes), n};
+    msghdr message{};
+    message.msg_name = const_cast<sockaddr *>(to);
+    message.msg_namelen = length;
+    message.msg_iov = &block;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr *header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = IPPROTO_UDP;
+    header->cmsg_type = UDP_SEGMENT;
+    header->cmsg_len = CMSG_LEN(sizeof segment);
+    std::memcpy(CMSG_DATA(header), &segment, sizeof segment);
+    return MP_Restarted([&] { return sendmsg(socket, &message, MSG_NOSIGNAL); }) == static_cast<ssize_t>(n);
 }
 
 long MP_SOCK_ReceiveNow(int socket, MP_SOCK_Room first, MP_SOCK_Room second, sockaddr *from, socklen_t *length) {

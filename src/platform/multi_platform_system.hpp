@@ -21,6 +21,11 @@ time_t MP_mktime(tm *fields);
 // Returns after ms milliseconds, whatever signals come; at once when ms is 0 or negative.
 void MP_Sleep(long ms);
 
+// --- Chance ---
+
+// Fills room with n bytes that nobody can guess. 1; 0 when the system has none to give.
+int MP_GetRandom(void *room, std::size_t n);
+
 // --- The process ---
 
 unsigned long MP_GetCurrentProcessId();
