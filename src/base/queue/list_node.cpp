@@ -55,16 +55,17 @@ void Tq4_list_walker::FollowLinked(Tq4_list_node *node) {
 }
 
 void Tq4_list_walker::FollowUnlinking(Tq4_list_node *node) {
-    if (node == m_seen && !last(node))
+    if (node != m_seen) {
+        if (first(node) || node->next == m_seen)
+            --m_seen_index;
+        else if (node->prev != m_seen && !last(node))
+            Forget();
+    } else if (!last(node)) {
         m_seen = node->next;
-    else if (first(node) && last(node))
-        Forget();
-    else if (node == m_seen)
-        m_seen = node->prev, --m_seen_index;
-    else if (first(node) || node->next == m_seen)
-        --m_seen_index;
-    else if (node->prev != m_seen && !last(node))
-        Forget();
+    } else {
+        m_seen = first(node) ? nullptr : node->prev;
+        --m_seen_index; // of no meaning where there is no place
+    }
 }
 
 namespace {
