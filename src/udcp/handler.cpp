@@ -6,7 +6,6 @@
 #include <cstring>
 #include <iterator>
 #include <new>
-#include <optional>
 #include <utility>
 
 #include "platform/multi_platform_pthread.hpp"
@@ -234,28 +233,26 @@ Tq4_string take(Tq4_msg &message) { return static_cast<Tq4_string>(std::exchange
 // A kill takes the thread only in the application's callbacks. From the first message on it is kept off for good, since
 // keeping it off for each would cost as much as the message. A callback that asks for a connection has that message
 // handled inside its own.
-class Tq4_udcp_handler::Inside {
-    Tq4_udcp_engine &m_engine;
-    std::optional<Tq4_cancel_held_around> m_in_callback;
-
-public:
-    explicit Inside(Tq4_udcp_handler &handler) : m_engine(*handler.m_engine) {
-        if (m_engine.m_held) return;
-        const bool is_first = !std::exchange(handler.m_entered, true);
-        m_engine.m_held = is_first ? new (handler.m_held) Tq4_cancel_held_around : &m_in_callback.emplace();
+long Tq4_udcp_handler::Handle(void *context, Tq4_msg *message) {
+    Tq4_udcp_handler &handler = of(context);
+    Tq4_cancel_held_around *&held = handler.m_engine->m_held;
+    if (held) return handler.Answer(*message);
+    if (!std::exchange(handler.m_entered, true)) {
+        held = new (handler.m_held) Tq4_cancel_held_around;
+        return handler.Answer(*message);
     }
-    ~Inside() {
-        if (m_in_callback) m_engine.m_held = nullptr;
-    }
-    Inside(const Inside &) = delete;
-    Inside &operator=(const Inside &) = delete;
-};
+    Tq4_cancel_held_around in_callback;
+    held = &in_callback;
+    const long answer = handler.Answer(*message);
+    held = nullptr;
+    return answer;
+}
 
 // What answers each message, by its number. Those behind the last are timers, whose numbers are the engine's events.
-long Tq4_udcp_handler::Handle(void *context, Tq4_msg *message) {
-    using Answer = long (*)(Tq4_udcp_engine &, Tq4_msg &);
-    constexpr Answer nothing = [](Tq4_udcp_engine &, Tq4_msg &) { return 0l; };
-    static constexpr Answer answers[] = {
+long Tq4_udcp_handler::Answer(Tq4_msg &message) {
+    using Action = long (*)(Tq4_udcp_engine &, Tq4_msg &);
+    constexpr Action nothing = [](Tq4_udcp_engine &, Tq4_msg &) { return 0l; };
+    static constexpr Action actions[] = {
         nothing,
         [](Tq4_udcp_engine &engine, Tq4_msg &) { return engine.BeginExit(), 1l; },
         [](Tq4_udcp_engine &engine, Tq4_msg &m) {
@@ -276,20 +273,17 @@ long Tq4_udcp_handler::Handle(void *context, Tq4_msg *message) {
             return long{engine.Receive(&cache.buffer, cache.sender.get())};
         },
     };
-    static_assert(std::size(answers) == Tq4_udcp_msg_FRAME + 1);
-    Tq4_udcp_handler &handler = of(context);
-    Tq4_udcp_engine &engine = *handler.m_engine;
-    const Inside inside(handler);
+    static_assert(std::size(actions) == Tq4_udcp_msg_FRAME + 1);
     long answer = 1;
-    if (message->msg == message_flush) {
-        handler.m_will_flush = false;
-        handler.m_outbox.Flush();
-    } else if (message->msg < std::size(answers))
-        answer = answers[message->msg](engine, *message);
+    if (message.msg == message_flush) {
+        m_will_flush = false;
+        m_outbox.Flush();
+    } else if (message.msg < std::size(actions))
+        answer = actions[message.msg](*m_engine, message);
     else
-        engine.OnTimer(*message->sender, *message->receiver, static_cast<unsigned>(message->msg),
-                       static_cast<unsigned long>(message->submsg));
-    handler.FlushSoon();
-    if (engine.m_exit_flag == 2) (*handler.m_ended)->Set(handler.m_ended.get());
+        m_engine->OnTimer(*message.sender, *message.receiver, static_cast<unsigned>(message.msg),
+                          static_cast<unsigned long>(message.submsg));
+    FlushSoon();
+    if (m_engine->m_exit_flag == 2) (*m_ended)->Set(m_ended.get());
     return answer;
 }

@@ -57,7 +57,6 @@ private:
     struct Trigger;
     struct Connecting;
     struct Destination;
-    class Inside;
 
     Tq4_udcp_world World(Tq4_udcp pair, const Tq4_udcp_callback &callbacks);
     static Tq4_udcp_handler &of(void *context) { return *static_cast<Tq4_udcp_handler *>(context); }
@@ -66,6 +65,7 @@ private:
     Tq4_udcp_outbox::Way Way();
     void FlushSoon();
     static long Handle(void *context, Tq4_msg *message);
+    long Answer(Tq4_msg &message);
     void Dropped(const uint8_t (&base)[Tq4_upp_base_size], Tq4_sockaddr sender);
     static Tq4_id *receiver(const Tq4_id *id) { return const_cast<Tq4_id *>(id); } // the dispatcher copies it
 
