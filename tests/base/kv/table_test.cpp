@@ -154,6 +154,23 @@ TEST_F(TableTest, HandlesDeletedByMistakeLeaveAnEmptyKeyAndValue) {
     EXPECT_EQ(content(t.get()), "b=1 ") << "the index knows it as before";
 }
 
+TEST_F(TableTest, IsCopiedComparedDumpedAndDeletedHoweverDeepTablesAreNested) {
+    constexpr unsigned long levels = 50000, bytes_a_level = 10;
+    Tq4_value_table inner = t.get();
+    for (unsigned long i = 0; i < levels; ++i) inner = (*inner)->InsertTableS(inner, "t");
+    (*inner)->SetSI(inner, "n", 1);
+    Table copy = Table(static_cast<Tq4_value_table>(Tq4_object_Dup(t.get())));
+    EXPECT_TRUE(Tq4_object_Equal(copy.get(), t.get()));
+    EXPECT_EQ(dump(copy), dump(t));
+    EXPECT_EQ(dump(t).size(), levels * bytes_a_level + from_hex("00 00000001 6400016E 07080000000000000001").size());
+    (*inner)->SetSI(inner, "n", 2);
+    EXPECT_FALSE(Tq4_object_Equal(copy.get(), t.get())) << "the innermost counts";
+    (*t)->Append(t.get(), copy.get());
+    EXPECT_EQ(dump(t).size(), 5 + 2 * (dump(copy).size() - 5));
+    (*t)->RemoveAt(t.get(), 0);
+    EXPECT_TRUE(Tq4_object_Equal(copy.get(), t.get()));
+}
+
 TEST_F(TableTest, PrintsJsonShapedText) {
     EXPECT_EQ(echoed(t, 1), "{}");
     EXPECT_EQ(echoed(t, 0), "\n{\n}");
