@@ -28,7 +28,9 @@ struct Tq4_value_table_obj {
     bool m_cur_is_next = false; // the entry at m_cur was removed: the cursor moved on, and Next gives m_cur itself
     uint8_t m_case = 0;         // given to the keys that the table makes; the index has a flag of its own
 
-    ~Tq4_value_table_obj() { RemoveAll(); }
+    ~Tq4_value_table_obj() {
+        if (m_list.m_count) RemoveAll();
+    }
     void Reset();
     void Copy(const Tq4_value_table_obj *source); // null empties
     bool Equal(const Tq4_value_table_obj &other) const;

@@ -42,11 +42,10 @@ void Deep::EndEntries(Tq4_list &entries, std::vector<Tq4_value_table> &put_off, 
         Tq4_kv_pair *pair = pair_of(node);
         node = node->next;
         if (node != entries.end()) Prefetch(pair_of(node)->value());
-        Tq4_value_table inner = take_table(pair->value());
+        if (Tq4_value_table inner = take_table(pair->value()))
+            depth < Tq4_table_recursion_limit ? EndTable(inner, put_off, depth + 1) : put_off.push_back(inner);
         Delete_Tq4_kv_pair(pair);
         m_room.Give(pair);
-        if (!inner) continue;
-        depth < Tq4_table_recursion_limit ? EndTable(inner, put_off, depth + 1) : put_off.push_back(inner);
     }
 }
 

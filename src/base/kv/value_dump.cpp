@@ -15,7 +15,10 @@ namespace {
 
 using Value = Tq4_value_obj;
 
-using Writer = Tq4_byte_writer;
+struct Writer : Tq4_byte_writer {
+    using Tq4_byte_writer::Tq4_byte_writer;
+    int depth = 0; // tables that hold what is written
+};
 
 using Tq4_value_dump = void (*)(const Value &, Writer &);
 
@@ -157,23 +160,22 @@ void dump_deep_table(const Tq4_value_table_obj &table, Writer &out) {
     }
 }
 
-void dump_table(const Tq4_value_table_obj &table, Writer &out, int depth) {
-    if (depth == Tq4_table_recursion_limit) return dump_deep_table(table, out);
+void dump_table(const Tq4_value_table_obj &table, Writer &out) {
     begin_table(table, out);
     table.EachPair([&](const Tq4_kv_pair &pair) {
         pair.key().DumpTo(out);
-        if (const Tq4_value_table_obj *inner = pair.value().table_record()) {
-            out.Put(static_cast<uint8_t>(Tq4_value_Table));
-            dump_table(*inner, out, depth + 1);
-        } else {
-            dump_value(pair.value(), out);
-        }
+        dump_value(pair.value(), out);
         return true;
     });
 }
 
 void Tq4_value_dump_Table(const Value &v, Writer &out) {
-    if (const Tq4_value_table_obj *table = v.table_record()) dump_table(*table, out, 0);
+    const Tq4_value_table_obj *table = v.table_record();
+    if (!table) return;
+    if (out.depth == Tq4_table_recursion_limit) return dump_deep_table(*table, out);
+    ++out.depth;
+    dump_table(*table, out);
+    --out.depth;
 }
 
 Tq4_wbuf *buffer_of(Tq4_string out) { return &Tq4_record<Tq4_string_obj>(out)->m_buf; }
@@ -191,6 +193,6 @@ long Tq4_value_obj::Dump(Tq4_string out) const {
 long Tq4_value_table_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
     Writer to(buffer_of(out));
-    dump_table(*this, to, 0);
+    dump_table(*this, to);
     return Count() ? to.written() : 0;
 }

@@ -25,7 +25,7 @@ struct Tq4_list {
     void Link(Tq4_list_node *node, Tq4_list_node *before) {
         TQ4_CHECK(!Tq4_list_node_linked(node));
         Tq4_list_node_AddNode(before->prev, node);
-        m_walker.Linked(node);
+        if (before != &m_tail) m_walker.Linked(node);
         ++m_count;
         Check();
     }
