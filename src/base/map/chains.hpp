@@ -144,7 +144,7 @@ public:
     // A new number of chains, while there are no entries; 0, and more than memory can hold, changes nothing.
     void Resize(uint64_t heads = first_size) {
         if (m_nCount > 0 || heads == m_nHashTableSize || heads == 0 || heads > most_heads) return;
-        Entry **other = heads == first_size ? nullptr : static_cast<Entry **>(std::calloc(heads, sizeof *other));
+        Entry **other = heads == first_size ? nullptr : static_cast<Entry **>(std::calloc(heads, sizeof(void *)));
         if (!other && heads != first_size) return;
         m_other_heads.reset(other);
         m_pHashTable = other ? other : m_first_heads;
