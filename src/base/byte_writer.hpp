@@ -86,7 +86,7 @@ public:
     }
 
     // Fills room that was reserved: fill gives the end of what it wrote there.
-    template <class Fill_room> void Fill(Fill_room fill) { m_at = fill(m_at); }
+    template <class FillRoom> void Fill(FillRoom fill) { m_at = fill(m_at); }
 
     // The place of n bytes that the caller fills at once; null when they find no room.
     uint8_t *Extend(uint64_t n) {
