@@ -52,7 +52,7 @@ bool append_last(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_up_data &packet)
 bool renew_base(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_up_data &packet) {
     const uint64_t here = packet.arrival - item.m_timestamp_r.local, there = packet.ts - item.m_timestamp_r.peer;
     const auto delay = static_cast<int64_t>(here - there);
-    obj.Log("[%08x:%08x] 收到时间同步消息，通信延迟约 %u ms\n", item.m_id.h, item.m_id.l,
+    obj.Log("[%08x:%08x] 收到时间同步消息，通信延迟约 %u ms", item.m_id.h, item.m_id.l,
             delay > 0 ? static_cast<unsigned>(delay) : 0u);
     item.m_timestamp_r = {obj.m_clock, packet.ts};
     return true;

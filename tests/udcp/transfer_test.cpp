@@ -349,7 +349,7 @@ TEST_F(UdcpTransfer, TimeBaseIsRenewedAfterAnHour) {
     EXPECT_EQ(item(server, there).m_timestamp_r.peer, item(client, id).m_timestamp);
     ASSERT_FALSE(server.logged.empty());
     char line[128];
-    std::snprintf(line, sizeof line, "[%08x:%08x] 收到时间同步消息，通信延迟约 0 ms\n", there.h, there.l);
+    std::snprintf(line, sizeof line, "[%08x:%08x] 收到时间同步消息，通信延迟约 0 ms", there.h, there.l);
     EXPECT_EQ(server.logged[0], line);
 }
 
