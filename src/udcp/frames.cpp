@@ -196,7 +196,7 @@ int and_acknowledged(Tq4_udcp_engine &obj, Tq4_udcp_item &item, const Tq4_udcp_f
 int Tq4_upf_post(Tq4_udcp_engine &obj, const Tq4_udcp_frame &frame) {
     Tq4_udcp_item *item = find_standing(obj, frame);
     if (!item) return 0;
-    obj.m_shown.reset(Create_Tq4_up_data(obj.m_strings, std::exchange(*frame.buffer, nullptr), false));
+    obj.m_shown.reset(Create_Tq4_up_data(obj, std::exchange(*frame.buffer, nullptr), false));
     obj.m_shown->info.delay = Tq4_upi_Delay(*item, obj.m_clock, frame.packet.delta);
     if (const auto on_post = obj.m_world.deliver.OnPost) obj.Tell(on_post, &item->m_cbdata, &obj.m_shown->info);
     obj.m_shown.reset();

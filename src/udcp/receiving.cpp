@@ -114,7 +114,7 @@ void Tq4_upi_Cache(Tq4_udcp_engine &obj, Tq4_udcp_item &item, const Tq4_upp_Pack
                    Tq4_up_type type, Tq4_string string, bool safe) {
     if (beyond(item, seq) && !obj.MayLogStranger()) return obj.m_strings.Free(string);
     const uint64_t base = type == Tq4_up_type::Timestamp ? packet.time : item.m_timestamp_r.peer;
-    Tq4_up_data *cached = Create_Tq4_up_data(obj.m_strings, string, safe);
+    Tq4_up_data *cached = Create_Tq4_up_data(obj, string, safe);
     cached->type = type;
     cached->ts = base + packet.delta;
     cached->arrival = obj.m_clock;
