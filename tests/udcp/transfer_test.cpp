@@ -402,7 +402,7 @@ TEST(UdcpOrders, HostsOfEitherOrderUnderstandEachOther) {
         Host &server = simulator.add_host(at_server, {.order = theirs});
         std::set<std::string> commands;
         int number = 0;
-        simulator.lose = [&](unsigned long, const Host &from, Tq4_bytes bytes) {
+        simulator.lose = [&](unsigned long, Host &from, Tq4_bytes bytes) {
             Tq4_upp_Packet packet;
             EXPECT_GE(Tq4_upp_Decode(bytes, 0, packet), 0);
             EXPECT_EQ(packet.order, &from == &client ? mine : theirs);
