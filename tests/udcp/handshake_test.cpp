@@ -186,17 +186,6 @@ TEST_F(UdcpHandshake, LateSynAckIsNotForTheNextAttempt) {
     EXPECT_EQ(at_client.take(), (Texts{"ok", "disconnect", "ok"}));
 }
 
-TEST_F(UdcpHandshake, RepeatedSynAckIsAnsweredAndNothingElse) {
-    id = client.connect(server);
-    simulator.run_for(100 * ms);
-    const std::string answer = datagrams[1];
-    take_wire();
-    client.receive(server.key(), answer);
-    simulator.run_for(100 * ms);
-    EXPECT_EQ(wire, Texts{"0:SynAck2"});
-    EXPECT_EQ(at_client.take(), Texts{"ok"});
-}
-
 TEST_F(UdcpHandshake, RepeatedSyncIsForTheConnectionItBegan) {
     int lost = 0;
     lose = [&](const std::string &name) { return name == "1:SynAck" && lost++ < 3; };
@@ -314,19 +303,6 @@ TEST_F(UdcpHandshake, WhoDoesNotListenIsNobodysServer) {
     EXPECT_EQ(wire, Texts{"0:Sync"});
     ASSERT_EQ(deaf.logged.size(), 2u);
     EXPECT_EQ(deaf.logged[1], "收到[10.0.0.1:4000]同步请求,但本端拒绝作为服务器");
-}
-
-TEST_F(UdcpHandshake, StopClosesAllAndWaitsForThem) {
-    connect();
-    client.connect(server);
-    simulator.run_for(100 * ms);
-    client.engine().BeginExit();
-    EXPECT_EQ(client.engine().m_exit_flag, 1);
-    Tq4_id none{};
-    EXPECT_EQ(client.engine().Connect("x", 1, Host::sockaddr_of(server.key()).get(), nullptr, nullptr, &none), 0);
-    simulator.run_for(1 * second);
-    EXPECT_EQ(client.engine().m_exit_flag, 2);
-    EXPECT_EQ(client.engine().connections() + server.engine().connections(), 0u);
 }
 
 // Whatever one or two datagrams of a whole life are lost, the application sees the same.

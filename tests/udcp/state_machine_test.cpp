@@ -152,12 +152,6 @@ TEST(UdcpStateMachine, TimerThatWasStoppedIsNotHeardAnyMore) {
     EXPECT_EQ(stage.state(), "user_rst");
 }
 
-TEST(UdcpStateMachine, FitsTogether) {
-    const auto machine = Tq4_make<Tq4_fsm>(Tq4_fsm_oitf);
-    EXPECT_EQ(Tq4_udcp_InitFSM(machine.get()), 0);
-    EXPECT_EQ((*machine)->GetStateCount(machine.get()), 10u);
-}
-
 // A repeated SynAck2 cannot come to a master: it would be a fault of our own.
 TEST(UdcpStateMachineDeathTest, MasterNeverBecomesASlave) {
     Stage stage("net_syn");
