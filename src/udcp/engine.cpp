@@ -114,6 +114,7 @@ void Tq4_udcp_engine::Tick() {
 }
 
 // Strangers begin these as fast as they can send. A timer of the service for each would cost two turns of its thread.
+// After a pause of the process no attempt is made up for: the peer must have its time to answer each.
 void Tq4_udcp_engine::LookAtHalfOpen() {
     for (Tq4_list_node *node = m_half_open.first(), *next; node != m_half_open.end(); node = next) {
         next = node->next;
@@ -121,7 +122,7 @@ void Tq4_udcp_engine::LookAtHalfOpen() {
         if (item.m_half_open_due > m_clock) continue;
         const Tq4_udcp_timer_value &timer = *item.m_scheme->timer;
         ++item.m_repeat;
-        item.m_half_open_due += timer.syn_ms(&item.m_id, item.m_repeat, timer._syn_ms, nullptr);
+        item.m_half_open_due = m_clock + timer.syn_ms(&item.m_id, item.m_repeat, timer._syn_ms, nullptr);
         Drive(item, Tq4_udcp_msg_TIMER_syn, item.m_repeat);
     }
 }
@@ -209,7 +210,7 @@ int Tq4_udcp_engine::Connect(const char *addr, int port, Tq4_sockaddr resolved, 
     ReadClock();
     Tq4_udcp_item *item = m_exit_flag ? nullptr : Begin(true);
     if (!item) {
-        Log("创建到[%s:%u]连接失败,资源不足\n", addr, port);
+        Log("创建到[%s:%u]连接失败,资源不足", addr, port);
         return 0;
     }
     item->m_addr = addr;
@@ -221,7 +222,7 @@ int Tq4_udcp_engine::Connect(const char *addr, int port, Tq4_sockaddr resolved, 
     if (user_id) item->m_cbdata.user_id = *user_id;
     item->m_cbdata.user_data = user_data;
     if (out) *out = item->m_id;
-    Log("[%08x:%08x] 启动同步请求，时间戳=%lu\n", item->m_id.h, item->m_id.l, item->m_timestamp);
+    Log("[%08x:%08x] 启动同步请求，时间戳=%lu", item->m_id.h, item->m_id.l, item->m_timestamp);
     Drive(*item, Tq4_udcp_msg_USER, Tq4_udcp_user_connect);
     return 1;
 }

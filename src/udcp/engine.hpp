@@ -114,6 +114,8 @@ struct Tq4_udcp_engine {
     const uint8_t m_order;
     Tq4_udcp_strings m_strings;
 
+    Tq4_udcp_spares<Tq4_ups_data> m_spare_sent; // before all that gives back to them
+    Tq4_udcp_spares<Tq4_up_data> m_spare_received;
     Tq4_own<Tq4_pool> m_items;       // all connections
     Tq4_own<Tq4_strmap> m_addresses; // "address:port" to the connection half open from there; null: nobody may connect
     Tq4_own<Tq4_fsm> m_fsm;

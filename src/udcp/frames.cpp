@@ -25,7 +25,7 @@ int told_order(const Tq4_udcp_engine &obj, const Tq4_upp_Packet &packet) {
 }
 
 int wrong_code(Tq4_udcp_engine &obj, const Tq4_udcp_item &item, const Tq4_udcp_frame &frame) {
-    obj.LogStranger("[%08x:%08x] 收到[%s:%u] 包,cmd=%x,验证码不正确\n", item.m_id.h, item.m_id.l, from(frame),
+    obj.LogStranger("[%08x:%08x] 收到[%s:%u] 包,cmd=%x,验证码不正确", item.m_id.h, item.m_id.l, from(frame),
                     port_of(frame), frame.packet.cmd);
     return 0;
 }
@@ -34,7 +34,7 @@ Tq4_udcp_item *find_or_log(Tq4_udcp_engine &obj, const Tq4_udcp_frame &frame) {
     const Tq4_upp_Packet &packet = frame.packet;
     Tq4_udcp_item *item = obj.Find(packet.receiver);
     if (!item)
-        obj.LogStranger("收到[%s:%u] 包,cmd=%x,无法找到[%08x:%08x]对应的连接对象\n", from(frame), port_of(frame),
+        obj.LogStranger("收到[%s:%u] 包,cmd=%x,无法找到[%08x:%08x]对应的连接对象", from(frame), port_of(frame),
                         packet.cmd, packet.receiver.h, packet.receiver.l);
     return item;
 }
@@ -61,7 +61,7 @@ Tq4_udcp_item *find_standing(Tq4_udcp_engine &obj, const Tq4_udcp_frame &frame) 
 }
 
 int Tq4_upf_error(Tq4_udcp_engine &obj, const Tq4_udcp_frame &frame) {
-    obj.LogStranger("收到[%s:%u] 错误包,len=%d\n", from(frame), port_of(frame),
+    obj.LogStranger("收到[%s:%u] 错误包,len=%d", from(frame), port_of(frame),
                     static_cast<int>(frame.packet.payload.size + Tq4_upp_base_size));
     return 0;
 }
@@ -81,7 +81,7 @@ Tq4_udcp_item *begin_slave(Tq4_udcp_engine &obj, const Tq4_udcp_frame &frame) {
         obj.Drive(Tq4_udcp_item::Link::item_of(obj.m_half_open.first()), Tq4_udcp_msg_TIMER_syn, 15);
     Tq4_udcp_item *item = obj.Begin(false);
     if (!item) {
-        obj.LogStranger("收到[%s:%u] 同步请求,资源不足\n", from(frame), port_of(frame));
+        obj.LogStranger("收到[%s:%u] 同步请求,资源不足", from(frame), port_of(frame));
         return nullptr;
     }
     const Tq4_upp_Packet &packet = frame.packet;
@@ -101,7 +101,7 @@ int Tq4_upf_sync(Tq4_udcp_engine &obj, const Tq4_udcp_frame &frame) {
     obj.LogStranger("Sync(%d) from %s:%d, auth=(%x:%x)\n", packet.repeat, from(frame), port_of(frame), packet.auth_h,
                     packet.auth_l);
     if (!obj.m_addresses) {
-        obj.LogStranger("收到[%s:%u]同步请求,但本端拒绝作为服务器\n", from(frame), port_of(frame));
+        obj.LogStranger("收到[%s:%u]同步请求,但本端拒绝作为服务器", from(frame), port_of(frame));
         return 0;
     }
     if (obj.m_exit_flag) return 0;
@@ -128,7 +128,7 @@ int Tq4_upf_sync_ack(Tq4_udcp_engine &obj, const Tq4_udcp_frame &frame) {
                     port_of(frame), packet.auth_h, packet.auth_l);
     Tq4_udcp_item *item = find_or_log(obj, frame);
     if (!item) return 0;
-    const bool first = item->m_rid.h == 0 && item->m_rid.l == 0;
+    const bool first = item->m_rid.h == 0 && item->m_rid.l == 0 && !item->stands(); // a peer may say zeros
     if (item->m_auth.h != packet.auth_l || (!first && item->m_auth.l != packet.auth_h))
         return wrong_code(obj, *item, frame);
     item->m_cbdata.byte_order = told_order(obj, packet);
@@ -196,7 +196,7 @@ int and_acknowledged(Tq4_udcp_engine &obj, Tq4_udcp_item &item, const Tq4_udcp_f
 int Tq4_upf_post(Tq4_udcp_engine &obj, const Tq4_udcp_frame &frame) {
     Tq4_udcp_item *item = find_standing(obj, frame);
     if (!item) return 0;
-    obj.m_shown.reset(Create_Tq4_up_data(obj.m_strings, std::exchange(*frame.buffer, nullptr), false));
+    obj.m_shown.reset(Create_Tq4_up_data(obj, std::exchange(*frame.buffer, nullptr), false));
     obj.m_shown->info.delay = Tq4_upi_Delay(*item, obj.m_clock, frame.packet.delta);
     if (const auto on_post = obj.m_world.deliver.OnPost) obj.Tell(on_post, &item->m_cbdata, &obj.m_shown->info);
     obj.m_shown.reset();
@@ -254,7 +254,7 @@ int Tq4_udcp_doFrame(Tq4_udcp_engine &obj, Tq4_string *datagram, Tq4_sockaddr se
     const Tq4_bytes bytes = Tq4_udcp_bytes(*datagram);
     const int code = Tq4_upp_Decode(bytes, obj.m_order, frame.packet);
     if (code < 0) {
-        obj.LogStranger("收到[%s:%u] 错误包,len=%d\n", from(frame), port_of(frame), static_cast<int>(bytes.size));
+        obj.LogStranger("收到[%s:%u] 错误包,len=%d", from(frame), port_of(frame), static_cast<int>(bytes.size));
         return 0;
     }
     (**datagram)->truncate(*datagram, frame.packet.payload.size);

@@ -14,12 +14,13 @@ Tq4_bytes Tq4_ups_data::bytes() const { return Tq4_udcp_bytes(data); }
 
 void Delete_Tq4_ups_data(void *data) {
     auto *packet = static_cast<Tq4_ups_data *>(data);
-    packet->strings.Free(packet->data);
-    delete packet;
+    Tq4_udcp_engine &engine = packet->engine;
+    engine.m_strings.Free(packet->data);
+    engine.m_spare_sent.Give(packet);
 }
 
-Tq4_up_data *Create_Tq4_up_data(const Tq4_udcp_strings &strings, Tq4_string string, bool safe) {
-    auto *packet = new Tq4_up_data{strings, {}, Tq4_up_type::Whole, 0, 0, 0};
+Tq4_up_data *Create_Tq4_up_data(Tq4_udcp_engine &engine, Tq4_string string, bool safe) {
+    auto *packet = new (engine.m_spare_received.Take()) Tq4_up_data{engine, {}, Tq4_up_type::Whole, 0, 0, 0};
     std::memset(&packet->info, 0, sizeof packet->info); // applications may compare records as bytes
     packet->info.data = string;
     packet->info.safe_flag = safe;
@@ -28,8 +29,9 @@ Tq4_up_data *Create_Tq4_up_data(const Tq4_udcp_strings &strings, Tq4_string stri
 
 void Delete_Tq4_up_data(void *data) {
     auto *packet = static_cast<Tq4_up_data *>(data);
-    packet->strings.Free(packet->info.data);
-    delete packet;
+    Tq4_udcp_engine &engine = packet->engine;
+    engine.m_strings.Free(packet->info.data);
+    engine.m_spare_received.Give(packet);
 }
 
 Tq4_udcp_item::Tq4_udcp_item(Tq4_udcp_engine &engine) : m_engine(engine) {

@@ -7,7 +7,9 @@
 
 #include <deque>
 #include <memory>
+#include <new>
 #include <string>
+#include <vector>
 
 #include "base/charset/conversion.hpp"
 #include "base/queue/list.hpp"
@@ -46,11 +48,11 @@ struct Tq4_udcp_SendItem {
 
 // A packet in the send window: payload and header.
 struct Tq4_ups_data {
-    const Tq4_udcp_strings &strings;
-    Tq4_string data;    // owned
-    uint64_t ts;        // the clock when it was first sent
-    uint16_t try_index; // how often it was sent; it stays at the highest
-    uint32_t asked;     // the last list of missing numbers that has named it
+    Tq4_udcp_engine &engine; // whose it is
+    Tq4_string data;         // owned
+    uint64_t ts;             // the clock when it was first sent
+    uint16_t try_index;      // how often it was sent; it stays at the highest
+    uint32_t asked;          // the last list of missing numbers that has named it
 
     Tq4_bytes bytes() const;
 };
@@ -60,18 +62,49 @@ enum class Tq4_up_type : uint8_t { Whole = 0, Fragment = 1, FragmentEnd = 2, Tim
 
 // A packet in the receive window.
 struct Tq4_up_data {
-    const Tq4_udcp_strings &strings;
-    Tq4_udcp_data info; // its string is owned
+    Tq4_udcp_engine &engine; // whose it is
+    Tq4_udcp_data info;      // its string is owned
     Tq4_up_type type;
     uint64_t ts;      // the peer's time when it was sent
     uint64_t arrival; // the clock when it came
     uint32_t delta;
 };
 // A zeroed packet around a string, which is taken.
-Tq4_up_data *Create_Tq4_up_data(const Tq4_udcp_strings &strings, Tq4_string string, bool safe);
+Tq4_up_data *Create_Tq4_up_data(Tq4_udcp_engine &engine, Tq4_string string, bool safe);
 void Delete_Tq4_up_data(void *data);
 struct Tq4_up_data_delete {
     void operator()(Tq4_up_data *packet) const { Delete_Tq4_up_data(packet); }
+};
+
+// Memory of records that is used again. Windows fill and empty by hundreds, more than allocators keep at hand. Checked
+// builds keep none, so that the use of a freed record is found.
+template <class Record> class Tq4_udcp_spares {
+#ifdef TQ4_CHECKS
+    static constexpr std::size_t most = 0;
+#else
+    static constexpr std::size_t most = 1024;
+#endif
+    std::vector<void *> m_rooms; // owned
+
+public:
+    Tq4_udcp_spares() = default;
+    ~Tq4_udcp_spares() {
+        for (void *room : m_rooms) ::operator delete(room);
+    }
+    Tq4_udcp_spares(const Tq4_udcp_spares &) = delete;
+    Tq4_udcp_spares &operator=(const Tq4_udcp_spares &) = delete;
+
+    void *Take() {
+        if (m_rooms.empty()) return ::operator new(sizeof(Record));
+        void *room = m_rooms.back();
+        m_rooms.pop_back();
+        return room;
+    }
+    void Give(Record *record) {
+        record->~Record();
+        if (m_rooms.size() >= most) return ::operator delete(record);
+        m_rooms.push_back(record);
+    }
 };
 
 struct Tq4_udcp_item {

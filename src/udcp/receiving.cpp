@@ -52,7 +52,7 @@ bool append_last(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_up_data &packet)
 bool renew_base(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_up_data &packet) {
     const uint64_t here = packet.arrival - item.m_timestamp_r.local, there = packet.ts - item.m_timestamp_r.peer;
     const auto delay = static_cast<int64_t>(here - there);
-    obj.Log("[%08x:%08x] 收到时间同步消息，通信延迟约 %u ms\n", item.m_id.h, item.m_id.l,
+    obj.Log("[%08x:%08x] 收到时间同步消息，通信延迟约 %u ms", item.m_id.h, item.m_id.l,
             delay > 0 ? static_cast<unsigned>(delay) : 0u);
     item.m_timestamp_r = {obj.m_clock, packet.ts};
     return true;
@@ -114,7 +114,7 @@ void Tq4_upi_Cache(Tq4_udcp_engine &obj, Tq4_udcp_item &item, const Tq4_upp_Pack
                    Tq4_up_type type, Tq4_string string, bool safe) {
     if (beyond(item, seq) && !obj.MayLogStranger()) return obj.m_strings.Free(string);
     const uint64_t base = type == Tq4_up_type::Timestamp ? packet.time : item.m_timestamp_r.peer;
-    Tq4_up_data *cached = Create_Tq4_up_data(obj.m_strings, string, safe);
+    Tq4_up_data *cached = Create_Tq4_up_data(obj, string, safe);
     cached->type = type;
     cached->ts = base + packet.delta;
     cached->arrival = obj.m_clock;

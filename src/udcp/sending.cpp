@@ -111,7 +111,7 @@ void enter_window(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Departure &departur
     unsigned seq = (*item.m_send)->GetSendSeq(item.m_send.get());
     const Tq4_string piece = next_piece(obj, message);
     Tq4_upp_Build(obj, item, piece, code_of(command) | message.safe_flag, seq);
-    auto *packet = new Tq4_ups_data{obj.m_strings, piece, obj.m_clock, 1, item.m_asked};
+    auto *packet = new (obj.m_spare_sent.Take()) Tq4_ups_data{obj, piece, obj.m_clock, 1, item.m_asked};
     [[maybe_unused]] const int entered = (*item.m_send)->SafeWait(item.m_send.get(), &seq, packet);
     TQ4_CHECK(entered);
     item.m_next_due = std::min(item.m_next_due, due(item, *packet));
@@ -136,7 +136,7 @@ bool is_closing(const Tq4_udcp_engine &obj, const Tq4_udcp_item &item) {
 }
 
 int refuse(Tq4_udcp_engine &obj, Tq4_udcp_item &item, Tq4_string string, bool forced) {
-    obj.m_shown.reset(Create_Tq4_up_data(obj.m_strings, string, forced));
+    obj.m_shown.reset(Create_Tq4_up_data(obj, string, forced));
     if (const auto on_error = obj.m_world.deliver.OnSendError) obj.Tell(on_error, &item.m_cbdata, &obj.m_shown->info);
     obj.m_shown.reset();
     return 0;

@@ -70,8 +70,10 @@ void Tq4_udcp_item_syn_ack(Tq4_udcp_item &item) {
     Tq4_upp_Send(item.m_engine, item, Tq4_upp_command::SynAck);
 }
 
+// In a crowd only for those that have shown the code which they got: their SynAck2 was lost, and they are no invention.
 void Tq4_udcp_item_syn_ack_again(Tq4_udcp_item &item) {
-    if (item.m_engine.m_half_open.m_count <= Tq4_udcp_crowd) Tq4_udcp_item_syn_ack(item);
+    const bool believed = item.m_recv_active > 0;
+    if (believed || item.m_engine.m_half_open.m_count <= Tq4_udcp_crowd) Tq4_udcp_item_syn_ack(item);
 }
 
 void Tq4_udcp_item_enter_net_syn(Tq4_udcp_item &item) {
@@ -278,7 +280,7 @@ int Tq4_udcp_InitFSM(Tq4_fsm machine) {
 
 // Whatever the peer sends is a sign of life; what this side sends by itself is one at each second look.
 void On_Tq4_udcp_msg_TIMER_act(Tq4_udcp_engine &obj, Tq4_udcp_item &item) {
-    if (!item.stands()) return obj.Log("[%08x:%08x] 激活定时检测触发,状态不符\n", item.m_id.h, item.m_id.l);
+    if (!item.stands()) return obj.Log("[%08x:%08x] 激活定时检测触发,状态不符", item.m_id.h, item.m_id.l);
     --item.m_recv_active;
     --item.m_send_active;
     if (item.m_recv_active < 0) return obj.Drive(item, Tq4_udcp_msg_TIMER_err, 1);

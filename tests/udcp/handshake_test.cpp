@@ -116,6 +116,9 @@ TEST_F(UdcpHandshake, HalfOpenConnectionIsGivenUpAfterFifteenTries) {
     simulator.run_for(100 * ms);
     client.engine().EndExit(); // nobody asks again
     EXPECT_TRUE(gone(client, first));
+    server.pause(10 * second);
+    simulator.run_for(10 * second + 200 * ms);
+    EXPECT_EQ(count("1:SynAck"), 2) << "what was missed in a pause is not made up for";
     simulator.run_for(30 * second);
     EXPECT_EQ(count("1:SynAck"), 15) << "one for the Sync and 14 more";
     EXPECT_EQ(server.engine().connections(), 0u);
@@ -181,17 +184,6 @@ TEST_F(UdcpHandshake, LateSynAckIsNotForTheNextAttempt) {
     client.receive(server.key(), answer);
     simulator.run_for(5 * second);
     EXPECT_EQ(at_client.take(), (Texts{"ok", "disconnect", "ok"}));
-}
-
-TEST_F(UdcpHandshake, RepeatedSynAckIsAnsweredAndNothingElse) {
-    id = client.connect(server);
-    simulator.run_for(100 * ms);
-    const std::string answer = datagrams[1];
-    take_wire();
-    client.receive(server.key(), answer);
-    simulator.run_for(100 * ms);
-    EXPECT_EQ(wire, Texts{"0:SynAck2"});
-    EXPECT_EQ(at_client.take(), Texts{"ok"});
 }
 
 TEST_F(UdcpHandshake, RepeatedSyncIsForTheConnectionItBegan) {
@@ -310,20 +302,7 @@ TEST_F(UdcpHandshake, WhoDoesNotListenIsNobodysServer) {
     simulator.run_for(100 * ms);
     EXPECT_EQ(wire, Texts{"0:Sync"});
     ASSERT_EQ(deaf.logged.size(), 2u);
-    EXPECT_EQ(deaf.logged[1], "收到[10.0.0.1:4000]同步请求,但本端拒绝作为服务器\n");
-}
-
-TEST_F(UdcpHandshake, StopClosesAllAndWaitsForThem) {
-    connect();
-    client.connect(server);
-    simulator.run_for(100 * ms);
-    client.engine().BeginExit();
-    EXPECT_EQ(client.engine().m_exit_flag, 1);
-    Tq4_id none{};
-    EXPECT_EQ(client.engine().Connect("x", 1, Host::sockaddr_of(server.key()).get(), nullptr, nullptr, &none), 0);
-    simulator.run_for(1 * second);
-    EXPECT_EQ(client.engine().m_exit_flag, 2);
-    EXPECT_EQ(client.engine().connections() + server.engine().connections(), 0u);
+    EXPECT_EQ(deaf.logged[1], "收到[10.0.0.1:4000]同步请求,但本端拒绝作为服务器");
 }
 
 // Whatever one or two datagrams of a whole life are lost, the application sees the same.

@@ -59,7 +59,7 @@ struct Pair : testing::Test {
 
     Pair() {
         simulator.each_link([](Link &link) { link.delay = 5 * ms; });
-        simulator.lose = [this](unsigned long, const Host &from, Tq4_bytes bytes) {
+        simulator.lose = [this](unsigned long, Host &from, Tq4_bytes bytes) {
             const std::string name = std::to_string(from.number()) + ":" + name_of(bytes);
             wire.push_back(name);
             packets.emplace_back();

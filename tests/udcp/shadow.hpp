@@ -31,6 +31,16 @@ public:
     }
     void set_habit(Host &host, const Habit &habit) { m_habits[&host] = habit; }
     void stop_sending() { m_quiet = true; }
+    // One of its connections that stand sends more than a queue takes.
+    void flood(Host &host) {
+        for (auto &[key, end] : m_ends)
+            if (key.first == &host && end.stands) {
+                const Habit habit = std::exchange(m_habits[&host], {.burst = 4000, .largest = 60});
+                if (host.engine().Find(key.second)) speak(host, key.second, end);
+                m_habits[&host] = habit;
+                return;
+            }
+    }
 
     // After a quiet time on a network that loses nothing: every message of each connection that stands has arrived.
     void expect_all_arrived() {
@@ -44,6 +54,33 @@ public:
     std::vector<std::string> faults; // what was wrong
     Microseconds stood = 0;          // connections that ended, in sum
     unsigned long sent = 0, received = 0, posts = 0, opened = 0, closed = 0, failed = 0, refused = 0, complete = 0;
+
+protected:
+    void fault(Host &host, const Tq4_id &id, const std::string &what) {
+        char place[80];
+        std::snprintf(place, sizeof place, "%.3f s, host %u [%08x:%08x]: ",
+                      static_cast<double>(m_simulator.now()) / static_cast<double>(second), host.number(), id.h, id.l);
+        if (faults.size() < 20) faults.push_back(place + what);
+    }
+    void on_ok(Host &host, Tq4_udcp_info &info) override {
+        End &end = end_of(host, *info.id);
+        if (end.stands) fault(host, *info.id, "stands already");
+        if (end.stream == 0) begin_stream(end);
+        end.since = m_simulator.now();
+        end.heard_stream = end.heard_next = 0;
+        end.stands = true;
+        ++opened;
+        plan(host, *info.id);
+    }
+    int on_disconnect(Host &host, Tq4_udcp_info &info) override {
+        End &end = end_of(host, *info.id);
+        if (!end.stands) fault(host, *info.id, "ended without standing");
+        end.stands = false;
+        if (info.master & 1) stood += m_simulator.now() - end.since;
+        begin_stream(end); // what was not heard is lost
+        ++closed;
+        return m_habits[&host].again;
+    }
 
 private:
     struct Id_less {
@@ -69,12 +106,6 @@ private:
     };
     using Key = std::pair<Host *, Tq4_id>;
 
-    void fault(Host &host, const Tq4_id &id, const std::string &what) {
-        char place[80];
-        std::snprintf(place, sizeof place, "%.3f s, host %u [%08x:%08x]: ",
-                      static_cast<double>(m_simulator.now()) / static_cast<double>(second), host.number(), id.h, id.l);
-        if (faults.size() < 20) faults.push_back(place + what);
-    }
     End &end_of(Host &host, const Tq4_id &id) { return m_ends[{&host, id}]; }
 
     void begin_stream(End &end) {
@@ -140,29 +171,10 @@ private:
 
     // --- What is heard ---
 
-    void on_ok(Host &host, Tq4_udcp_info &info) override {
-        End &end = end_of(host, *info.id);
-        if (end.stands) fault(host, *info.id, "stands already");
-        if (end.stream == 0) begin_stream(end);
-        end.since = m_simulator.now();
-        end.heard_stream = end.heard_next = 0;
-        end.stands = true;
-        ++opened;
-        plan(host, *info.id);
-    }
     int on_failed(Host &host, Tq4_udcp_info &info) override {
         End &end = end_of(host, *info.id);
         if (end.stands) fault(host, *info.id, "failed while it stood");
         ++failed; // what waits goes on waiting
-        return m_habits[&host].again;
-    }
-    int on_disconnect(Host &host, Tq4_udcp_info &info) override {
-        End &end = end_of(host, *info.id);
-        if (!end.stands) fault(host, *info.id, "ended without standing");
-        end.stands = false;
-        if (info.master & 1) stood += m_simulator.now() - end.since;
-        begin_stream(end); // what was not heard is lost
-        ++closed;
         return m_habits[&host].again;
     }
     void on_data(Host &host, Tq4_udcp_info &info, Tq4_udcp_data &data) override {

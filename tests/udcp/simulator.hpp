@@ -85,7 +85,11 @@ public:
     bool chance(double p) { return p > 0 && random() < p * 4294967296.0; }
 
     // Shown each datagram as it is sent, with its number from 0; true loses it.
-    std::function<bool(unsigned long number, const Host &from, Tq4_bytes)> lose;
+    std::function<bool(unsigned long number, Host &from, Tq4_bytes)> lose;
+    // Shown each as its receiver gets it, and when it has.
+    std::function<void(Host &to, const std::string &)> arrives, arrived;
+    // First numbers are close to their highest.
+    bool wraps = false;
     unsigned long datagrams() const { return m_datagrams; }
 
     // What has happened, as one number.
@@ -146,6 +150,7 @@ public:
     }
     void step_clock(int64_t milliseconds) { m_clock_step += static_cast<uint64_t>(milliseconds); }
     void pause(Microseconds time) { m_paused_until = m_simulator.now() + time; }
+    Microseconds paused_until() const { return m_paused_until; }
 
     // What its application asks for. From a callback these wait until it is over, as in the module's loop.
     Tq4_id connect(const Host &to, void *user_data = nullptr) {
@@ -233,7 +238,10 @@ private:
         made.start_timer = [](void *c, const Tq4_udcp_timer &timer, Tq4_id *id) { of(c).start(timer, id); };
         made.stop_timer = [](void *c, const Tq4_id *id) { of(c).stopped_in_vain += !of(c).m_timers.erase(id->l); };
         made.secret = [](void *c) { return of(c).m_simulator.random(); };
-        made.random = [](void *c) { return of(c).m_simulator.random() >> 1; };
+        made.random = [](void *c) {
+            const uint32_t any = of(c).m_simulator.random();
+            return of(c).m_simulator.wraps ? any | 0xfffffc00 : any >> 1;
+        };
         made.log = [](void *c, const char *format, va_list args) {
             char line[256];
             std::vsnprintf(line, sizeof line, format, args);
@@ -340,7 +348,11 @@ inline void Simulator::arrive(const std::string &to, const std::string &sender, 
     const auto found = m_addresses.find(to);
     if (found == m_addresses.end() || datagram.size() < Tq4_upp_base_size) return; // as the module ignores it
     Host &host = *found->second;
-    host.run([&host, sender, bytes = std::move(datagram)] { host.receive(sender, bytes); });
+    host.run([this, &host, sender, bytes = std::move(datagram)] {
+        if (arrives) arrives(host, bytes);
+        host.receive(sender, bytes);
+        if (arrived) arrived(host, bytes);
+    });
 }
 
 // Nothing in a datagram tells that it was damaged; that is the network's to find, by its checksum. What that lets pass
