@@ -145,9 +145,13 @@ void Tq4_udcp_handler::Stop() {
 
 // --- Timers: their thread only hands over. ---
 
+// A loop that lags behind is given one tick at a time: each makes it send again what is late, so ticks in a row would
+// flood peers, and itself, with what the answers in between have made needless.
 void Tq4_udcp_handler::triger(Tq4_timer, Tq4_timer_callback *firing) {
     auto &trigger = *static_cast<Trigger *>(firing->userdata);
-    const Tq4_dispatch loop = trigger.handler->m_loop.get();
+    Tq4_udcp_handler &handler = *trigger.handler;
+    if (trigger.message == Tq4_udcp_msg_TIMER_resend && handler.m_tick_waits.exchange(true)) return;
+    const Tq4_dispatch loop = handler.m_loop.get();
     (*loop)->Push(loop, firing->timerid, &trigger.connection, trigger.message, static_cast<long>(firing->repeat),
                   nullptr, nullptr);
 }
@@ -278,11 +282,13 @@ long Tq4_udcp_handler::Answer(Tq4_msg &message) {
     if (message.msg == message_flush) {
         m_will_flush = false;
         m_outbox.Flush();
-    } else if (message.msg < std::size(actions))
+    } else if (message.msg < std::size(actions)) {
         answer = actions[message.msg](*m_engine, message);
-    else
+    } else {
+        if (message.msg == Tq4_udcp_msg_TIMER_resend) m_tick_waits = false;
         m_engine->OnTimer(*message.sender, *message.receiver, static_cast<unsigned>(message.msg),
                           static_cast<unsigned long>(message.submsg));
+    }
     FlushSoon();
     if (m_engine->m_exit_flag == 2) (*m_ended)->Set(m_ended.get());
     return answer;
