@@ -232,6 +232,10 @@ namespace {
 
 Tq4_string take(Tq4_msg &message) { return static_cast<Tq4_string>(std::exchange(message.params, nullptr)); }
 
+Tq4_bytes datagram_of(const Tq4_msg &message) {
+    return Tq4_udcp_bytes(static_cast<const Tq4_udcp_recvdata *>(message.params)->buffer);
+}
+
 } // namespace
 
 // A kill takes the thread only in the application's callbacks. From the first message on it is kept off for good, since
@@ -282,6 +286,8 @@ long Tq4_udcp_handler::Answer(Tq4_msg &message) {
     if (message.msg == message_flush) {
         m_will_flush = false;
         m_outbox.Flush();
+    } else if (message.msg == Tq4_udcp_msg_FRAME && !m_started && is_numbered(datagram_of(message))) {
+        return 0; // Stop has begun, and waits behind these: their senders learn from it that nobody took them
     } else if (message.msg < std::size(actions)) {
         answer = actions[message.msg](*m_engine, message);
     } else {
