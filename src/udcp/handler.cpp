@@ -31,10 +31,11 @@ uint32_t number_of(Tq4_bytes datagram) {
     return Tq4_upp_Decode(datagram, Tq4_upp_host_order(), packet) < 0 ? 0 : packet.seq;
 }
 
-bool is_numbered(Tq4_bytes datagram) {
-    const uint8_t cmd = datagram.data[datagram.size - Tq4_upp_base_size + 1];
-    return (cmd & Tq4_upp_code_bits) >= static_cast<unsigned>(Tq4_upp_command::Data);
+unsigned code_of(Tq4_bytes datagram) {
+    return datagram.data[datagram.size - Tq4_upp_base_size + 1] & Tq4_upp_code_bits;
 }
+
+bool is_numbered(Tq4_bytes datagram) { return code_of(datagram) >= static_cast<unsigned>(Tq4_upp_command::Data); }
 
 } // namespace
 
@@ -157,11 +158,11 @@ void Tq4_udcp_handler::triger(Tq4_timer, Tq4_timer_callback *firing) {
 }
 
 void Tq4_udcp_handler::StartTimer(const Tq4_udcp_timer &timer, Tq4_id *id) {
-    auto *trigger = static_cast<Trigger *>(std::malloc(sizeof(Trigger)));
-    *trigger = {this, timer.connection, timer.message};
+    auto *trigger = new Trigger{this, timer.connection, timer.message};
+    constexpr auto free_trigger = [](void *over) { delete static_cast<Trigger *>(over); };
     if (!(*m_timer)->SetRepeatTimerDelta(m_timer.get(), timer.count, timer.ms, triger, timer.delta, id, trigger,
-                                         std::free))
-        std::free(trigger);
+                                         free_trigger))
+        delete trigger;
 }
 
 // --- What comes in ---
@@ -170,21 +171,21 @@ void Tq4_udcp_handler::OnDatagram(Tq4_string *datagram, Tq4_sockaddr sender) {
     using Hand_over = decltype(Tq4_dispatch_::Push);
     const Tq4_bytes bytes = Tq4_udcp_bytes(*datagram);
     if (bytes.size < Tq4_upp_base_size || !m_receiving) return;
+    Tq4_udcp_recvdata *cache = m_caches.Take(datagram, sender);
+    if (!cache) return Dropped(bytes, sender);
     uint8_t base[Tq4_upp_base_size];
     std::memcpy(base, bytes.data + bytes.size - sizeof base, sizeof base);
-    Tq4_udcp_recvdata *cache = m_caches.Take(datagram, sender);
-    if (!cache) return Dropped(base, sender);
     const Tq4_dispatch loop = m_loop.get();
     const Hand_over ways[] = {(*loop)->Post, (*loop)->Push, (*loop)->PushFirst};
-    const auto way = static_cast<unsigned>(Tq4_upp_queue_of(base[1] & Tq4_upp_code_bits));
+    const auto way = static_cast<unsigned>(Tq4_upp_queue_of(code_of({base, sizeof base})));
     if (!ways[way](loop, nullptr, nullptr, Tq4_udcp_msg_FRAME, 0, cache, Tq4_udcp_caches::GiveBack))
-        Dropped(base, sender);
+        Dropped({base, sizeof base}, sender);
 }
 
-void Tq4_udcp_handler::Dropped(const uint8_t (&base)[Tq4_upp_base_size], Tq4_sockaddr sender) {
+void Tq4_udcp_handler::Dropped(Tq4_bytes datagram, Tq4_sockaddr sender) {
     if (!m_busy_log.Admits(MP_THREAD_GetMonotonicMs())) return;
     Tq4_debug_api->log(Tq4_level_error, "系统忙，来自%s:%d 的数据包cmd=%x,seq=%u被丢弃\n", (*sender)->ip(sender),
-                       (*sender)->port(sender), base[1] & Tq4_upp_code_bits, number_of({base, sizeof base}));
+                       (*sender)->port(sender), code_of(datagram), number_of(datagram));
 }
 
 // --- What the application asks for ---

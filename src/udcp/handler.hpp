@@ -66,7 +66,7 @@ private:
     void FlushSoon();
     static long Handle(void *context, Tq4_msg *message);
     long Answer(Tq4_msg &message);
-    void Dropped(const uint8_t (&base)[Tq4_upp_base_size], Tq4_sockaddr sender);
+    void Dropped(Tq4_bytes datagram, Tq4_sockaddr sender);
     static Tq4_id *receiver(const Tq4_id *id) { return const_cast<Tq4_id *>(id); } // the dispatcher copies it
 
     const Network m_network;
