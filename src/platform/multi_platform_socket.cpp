@@ -8,7 +8,6 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <charconv>
-#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <netinet/tcp.h>
@@ -18,6 +17,7 @@
 #include <unistd.h>
 
 #include "platform/restarted.hpp"
+#include "platform/stopwatch.hpp"
 
 namespace {
 
@@ -28,13 +28,12 @@ constexpr short writable = POLLOUT | POLLWRNORM | POLLWRBAND;
 
 // poll for one descriptor, continued after signals with the time that is left. A negative ms waits without limit.
 int poll_one(pollfd &watched, long ms) {
-    using namespace std::chrono;
-    const auto start = steady_clock::now();
+    const MP_Stopwatch time;
     for (long left = ms;;) {
         const timespec timeout{left / 1000, left % 1000 * 1000000};
         const int ready = ppoll(&watched, 1, ms < 0 ? nullptr : &timeout, nullptr);
         if (ready >= 0 || errno != EINTR) return ready;
-        if (ms > 0) left = std::max(0L, ms - duration_cast<milliseconds>(steady_clock::now() - start).count());
+        if (ms > 0) left = std::max(0L, ms - static_cast<long>(time.GoneMs()));
     }
 }
 

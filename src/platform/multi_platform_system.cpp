@@ -145,15 +145,19 @@ long MP_Write(int descriptor, const void *bytes, std::size_t size) {
     return MP_Restarted([=] { return write(descriptor, bytes, size); });
 }
 
-int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
-    const char *at = static_cast<const char *>(bytes);
-    while (size > 0) {
-        const long written = MP_Write(descriptor, at, size);
-        if (written <= 0) return 0;
-        at += written;
-        size -= static_cast<std::size_t>(written);
+std::size_t MP_WriteMost(int descriptor, const void *bytes, std::size_t size) {
+    std::size_t all = 0;
+    while (all < size) {
+        const long written = MP_Write(descriptor, static_cast<const char *>(bytes) + all, size - all);
+        if (written == 0) errno = EIO; // no system call should answer so
+        if (written <= 0) break;
+        all += static_cast<std::size_t>(written);
     }
-    return 1;
+    return all;
+}
+
+int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
+    return MP_WriteMost(descriptor, bytes, size) == size;
 }
 
 void *MP_LoadLibrary(const char *path) { return path ? dlopen(path, RTLD_LAZY) : nullptr; }
