@@ -162,6 +162,7 @@ struct Sides {
     Sides() {
         Tq4_debug_api->SetLog([](int, const char *, va_list) {});
         (*socket)->Start(socket.get());
+        server.on_data = Side::echo;
         for (Side *side : {&client, &server}) (*side->u)->Init(side->u, socket.get(), 0);
     }
     ~Sides() {
@@ -187,7 +188,6 @@ struct Sides {
     // A new connection over which a message goes and comes back.
     bool serves(std::chrono::milliseconds patience) {
         const unsigned long before = client.heard;
-        server.on_data = Side::echo;
         Tq4_id id{};
         return (*client.u)->Connect(client.u, "127.0.0.1", port, &id, nullptr, nullptr) > 0 &&
                client.send(id, "message") && within(patience, [&] { return client.heard > before; });
@@ -311,7 +311,6 @@ TEST_F(Udcp, AThousandConnectionsShareOneSocketAndTheStringsOfTheHooks) {
         (*side->u)->SetNewString(side->u, []() -> void * { return ++made, Tq4_string_oitf->Create(nullptr); });
         (*side->u)->SetDelString(side->u, [](void *string) { ++freed, Tq4_string_oitf->Delete(string); });
     }
-    server.on_data = Side::echo;
     std::vector<int> heard(count);
     client.on_data = [&](Side &, Tq4_udcp_info *info, Tq4_udcp_data *data) {
         const auto own = reinterpret_cast<std::intptr_t>(info->user_data);
@@ -333,7 +332,6 @@ TEST_F(Udcp, AThousandConnectionsShareOneSocketAndTheStringsOfTheHooks) {
 
 TEST_F(Udcp, StopsUnderThreadsThatAskForAllKindsOfThings) {
     start_both();
-    server.on_data = Side::echo;
     std::atomic<bool> over{false};
     const auto work = [&, u = client.u] {
         Tq4_id id{};
