@@ -37,6 +37,9 @@ unsigned code_of(Tq4_bytes datagram) {
 
 bool is_numbered(Tq4_bytes datagram) { return code_of(datagram) >= static_cast<unsigned>(Tq4_upp_command::Data); }
 
+// For the application.
+bool is_message(Tq4_bytes datagram) { return code_of(datagram) >= static_cast<unsigned>(Tq4_upp_command::Post); }
+
 } // namespace
 
 // What a timer of the engine is for.
@@ -287,7 +290,7 @@ long Tq4_udcp_handler::Answer(Tq4_msg &message) {
     if (message.msg == message_flush) {
         m_will_flush = false;
         m_outbox.Flush();
-    } else if (message.msg == Tq4_udcp_msg_FRAME && !m_started && is_numbered(datagram_of(message))) {
+    } else if (message.msg == Tq4_udcp_msg_FRAME && !m_started && is_message(datagram_of(message))) {
         return 0; // Stop has begun, and waits behind these: their senders learn from it that nobody took them
     } else if (message.msg < std::size(actions)) {
         answer = actions[message.msg](*m_engine, message);
