@@ -17,13 +17,12 @@ Tq4_string string_of(const std::string &text) {
 
 // One side. Its callbacks find it by the handle that stands for the module.
 struct Side {
-    Side *peer;
+    Side *peer = nullptr;
     std::atomic<int> up{0};
     std::function<bool(Tq4_bytes)> carries = [](Tq4_bytes) { return true; }; // or loses, on the loop's thread
     std::function<void()> on_ok = [] {};
     Tq4_udcp_handler handler{reinterpret_cast<Tq4_udcp>(this), callbacks(), {}, {this, send, nullptr}};
 
-    explicit Side(Side &other) : peer(&other) {}
     ~Side() { handler.Stop(); }
     static Tq4_udcp_callback callbacks() {
         Tq4_udcp_callback made{};
@@ -53,12 +52,14 @@ struct Side {
 
 struct UdcpHandler : testing::Test {
     static inline std::atomic<unsigned> busy = 0; // lines of the log
-    Side a{b}, b{a};
+    Side a, b;
     Tq4_id id{};
     std::atomic<bool> stands_still{false}, go_on{false};
     std::atomic<int> messages{0}, before_sync{0};
 
     UdcpHandler() {
+        a.peer = &b;
+        b.peer = &a;
         busy = 0;
         Tq4_debug_api->SetLog(
             [](int, const char *format, va_list) { busy += std::string(format).starts_with("系统忙"); });
