@@ -95,35 +95,38 @@ struct Side {
     static inline std::map<Tq4_udcp, Side *> all;
     static Side &of(Tq4_udcp_info *info) { return *all.at(info->pair); }
 
-    Side() : u(static_cast<Tq4_udcp>(Tq4_udcp_oitf->Create(&callbacks))) { all[u] = this; }
+    Side() : u(static_cast<Tq4_udcp>(Tq4_udcp_oitf->Create(&callbacks()))) { all[u] = this; }
     ~Side() { Tq4_udcp_oitf->Delete(u); }
     Side(const Side &) = delete;
     Side &operator=(const Side &) = delete;
 
-    static constexpr Tq4_udcp_callback callbacks = {
-        .OnConnectOk =
-            [](Tq4_udcp_info *info) {
-                Side &side = of(info);
-                if (side.on_ok) side.on_ok(side, info);
-                ++side.up;
-            },
-        .OnConnectFailed = nullptr,
-        .OnDisConnect =
-            [](Tq4_udcp_info *info) {
-                Side &side = of(info);
-                if (side.on_down) side.on_down(side, info);
-                return ++side.down, -1;
-            },
-        .OnData =
-            [](Tq4_udcp_info *info, Tq4_udcp_data *data) {
-                Side &side = of(info);
-                if (side.on_data) side.on_data(side, info, data);
-                ++side.heard;
-            },
-        .OnPost = [](Tq4_udcp_info *info, Tq4_udcp_data *) { ++of(info).posts; },
-        .OnSendQeueuStatus = nullptr,
-        .OnSendError = nullptr,
-    };
+    static const Tq4_udcp_callback &callbacks() {
+        static constexpr Tq4_udcp_callback made = {
+            .OnConnectOk =
+                [](Tq4_udcp_info *info) {
+                    Side &side = of(info);
+                    if (side.on_ok) side.on_ok(side, info);
+                    ++side.up;
+                },
+            .OnConnectFailed = nullptr,
+            .OnDisConnect =
+                [](Tq4_udcp_info *info) {
+                    Side &side = of(info);
+                    if (side.on_down) side.on_down(side, info);
+                    return ++side.down, -1;
+                },
+            .OnData =
+                [](Tq4_udcp_info *info, Tq4_udcp_data *data) {
+                    Side &side = of(info);
+                    if (side.on_data) side.on_data(side, info, data);
+                    ++side.heard;
+                },
+            .OnPost = [](Tq4_udcp_info *info, Tq4_udcp_data *) { ++of(info).posts; },
+            .OnSendQeueuStatus = nullptr,
+            .OnSendError = nullptr,
+        };
+        return made;
+    }
     static void echo(Side &, Tq4_udcp_info *info, Tq4_udcp_data *data) {
         (*info->pair)->SendString(info->pair, info->id, &data->data, data->safe_flag);
         EXPECT_EQ(data->data, nullptr);
