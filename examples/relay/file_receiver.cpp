@@ -20,18 +20,21 @@ namespace fs = std::filesystem;
 // A file on its way in.
 class Incoming {
 public:
-    // Goes on behind what is there already.
+    // Goes on behind what was noted.
     Incoming(fs::path place, fs::path part, uint64_t size, std::string checksum)
-        : m_place(std::move(place)), m_part(std::move(part)), m_size(size), m_checksum(std::move(checksum)) {
-        std::string room(1 << 20, 0);
-        std::ifstream there(m_part, std::ios::binary);
-        while (there.read(room.data(), static_cast<std::streamsize>(room.size())) || there.gcount()) {
-            m_sum.Add(room.data(), static_cast<std::size_t>(there.gcount()));
-            m_have += static_cast<uint64_t>(there.gcount());
-        }
-        m_told = m_have;
+        : m_place(std::move(place)), m_part(std::move(part)), m_note(fs::path(m_part).replace_extension("sum")),
+          m_size(size), m_checksum(std::move(checksum)) {
+        Recall();
+        std::error_code missing;
+        fs::resize_file(m_part, m_have, missing);
         m_file.open(m_part, std::ios::binary | std::ios::app);
+        m_told = m_have;
     }
+    ~Incoming() {
+        if (m_file.is_open()) Note();
+    }
+    Incoming(const Incoming &) = delete;
+    Incoming &operator=(const Incoming &) = delete;
     const fs::path &part() const { return m_part; }
     bool IsWhole() const { return m_have >= m_size; }
     // What the sender is told after a piece; "" for nothing.
@@ -41,6 +44,7 @@ public:
         m_have += n;
         if (IsWhole()) return Finish();
         if (!m_file) return Error();
+        if (m_have - m_noted >= noted_each) Note();
         return m_have - m_told >= told_each ? Have() : "";
     }
     std::string Have() {
@@ -51,6 +55,7 @@ public:
         m_file.close();
         if (!m_file) return Error();
         std::error_code failed;
+        fs::remove(m_note, failed);
         if (m_have != m_size || m_sum.Text() != m_checksum) {
             fs::remove(m_part, failed);
             return "error the checksum differs";
@@ -65,12 +70,26 @@ public:
 private:
     std::string Error() const { return std::string("error ") + std::strerror(errno); }
 
-    const fs::path m_place, m_part;
+    // How much is there, and the checksum of that.
+    void Recall() {
+        uint64_t have = 0, sum = 0;
+        std::error_code missing;
+        if (!(std::ifstream(m_note) >> have >> sum) || have > fs::file_size(m_part, missing) || missing) return;
+        m_have = m_noted = have;
+        m_sum.GoOn(sum);
+    }
+    void Note() {
+        if (!m_file.flush()) return;
+        std::ofstream(m_note) << m_have << ' ' << m_sum.value() << '\n';
+        m_noted = m_have;
+    }
+
+    const fs::path m_place, m_part, m_note;
     const uint64_t m_size;
     const std::string m_checksum;
     std::ofstream m_file;
     Checksum m_sum;
-    uint64_t m_have = 0, m_told = 0;
+    uint64_t m_have = 0, m_told = 0, m_noted = 0;
 };
 
 // Names come from strangers: one component, that is not hidden and not too long.

@@ -8,7 +8,8 @@
 //   receiver   error TEXT                  it cannot be received
 //
 // Messages come whole and in order, so nothing more is needed. A file that is not whole is kept beside its place, under
-// a name with its size and checksum, and goes on when the same file is offered again.
+// a name with its size and checksum, and goes on when the same file is offered again. How much is there and the
+// checksum of that are noted beside it: to read many gigabytes again takes longer than a connection lives.
 #pragma once
 
 #include <array>
@@ -20,6 +21,7 @@
 
 constexpr std::size_t piece_size = 32 * 1024;
 constexpr uint64_t told_each = 256 * 1024;           // bytes between two "have"
+constexpr uint64_t noted_each = 8 * 1024 * 1024;     // bytes between two notes, lost when the receiver is killed
 constexpr uint64_t most_under_way = 4 * 1024 * 1024; // bytes that were sent and that no "have" has told of
 
 // CRC-64 of what was added, in any pieces.
@@ -36,6 +38,8 @@ class Checksum {
     uint64_t m_value = ~uint64_t{0};
 
 public:
+    uint64_t value() const { return m_value; } // to go on with later
+    void GoOn(uint64_t value) { m_value = value; }
     void Add(const char *bytes, std::size_t n) {
         for (std::size_t i = 0; i < n; ++i)
             m_value = table[(m_value ^ static_cast<unsigned char>(bytes[i])) & 0xff] ^ m_value >> 8;

@@ -93,7 +93,8 @@ struct Tq4_udcp_ {
      * when the socket cannot be opened, and while started. After Stop it may be started again. */
     int (*Start)(Tq4_udcp u, int client_only, const char *addr, int port);
     /* Closes all connections, giving them 5000 ms to tell their peers, and ends the thread. Every connection that stood
-     * gets its OnDisConnect. Other operations give 0 from the beginning. Ignored in a callback. */
+     * gets its OnDisConnect. Messages that have come and wait for their callback are dropped. Other operations give 0
+     * from the beginning. Ignored in a callback. */
     void (*Stop)(Tq4_udcp u);
     /* Begins a connection. The address is a numeric one or a host name, whose look-up blocks the caller. Its id is
      * written to *out. user_id and user_data are for the callbacks and may be null. Positive; 0 without a running

@@ -31,10 +31,14 @@ uint32_t number_of(Tq4_bytes datagram) {
     return Tq4_upp_Decode(datagram, Tq4_upp_host_order(), packet) < 0 ? 0 : packet.seq;
 }
 
-bool is_numbered(Tq4_bytes datagram) {
-    const uint8_t cmd = datagram.data[datagram.size - Tq4_upp_base_size + 1];
-    return (cmd & Tq4_upp_code_bits) >= static_cast<unsigned>(Tq4_upp_command::Data);
+unsigned code_of(Tq4_bytes datagram) {
+    return datagram.data[datagram.size - Tq4_upp_base_size + 1] & Tq4_upp_code_bits;
 }
+
+bool is_numbered(Tq4_bytes datagram) { return code_of(datagram) >= static_cast<unsigned>(Tq4_upp_command::Data); }
+
+// For the application.
+bool is_message(Tq4_bytes datagram) { return code_of(datagram) >= static_cast<unsigned>(Tq4_upp_command::Post); }
 
 } // namespace
 
@@ -145,19 +149,23 @@ void Tq4_udcp_handler::Stop() {
 
 // --- Timers: their thread only hands over. ---
 
+// A loop that lags behind is given one tick at a time: each makes it send again what is late, so ticks in a row would
+// flood peers, and itself, with what the answers in between have made needless.
 void Tq4_udcp_handler::triger(Tq4_timer, Tq4_timer_callback *firing) {
     auto &trigger = *static_cast<Trigger *>(firing->userdata);
-    const Tq4_dispatch loop = trigger.handler->m_loop.get();
+    Tq4_udcp_handler &handler = *trigger.handler;
+    if (trigger.message == Tq4_udcp_msg_TIMER_resend && handler.m_tick_waits.exchange(true)) return;
+    const Tq4_dispatch loop = handler.m_loop.get();
     (*loop)->Push(loop, firing->timerid, &trigger.connection, trigger.message, static_cast<long>(firing->repeat),
                   nullptr, nullptr);
 }
 
 void Tq4_udcp_handler::StartTimer(const Tq4_udcp_timer &timer, Tq4_id *id) {
-    auto *trigger = static_cast<Trigger *>(std::malloc(sizeof(Trigger)));
-    *trigger = {this, timer.connection, timer.message};
+    auto *trigger = new Trigger{this, timer.connection, timer.message};
+    constexpr auto free_trigger = [](void *over) { delete static_cast<Trigger *>(over); };
     if (!(*m_timer)->SetRepeatTimerDelta(m_timer.get(), timer.count, timer.ms, triger, timer.delta, id, trigger,
-                                         std::free))
-        std::free(trigger);
+                                         free_trigger))
+        delete trigger;
 }
 
 // --- What comes in ---
@@ -166,21 +174,21 @@ void Tq4_udcp_handler::OnDatagram(Tq4_string *datagram, Tq4_sockaddr sender) {
     using Hand_over = decltype(Tq4_dispatch_::Push);
     const Tq4_bytes bytes = Tq4_udcp_bytes(*datagram);
     if (bytes.size < Tq4_upp_base_size || !m_receiving) return;
+    Tq4_udcp_recvdata *cache = m_caches.Take(datagram, sender);
+    if (!cache) return Dropped(bytes, sender);
     uint8_t base[Tq4_upp_base_size];
     std::memcpy(base, bytes.data + bytes.size - sizeof base, sizeof base);
-    Tq4_udcp_recvdata *cache = m_caches.Take(datagram, sender);
-    if (!cache) return Dropped(base, sender);
     const Tq4_dispatch loop = m_loop.get();
     const Hand_over ways[] = {(*loop)->Post, (*loop)->Push, (*loop)->PushFirst};
-    const auto way = static_cast<unsigned>(Tq4_upp_queue_of(base[1] & Tq4_upp_code_bits));
+    const auto way = static_cast<unsigned>(Tq4_upp_queue_of(code_of({base, sizeof base})));
     if (!ways[way](loop, nullptr, nullptr, Tq4_udcp_msg_FRAME, 0, cache, Tq4_udcp_caches::GiveBack))
-        Dropped(base, sender);
+        Dropped({base, sizeof base}, sender);
 }
 
-void Tq4_udcp_handler::Dropped(const uint8_t (&base)[Tq4_upp_base_size], Tq4_sockaddr sender) {
+void Tq4_udcp_handler::Dropped(Tq4_bytes datagram, Tq4_sockaddr sender) {
     if (!m_busy_log.Admits(MP_THREAD_GetMonotonicMs())) return;
     Tq4_debug_api->log(Tq4_level_error, "系统忙，来自%s:%d 的数据包cmd=%x,seq=%u被丢弃\n", (*sender)->ip(sender),
-                       (*sender)->port(sender), base[1] & Tq4_upp_code_bits, number_of({base, sizeof base}));
+                       (*sender)->port(sender), code_of(datagram), number_of(datagram));
 }
 
 // --- What the application asks for ---
@@ -227,6 +235,10 @@ int Tq4_udcp_handler::ChangeDestAddr(const Tq4_id *id, const char *addr, int por
 namespace {
 
 Tq4_string take(Tq4_msg &message) { return static_cast<Tq4_string>(std::exchange(message.params, nullptr)); }
+
+Tq4_bytes datagram_of(const Tq4_msg &message) {
+    return Tq4_udcp_bytes(static_cast<const Tq4_udcp_recvdata *>(message.params)->buffer);
+}
 
 } // namespace
 
@@ -278,11 +290,15 @@ long Tq4_udcp_handler::Answer(Tq4_msg &message) {
     if (message.msg == message_flush) {
         m_will_flush = false;
         m_outbox.Flush();
-    } else if (message.msg < std::size(actions))
+    } else if (message.msg == Tq4_udcp_msg_FRAME && !m_started && is_message(datagram_of(message))) {
+        return 0; // Stop has begun, and waits behind these: their senders learn from it that nobody took them
+    } else if (message.msg < std::size(actions)) {
         answer = actions[message.msg](*m_engine, message);
-    else
+    } else {
+        if (message.msg == Tq4_udcp_msg_TIMER_resend) m_tick_waits = false;
         m_engine->OnTimer(*message.sender, *message.receiver, static_cast<unsigned>(message.msg),
                           static_cast<unsigned long>(message.submsg));
+    }
     FlushSoon();
     if (m_engine->m_exit_flag == 2) (*m_ended)->Set(m_ended.get());
     return answer;

@@ -66,7 +66,7 @@ private:
     void FlushSoon();
     static long Handle(void *context, Tq4_msg *message);
     long Answer(Tq4_msg &message);
-    void Dropped(const uint8_t (&base)[Tq4_upp_base_size], Tq4_sockaddr sender);
+    void Dropped(Tq4_bytes datagram, Tq4_sockaddr sender);
     static Tq4_id *receiver(const Tq4_id *id) { return const_cast<Tq4_id *>(id); } // the dispatcher copies it
 
     const Network m_network;
@@ -81,7 +81,8 @@ private:
     const Tq4_own<Tq4_event> m_ended = Tq4_make<Tq4_event>(Tq4_event_oitf);
     std::unique_ptr<Tq4_udcp_engine> m_engine; // the loop's thread alone, while that runs
     const Tq4_own<Tq4_dispatch> m_loop = Tq4_make<Tq4_dispatch>(Tq4_dispatch_oitf);
-    Tq4_udcp_stranger_log m_busy_log;     // the receiving thread's
-    std::atomic<bool> m_started{false};   // takes what the application asks for
-    std::atomic<bool> m_receiving{false}; // takes datagrams, until the last peer was told of the end
+    Tq4_udcp_stranger_log m_busy_log;      // the receiving thread's
+    std::atomic<bool> m_tick_waits{false}; // for the loop, which has not come to it yet
+    std::atomic<bool> m_started{false};    // takes what the application asks for
+    std::atomic<bool> m_receiving{false};  // takes datagrams, until the last peer was told of the end
 };
