@@ -2,7 +2,7 @@
  *
  * A value is a tag and what the tag says: nothing (0), a number or pointer in one 64-bit word (1 to 10), a number in a
  * cell of its own (12 to 16), bytes in a Tq4_string (18 to 29; from 21 on they are packed array elements, in host order
- * and without gaps), a Tq4_string_array (31), or a Tq4_value_table (32). The tags 11, 17, 30 and 33 and above mark
+ * and without gaps), a Tq4_string_array (31), or a Tq4_value_table (32). The tags 11, 17, 30 and 33 mark
  * ranges; values get them only by Init or from a peer.
  *
  * Ownership: a value owns its string, array or table, which are made and deleted through the hooks of cxx_support.h;
@@ -82,19 +82,21 @@ typedef const Tq4_value_table_ **Tq4_value_table; /* handle */
 typedef void (*Tq4_echo)(void *context, const char *format, ...);
 
 struct Tq4_value_ {
-    /* Appends the value's binary encoding to out and returns its length in bytes, 0 when out is null. String arrays of
-     * 65536 elements or more, and their elements of as many bytes, are cut to that number modulo 65536; texts and
-     * packed arrays likewise to 32 bits. docs/wire-formats.md describes the encoding. */
+    /* Appends the value's binary encoding to out and returns its length in bytes. 0, and nothing is appended, when out
+     * is null or a table in the value has a key whose string is longer than 65535 bytes. String arrays of 65536
+     * elements or more, and their elements of as many bytes, are cut to that number modulo 65536; texts and packed
+     * arrays likewise to 32 bits. docs/wire-formats.md describes the encoding. */
     long (*Dump)(Tq4_value v, Tq4_string out);
     /* Makes the value what the first bytes of buf encode and returns how many they are; 0, and an empty value, when buf
      * is null or len is not positive.
      *
-     * The bytes may come from anywhere. A tag above 33 leaves the value empty and a number that is cut off leaves it 0;
-     * both consume everything. An array or string that is longer than the input is reported through Printf and log of
-     * the debug interface, at level 0. A string then stays empty and everything is consumed; of a packed array the
-     * elements that are there are read, those missing are 0 (of more than a megabyte of missing elements the rest is
-     * left out), and the result is the position reached; a string array keeps the elements before. Tables inside more
-     * than 512 others are left empty and everything is consumed.
+     * Bytes from a stranger go through Check first. Import itself takes any bytes. A tag above 33 leaves the value
+     * empty and a number that is cut off leaves it 0; both consume everything. An array or string that is longer than
+     * the input is reported through Printf and log of the debug interface, at level 0, up to ten times in one call. A
+     * string then stays empty and everything is consumed; of a packed array the elements that are there are read, those
+     * missing are 0 (of more than a megabyte of missing elements the rest is left out), and the result is the position
+     * reached; a string array keeps the elements before. Tables inside more than 512 others are left empty and
+     * everything is consumed.
      *
      * Stops the process on the assertion "len > 0" when an entry of a table ends with its key.
      * PTR and Ref arrive as the bare numbers that the peer sent: not to be followed. */
@@ -102,7 +104,7 @@ struct Tq4_value_ {
     /* The tag. */
     Tq4_value_type (*Type)(Tq4_value v);
     /* Empties the value and gives it a type: the number 0, a null pointer, or a new empty string, array or table.
-     * Types above 33 are stored as they are and mean nothing. */
+     * A type above 33 is 0. */
     void (*Init)(Tq4_value v, Tq4_value_type type);
     /* Makes the value text of exactly len bytes, NULs included (-1: up to the NUL); null is an empty text. The tag
      * becomes PCHAR, deliberately not STRING. */
@@ -264,6 +266,11 @@ struct Tq4_value_ {
     void (*RemoveI)(Tq4_value v, unsigned long key);
     void (*RemoveAll)(Tq4_value v);
     unsigned long (*Count)(Tq4_value v);
+    /* The length in bytes of the encoding at the start of buf when it is whole and well-formed; else 0, also when buf
+     * is null, or when it is longer than Import can be given. Import of these bytes takes them in as they were written,
+     * reports nothing and does not stop the process. Reads no further than len bytes. Builds and prints nothing, takes
+     * a time linear in the bytes, and neither looks at the value nor changes it. */
+    long (*Check)(Tq4_value v, const char *buf, long len);
 };
 
 extern TQ4_API const Tq4_object_itf *const Tq4_value_oitf;

@@ -2,6 +2,7 @@
 #include "base/kv/value.hpp"
 
 #include "base/kv/table.hpp"
+#include "base/kv/value_check.hpp"
 
 Tq4_value_table_obj *Tq4_value_obj::table_record() const {
     return is(Tq4_value_Table) ? Tq4_record<Tq4_value_table_obj>(m_data.table) : nullptr;
@@ -156,5 +157,6 @@ const Tq4_value_ Tq4_value_itf = {
     .RemoveI = in_table<&Table::Remove<unsigned long>>,
     .RemoveAll = in_table<&Table::RemoveAll>,
     .Count = in_table<&Table::Count>,
+    .Check = Tq4_value_itf_Check,
 };
 TQ4_MODULE(value)

@@ -14,6 +14,7 @@
 #include "tq4/value_table.h"
 
 struct Tq4_value_table_obj;
+struct Tq4_import_call; // value_import.cpp: a call of Import under way
 
 struct Tq4_value_obj {
     Tq4_value_type m_type = Tq4_value_Unknown;
@@ -51,8 +52,8 @@ struct Tq4_value_obj {
     // Encoding.
     long Dump(Tq4_string out) const;
     int Import(const char *buf, int len);
-    // The same inside so many tables. Returns the bytes consumed.
-    int ImportAt(const char *buf, int len, int depth);
+    // A part of a call's input. Returns the bytes consumed.
+    int ImportPart(const char *buf, int len, Tq4_import_call &call);
 
     // Setting.
     Tq4_value_type Type() const { return m_type; }
@@ -116,7 +117,7 @@ private:
     void ReleaseBytes();
 };
 
-// What a type does, indexed by its tag; a tag beyond the last counts as one that does nothing.
+// What a type does, indexed by its tag.
 inline constexpr int Tq4_value_tags = Tq4_value_End + 1;
 using Tq4_value_equalf = bool (*)(const Tq4_value_obj &, const Tq4_value_obj &);
 using Tq4_value_copy = void (*)(Tq4_value_obj &destination, const Tq4_value_obj &source);

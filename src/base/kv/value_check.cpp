@@ -4,10 +4,11 @@
 // would report, cut, leave out or stop at is damage here.
 #include "base/kv/value_check.hpp"
 
+#include <climits>
+
 #include "base/byte_reader.hpp"
 #include "base/kv/key.hpp"
 #include "base/kv/limits.hpp"
-#include "tq4/value.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ class Walk {
     const uint8_t *m_damaged = nullptr;
 
 public:
-    Walk(const char *buf, int len) : m_in(buf, len) {}
+    Walk(const char *buf, long len) : m_in(buf, len) {}
 
     Tq4_checked Result(bool complete) const {
         const uint8_t *at = complete ? m_in.at() : m_damaged;
@@ -152,12 +153,25 @@ private:
 
 } // namespace
 
-Tq4_checked Tq4_value_check(const char *buf, int len) {
+Tq4_checked Tq4_value_check(const char *buf, long len) {
     Walk walk(buf, len);
     return walk.Result(walk.Value(0));
 }
 
-Tq4_checked Tq4_value_table_check(const char *buf, int len) {
+Tq4_checked Tq4_value_table_check(const char *buf, long len) {
     Walk walk(buf, len);
     return walk.Result(walk.Table(1));
+}
+
+// What is longer than Import can be given is no encoding for it.
+static long length_of(Tq4_checked checked) {
+    return checked.complete && checked.at <= INT_MAX ? static_cast<long>(checked.at) : 0;
+}
+
+long Tq4_value_itf_Check(Tq4_value v, const char *buf, long len) {
+    return v ? length_of(Tq4_value_check(buf, len)) : 0;
+}
+
+long Tq4_value_table_itf_Check(Tq4_value_table t, const char *buf, long len) {
+    return t ? length_of(Tq4_value_table_check(buf, len)) : 0;
 }

@@ -144,7 +144,7 @@ long Tq4_value_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
     Writer to(buffer_of(out));
     dump_value(*this, to);
-    return to.written();
+    return to.Finish();
 }
 
 // 0 for an empty table, deliberately, although its header is written: callers take 0 to mean an empty table.
@@ -152,5 +152,6 @@ long Tq4_value_table_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
     Writer to(buffer_of(out));
     dump_table(*this, to);
-    return Count() ? to.written() : 0;
+    const long written = to.Finish();
+    return Count() ? written : 0;
 }

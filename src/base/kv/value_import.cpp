@@ -15,25 +15,32 @@
 #include "base/string/string.hpp"
 #include "tq4/debug.h"
 
+// What the parts of one call's input have in common.
+struct Tq4_import_call {
+    int depth = 0; // of tables under way
+    unsigned reports_left = Tq4_value_reports_limit;
+};
+
 namespace {
 
 using Value = Tq4_value_obj;
 
-// The bytes after the tag, and how deep in tables they lie.
+// The bytes after the tag.
 struct Input {
     Tq4_byte_reader in;
-    int depth;
+    Tq4_import_call &call;
 
     void ConsumeAll() { in.Take(in.left()); }
+    void Report(const char *message) {
+        if (!call.reports_left) return;
+        --call.reports_left;
+        Tq4_debug_api->Printf(0, "%s", message);
+        Tq4_debug_api->log(0, "%s", message);
+    }
 };
 
 // A row reads the payload into a value that has its tag and nothing else.
 using Tq4_value_import = void (*)(Value &, Input &);
-
-void report(const char *message) {
-    Tq4_debug_api->Printf(0, "%s", message);
-    Tq4_debug_api->log(0, "%s", message);
-}
 
 void Tq4_value_import_undefine(Value &, Input &) {}
 
@@ -83,7 +90,7 @@ void Tq4_value_import_string(Value &v, Input &from) {
         return v.SetBytes(v.m_type, bytes.data ? bytes.data : reinterpret_cast<const uint8_t *>(""), bytes.size);
     }
     v.SetBytes(v.m_type, "", 0);
-    report("Tq4_value_Import() error Tq4_value_STRING\n");
+    from.Report("Tq4_value_Import() error Tq4_value_STRING\n");
     from.ConsumeAll();
 }
 
@@ -101,14 +108,14 @@ uint8_t *packed_room(Value &v, uint64_t bytes, uint64_t most) {
 template <unsigned width, const char *message> void import_packed(Value &v, Input &from) {
     uint32_t count = 0;
     if (!from.in.Read(count)) {
-        report(message);
+        from.Report(message);
         return from.ConsumeAll();
     }
     const uint64_t whole = std::min<uint64_t>(count, from.in.left() / width);
     uint8_t *room = packed_room(v, uint64_t{count} * width, whole * width + Tq4_value_missing_bytes_limit);
     const Tq4_bytes bytes = from.in.Take(whole * width);
     for (uint64_t i = 0; room && i < whole; ++i) Tq4_reverse_copy(room + i * width, bytes.data + i * width, width);
-    if (whole < count) report(message);
+    if (whole < count) from.Report(message);
 }
 
 // Longs travel in 8 bytes or, zero-extended here, in 4; in any other width they take no bytes and are 0. The room left
@@ -118,7 +125,7 @@ template <const char *message> void import_packed_long(Value &v, Input &from) {
     uint32_t count = 0;
     uint8_t width = 0;
     if (!from.in.Read(count) || !from.in.Read(width)) {
-        report(message);
+        from.Report(message);
         return from.ConsumeAll();
     }
     const uint64_t taken = width == 8 || width == 4 ? width : 0;
@@ -136,7 +143,7 @@ template <const char *message> void import_packed_long(Value &v, Input &from) {
             element = narrow;
         if (room) std::memcpy(room + i * kept, &element, kept);
     }
-    if (whole < count) report(message);
+    if (whole < count) from.Report(message);
 }
 
 #define TQ4_IMPORT_MESSAGE(name) constexpr char message_##name[] = "Tq4_value_Import() error Tq4_value_" #name "\n";
@@ -167,16 +174,18 @@ void Tq4_value_import_string_array(Value &v, Input &from) {
         complete = bytes.data != nullptr;
         if (complete && array) (*array)->Add(array, reinterpret_cast<const char *>(bytes.data), length);
     }
-    if (!complete) report(message_STRINGARRAY);
+    if (!complete) from.Report(message_STRINGARRAY);
 }
 
 void Tq4_value_import_Table(Value &v, Input &from) {
     v.m_data.object = Tq4_cxx_support->new_table();
-    if (from.depth >= Tq4_value_nesting_limit) return from.ConsumeAll();
+    if (from.call.depth >= Tq4_value_nesting_limit) return from.ConsumeAll();
     Tq4_value_table_obj *table = v.table_record();
     if (!table) return;
+    ++from.call.depth;
     const int len =
-        table->ImportAt(reinterpret_cast<const char *>(from.in.at()), static_cast<int>(from.in.left()), from.depth + 1);
+        table->ImportPart(reinterpret_cast<const char *>(from.in.at()), static_cast<int>(from.in.left()), from.call);
+    --from.call.depth;
     TQ4_ASSERT(len >= 0);
     from.in.Take(static_cast<std::size_t>(len));
 }
@@ -239,14 +248,15 @@ int imported(int len) {
 // The bytes may lie in what the value held: it goes last.
 int Tq4_value_obj::Import(const char *buf, int len) {
     Tq4_value_obj fresh;
-    const int consumed = fresh.ImportAt(buf, len, 0);
+    Tq4_import_call call;
+    const int consumed = fresh.ImportPart(buf, len, call);
     Swap(fresh);
     return consumed;
 }
 
-int Tq4_value_obj::ImportAt(const char *buf, int len, int depth) {
+int Tq4_value_obj::ImportPart(const char *buf, int len, Tq4_import_call &call) {
     if (m_type != Tq4_value_Unknown) Reset();
-    Input from{Tq4_byte_reader(buf, len), depth};
+    Input from{Tq4_byte_reader(buf, len), call};
     int8_t tag = 0;
     if (!from.in.Read(tag)) return 0;
     if (tag == Tq4_value_Unknown) return 1;
@@ -256,9 +266,12 @@ int Tq4_value_obj::ImportAt(const char *buf, int len, int depth) {
     return len - static_cast<int>(from.in.left());
 }
 
-int Tq4_value_table_obj::Import(const char *buf, int len) { return ImportAt(buf, len, 1); }
+int Tq4_value_table_obj::Import(const char *buf, int len) {
+    Tq4_import_call call{.depth = 1};
+    return ImportPart(buf, len, call);
+}
 
-int Tq4_value_table_obj::ImportAt(const char *buf, int len, int depth) {
+int Tq4_value_table_obj::ImportPart(const char *buf, int len, Tq4_import_call &call) {
     Tq4_byte_reader header(buf, len);
     uint8_t case_flag = 0;
     uint32_t count = 0;
@@ -273,7 +286,7 @@ int Tq4_value_table_obj::ImportAt(const char *buf, int len, int depth) {
     for (; count && at < len; --count) {
         Tq4_kv_pair *pair = NewPairAtTail();
         at += imported(pair->key().Import(buf + at, len - at));
-        at += imported(pair->value().ImportAt(buf + at, len - at, depth));
+        at += imported(pair->value().ImportPart(buf + at, len - at, call));
         RegisterLater(pair);
     }
     DeleteEntries(former);

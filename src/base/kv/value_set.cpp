@@ -19,8 +19,10 @@ void Tq4_value_obj::Reset() {
     m_data = {};
 }
 
+// A tag that no reader knows would end what is read behind it.
 void Tq4_value_obj::Init(Tq4_value_type type) {
     Reset();
+    if (static_cast<unsigned>(type) > Tq4_value_End) return;
     if (type >= Tq4_value_ArrayStart && type <= Tq4_value_PLDOUBLE) return SetBytes(type, "", 0);
     m_type = type;
     if (is(Tq4_value_STRINGARRAY))
