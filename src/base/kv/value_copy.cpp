@@ -138,12 +138,14 @@ void Tq4_value_obj::Copy(const Tq4_value_obj *source) {
     if (!source || source == this) return;
     Tq4_value_obj copy;
     copy.m_type = source->m_type;
+    copy.m_truth = source->m_truth;
     Tq4_value_row(_g_Tq4_value_copy, source->m_type)(copy, *source);
     Swap(copy);
 }
 
 void Tq4_value_obj::Swap(Tq4_value_obj &other) {
     std::swap(m_type, other.m_type);
+    std::swap(m_truth, other.m_truth);
     std::swap(m_string, other.m_string);
     std::swap(m_data, other.m_data);
 }

@@ -10,6 +10,7 @@
 
 void Tq4_value_obj::Reset() {
     const Tq4_value_type type = std::exchange(m_type, Tq4_value_Unknown);
+    m_truth = false;
     if (type >= Tq4_value_ArrayStart && type <= Tq4_value_ArrayOtherObject) {
         ReleaseBytes();
     } else if (void *held = type > Tq4_value_ArrayOtherObject ? m_data.object : nullptr) {
