@@ -121,6 +121,8 @@ struct Tq4_value_obj {
     // bytes.
     void SetBytes(Tq4_value_type tag, const void *bytes, unsigned long n);
     void AppendOwn(const void *bytes, unsigned long n);
+    // An empty value of tags 17 to 29 gets n zero bytes, to be filled; null when there are none.
+    uint8_t *ZeroBytes(unsigned long n);
     // For what fills values: the bytes as a string, which is made when there is none yet.
     Tq4_string own_string();
 

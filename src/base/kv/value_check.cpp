@@ -7,8 +7,8 @@
 #include <climits>
 
 #include "base/byte_reader.hpp"
+#include "base/kv/decode_budget.hpp"
 #include "base/kv/key.hpp"
-#include "base/kv/limits.hpp"
 
 namespace {
 
@@ -61,13 +61,17 @@ class Walk {
     Tq4_byte_reader m_in;
     const uint8_t *const m_begin = m_in.at();
     const uint8_t *m_damaged = nullptr;
+    Tq4_decode_budget m_budget{UINT64_MAX}; // counts; Result compares
 
 public:
     Walk(const char *buf, long len) : m_in(buf, len) {}
 
     Tq4_checked Result(bool complete) const {
-        const uint8_t *at = complete ? m_in.at() : m_damaged;
-        return {complete, static_cast<std::size_t>(at - m_begin)};
+        const auto offset = [&](const uint8_t *at) { return static_cast<std::size_t>(at - m_begin); };
+        if (!complete) return {false, offset(m_damaged)};
+        const std::size_t length = offset(m_in.at());
+        const bool fits = m_budget.taken() <= Tq4_decode_budget::Allowance(length);
+        return {fits, fits ? length : 0};
     }
 
     // A value inside so many tables.
@@ -81,10 +85,12 @@ public:
         uint8_t case_flag;
         uint32_t entries;
         if (!m_in.Read(case_flag) || !m_in.Read(entries)) return Damaged(start);
-        for (; entries; --entries) {
+        for (uint32_t before = 0; before < entries; ++before) {
             const uint8_t *entry = m_in.at();
             Tq4_key_wire key;
             if (!Tq4_key_read(m_in, key)) return Damaged(entry);
+            m_budget.Entry(before);
+            m_budget.Bytes(key.text.size);
             if (!Value(depth)) return false;
         }
         return true;
@@ -97,6 +103,7 @@ private:
         return false;
     }
 
+    bool Held(uint64_t bytes) { return m_budget.Bytes(bytes); }
     bool Skip(uint64_t bytes) { return bytes <= m_in.left() && (m_in.Take(bytes), true); }
 
     bool Payload(int depth) {
@@ -111,14 +118,14 @@ private:
         case Form::text:
         case Form::packed: {
             uint32_t count;
-            return m_in.Read(count) && Skip(uint64_t{count} * shape.width);
+            return m_in.Read(count) && Held(uint64_t{count} * shape.width) && Skip(uint64_t{count} * shape.width);
         }
         case Form::packed_wide:
             return PackedWide();
         case Form::texts:
             return Texts();
         case Form::table:
-            return depth < Tq4_value_nesting_limit && Table(depth + 1);
+            return depth < Tq4_value_nesting_limit && m_budget.Table() && Table(depth + 1);
         }
         return false;
     }
@@ -138,15 +145,18 @@ private:
         if (!m_in.Read(count) || !m_in.Read(width)) return false;
         if (count == 0) return true;
         const uint64_t taken = taken_by(width);
-        if (!taken && count * uint64_t{8} > Tq4_value_widthless_bytes_limit) return false;
+        const uint64_t zeros = taken ? 0 : count * uint64_t{8};
+        if (m_budget.Zeros(zeros) < zeros) return false;
+        if (taken) Held(count * uint64_t{8});
         return m_in.left() >= (count - 1) * taken + 8 && Skip(count * taken);
     }
 
     bool Texts() {
         uint16_t count, length;
         if (!m_in.Read(count)) return false;
+        m_budget.Array();
         for (; count; --count)
-            if (!m_in.Read(length) || !Skip(length)) return false;
+            if (!m_in.Read(length) || !Skip(length) || !m_budget.Element(length)) return false;
         return true;
     }
 };

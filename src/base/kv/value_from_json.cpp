@@ -153,17 +153,33 @@ private:
     // there before.
     Value &Next() {
         if (m_open.empty()) return *m_root;
-        Unpack();
         const Container &container = m_open.back();
+        if (!container.table) Unpack();
         if (container.array) return container.table->NewPairAtTail()->value();
-        Value &member = container.table->ValueOf({nullptr, 0, m_key});
-        member.Reset();
-        return member;
+        return Member(*container.table);
     }
 
-    // The innermost array becomes a table, if it is none.
+    // While there are few members, they are compared: that costs less than an index of them.
+    Value &Member(Tq4_value_table_obj &table) {
+        constexpr unsigned long few = 8;
+        Value *member = nullptr;
+        if (table.Count() >= few) {
+            member = &table.ValueOf({nullptr, 0, m_key});
+        } else {
+            table.EachPair([&](const Tq4_kv_pair &pair) {
+                if (Tq4_key_obj::same_text(pair.key().text(), m_key, false)) member = &pair.value();
+                return !member;
+            });
+        }
+        if (member) return member->Reset(), *member;
+        Tq4_kv_pair *pair = table.NewPairAtTail();
+        pair->key().FillText(m_key, 0);
+        table.RegisterLater(pair);
+        return pair->value();
+    }
+
+    // The innermost array becomes a table.
     void Unpack() {
-        if (!packed()) return;
         Container &container = m_open.back();
         Value former;
         former.Swap(*container.value);

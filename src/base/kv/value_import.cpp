@@ -3,20 +3,22 @@
 // Bytes from outside: every row reads through a bounds-checked reader. What is cut short or too long is told through
 // the debug interface and ends the value at the point reached; scalars that are cut short are taken as absent. An
 // encoding that names nothing at all inside a table stops the process. Tables within tables beyond the nesting limit
-// are taken as a damaged value: the rest of the input is consumed.
+// are taken as a damaged value: the rest of the input is consumed. So it is when what was built takes more memory than
+// the input is good for.
 #include <algorithm>
 #include <cstring>
 #include <type_traits>
 
 #include "assert.hpp"
 #include "base/byte_reader.hpp"
-#include "base/kv/limits.hpp"
+#include "base/kv/decode_budget.hpp"
 #include "base/kv/table.hpp"
 #include "base/string/string.hpp"
 #include "tq4/debug.h"
 
 // What the parts of one call's input have in common.
 struct Tq4_import_call {
+    Tq4_decode_budget budget;
     int depth = 0; // of tables under way
     unsigned reports_left = Tq4_value_reports_limit;
 };
@@ -85,7 +87,7 @@ void Tq4_value_import_lDouble(Value &v, Input &from) {
 
 void Tq4_value_import_string(Value &v, Input &from) {
     uint32_t length = 0;
-    if (from.in.Read(length) && from.in.left() >= length) {
+    if (from.in.Read(length) && from.in.left() >= length && from.call.budget.Bytes(length)) {
         const Tq4_bytes bytes = from.in.Take(length);
         return v.SetBytes(v.m_type, bytes.data ? bytes.data : reinterpret_cast<const uint8_t *>(""), bytes.size);
     }
@@ -94,14 +96,12 @@ void Tq4_value_import_string(Value &v, Input &from) {
     from.ConsumeAll();
 }
 
-// Zeroed room for the elements that a count announces, those that the input does not hold among them, but for no more
-// bytes than given. Null when there are none.
-uint8_t *packed_room(Value &v, uint64_t bytes, uint64_t most) {
-    Tq4_string string = v.own_string();
-    bytes = std::min(bytes, most);
-    auto *room = bytes ? reinterpret_cast<uint8_t *>((*string)->Extend(string, bytes)) : nullptr;
-    if (room) std::memset(room, 0, bytes);
-    return room;
+// Room for elements that the input holds, and for as many of those missing as may be zeros. Null when there are none,
+// or when they take more than the input is good for: then everything is consumed.
+uint8_t *packed_room(Value &v, Input &from, uint64_t held, uint64_t missing) {
+    const uint64_t bytes = held + from.call.budget.Zeros(missing);
+    if (!from.call.budget.Bytes(held)) return from.ConsumeAll(), nullptr;
+    return v.ZeroBytes(bytes);
 }
 
 // The message for tags whose elements ran out does not always name the tag, deliberately.
@@ -112,9 +112,10 @@ template <unsigned width, const char *message> void import_packed(Value &v, Inpu
         return from.ConsumeAll();
     }
     const uint64_t whole = std::min<uint64_t>(count, from.in.left() / width);
-    uint8_t *room = packed_room(v, uint64_t{count} * width, whole * width + Tq4_value_missing_bytes_limit);
+    uint8_t *room = packed_room(v, from, whole * width, (count - whole) * width);
     const Tq4_bytes bytes = from.in.Take(whole * width);
-    for (uint64_t i = 0; room && i < whole; ++i) Tq4_reverse_copy(room + i * width, bytes.data + i * width, width);
+    for (uint64_t i = 0; room && bytes.data && i < whole; ++i)
+        Tq4_reverse_copy(room + i * width, bytes.data + i * width, width);
     if (whole < count) from.Report(message);
 }
 
@@ -132,8 +133,8 @@ template <const char *message> void import_packed_long(Value &v, Input &from) {
     const uint64_t left = from.in.left();
     const uint64_t fitting = left < kept ? 0 : taken == 0 ? count : (left - kept) / taken + 1;
     const uint64_t whole = std::min<uint64_t>(count, fitting);
-    uint8_t *room = packed_room(v, count * kept,
-                                taken ? whole * kept + Tq4_value_missing_bytes_limit : Tq4_value_widthless_bytes_limit);
+    const uint64_t held = taken ? whole * kept : 0;
+    uint8_t *room = packed_room(v, from, held, count * kept - held);
     for (uint64_t i = 0; taken && i < whole; ++i) {
         uint64_t element = 0;
         uint32_t narrow = 0;
@@ -159,13 +160,14 @@ TQ4_IMPORT_MESSAGE(STRINGARRAY)
 // Cut inside an element's bytes, it ends after that element's length; cut inside a length or the count, all is
 // consumed.
 void Tq4_value_import_string_array(Value &v, Input &from) {
+    if (!from.call.budget.Array()) return v.Reset(), from.ConsumeAll();
     v.m_data.object = Tq4_cxx_support->new_array();
     Tq4_string_array array = v.m_data.array;
     uint16_t count = 0, length = 0;
     bool complete = from.in.Read(count);
     if (!complete) from.ConsumeAll();
     for (; complete && count; --count) {
-        complete = from.in.Read(length);
+        complete = from.in.Read(length) && (length > from.in.left() || from.call.budget.Element(length));
         if (!complete) {
             from.ConsumeAll();
             break;
@@ -178,6 +180,7 @@ void Tq4_value_import_string_array(Value &v, Input &from) {
 }
 
 void Tq4_value_import_Table(Value &v, Input &from) {
+    if (!from.call.budget.Table()) return v.Reset(), from.ConsumeAll();
     v.m_data.object = Tq4_cxx_support->new_table();
     if (from.call.depth >= Tq4_value_nesting_limit) return from.ConsumeAll();
     Tq4_value_table_obj *table = v.table_record();
@@ -243,12 +246,16 @@ int imported(int len) {
     return len;
 }
 
+Tq4_decode_budget budget_of(int len) {
+    return Tq4_decode_budget(Tq4_decode_budget::Allowance(len > 0 ? static_cast<uint64_t>(len) : 0));
+}
+
 } // namespace
 
 // The bytes may lie in what the value held: it goes last.
 int Tq4_value_obj::Import(const char *buf, int len) {
     Tq4_value_obj fresh;
-    Tq4_import_call call;
+    Tq4_import_call call{.budget = budget_of(len)};
     const int consumed = fresh.ImportPart(buf, len, call);
     Swap(fresh);
     return consumed;
@@ -267,7 +274,7 @@ int Tq4_value_obj::ImportPart(const char *buf, int len, Tq4_import_call &call) {
 }
 
 int Tq4_value_table_obj::Import(const char *buf, int len) {
-    Tq4_import_call call{.depth = 1};
+    Tq4_import_call call{.budget = budget_of(len), .depth = 1};
     return ImportPart(buf, len, call);
 }
 
@@ -283,9 +290,14 @@ int Tq4_value_table_obj::ImportPart(const char *buf, int len, Tq4_import_call &c
     m_case = case_flag;
     m_table.CaseFlag(case_flag);
     int at = len - static_cast<int>(header.left());
-    for (; count && at < len; --count) {
+    for (uint64_t before = 0; before < count && at < len; ++before) {
+        if (!call.budget.Entry(before)) {
+            at = len;
+            break;
+        }
         Tq4_kv_pair *pair = NewPairAtTail();
         at += imported(pair->key().Import(buf + at, len - at));
+        call.budget.Bytes(pair->key().text().size);
         at += imported(pair->value().ImportPart(buf + at, len - at, call));
         RegisterLater(pair);
     }
