@@ -133,8 +133,8 @@ private:
 // What a type does, indexed by its tag.
 using Tq4_value_equalf = bool (*)(const Tq4_value_obj &, const Tq4_value_obj &);
 using Tq4_value_copy = void (*)(Tq4_value_obj &destination, const Tq4_value_obj &source);
-extern const Tq4_value_equalf _g_Tq4_value_equal[Tq4_value_tags];
-extern const Tq4_value_copy _g_Tq4_value_copy[Tq4_value_tags];
+extern const Tq4_value_table_of<Tq4_value_equalf> _g_Tq4_value_equal;
+extern const Tq4_value_table_of<Tq4_value_copy> _g_Tq4_value_copy;
 
 // ---- the families
 
@@ -166,11 +166,6 @@ const Element *Tq4_value_obj::GetArray(unsigned long *count) const {
     if (m_type < first || m_type > last || !has_bytes()) return nullptr;
     if (count) *count = bytes().size / sizeof(Element);
     return reinterpret_cast<const Element *>(c_str());
-}
-
-template <class Row> const Row &Tq4_value_row(const Row (&rows)[Tq4_value_tags], Tq4_value_type type) {
-    const auto tag = static_cast<unsigned>(type);
-    return rows[tag < Tq4_value_tags ? tag : 0];
 }
 
 // Json_encode as a function; null for a null value.

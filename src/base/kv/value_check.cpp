@@ -9,6 +9,7 @@
 #include "base/byte_reader.hpp"
 #include "base/kv/decode_budget.hpp"
 #include "base/kv/key.hpp"
+#include "base/kv/value_types.hpp"
 
 namespace {
 
@@ -19,43 +20,18 @@ struct Shape {
     uint8_t width; // in bytes, of the payload or of an element
 };
 
-constexpr Shape shapes[] = {
-    {Form::fixed, 0},       // 0
-    {Form::fixed, 1},       // 1: CHAR
-    {Form::fixed, 1},       // 2: UCHAR
-    {Form::fixed, 2},       // 3: SHORT
-    {Form::fixed, 2},       // 4: USHORT
-    {Form::fixed, 4},       // 5: INT
-    {Form::fixed, 4},       // 6: UINT
-    {Form::wide, 8},        // 7: LONG
-    {Form::wide, 8},        // 8: ULONG
-    {Form::wide, 8},        // 9: PTR
-    {Form::wide, 8},        // 10: Ref
-    {Form::fixed, 0},       // 11
-    {Form::fixed, 8},       // 12: INT64
-    {Form::fixed, 8},       // 13: UINT64
-    {Form::fixed, 4},       // 14: FLOAT
-    {Form::fixed, 8},       // 15: DOUBLE
-    {Form::fixed, 16},      // 16: LDOUBLE
-    {Form::fixed, 0},       // 17
-    {Form::text, 1},        // 18: STRING
-    {Form::text, 1},        // 19: PCHAR
-    {Form::text, 1},        // 20: PUCHAR
-    {Form::packed, 2},      // 21: PSHORT
-    {Form::packed, 2},      // 22: PUSHORT
-    {Form::packed, 4},      // 23: PINT
-    {Form::packed, 4},      // 24: PUINT
-    {Form::packed_wide, 8}, // 25: PLONG
-    {Form::packed_wide, 8}, // 26: PULONG
-    {Form::packed, 4},      // 27: PFLOAT
-    {Form::packed, 8},      // 28: PDOUBLE
-    {Form::packed, 16},     // 29: PLDOUBLE
-    {Form::fixed, 0},       // 30
-    {Form::texts, 1},       // 31: STRINGARRAY
-    {Form::table, 0},       // 32
-    {Form::fixed, 0},       // 33
-};
-static_assert(std::size(shapes) == Tq4_value_End + 1);
+template <class Type> constexpr Shape shape_of() {
+    using enum Tq4_value_storage;
+    constexpr auto storage = Type::storage;
+    constexpr auto width = static_cast<uint8_t>(Type::width);
+    if (storage == text) return {Form::text, width};
+    if (storage == texts) return {Form::texts, width};
+    if (storage == table) return {Form::table, width};
+    if (storage == packed) return {Type::has_width_byte ? Form::packed_wide : Form::packed, width};
+    return {Type::has_width_byte ? Form::wide : Form::fixed, width};
+}
+
+constexpr auto shapes = Tq4_value_rows([](auto row) { return shape_of<decltype(row)>(); });
 
 class Walk {
     Tq4_byte_reader m_in;

@@ -1,6 +1,6 @@
-// value_import: the binary encoding of values, reading; a row for each tag.
+// value_import: the binary encoding of values, reading.
 //
-// Bytes from outside: every row reads through a bounds-checked reader. What is cut short or too long is told through
+// Bytes from outside: every reader reads through a bounds-checked reader. What is cut short or too long is told through
 // the debug interface and ends the value at the point reached; scalars that are cut short are taken as absent. An
 // encoding that names nothing at all inside a table stops the process. Tables within tables beyond the nesting limit
 // are taken as a damaged value: the rest of the input is consumed. So it is when what was built takes more memory than
@@ -46,16 +46,12 @@ using Tq4_value_import = void (*)(Value &, Input &);
 
 void Tq4_value_import_undefine(Value &, Input &) {}
 
-// Numbers kept in the word, extended by sign, or by zeros for the unsigned type of the width.
-template <class Signed, Tq4_value_type unsigned_tag> void import_scalar(Value &v, Input &from) {
-    Signed number{};
+// Numbers kept in the word, extended by sign, or by zeros when the type has none.
+template <class Number> void Tq4_value_import_scalar(Value &v, Input &from) {
+    Number number{};
     if (!from.in.Read(number)) return from.ConsumeAll();
-    v.m_data.word = static_cast<uint64_t>(int64_t{number});
-    if (v.is(unsigned_tag)) v.m_data.word = static_cast<std::make_unsigned_t<Signed>>(number);
+    v.m_data.word = static_cast<uint64_t>(static_cast<int64_t>(number));
 }
-constexpr Tq4_value_import Tq4_value_import_char = import_scalar<int8_t, Tq4_value_UCHAR>;
-constexpr Tq4_value_import Tq4_value_import_short = import_scalar<int16_t, Tq4_value_USHORT>;
-constexpr Tq4_value_import Tq4_value_import_int = import_scalar<int32_t, Tq4_value_UINT>;
 
 // A width byte of 8 or 4; 4 bytes are zero-extended also for signed longs, deliberately. Any other width is consumed
 // alone and gives 0.
@@ -157,6 +153,16 @@ TQ4_IMPORT_MESSAGE(PLDOUBLE)
 TQ4_IMPORT_MESSAGE(STRINGARRAY)
 #undef TQ4_IMPORT_MESSAGE
 
+// Signed and unsigned elements alike.
+template <class Element> constexpr Tq4_value_import import_array_of() {
+    if constexpr (std::is_same_v<Element, float>) return import_packed<4, message_PFLOAT>;
+    if constexpr (std::is_same_v<Element, double>) return import_packed<8, message_PDOUBLE>;
+    if constexpr (std::is_same_v<Element, long double>) return import_packed<16, message_PLDOUBLE>;
+    if constexpr (sizeof(Element) == 2) return import_packed<2, message_PUSHORT>;
+    if constexpr (sizeof(Element) == 4) return import_packed<4, message_PUINT>;
+    return import_packed_long<message_PLONG>;
+}
+
 // Cut inside an element's bytes, it ends after that element's length; cut inside a length or the count, all is
 // consumed.
 void Tq4_value_import_string_array(Value &v, Input &from) {
@@ -193,52 +199,25 @@ void Tq4_value_import_Table(Value &v, Input &from) {
     from.in.Take(static_cast<std::size_t>(len));
 }
 
-constexpr Tq4_value_import Tq4_value_import_Int64 = import_cell<int64_t, &Value::Data::int64>;
-constexpr Tq4_value_import Tq4_value_import_Float = import_cell<float, &Value::Data::single>;
-constexpr Tq4_value_import Tq4_value_import_Double = import_cell<double, &Value::Data::twofold>;
-constexpr Tq4_value_import Tq4_value_import_pshort = import_packed<2, message_PUSHORT>;
-constexpr Tq4_value_import Tq4_value_import_pint = import_packed<4, message_PUINT>;
-constexpr Tq4_value_import Tq4_value_import_plong = import_packed_long<message_PLONG>;
-constexpr Tq4_value_import Tq4_value_import_pfloat = import_packed<4, message_PFLOAT>;
-constexpr Tq4_value_import Tq4_value_import_pdouble = import_packed<8, message_PDOUBLE>;
-constexpr Tq4_value_import Tq4_value_import_pldouble = import_packed<16, message_PLDOUBLE>;
+template <class Type> constexpr Tq4_value_import import_of() {
+    using enum Tq4_value_storage;
+    using Element = typename Type::Element;
+    constexpr auto storage = Type::storage;
+    if constexpr (storage == packed) return import_array_of<Element>();
+    if constexpr (Type::has_width_byte) return Tq4_value_import_long;
+    if constexpr (storage == word) return Tq4_value_import_scalar<Element>;
+    if constexpr (storage == cell && std::is_same_v<Element, float>) return import_cell<float, &Value::Data::single>;
+    if constexpr (storage == cell && std::is_same_v<Element, double>) return import_cell<double, &Value::Data::twofold>;
+    if constexpr (storage == cell && std::is_same_v<Element, long double>) return Tq4_value_import_lDouble;
+    if constexpr (storage == cell) return import_cell<int64_t, &Value::Data::int64>;
+    if constexpr (storage == text) return Tq4_value_import_string;
+    if constexpr (storage == texts) return Tq4_value_import_string_array;
+    if constexpr (storage == table) return Tq4_value_import_Table;
+    return Tq4_value_import_undefine;
+}
 
-const Tq4_value_import _g_Tq4_value_import[Tq4_value_tags] = {
-    Tq4_value_import_undefine,     // 0
-    Tq4_value_import_char,         // 1: CHAR
-    Tq4_value_import_char,         // 2: UCHAR
-    Tq4_value_import_short,        // 3: SHORT
-    Tq4_value_import_short,        // 4: USHORT
-    Tq4_value_import_int,          // 5: INT
-    Tq4_value_import_int,          // 6: UINT
-    Tq4_value_import_long,         // 7: LONG
-    Tq4_value_import_long,         // 8: ULONG
-    Tq4_value_import_long,         // 9: PTR arrives as a bare number
-    Tq4_value_import_long,         // 10: Ref likewise
-    Tq4_value_import_undefine,     // 11
-    Tq4_value_import_Int64,        // 12: INT64
-    Tq4_value_import_Int64,        // 13: UINT64
-    Tq4_value_import_Float,        // 14
-    Tq4_value_import_Double,       // 15
-    Tq4_value_import_lDouble,      // 16
-    Tq4_value_import_undefine,     // 17
-    Tq4_value_import_string,       // 18: STRING
-    Tq4_value_import_string,       // 19: PCHAR
-    Tq4_value_import_string,       // 20: PUCHAR
-    Tq4_value_import_pshort,       // 21: PSHORT
-    Tq4_value_import_pshort,       // 22: PUSHORT
-    Tq4_value_import_pint,         // 23: PINT
-    Tq4_value_import_pint,         // 24: PUINT
-    Tq4_value_import_plong,        // 25: PLONG
-    Tq4_value_import_plong,        // 26: PULONG
-    Tq4_value_import_pfloat,       // 27
-    Tq4_value_import_pdouble,      // 28
-    Tq4_value_import_pldouble,     // 29
-    Tq4_value_import_undefine,     // 30
-    Tq4_value_import_string_array, // 31
-    Tq4_value_import_Table,        // 32
-    Tq4_value_import_undefine,     // 33
-};
+constexpr Tq4_value_table_of<Tq4_value_import> _g_Tq4_value_import =
+    Tq4_value_rows([](auto row) { return import_of<decltype(row)>(); });
 
 // An entry of a table is at least one byte of key and one of value; one that names nothing stops the process.
 int imported(int len) {
@@ -269,7 +248,7 @@ int Tq4_value_obj::ImportPart(const char *buf, int len, Tq4_import_call &call) {
     if (tag == Tq4_value_Unknown) return 1;
     if (tag < 0 || tag > Tq4_value_End) return len;
     m_type = static_cast<Tq4_value_type>(tag);
-    Tq4_value_row(_g_Tq4_value_import, m_type)(*this, from);
+    _g_Tq4_value_import[static_cast<std::size_t>(tag)](*this, from);
     return len - static_cast<int>(from.in.left());
 }
 

@@ -51,7 +51,7 @@ std::size_t plain_run(const uint8_t *bytes, std::size_t n) {
 
 class Json_text {
     using Row = void (Json_text::*)(const Value &);
-    static const std::array<Row, Tq4_value_tags> rows;
+    static const Tq4_value_table_of<Row> rows;
 
     // A table under way.
     struct Container {
@@ -316,7 +316,7 @@ private:
     }
 };
 
-const std::array<Json_text::Row, Tq4_value_tags> Json_text::rows =
+const Tq4_value_table_of<Json_text::Row> Json_text::rows =
     Tq4_value_rows([](auto row) { return RowOf<decltype(row)>(); });
 
 } // namespace

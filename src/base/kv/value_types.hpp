@@ -8,6 +8,7 @@
 #include <array>
 #include <concepts>
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 #include "tq4/value.h"
@@ -62,6 +63,13 @@ enum class Tq4_value_storage {
 
 inline constexpr std::size_t Tq4_value_tags = Tq4_value_End + 1;
 
+template <class Element> constexpr std::size_t Tq4_element_width() {
+    if constexpr (std::is_void_v<Element>)
+        return 0;
+    else
+        return sizeof(Element);
+}
+
 template <std::size_t tag> struct Tq4_value_type_row;
 #define TQ4_VALUE_TYPE_ROW(name, where, number, shown, how)                                                            \
     template <> struct Tq4_value_type_row<Tq4_value_##name> {                                                          \
@@ -69,6 +77,7 @@ template <std::size_t tag> struct Tq4_value_type_row;
         static constexpr Tq4_value_storage storage = Tq4_value_storage::where;                                         \
         using Element = number;                                                                                        \
         using Printed = shown;                                                                                         \
+        static constexpr std::size_t width = Tq4_element_width<Element>();                                             \
         static constexpr char format[] = how;                                                                          \
         /* Longs travel with a byte that tells their width. */                                                         \
         static constexpr bool has_width_byte = std::same_as<Element, long> || std::same_as<Element, unsigned long>;    \
@@ -77,7 +86,9 @@ template <std::size_t tag> struct Tq4_value_type_row;
 TQ4_VALUE_TYPES(TQ4_VALUE_TYPE_ROW)
 #undef TQ4_VALUE_TYPE_ROW
 
-// A table indexed by tag: make(row) gives the entry of a row.
+// A table indexed by tag, which every value's is in range of.
+template <class Entry> using Tq4_value_table_of = std::array<Entry, Tq4_value_tags>;
+// make(row) gives the entry of a row.
 template <class Make> constexpr auto Tq4_value_rows(Make make) {
     return [&]<std::size_t... tag>(std::index_sequence<tag...>) {
         return std::array{make(Tq4_value_type_row<tag>{})...};
