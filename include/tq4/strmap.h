@@ -38,8 +38,8 @@ typedef int (*Tq4_strmap_visitor)(const char *text, unsigned long number, void *
 struct Tq4_strmap_ {
     /* The number of buckets. */
     unsigned long (*HashTableSize)(Tq4_strmap m);
-    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0 or a count of more
-     * than 32 bits. */
+    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0, a count of more than
+     * 32 bits or more than memory can hold. */
     void (*Init)(Tq4_strmap m, unsigned long count);
     /* The number of entries. */
     int (*Count)(Tq4_strmap m);
@@ -69,7 +69,8 @@ struct Tq4_strmap_ {
     /* Iterate: *position is null to start with. Each call returns the value of an entry, stores its key, or its text
      * (null without one) and the word of its number, where the pointers are not null, and moves *position on, to null
      * after the last entry; in an empty map it gives null. By ascending bucket, in each the newest first. Between the
-     * calls the entry shown last may be removed, and no other. A null position gives null. */
+     * calls the entry shown last may be removed, and no other. The key is borrowed and for reading only: after a change
+     * through its handle the entry is found neither by the old key nor by the new one. A null position gives null. */
     void *(*NextK)(Tq4_strmap m, Tq4_key *key, void **position);
     void *(*NextSI)(Tq4_strmap m, const char **text, unsigned long *number, void **position);
     /* Call visitor for each entry in that order until it returns non-zero. It may remove the entry that it is shown. */

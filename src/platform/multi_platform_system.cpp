@@ -10,7 +10,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/random.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -64,6 +66,29 @@ void MP_Sleep(long ms) {
     if (ms <= 0) return;
     timespec left{ms / 1000, ms % 1000 * 1000000};
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) continue;
+}
+
+// Fills what is left by a call that gives how many bytes it gave.
+template <class Give> static bool fill(char *room, std::size_t n, Give give) {
+    while (n > 0) {
+        const long given = give(room, n);
+        if (given < 0 && errno == EINTR) continue;
+        if (given <= 0) return false;
+        room += given;
+        n -= static_cast<std::size_t>(given);
+    }
+    return true;
+}
+
+// The call may be forbidden where the device is not.
+int MP_GetRandom(void *room, std::size_t n) {
+    const auto bytes = static_cast<char *>(room);
+    if (fill(bytes, n, [](char *at, std::size_t left) { return getrandom(at, left, 0); })) return 1;
+    const int device = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    if (device < 0) return 0;
+    const bool filled = fill(bytes, n, [=](char *at, std::size_t left) { return read(device, at, left); });
+    close(device);
+    return filled;
 }
 
 unsigned long MP_GetCurrentProcessId() { return static_cast<unsigned long>(getpid()); }
@@ -120,15 +145,19 @@ long MP_Write(int descriptor, const void *bytes, std::size_t size) {
     return MP_Restarted([=] { return write(descriptor, bytes, size); });
 }
 
-int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
-    const char *at = static_cast<const char *>(bytes);
-    while (size > 0) {
-        const long written = MP_Write(descriptor, at, size);
-        if (written <= 0) return 0;
-        at += written;
-        size -= static_cast<std::size_t>(written);
+std::size_t MP_WriteMost(int descriptor, const void *bytes, std::size_t size) {
+    std::size_t all = 0;
+    while (all < size) {
+        const long written = MP_Write(descriptor, static_cast<const char *>(bytes) + all, size - all);
+        if (written == 0) errno = EIO; // no system call should answer so
+        if (written <= 0) break;
+        all += static_cast<std::size_t>(written);
     }
-    return 1;
+    return all;
+}
+
+int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
+    return MP_WriteMost(descriptor, bytes, size) == size;
 }
 
 void *MP_LoadLibrary(const char *path) { return path ? dlopen(path, RTLD_LAZY) : nullptr; }

@@ -19,6 +19,7 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -85,6 +86,7 @@
     PLAIN(int, unlink, (const char *p), (p), EACCES) \
     PLAIN(int, unlinkat, (int d, const char *p, int f), (d, p, f), EBUSY) \
     PLAIN(pid_t, waitpid, (pid_t p, int *s, int o), (p, s, o), EINTR) \
+    MOVE(ssize_t, getrandom, (void *b, size_t n, unsigned f), (b, n, f), ENOSYS, EINTR) \
     MOVE(ssize_t, read, (int d, void *b, size_t n), (d, b, n), EIO, EINTR) \
     MOVE(ssize_t, recv, (int s, void *b, size_t n, int f), (s, b, n, f), ECONNRESET, EINTR) \
     MOVE(ssize_t, send, (int s, const void *b, size_t n, int f), (s, b, n, f), ENOBUFS, EINTR) \

@@ -123,7 +123,10 @@ template <class Entry> class Tq4_chains {
     static constexpr int indexed_from = 64; // entries; below, the chains are short enough
 
     Entry *m_first_heads[first_size] = {};
-    std::unique_ptr<Entry *[]> m_other_heads; // after Resize
+    struct Free {
+        void operator()(Entry **heads) const { std::free(heads); }
+    };
+    std::unique_ptr<Entry *[], Free> m_other_heads; // after Resize
     Entry **m_pHashTable = m_first_heads;
     uint64_t m_nHashTableSize = first_size;
     int m_nCount = 0;
@@ -138,11 +141,13 @@ public:
     int count() const { return m_nCount; }
     bool indexed() const { return static_cast<bool>(m_index); }
 
-    // A new number of chains, while there are no entries; 0, and more than memory could hold, changes nothing.
+    // A new number of chains, while there are no entries; 0, and more than memory can hold, changes nothing.
     void Resize(uint64_t heads = first_size) {
         if (m_nCount > 0 || heads == m_nHashTableSize || heads == 0 || heads > most_heads) return;
-        m_other_heads.reset(heads == first_size ? nullptr : new Entry *[heads]());
-        m_pHashTable = m_other_heads ? m_other_heads.get() : m_first_heads;
+        Entry **other = heads == first_size ? nullptr : static_cast<Entry **>(std::calloc(heads, sizeof *other));
+        if (!other && heads != first_size) return;
+        m_other_heads.reset(other);
+        m_pHashTable = other ? other : m_first_heads;
         m_nHashTableSize = heads;
     }
 
