@@ -64,6 +64,31 @@ void tq4_encode(benchmark::State &state) {
 }
 BENCHMARK(tq4_encode)->Name("json_encode/tq4");
 
+void tq4_from_json(benchmark::State &state) {
+    if (missing(state)) return;
+    for (auto _ : state) {
+        Value value;
+        if (!(*value.v)->FromJson(value.v, text().data(), static_cast<long>(text().size()), nullptr))
+            state.SkipWithError("not read");
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text().size()));
+}
+BENCHMARK(tq4_from_json)->Name("json_read/tq4");
+
+void tq4_to_json(benchmark::State &state) {
+    if (missing(state)) return;
+    Value value;
+    value.Decode();
+    auto out = static_cast<Tq4_string>(Tq4_string_oitf->Create(nullptr));
+    for (auto _ : state) {
+        (*out)->truncate(out, 0);
+        benchmark::DoNotOptimize((*value.v)->ToJson(value.v, out, 0));
+    }
+    state.SetBytesProcessed(state.iterations() * (*out)->length(out));
+    Tq4_string_oitf->Delete(out);
+}
+BENCHMARK(tq4_to_json)->Name("json_write/tq4");
+
 #ifdef HAVE_JANSSON
 void jansson_decode(benchmark::State &state) {
     if (missing(state)) return;

@@ -1,6 +1,8 @@
 // The binary encoding of a typical message, 12 fields and 3 of them nested, beside MessagePack of the same content.
 #include <benchmark/benchmark.h>
 
+#include <string_view>
+
 #include "tq4/tq4.h"
 
 #ifdef HAVE_MSGPACK
@@ -77,6 +79,25 @@ void tq4_import(benchmark::State &state) {
 }
 BENCHMARK(tq4_import)->Name("message_decode/tq4");
 
+// Three fields of twelve, as a service looks at what arrives before it passes it on.
+void tq4_read(benchmark::State &state) {
+    Table message;
+    describe(message);
+    Text out;
+    const auto length = static_cast<int>((*message.t)->Dump(message.t, out.s));
+    const char *bytes = (*out.s)->c_str(out.s);
+    for (auto _ : state) {
+        Table copy;
+        (*copy.t)->Import(copy.t, bytes, length);
+        unsigned long n = 0;
+        benchmark::DoNotOptimize((*copy.t)->BytesS(copy.t, "type", &n));
+        benchmark::DoNotOptimize((*copy.t)->BaseS(copy.t, "sequence"));
+        benchmark::DoNotOptimize((*copy.t)->BytesS(copy.t, "trace", &n));
+        if (n != 16) state.SkipWithError("not read");
+    }
+}
+BENCHMARK(tq4_read)->Name("message_read/tq4");
+
 void tq4_build(benchmark::State &state) {
     for (auto _ : state) {
         Table message;
@@ -129,6 +150,25 @@ void msgpack_unpack(benchmark::State &state) {
     }
 }
 BENCHMARK(msgpack_unpack)->Name("message_decode/msgpack");
+
+const msgpack::object *find(const msgpack::object_map &map, std::string_view key) {
+    for (const msgpack::object_kv &pair : map)
+        if (std::string_view(pair.key.via.str.ptr, pair.key.via.str.size) == key) return &pair.val;
+    return nullptr;
+}
+
+void msgpack_read(benchmark::State &state) {
+    Packed packed;
+    packed.to.pack_map(fields);
+    describe(packed);
+    for (auto _ : state) {
+        const msgpack::object_handle message = msgpack::unpack(packed.bytes.data(), packed.bytes.size());
+        benchmark::DoNotOptimize(find(message->via.map, "type")->via.str.ptr);
+        benchmark::DoNotOptimize(find(message->via.map, "sequence")->via.u64);
+        if (find(message->via.map, "trace")->via.str.size != 16) state.SkipWithError("not read");
+    }
+}
+BENCHMARK(msgpack_read)->Name("message_read/msgpack");
 #endif
 
 } // namespace

@@ -2,18 +2,13 @@
 //
 //   tablecat [OPTION]... [FILE]
 //
-// Text is written through the library's own printer: each piece of it passes through a function here, which escapes
-// text and puts right what the printer deliberately leaves unlike JSON. Pairs are lines "key = value", in which a key
-// like a.b.c leads through tables, and a value that is no JSON is plain text.
-//
-// What is read and built uses the exported tables alone. Only to name the byte at which malformed input goes wrong,
-// which those do not tell, it asks the parser and the checker inside the library; so it links the internals.
+// Pairs are lines "key = value", in which a key like a.b.c leads through tables, and a value that is no JSON is plain
+// text. Dumps are checked before they are imported: they may come from anywhere.
 #include <getopt.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -22,9 +17,6 @@
 
 #include <tq4/tq4.h>
 
-#include "base/kv/json_parser/json_parser.hpp"
-#include "base/kv/limits.hpp"
-#include "base/kv/value_check.hpp"
 #include "object.hpp"
 
 namespace {
@@ -43,17 +35,17 @@ const char help[] =
     "it,\n"
     "lead through tables; the value is JSON, or else plain text. Empty lines and those that begin with # are skipped.\n"
     "\n"
-    "Exit codes: 0 done, with a summary on standard error; 1 the input is malformed, and the byte position is named;\n"
-    "2 wrong usage; 3 a file cannot be read or written.\n";
+    "Exit codes: 0 done, with a summary on standard error; 1 the input is malformed, or holds a pointer, which has no\n"
+    "text; 2 wrong usage; 3 a file cannot be read or written.\n";
 
 enum Exit { DONE = 0, MALFORMED = 1, USAGE = 2, NO_FILE = 3 };
 
-// Where input is malformed, and how.
-struct Fault {
-    std::size_t byte;
-    std::string what;
-};
-using Outcome = std::optional<Fault>;
+// What is wrong with the input; nothing when all is well.
+using Outcome = std::optional<std::string>;
+
+std::string at_byte(std::size_t byte, const char *what) { return "byte " + std::to_string(byte) + ": " + what; }
+
+constexpr unsigned long deepest = 512; // containers in each other, as FromJson and Import have it
 
 std::string_view trimmed(std::string_view text) {
     const std::size_t first = text.find_first_not_of(" \t\r");
@@ -62,126 +54,32 @@ std::string_view trimmed(std::string_view text) {
 
 // ---- writing text
 
-// Appends text to out as JSON has it between quotation marks.
-void escape(std::string &out, std::string_view text) {
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        char code[8];
-        if (c == '"' || c == '\\')
-            out += {'\\', c};
-        else if (byte < 0x20)
-            out += (std::snprintf(code, sizeof code, "\\u%04x", byte), code);
-        else
-            out += c;
-    }
+std::string text_of(Tq4_string s) { return {(*s)->c_str(s), static_cast<std::size_t>((*s)->length(s))}; }
+
+// Nothing when there is a pointer in the value.
+std::optional<std::string> json_of(Tq4_value v, bool pretty) {
+    const Object<Tq4_string> out(Tq4_string_oitf);
+    if (!(*v)->ToJson(v, out, pretty)) return std::nullopt;
+    return text_of(out);
 }
 
-// Receives the pieces that the library's printer writes.
-class Json_text {
-    std::string m_text;
-    std::size_t m_hole = 0; // where a value would be missing, if a comma or a closing bracket came now
-    char m_before_hole = '\0';
-
-    // What the printer writes unlike JSON, and what stands here for it: a key with a second colon, addresses, a letter
-    // behind a number, and floating numbers with too few digits to read back the same.
-    static const char *as_json(std::string_view format) {
-        static const struct {
-            std::string_view printed;
-            const char *json;
-        } formats[] = {{"\"%s_%u\":", "\"%s_%u\""},
-                       {"%lx", "\"%lx\""},
-                       {"%ul", "%lu"},
-                       {"%f", "%.9g"},
-                       {"%lf", "%.17g"},
-                       {"%c", "\"%s\""}};
-        for (const auto &known : formats)
-            if (known.printed == format) return known.json;
-        return format.data();
-    }
-
-    // An empty value prints as nothing; [] reads back as one.
-    void fill_hole(char next) {
-        if (!m_before_hole || std::strchr("\n\t", next)) return;
-        if (next == ',' || (std::strchr("}]", next) && m_before_hole != '[')) m_text.insert(m_hole, "[]");
-        m_before_hole = '\0';
-    }
-
-    void add(const char *format, va_list args) {
-        const std::size_t start = m_text.size();
-        const std::string_view printed = format;
-        const bool literal = printed.find('%') == printed.npos;
-        if (literal)
-            m_text += printed;
-        else
-            add_formatted(printed, args);
-        fill_hole(m_text[start]);
-        if (literal && std::strchr(":,[", m_text.back())) {
-            m_hole = m_text.size();
-            m_before_hole = m_text.back();
-        }
-    }
-
-    void add_formatted(std::string_view printed, va_list args) {
-        const std::size_t start = m_text.size();
-        const char *format = as_json(printed);
-        if (std::string_view(format).starts_with("\"%s")) {
-            const char character[] = {printed == "%c" ? static_cast<char>(va_arg(args, int)) : '\0', '\0'};
-            m_text += '"';
-            escape(m_text, printed == "%c" ? character : va_arg(args, const char *));
-            format += 3;
-        }
-        const Object<Tq4_string> rest(Tq4_string_oitf);
-        rest->vSprintf(rest, format, args);
-        m_text += rest->c_str(rest);
-        if (printed.ends_with('f')) finish_float(start);
-    }
-
-    // Keeps a floating number one when it is read again; JSON has no word for what is none.
-    void finish_float(std::size_t start) {
-        const std::size_t infinite = m_text.find("inf", start);
-        if (m_text.find("nan", start) != m_text.npos)
-            m_text.replace(start, m_text.npos, "null");
-        else if (infinite != m_text.npos)
-            m_text.replace(infinite, 3, "1e999");
-        else if (m_text.find_first_of(".e", start) == m_text.npos)
-            m_text += ".0";
-    }
-
-public:
-    static void piece(void *self, const char *format, ...) {
-        va_list args;
-        va_start(args, format);
-        static_cast<Json_text *>(self)->add(format, args);
-        va_end(args);
-    }
-
-    static std::string of(Tq4_value v, bool pretty) {
-        Json_text to;
-        if (Tq4_value_table table = (*v)->GetValueTable(v))
-            (*table)->Echo(table, piece, &to, !pretty);
-        else
-            (*v)->Echo(v, piece, &to, !pretty);
-        return to.m_text.empty() ? "[]" : to.m_text.substr(to.m_text.find_first_not_of("\n\t"));
-    }
-};
-
-// The text of a key as the printer would write it.
+// A key as JSON names it.
 std::string name_of(Tq4_key key) {
     if ((*key)->GetType(key) == Tq4_key_type_Unvalid) return "\"\"";
     const Object<Tq4_value> holder(Tq4_value_oitf);
     holder->InsertK(holder, key);
-    std::string line = Json_text::of(holder, false); // {"NAME":[]}
-    return line.substr(1, line.size() - 5);
+    const std::string line = *json_of(holder, false); // {"NAME":null}
+    return line.substr(1, line.size() - std::strlen("{:null}"));
 }
 
 bool is_json(std::string_view text) {
     const Object<Tq4_value> value(Tq4_value_oitf);
-    return value->Json_decode(value, text.data(), static_cast<int>(text.size())) == 1;
+    return value->FromJson(value, text.data(), static_cast<long>(text.size()), nullptr) == 1;
 }
 
 // Plain when it reads back as itself, else as JSON.
 std::string pair_value(Tq4_value v) {
-    const std::string json = Json_text::of(v, false);
+    const std::string json = *json_of(v, false);
     unsigned long length = 0;
     const char *bytes = (*v)->GetBytes(v, &length);
     const std::string_view text(bytes ? bytes : "", length);
@@ -224,33 +122,17 @@ void measure(Tq4_value v, unsigned long depth, Extent &extent) {
 // ---- reading
 
 Outcome read_json(Tq4_value v, std::string_view text) {
-    if ((*v)->Json_decode(v, text.data(), static_cast<int>(text.size()))) return std::nullopt;
-    static const char *const faults[] = {"",
-                                         "no memory",
-                                         "a character that JSON text cannot have here",
-                                         "a closing bracket without an opening one",
-                                         "a closing bracket of the other kind",
-                                         "nested too deep",
-                                         "a text that is too long",
-                                         "a comment",
-                                         "an unexpected character",
-                                         "a high surrogate without a low one",
-                                         "a low surrogate without a high one",
-                                         "a comma outside of arrays and objects"};
-    json_parser parser;
-    std::size_t taken = 0;
-    int error = json_parser_init(&parser, nullptr, nullptr, nullptr);
-    if (!error) error = json_parser_string(&parser, text.data(), text.size(), &taken);
-    json_parser_free(&parser);
-    return Fault{taken, error ? faults[error] : "the text ends early"};
+    long at = 0;
+    const auto size = static_cast<long>(text.size());
+    if ((*v)->FromJson(v, text.data(), size, &at)) return std::nullopt;
+    return at_byte(static_cast<std::size_t>(at), at == size ? "the text ends early" : "no JSON from here on");
 }
 
 Outcome read_dump(Tq4_value v, std::string_view bytes) {
-    const int size = static_cast<int>(bytes.size());
-    const Tq4_checked checked = Tq4_value_check(bytes.data(), size);
-    if (!checked.complete) return Fault{checked.at, "a key or value that is damaged or cut off"};
-    if (checked.at < bytes.size()) return Fault{checked.at, "more bytes behind the value"};
-    (*v)->Import(v, bytes.data(), size);
+    const long size = static_cast<long>(bytes.size()), whole = (*v)->Check(v, bytes.data(), size);
+    if (!whole) return "damaged or cut off";
+    if (whole < size) return at_byte(static_cast<std::size_t>(whole), "more bytes behind the value");
+    (*v)->Import(v, bytes.data(), static_cast<int>(size));
     return std::nullopt;
 }
 
@@ -262,7 +144,7 @@ bool take_part(std::string_view &path, std::string &part) {
         for (end = 1; end < path.size() && path[end] != '"'; ++end) end += path[end] == '\\';
         const Object<Tq4_value> text(Tq4_value_oitf);
         const std::string_view quoted = path.substr(0, ++end);
-        if (!text->Json_decode(text, quoted.data(), static_cast<int>(quoted.size()))) return false;
+        if (!text->FromJson(text, quoted.data(), static_cast<long>(quoted.size()), nullptr)) return false;
         part = text->GetBytes(text, nullptr);
         const std::string_view rest = path.substr(end, path.find('.', end) - end);
         if (!trimmed(rest).empty()) return false;
@@ -288,27 +170,24 @@ std::size_t end_of_key(std::string_view line) {
 
 Outcome read_pair(Tq4_value root, std::string_view line, std::size_t at) {
     const std::size_t equals = end_of_key(line);
-    if (equals == line.npos) return Fault{at, "a line without ="};
+    if (equals == line.npos) return at_byte(at, "a line without =");
     std::string_view path = trimmed(line.substr(0, equals));
     const std::string_view value = trimmed(line.substr(equals + 1));
     Tq4_value v = root;
     unsigned long depth = 1;
     for (; !path.empty(); ++depth) {
         std::string part;
-        if (depth > Tq4_value_nesting_limit) return Fault{at, "nested too deep"};
-        if (!take_part(path, part)) return Fault{at, "a key that is quoted wrongly"};
+        if (depth > deepest) return at_byte(at, "nested too deep");
+        if (!take_part(path, part)) return at_byte(at, "a key that is quoted wrongly");
         v = (*v)->InsertS(v, part.c_str());
     }
-    Tq4_value_oitf->Reset(v);
-    const int size = static_cast<int>(value.size());
-    if ((*v)->Json_decode(v, value.data(), size)) {
-        Extent extent;
-        measure(v, depth, extent);
-        if (extent.depth > Tq4_value_nesting_limit) return Fault{at, "nested too deep"};
+    if (!(*v)->FromJson(v, value.data(), static_cast<long>(value.size()), nullptr)) {
+        (*v)->SetString(v, value.data(), static_cast<int>(value.size()));
         return std::nullopt;
     }
-    Tq4_value_oitf->Reset(v);
-    (*v)->SetString(v, value.data(), size);
+    Extent extent;
+    measure(v, depth, extent);
+    if (extent.depth > deepest) return at_byte(at, "nested too deep");
     return std::nullopt;
 }
 
@@ -329,21 +208,29 @@ Outcome read_pairs(Tq4_value v, std::string_view text) {
 std::string dump_of(Tq4_value v) {
     const Object<Tq4_string> out(Tq4_string_oitf);
     (*v)->Dump(v, out);
-    return {out->c_str(out), static_cast<std::size_t>(out->length(out))};
+    return text_of(out);
 }
 
+// Writing gives nothing when there is a pointer in the value, which has no text.
+using Text = std::optional<std::string>;
 const struct Form {
     const char *name;
     Outcome (*read)(Tq4_value v, std::string_view text);
-    std::string (*write)(Tq4_value v, bool pretty);
+    Text (*write)(Tq4_value v, bool pretty);
 } forms[] = {
-    {"json", read_json, [](Tq4_value v, bool pretty) { return Json_text::of(v, pretty) + "\n"; }},
-    {"dump", read_dump, [](Tq4_value v, bool) { return dump_of(v); }},
+    {"json", read_json,
+     [](Tq4_value v, bool pretty) {
+         Text json = json_of(v, pretty);
+         if (json) *json += '\n';
+         return json;
+     }},
+    {"dump", read_dump, [](Tq4_value v, bool) { return Text(dump_of(v)); }},
     {"pairs", read_pairs,
      [](Tq4_value v, bool) {
+         if (!json_of(v, false)) return Text();
          std::string out;
          write_pairs(out, "", v);
-         return out;
+         return Text(out);
      }},
 };
 
@@ -381,21 +268,23 @@ int convert(const Options &options) {
         return NO_FILE;
     }
     const Object<Tq4_value> value(Tq4_value_oitf);
-    if (const Outcome fault = options.from->read(value, *text)) {
-        std::fprintf(stderr, "tablecat: byte %zu: malformed %s: %s\n", fault->byte, options.from->name,
-                     fault->what.c_str());
+    Outcome fault = options.from->read(value, *text);
+    std::optional<std::string> written;
+    if (!fault) written = options.to->write(value, options.pretty);
+    if (!fault && !written) fault = "a pointer, which has no text";
+    if (fault) {
+        std::fprintf(stderr, "tablecat: malformed %s: %s\n", options.from->name, fault->c_str());
         return MALFORMED;
     }
-    const std::string written = options.to->write(value, options.pretty);
     FILE *out = options.output ? std::fopen(options.output, "wb") : stdout;
-    if (!out || std::fwrite(written.data(), 1, written.size(), out) != written.size() || std::fflush(out) != 0) {
+    if (!out || std::fwrite(written->data(), 1, written->size(), out) != written->size() || std::fflush(out) != 0) {
         std::fprintf(stderr, "tablecat: %s: %s\n", options.output ? options.output : "-", std::strerror(errno));
         return NO_FILE;
     }
     Extent extent;
     measure(value, 1, extent);
     std::fprintf(stderr, "tablecat: %lu entries, depth %lu, %zu bytes of %s from %zu bytes of %s\n", extent.entries,
-                 extent.depth, written.size(), options.to->name, text->size(), options.from->name);
+                 extent.depth, written->size(), options.to->name, text->size(), options.from->name);
     return DONE;
 }
 

@@ -1,5 +1,6 @@
 // JSON text of any bytes: that exactly the texts of the grammar are taken, by a recursive reader beside; that pieces of
-// any size give the same events; and that what was decoded prints alike through both outputs.
+// any size give the same events; that what was decoded prints alike through both outputs; and that what FromJson reads
+// is written as JSON that reads back the same.
 #include "base/kv/json_parser/json_parser.hpp"
 #include "kv_model.hpp"
 
@@ -103,6 +104,37 @@ std::string events_of(std::string_view text, std::size_t piece) {
     return events + "!" + std::to_string(error);
 }
 
+std::string written(const Tq4_own<Tq4_value> &value) {
+    const auto json = Tq4_make<Tq4_string>(Tq4_string_oitf);
+    require((*value)->ToJson(value.get(), json.get(), 0) == 1);
+    return text_of(json.get());
+}
+
+long read(const Tq4_own<Tq4_value> &value, std::string_view text) {
+    const std::unique_ptr<char[]> exact(new char[text.size()]);
+    text.copy(exact.get(), text.size());
+    long at = -1;
+    const int done = (*value)->FromJson(value.get(), exact.get(), static_cast<long>(text.size()), &at);
+    require(at >= 0 && at <= static_cast<long>(text.size()) && (!done || at == 0));
+    return done ? -1 : at;
+}
+
+// Refused texts of the grammar have a byte that is no UTF-8, or a number that is too large, where they are refused.
+void read_and_write(std::string_view text, bool is_json) {
+    const auto value = Tq4_make<Tq4_value>(Tq4_value_oitf);
+    (*value)->SetString(value.get(), "kept", -1);
+    const long at = read(value, text);
+    if (at >= 0) {
+        const auto byte = at < static_cast<long>(text.size()) ? static_cast<unsigned char>(text[at]) : 0;
+        require(!is_json || byte >= 0x80 || byte == '-' || (byte >= '0' && byte <= '9'));
+        require(written(value) == "\"kept\"");
+        return;
+    }
+    require(is_json);
+    const std::string json = written(value);
+    require(Grammar(json).whole() && read(value, json) == -1 && written(value) == json);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -112,6 +144,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     require(events_of(text, 1 + data[0] % 7u) == events);
     const bool accepted = Grammar(text).whole();
     require(events.ends_with("!0") == accepted);
+
+    read_and_write(text, accepted);
 
     const auto value = Tq4_make<Tq4_value>(Tq4_value_oitf);
     const std::unique_ptr<char[]> exact(new char[text.size()]);

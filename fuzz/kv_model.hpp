@@ -60,6 +60,7 @@ template <class Own> std::string echoed(const Own &object, bool compact) {
 // Each function gives the position after what starts at a position.
 class Kv_model {
     const std::string_view m_bytes;
+    unsigned long zeros = 0; // bytes of elements that take none
 
 public:
     bool damaged = false; // something was cut off, out of range or left out
@@ -140,7 +141,8 @@ private:
         unsigned long count = number(at, 4), width = number(at + 4, 1);
         at += 5;
         if (width != 8 && width != 4) {
-            damaged = damaged || (count && left(at) < 8) || count * 8 > Tq4_value_widthless_bytes_limit;
+            if (left(at) >= 8) zeros += count * 8;
+            damaged = damaged || (count && left(at) < 8) || zeros > Tq4_value_zero_bytes_limit;
             return at;
         }
         for (; count && left(at) >= 8; --count) at += width;

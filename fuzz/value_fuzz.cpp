@@ -27,6 +27,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const auto json = Tq4_make<Tq4_string>(Tq4_string_oitf);
     (*value)->Json_encode(value.get(), json.get());
     require(text_of(json.get()) == echoed(value, true));
+    // What has JSON text is read again from it; arrays may be one deeper there than tables are here.
+    const auto text = Tq4_make<Tq4_string>(Tq4_string_oitf);
+    if ((*value)->ToJson(value.get(), text.get(), 1)) {
+        long at = 0;
+        const int read = (*again)->FromJson(again.get(), (*text)->c_str(text.get()), (*text)->length(text.get()), &at);
+        require(read || at > 512);
+    } else {
+        require((*text)->length(text.get()) == 0);
+    }
     // Bytes of the value itself as its input.
     unsigned long length = 0;
     const char *own = (*value)->GetBytes(value.get(), &length);

@@ -41,8 +41,9 @@ typedef struct Tq4_key_ Tq4_key_;
 typedef const Tq4_key_ **Tq4_key; /* handle */
 
 struct Tq4_key_ {
-    /* Appends the key's binary encoding to out and returns its length in bytes. A string of 65536 bytes or more is cut
-     * to its length modulo 65536. Null for out gives 0. docs/wire-formats.md describes the encoding. */
+    /* Appends the key's binary encoding to out and returns its length in bytes. 0, and nothing
+     * is appended, when the string has more than 65535 bytes or out is null. docs/wire-formats.md describes the
+     * encoding. */
     long (*Dump)(Tq4_key k, Tq4_string out);
     /* Makes the key what the first bytes of buf encode and returns how many they are. When the encoding runs past len,
      * the result is len, and the key has what came before; a len of 0 or less, which is also the result, leaves it

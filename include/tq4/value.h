@@ -2,7 +2,7 @@
  *
  * A value is a tag and what the tag says: nothing (0), a number or pointer in one 64-bit word (1 to 10), a number in a
  * cell of its own (12 to 16), bytes in a Tq4_string (18 to 29; from 21 on they are packed array elements, in host order
- * and without gaps), a Tq4_string_array (31), or a Tq4_value_table (32). The tags 11, 17, 30 and 33 and above mark
+ * and without gaps), a Tq4_string_array (31), or a Tq4_value_table (32). The tags 11, 17, 30 and 33 mark
  * ranges; values get them only by Init or from a peer.
  *
  * Ownership: a value owns its string, array or table, which are made and deleted through the hooks of cxx_support.h;
@@ -10,8 +10,8 @@
  * for the call, and copied. What a getter returns is borrowed until the value is next set, initialised, reset or
  * deleted.
  *
- * What is given may lie in the value itself (its own text, a table inside it), but for the string given to Dump and
- * Json_encode.
+ * What is given may lie in the value itself (its own text, a table inside it), but for the string given to Dump,
+ * Json_encode and ToJson.
  *
  * No operation tells of an error. A setter changes the type as it says; a getter that does not fit the type gives 0 or
  * null; an append that does not fit stores nothing. Text is never converted to a number or a number to text.
@@ -82,19 +82,23 @@ typedef const Tq4_value_table_ **Tq4_value_table; /* handle */
 typedef void (*Tq4_echo)(void *context, const char *format, ...);
 
 struct Tq4_value_ {
-    /* Appends the value's binary encoding to out and returns its length in bytes, 0 when out is null. String arrays of
-     * 65536 elements or more, and their elements of as many bytes, are cut to that number modulo 65536; texts and
-     * packed arrays likewise to 32 bits. docs/wire-formats.md describes the encoding. */
+    /* Appends the value's binary encoding to out and returns its length in bytes. 0, and nothing is appended, when out
+     * is null or a table in the value has a key whose string is longer than 65535 bytes. String arrays of 65536
+     * elements or more, and their elements of as many bytes, are cut to that number modulo 65536; texts and packed
+     * arrays likewise to 32 bits. docs/wire-formats.md describes the encoding. */
     long (*Dump)(Tq4_value v, Tq4_string out);
     /* Makes the value what the first bytes of buf encode and returns how many they are; 0, and an empty value, when buf
      * is null or len is not positive.
      *
-     * The bytes may come from anywhere. A tag above 33 leaves the value empty and a number that is cut off leaves it 0;
-     * both consume everything. An array or string that is longer than the input is reported through Printf and log of
-     * the debug interface, at level 0. A string then stays empty and everything is consumed; of a packed array the
-     * elements that are there are read, those missing are 0 (of more than a megabyte of missing elements the rest is
-     * left out), and the result is the position reached; a string array keeps the elements before. Tables inside more
-     * than 512 others are left empty and everything is consumed.
+     * Bytes from a stranger go through Check first. Import itself takes any bytes. A tag above 33 leaves the value
+     * empty and a number that is cut off leaves it 0; both consume everything. An array or string that is longer than
+     * the input is reported through Printf and log of the debug interface, at level 0, up to ten times in one call. A
+     * string then stays empty and everything is consumed; of a packed array the elements that are there are read, those
+     * missing are 0, and the result is the position reached; a string array keeps the elements before. Tables inside
+     * more than 512 others are left empty and everything is consumed.
+     *
+     * One call holds at most 64 times its input and a megabyte. Zeros that the input does not hold are at most 256
+     * kilobytes in all; what else would take more ends the decoding, and everything is consumed.
      *
      * Stops the process on the assertion "len > 0" when an entry of a table ends with its key.
      * PTR and Ref arrive as the bare numbers that the peer sent: not to be followed. */
@@ -102,7 +106,7 @@ struct Tq4_value_ {
     /* The tag. */
     Tq4_value_type (*Type)(Tq4_value v);
     /* Empties the value and gives it a type: the number 0, a null pointer, or a new empty string, array or table.
-     * Types above 33 are stored as they are and mean nothing. */
+     * A type above 33 is 0. */
     void (*Init)(Tq4_value v, Tq4_value_type type);
     /* Makes the value text of exactly len bytes, NULs included (-1: up to the NUL); null is an empty text. The tag
      * becomes PCHAR, deliberately not STRING. */
@@ -159,37 +163,36 @@ struct Tq4_value_ {
     /* Appends len bytes (-1: up to the NUL) to text, whose tag becomes PUCHAR, or as a new element of a string array.
      * Other values, and null bytes, stay as they are. */
     void (*AppendBytes)(Tq4_value v, const char *bytes, int len);
-    /* The integer getters are one function, deliberately: each gives the whole 64-bit word of the tags 1 to 8, 12 and
-     * 13, for the caller to narrow, and 0 for all others. */
-    long (*GetChar)(Tq4_value v);
-    long (*GetShort)(Tq4_value v);
-    long (*GetInt)(Tq4_value v);
+    /* The number of the tags 1 to 8, 12 and 13, narrowed to the type in the name; 0 for all other types. */
+    char (*GetChar)(Tq4_value v);
+    short (*GetShort)(Tq4_value v);
+    int (*GetInt)(Tq4_value v);
     long (*GetLong)(Tq4_value v);
     /* The number of a FLOAT or DOUBLE, narrowed or widened; 0 for all other types, integers and LDOUBLE too. */
     float (*GetFloat)(Tq4_value v);
     double (*GetDouble)(Tq4_value v);
     /* The number of an INT64 or UINT64; 0 for all other types, integers in a word too. */
     long (*GetInt64)(Tq4_value v);
-    /* The integer getter again. */
-    long (*GetUChar)(Tq4_value v);
-    long (*GetUShort)(Tq4_value v);
-    long (*GetUInt)(Tq4_value v);
-    long (*GetULong)(Tq4_value v);
+    /* The integer getters again. */
+    unsigned char (*GetUChar)(Tq4_value v);
+    unsigned short (*GetUShort)(Tq4_value v);
+    unsigned (*GetUInt)(Tq4_value v);
+    unsigned long (*GetULong)(Tq4_value v);
     /* The pointer of a PTR, else null. */
     void *(*GetPtr)(Tq4_value v);
     /* The bytes of a text (STRING, PCHAR or PUCHAR), with a NUL behind them, and their number in *len; else null and 0.
      * len may be null. */
     char *(*GetBytes)(Tq4_value v, unsigned long *len);
     /* The first element of a packed array of the width in the name, signed or unsigned, and the number of elements in
-     * *count; else null and 0. count may be null. The unsigned getters are the signed ones, deliberately. */
-    short *(*GetShortArray)(Tq4_value v, unsigned long *count);
-    int *(*GetIntArray)(Tq4_value v, unsigned long *count);
-    long *(*GetLongArray)(Tq4_value v, unsigned long *count);
-    float *(*GetFloatArray)(Tq4_value v, unsigned long *count);
-    double *(*GetDoubleArray)(Tq4_value v, unsigned long *count);
-    short *(*GetUShortArray)(Tq4_value v, unsigned long *count);
-    int *(*GetUIntArray)(Tq4_value v, unsigned long *count);
-    long *(*GetULongArray)(Tq4_value v, unsigned long *count);
+     * *count; else null and 0. count may be null. */
+    const short *(*GetShortArray)(Tq4_value v, unsigned long *count);
+    const int *(*GetIntArray)(Tq4_value v, unsigned long *count);
+    const long *(*GetLongArray)(Tq4_value v, unsigned long *count);
+    const float *(*GetFloatArray)(Tq4_value v, unsigned long *count);
+    const double *(*GetDoubleArray)(Tq4_value v, unsigned long *count);
+    const unsigned short *(*GetUShortArray)(Tq4_value v, unsigned long *count);
+    const unsigned *(*GetUIntArray)(Tq4_value v, unsigned long *count);
+    const unsigned long *(*GetULongArray)(Tq4_value v, unsigned long *count);
     /* The string of a text (STRING, PCHAR or PUCHAR), the string array, the table, and the value that a Ref refers to;
      * null for other types. */
     Tq4_string (*GetString)(Tq4_value v);
@@ -212,8 +215,27 @@ struct Tq4_value_ {
     /* Appends what Echo writes compactly to out and returns the whole text of out. With null for out it is Print, and
      * returns an empty text. */
     const char *(*Json_encode)(Tq4_value v, Tq4_string out);
-    /* Builds the value from len bytes of JSON text (RFC 8259; -1: up to the NUL). 1 on success; 0 when the text is
-     * malformed, ends early, nests deeper than 512, or is null: what was built by then stays.
+    /* Json_encode and Json_decode do not give back what they were given; ToJson and FromJson do:
+     *
+     *                        Json_encode                        Json_decode
+     *   quotes in a text     written as they are, so that the   read
+     *                        text ends there
+     *   control characters   written as they are                refused, as JSON has it, unless escaped
+     *   NUL in a text        the text ends there                read; a key ends there
+     *   an empty array       {} when it is a table, else []     leaves the value as it is: empty, when it is new
+     *   a mixed array        from a table of entries without    keeps the elements from the last change of kind on,
+     *                        keys                               all as integers, floats or texts
+     *   doubles              six decimals; inf and nan          FLOAT, with 24 bits of precision
+     *   integers             INT64 as unsigned, PULONG in 32    INT; what does not fit 32 bits is the nearest that does
+     *                        bits with a letter l
+     *   true and false       1 and 0                            1 and 0
+     *   null                 an empty value is written as       makes no member and no element
+     *                        nothing, which is no JSON
+     *   a member twice       both                               containers are merged, of others the last counts
+     *
+     * Builds the value from len bytes of JSON text (RFC 8259; -1: up to the NUL). 1 on success; 0 when the text is
+     * malformed, ends early, nests deeper than 512, takes more memory than 64 times its length and a megabyte, or is
+     * null: what was built by then stays.
      *
      * An object makes a table with keys of kind 4, or adds to the table that is there; a member sets the value under
      * its key, the last one of that name counts, and null makes none. An array of numbers or truth values makes PINT or
@@ -264,6 +286,38 @@ struct Tq4_value_ {
     void (*RemoveI)(Tq4_value v, unsigned long key);
     void (*RemoveAll)(Tq4_value v);
     unsigned long (*Count)(Tq4_value v);
+    /* The length in bytes of the encoding at the start of buf when it is whole and well-formed; else 0, also when buf
+     * is null, or when it is longer than Import can be given. Import of these bytes takes them in as they were written,
+     * reports nothing and does not stop the process. Reads no further than len bytes. Builds and prints nothing, takes
+     * a time linear in the bytes, and neither looks at the value nor changes it. */
+    long (*Check)(Tq4_value v, const char *buf, long len);
+    /* Appends the value to out as JSON text (RFC 8259) and returns 1. Returns 0, and appends nothing, when out is null
+     * or a PTR or Ref is anywhere in the value. pretty non-zero: each member on a line of its own, indented by two
+     * spaces a level.
+     *
+     * Integers of all types, CHAR too, are written as numbers of their 64 bits, and what FromJson read as true or false
+     * as that. Floating numbers have the shortest digits that read back to the same FLOAT or DOUBLE, with a point or an
+     * exponent; LDOUBLE is rounded to a double; infinities and NaN are null. Texts are escaped where JSON asks for it;
+     * each sequence of bytes that is no UTF-8 becomes U+FFFD. Packed arrays and string arrays are arrays, and so are
+     * tables whose first entry has no key. All other tables are objects with the members in order, of which a caller
+     * may have made several with one name. Keys are named as by Echo; but kind 6 has all 64 bits of its number, and
+     * kind 7 is "text_h_l". Empty values and markers are null. Tables may be nested to any depth. */
+    int (*ToJson)(Tq4_value v, Tq4_string out, int pretty);
+    /* Makes the value what len bytes of JSON text say (RFC 8259; -1: up to the NUL), so that ToJson writes an equal
+     * document, and returns 1. Returns 0, and the value stays as it is, when the text is malformed, has a byte that is
+     * no UTF-8 or half of a surrogate pair, nests deeper than 512, has a number beyond the range of a double, or is
+     * null. *error_at, which may be null, is then the offset of the byte where it goes wrong, len when the text ends
+     * early; 0 on success.
+     *
+     * An object makes a table with keys of kind 4 in the order of the text; of members with one name the last counts,
+     * in the place of the first. Integers become INT, LONG or ULONG, the first that holds them, and DOUBLE when none
+     * does; other numbers DOUBLE, strings PCHAR. true and false become INT 1 and 0, which ToJson and Copy know apart
+     * from numbers until they are set; Dump does not. null is an empty value.
+     *
+     * An array of integers makes PINT, PLONG or PULONG, one of other numbers PDOUBLE, one of strings a string array:
+     * the first that holds all elements. An array without elements is an empty PINT. Every other array, and one of
+     * strings too many or too long for the encoding, makes a table of entries without keys. */
+    int (*FromJson)(Tq4_value v, const char *text, long len, long *error_at);
 };
 
 extern TQ4_API const Tq4_object_itf *const Tq4_value_oitf;

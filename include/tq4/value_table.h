@@ -40,7 +40,8 @@ typedef int (*Tq4_value_table_visitor)(Tq4_key key, Tq4_value value, void *param
 
 struct Tq4_value_table_ {
     /* Appends the table's binary encoding to out and returns its length in bytes; 0 for an empty table, deliberately,
-     * although its five bytes are written: callers take 0 for an empty table. Null for out gives 0. */
+     * although its five bytes are written: callers take 0 for an empty table. 0, and nothing is appended, when out is
+     * null or a key, also one in a table inside, has a string longer than 65535 bytes. */
     long (*Dump)(Tq4_value_table t, Tq4_string out);
     /* Makes the table what the first bytes of buf encode and returns how many they are. 0, and the table stays as it
      * is, when buf is null or len is less than 5, negative too. Entries that the input ends before are missing. What
@@ -133,6 +134,8 @@ struct Tq4_value_table_ {
      * of kinds 5 and 7 and "text_number" in 32 bits of kind 6. Kind 7 has a second colon behind it, deliberately.
      * Values print as at Tq4_value's Echo. */
     void (*Echo)(Tq4_value_table t, Tq4_echo echo, void *context, int compact);
+    /* Tq4_value's Check, of what a table's Dump writes. Bytes from a stranger go through it before Import. */
+    long (*Check)(Tq4_value_table t, const char *buf, long len);
 };
 
 extern TQ4_API const Tq4_object_itf *const Tq4_value_table_oitf;

@@ -17,6 +17,7 @@ class Tq4_byte_writer {
     uint8_t *m_at;
     uint8_t *m_end;
     const uint64_t m_before;
+    bool m_refused = false;
 
     void Refresh() {
         m_at = m_to->m_ptr;
@@ -33,10 +34,18 @@ public:
     Tq4_byte_writer(const Tq4_byte_writer &) = delete;
     Tq4_byte_writer &operator=(const Tq4_byte_writer &) = delete;
 
-    // Bytes appended so far.
-    long written() {
+    // Something cannot be written as it is: in the end nothing has been.
+    void Refuse() { m_refused = true; }
+
+    // The end: the bytes appended; when something was refused, 0, and they are gone.
+    long Finish() {
         Commit();
-        return static_cast<long>(Tq4_wbuf_size(m_to) - m_before);
+        const uint64_t written = Tq4_wbuf_size(m_to) - m_before;
+        if (!m_refused) return static_cast<long>(written);
+        m_to->m_ptr -= written;
+        m_to->m_cnt += written;
+        Refresh();
+        return 0;
     }
 
     // Whether these bytes lie in the buffer, where they move when it grows.

@@ -41,7 +41,7 @@ void append_number(Tq4_string_obj &out, Tq4_value value) {
     case Tq4_value_USHORT:
     case Tq4_value_UINT:
     case Tq4_value_ULONG:
-        return append_digits(out, static_cast<unsigned long>((*value)->GetULong(value)));
+        return append_digits(out, (*value)->GetULong(value));
     default:
         return append_digits(out, (*value)->GetLong(value));
     }

@@ -197,10 +197,11 @@ static void dump_number(Tq4_byte_writer &to, Wire wire, Tq4_key_number number) {
     }
 }
 
-// A string of 65,536 bytes or more travels as its first (length modulo 65,536) bytes: the length field has 16 bits.
+// The length field has 16 bits: a longer string would travel as another key.
 void Tq4_key_obj::DumpTo(Tq4_byte_writer &to) const {
     if (sid.string()) to.Settle(2 * sizeof(uint8_t) + sizeof iid.id + sizeof(uint16_t));
     const Tq4_bytes bytes = text();
+    if (bytes.size > UINT16_MAX) return to.Refuse();
     const unsigned flags = (m_type & kind_mask) | (iid.id ? has_number : 0u) | (bytes.data ? has_string : 0u) |
                            (bytes.size ? has_bytes : 0u) | (cf ? ignores_case : 0u);
     to.Put(static_cast<uint8_t>(flags));
@@ -215,7 +216,7 @@ long Tq4_key_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
     Tq4_byte_writer to(&Tq4_record<Tq4_string_obj>(out)->m_buf);
     DumpTo(to);
-    return to.written();
+    return to.Finish();
 }
 
 namespace {

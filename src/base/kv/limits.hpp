@@ -9,7 +9,9 @@ inline constexpr int Tq4_value_nesting_limit = 512;
 // some kilobytes of stack.
 inline constexpr int Tq4_table_recursion_limit = 32;
 
-// Memory that a count in encoded bytes may claim beyond what the input holds: for elements that the end of the input
-// cut off; and for elements of a width that takes no bytes, since a few bytes suffice to ask for them again and again.
-inline constexpr unsigned long Tq4_value_missing_bytes_limit = 1 << 20;
-inline constexpr unsigned long Tq4_value_widthless_bytes_limit = 4096;
+// Lines that one call prints about what is wrong with its input.
+inline constexpr unsigned Tq4_value_reports_limit = 10;
+
+// Bytes that one call takes as zeros because a count announces elements that the input does not hold: those that its
+// end cut off, and those of a width that takes no bytes.
+inline constexpr unsigned long Tq4_value_zero_bytes_limit = 1 << 18;

@@ -7,6 +7,8 @@
 
 #include <cstring>
 
+#include "base/kv/value_check.hpp"
+
 // ---- the index
 
 Tq4_kv_pair *Tq4_value_table_obj::Entry(Tq4_key key) const {
@@ -352,5 +354,6 @@ const Tq4_value_table_ Tq4_value_table_itf = {
     .each = Tq4_op<&Table::each>,
     .Print = Tq4_op<&Table::Print>,
     .Echo = Tq4_op<&Table::Echo>,
+    .Check = Tq4_value_table_itf_Check,
 };
 TQ4_MODULE(value_table)

@@ -37,8 +37,7 @@ struct Tq4_value_table_obj {
 
     long Dump(Tq4_string out) const;
     int Import(const char *buf, int len);
-    // The same inside so many tables.
-    int ImportAt(const char *buf, int len, int depth);
+    int ImportPart(const char *buf, int len, Tq4_import_call &call); // of the input of a call
 
     Tq4_value SetSS(const char *key, const char *text);
     Tq4_value SetIS(unsigned long key, const char *text);

@@ -76,6 +76,21 @@ public:
         SetState(on_heap);
     }
 
+    // n zero bytes, for the caller to fill; null, and no text, when there is no memory for them.
+    uint8_t *Zeros(std::size_t n) {
+        Release();
+        if (n <= most_inside) {
+            SetState(n + 1);
+            return m_raw;
+        }
+        const Heap block{n < most ? Allocate(n + 1) : nullptr, n};
+        if (!block.data) return nullptr;
+        std::memset(block.data, 0, n + 1);
+        std::memcpy(m_raw, &block, sizeof block);
+        SetState(on_heap);
+        return block.data;
+    }
+
     // The string holds the text from now on and belongs to the cell.
     void Hold(Tq4_string string) {
         Free();

@@ -2,6 +2,7 @@
 #include "base/kv/value.hpp"
 
 #include "base/kv/table.hpp"
+#include "base/kv/value_check.hpp"
 
 Tq4_value_table_obj *Tq4_value_obj::table_record() const {
     return is(Tq4_value_Table) ? Tq4_record<Tq4_value_table_obj>(m_data.table) : nullptr;
@@ -42,11 +43,10 @@ template <auto Method, Without_table without> struct Nested {
 template <auto Method> constexpr Nested<Method, Without_table::nothing> in_table{};
 template <auto Method> constexpr Nested<Method, Without_table::make> making_table{};
 
-// One function serves all integer getters, and one the getters of arrays of a width, signed and unsigned.
-constexpr auto integer = Tq4_op<&Value::GetInteger>;
-constexpr auto short_array = Tq4_op<&Value::GetArray<Tq4_value_PSHORT, Tq4_value_PUSHORT, short>>;
-constexpr auto int_array = Tq4_op<&Value::GetArray<Tq4_value_PINT, Tq4_value_PUINT, int>>;
-constexpr auto long_array = Tq4_op<&Value::GetArray<Tq4_value_PLONG, Tq4_value_PULONG, long>>;
+template <class As> constexpr auto integer = Tq4_op<&Value::GetIntegerAs<As>>;
+// Of the signed type and the unsigned one of a width.
+template <Tq4_value_type signed_tag, class Element> constexpr auto array =
+    Tq4_op<&Value::GetArray<signed_tag, static_cast<Tq4_value_type>(signed_tag + 1), Element>>;
 
 } // namespace
 
@@ -90,27 +90,27 @@ const Tq4_value_ Tq4_value_itf = {
     .AppendFloat = Tq4_op<&Value::AppendFloat>,
     .AppendDouble = Tq4_op<&Value::AppendDouble>,
     .AppendBytes = Tq4_op<&Value::AppendBytes>,
-    .GetChar = integer,
-    .GetShort = integer,
-    .GetInt = integer,
-    .GetLong = integer,
+    .GetChar = integer<char>,
+    .GetShort = integer<short>,
+    .GetInt = integer<int>,
+    .GetLong = integer<long>,
     .GetFloat = Tq4_op<&Value::GetFloat>,
     .GetDouble = Tq4_op<&Value::GetDouble>,
     .GetInt64 = Tq4_op<&Value::GetInt64>,
-    .GetUChar = integer,
-    .GetUShort = integer,
-    .GetUInt = integer,
-    .GetULong = integer,
+    .GetUChar = integer<unsigned char>,
+    .GetUShort = integer<unsigned short>,
+    .GetUInt = integer<unsigned>,
+    .GetULong = integer<unsigned long>,
     .GetPtr = Tq4_op<&Value::GetPtr>,
     .GetBytes = Tq4_op<&Value::GetBytes>,
-    .GetShortArray = short_array,
-    .GetIntArray = int_array,
-    .GetLongArray = long_array,
+    .GetShortArray = array<Tq4_value_PSHORT, short>,
+    .GetIntArray = array<Tq4_value_PINT, int>,
+    .GetLongArray = array<Tq4_value_PLONG, long>,
     .GetFloatArray = Tq4_op<&Value::GetArray<Tq4_value_PFLOAT, Tq4_value_PFLOAT, float>>,
     .GetDoubleArray = Tq4_op<&Value::GetArray<Tq4_value_PDOUBLE, Tq4_value_PDOUBLE, double>>,
-    .GetUShortArray = short_array,
-    .GetUIntArray = int_array,
-    .GetULongArray = long_array,
+    .GetUShortArray = array<Tq4_value_PSHORT, unsigned short>,
+    .GetUIntArray = array<Tq4_value_PINT, unsigned>,
+    .GetULongArray = array<Tq4_value_PLONG, unsigned long>,
     .GetString = Tq4_op<&Value::GetString>,
     .GetStringArray = Tq4_op<&Value::GetStringArray>,
     .GetValueTable = Tq4_op<&Value::GetValueTable>,
@@ -156,5 +156,8 @@ const Tq4_value_ Tq4_value_itf = {
     .RemoveI = in_table<&Table::Remove<unsigned long>>,
     .RemoveAll = in_table<&Table::RemoveAll>,
     .Count = in_table<&Table::Count>,
+    .Check = Tq4_value_itf_Check,
+    .ToJson = Tq4_op<&Value::ToJson>,
+    .FromJson = Tq4_op<&Value::FromJson>,
 };
 TQ4_MODULE(value)

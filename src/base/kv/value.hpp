@@ -10,13 +10,16 @@
 #include <cstdint>
 
 #include "base/kv/text_cell.hpp"
+#include "base/kv/value_types.hpp"
 #include "module.hpp"
 #include "tq4/value_table.h"
 
 struct Tq4_value_table_obj;
+struct Tq4_import_call; // value_import.cpp: a call of Import under way
 
 struct Tq4_value_obj {
     Tq4_value_type m_type = Tq4_value_Unknown;
+    bool m_truth = false;          // of an INT: it was read as true or false
     Tq4_string m_string = nullptr; // tags 17 to 29; owned: the bytes; what m_data.text held before stays there
     union Data {
         Tq4_text_cell text = {}; // tags 17 to 29: the bytes while there is no string
@@ -47,18 +50,23 @@ struct Tq4_value_obj {
     bool holds_string() const { return m_type >= Tq4_value_ArrayStart && m_type <= Tq4_value_PLDOUBLE; }
     bool is_text() const { return m_type >= Tq4_value_STRING && m_type <= Tq4_value_PUCHAR; }
     bool is(Tq4_value_type type) const { return m_type == type; }
+    bool is_truth() const { return m_truth && is(Tq4_value_INT); }
 
     // Encoding.
     long Dump(Tq4_string out) const;
     int Import(const char *buf, int len);
-    // The same inside so many tables. Returns the bytes consumed.
-    int ImportAt(const char *buf, int len, int depth);
+    // A part of a call's input. Returns the bytes consumed.
+    int ImportPart(const char *buf, int len, Tq4_import_call &call);
 
     // Setting.
     Tq4_value_type Type() const { return m_type; }
     void Init(Tq4_value_type type);
     void SetString(const char *text, int len);
     template <Tq4_value_type tag, class Scalar> void SetScalar(Scalar value);
+    void SetTruth(bool truth) { // the number 1 or 0 that JSON text has as true or false
+        SetScalar<Tq4_value_INT>(int{truth});
+        m_truth = true;
+    }
     void SetInt64(long long value);
     void SetFloat(float value);
     void SetDouble(double value);
@@ -76,12 +84,14 @@ struct Tq4_value_obj {
 
     // Getting.
     long GetInteger() const;
+    template <class As> As GetIntegerAs() const { return static_cast<As>(GetInteger()); }
     float GetFloat() const;
     double GetDouble() const;
     long GetInt64() const;
     void *GetPtr() const { return is(Tq4_value_PTR) ? m_data.pointer : nullptr; }
     char *GetBytes(unsigned long *len) const;
-    template <Tq4_value_type first, Tq4_value_type last, class Element> Element *GetArray(unsigned long *count) const;
+    template <Tq4_value_type first, Tq4_value_type last, class Element>
+    const Element *GetArray(unsigned long *count) const;
     Tq4_string GetString() { return is_text() && has_bytes() ? own_string() : nullptr; }
     Tq4_string_array GetStringArray() const { return is(Tq4_value_STRINGARRAY) ? m_data.array : nullptr; }
     Tq4_value_table GetValueTable() const { return is(Tq4_value_Table) ? m_data.table : nullptr; }
@@ -92,6 +102,8 @@ struct Tq4_value_obj {
     void Print() const;
     const char *Json_encode(Tq4_string out) const;
     int Json_decode(const char *text, int len);
+    int ToJson(Tq4_string out, int pretty) const;
+    int FromJson(const char *text, long len, long *error_at);
 
     // The nested table's record: null when the value is not a table; made when a table operation needs one.
     Tq4_value_table_obj *table_record() const;
@@ -109,6 +121,8 @@ struct Tq4_value_obj {
     // bytes.
     void SetBytes(Tq4_value_type tag, const void *bytes, unsigned long n);
     void AppendOwn(const void *bytes, unsigned long n);
+    // An empty value of tags 17 to 29 gets n zero bytes, to be filled; null when there are none.
+    uint8_t *ZeroBytes(unsigned long n);
     // For what fills values: the bytes as a string, which is made when there is none yet.
     Tq4_string own_string();
 
@@ -116,18 +130,18 @@ private:
     void ReleaseBytes();
 };
 
-// What a type does, indexed by its tag; a tag beyond the last counts as one that does nothing.
-inline constexpr int Tq4_value_tags = Tq4_value_End + 1;
+// What a type does, indexed by its tag.
 using Tq4_value_equalf = bool (*)(const Tq4_value_obj &, const Tq4_value_obj &);
 using Tq4_value_copy = void (*)(Tq4_value_obj &destination, const Tq4_value_obj &source);
-extern const Tq4_value_equalf _g_Tq4_value_equal[Tq4_value_tags];
-extern const Tq4_value_copy _g_Tq4_value_copy[Tq4_value_tags];
+extern const Tq4_value_table_of<Tq4_value_equalf> _g_Tq4_value_equal;
+extern const Tq4_value_table_of<Tq4_value_copy> _g_Tq4_value_copy;
 
 // ---- the families
 
 template <Tq4_value_type tag, class Scalar> void Tq4_value_obj::SetScalar(Scalar value) {
     if (!inline_word()) Reset();
     m_type = tag;
+    m_truth = false;
     m_data = {};
     m_data.word = static_cast<uint64_t>(static_cast<int64_t>(value)); // extended as its type: by sign or by zeros
 }
@@ -147,16 +161,11 @@ void Tq4_value_obj::AppendElement(Element element) {
 }
 
 template <Tq4_value_type first, Tq4_value_type last, class Element>
-Element *Tq4_value_obj::GetArray(unsigned long *count) const {
+const Element *Tq4_value_obj::GetArray(unsigned long *count) const {
     if (count) *count = 0;
     if (m_type < first || m_type > last || !has_bytes()) return nullptr;
     if (count) *count = bytes().size / sizeof(Element);
-    return reinterpret_cast<Element *>(const_cast<char *>(c_str()));
-}
-
-template <class Row> const Row &Tq4_value_row(const Row (&rows)[Tq4_value_tags], Tq4_value_type type) {
-    const auto tag = static_cast<unsigned>(type);
-    return rows[tag < Tq4_value_tags ? tag : 0];
+    return reinterpret_cast<const Element *>(c_str());
 }
 
 // Json_encode as a function; null for a null value.

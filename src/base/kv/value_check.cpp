@@ -4,10 +4,12 @@
 // would report, cut, leave out or stop at is damage here.
 #include "base/kv/value_check.hpp"
 
+#include <climits>
+
 #include "base/byte_reader.hpp"
+#include "base/kv/decode_budget.hpp"
 #include "base/kv/key.hpp"
-#include "base/kv/limits.hpp"
-#include "tq4/value.h"
+#include "base/kv/value_types.hpp"
 
 namespace {
 
@@ -18,55 +20,34 @@ struct Shape {
     uint8_t width; // in bytes, of the payload or of an element
 };
 
-constexpr Shape shapes[] = {
-    {Form::fixed, 0},       // 0
-    {Form::fixed, 1},       // 1: CHAR
-    {Form::fixed, 1},       // 2: UCHAR
-    {Form::fixed, 2},       // 3: SHORT
-    {Form::fixed, 2},       // 4: USHORT
-    {Form::fixed, 4},       // 5: INT
-    {Form::fixed, 4},       // 6: UINT
-    {Form::wide, 8},        // 7: LONG
-    {Form::wide, 8},        // 8: ULONG
-    {Form::wide, 8},        // 9: PTR
-    {Form::wide, 8},        // 10: Ref
-    {Form::fixed, 0},       // 11
-    {Form::fixed, 8},       // 12: INT64
-    {Form::fixed, 8},       // 13: UINT64
-    {Form::fixed, 4},       // 14: FLOAT
-    {Form::fixed, 8},       // 15: DOUBLE
-    {Form::fixed, 16},      // 16: LDOUBLE
-    {Form::fixed, 0},       // 17
-    {Form::text, 1},        // 18: STRING
-    {Form::text, 1},        // 19: PCHAR
-    {Form::text, 1},        // 20: PUCHAR
-    {Form::packed, 2},      // 21: PSHORT
-    {Form::packed, 2},      // 22: PUSHORT
-    {Form::packed, 4},      // 23: PINT
-    {Form::packed, 4},      // 24: PUINT
-    {Form::packed_wide, 8}, // 25: PLONG
-    {Form::packed_wide, 8}, // 26: PULONG
-    {Form::packed, 4},      // 27: PFLOAT
-    {Form::packed, 8},      // 28: PDOUBLE
-    {Form::packed, 16},     // 29: PLDOUBLE
-    {Form::fixed, 0},       // 30
-    {Form::texts, 1},       // 31: STRINGARRAY
-    {Form::table, 0},       // 32
-    {Form::fixed, 0},       // 33
-};
-static_assert(std::size(shapes) == Tq4_value_End + 1);
+template <class Type> constexpr Shape shape_of() {
+    using enum Tq4_value_storage;
+    constexpr auto storage = Type::storage;
+    constexpr auto width = static_cast<uint8_t>(Type::width);
+    if (storage == text) return {Form::text, width};
+    if (storage == texts) return {Form::texts, width};
+    if (storage == table) return {Form::table, width};
+    if (storage == packed) return {Type::has_width_byte ? Form::packed_wide : Form::packed, width};
+    return {Type::has_width_byte ? Form::wide : Form::fixed, width};
+}
+
+constexpr auto shapes = Tq4_value_rows([](auto row) { return shape_of<decltype(row)>(); });
 
 class Walk {
     Tq4_byte_reader m_in;
     const uint8_t *const m_begin = m_in.at();
     const uint8_t *m_damaged = nullptr;
+    Tq4_decode_budget m_budget{UINT64_MAX}; // counts; Result compares
 
 public:
-    Walk(const char *buf, int len) : m_in(buf, len) {}
+    Walk(const char *buf, long len) : m_in(buf, len) {}
 
     Tq4_checked Result(bool complete) const {
-        const uint8_t *at = complete ? m_in.at() : m_damaged;
-        return {complete, static_cast<std::size_t>(at - m_begin)};
+        const auto offset = [&](const uint8_t *at) { return static_cast<std::size_t>(at - m_begin); };
+        if (!complete) return {false, offset(m_damaged)};
+        const std::size_t length = offset(m_in.at());
+        const bool fits = m_budget.taken() <= Tq4_decode_budget::Allowance(length);
+        return {fits, fits ? length : 0};
     }
 
     // A value inside so many tables.
@@ -80,10 +61,12 @@ public:
         uint8_t case_flag;
         uint32_t entries;
         if (!m_in.Read(case_flag) || !m_in.Read(entries)) return Damaged(start);
-        for (; entries; --entries) {
+        for (uint32_t before = 0; before < entries; ++before) {
             const uint8_t *entry = m_in.at();
             Tq4_key_wire key;
             if (!Tq4_key_read(m_in, key)) return Damaged(entry);
+            m_budget.Entry(before);
+            m_budget.Bytes(key.text.size);
             if (!Value(depth)) return false;
         }
         return true;
@@ -96,6 +79,7 @@ private:
         return false;
     }
 
+    bool Held(uint64_t bytes) { return m_budget.Bytes(bytes); }
     bool Skip(uint64_t bytes) { return bytes <= m_in.left() && (m_in.Take(bytes), true); }
 
     bool Payload(int depth) {
@@ -110,14 +94,14 @@ private:
         case Form::text:
         case Form::packed: {
             uint32_t count;
-            return m_in.Read(count) && Skip(uint64_t{count} * shape.width);
+            return m_in.Read(count) && Held(uint64_t{count} * shape.width) && Skip(uint64_t{count} * shape.width);
         }
         case Form::packed_wide:
             return PackedWide();
         case Form::texts:
             return Texts();
         case Form::table:
-            return depth < Tq4_value_nesting_limit && Table(depth + 1);
+            return depth < Tq4_value_nesting_limit && m_budget.Table() && Table(depth + 1);
         }
         return false;
     }
@@ -137,27 +121,43 @@ private:
         if (!m_in.Read(count) || !m_in.Read(width)) return false;
         if (count == 0) return true;
         const uint64_t taken = taken_by(width);
-        if (!taken && count * uint64_t{8} > Tq4_value_widthless_bytes_limit) return false;
+        const uint64_t zeros = taken ? 0 : count * uint64_t{8};
+        if (m_budget.Zeros(zeros) < zeros) return false;
+        if (taken) Held(count * uint64_t{8});
         return m_in.left() >= (count - 1) * taken + 8 && Skip(count * taken);
     }
 
     bool Texts() {
         uint16_t count, length;
         if (!m_in.Read(count)) return false;
+        m_budget.Array();
         for (; count; --count)
-            if (!m_in.Read(length) || !Skip(length)) return false;
+            if (!m_in.Read(length) || !Skip(length) || !m_budget.Element(length)) return false;
         return true;
     }
 };
 
 } // namespace
 
-Tq4_checked Tq4_value_check(const char *buf, int len) {
+Tq4_checked Tq4_value_check(const char *buf, long len) {
     Walk walk(buf, len);
     return walk.Result(walk.Value(0));
 }
 
-Tq4_checked Tq4_value_table_check(const char *buf, int len) {
+Tq4_checked Tq4_value_table_check(const char *buf, long len) {
     Walk walk(buf, len);
     return walk.Result(walk.Table(1));
+}
+
+// What is longer than Import can be given is no encoding for it.
+static long length_of(Tq4_checked checked) {
+    return checked.complete && checked.at <= INT_MAX ? static_cast<long>(checked.at) : 0;
+}
+
+long Tq4_value_itf_Check(Tq4_value v, const char *buf, long len) {
+    return v ? length_of(Tq4_value_check(buf, len)) : 0;
+}
+
+long Tq4_value_table_itf_Check(Tq4_value_table t, const char *buf, long len) {
+    return t ? length_of(Tq4_value_table_check(buf, len)) : 0;
 }

@@ -6,6 +6,8 @@
 
 #include <cstddef>
 
+#include "tq4/value_table.h"
+
 struct Tq4_checked {
     // The bytes hold a whole encoding: Import takes it in as it was written, reports nothing and does not stop.
     bool complete;
@@ -16,5 +18,9 @@ struct Tq4_checked {
 
 // Of a value, and of a table as the table's own Dump writes it. Null and lengths that are not positive are not
 // complete.
-Tq4_checked Tq4_value_check(const char *buf, int len);
-Tq4_checked Tq4_value_table_check(const char *buf, int len);
+Tq4_checked Tq4_value_check(const char *buf, long len);
+Tq4_checked Tq4_value_table_check(const char *buf, long len);
+
+// The slots: the length of the encoding, or 0.
+long Tq4_value_itf_Check(Tq4_value v, const char *buf, long len);
+long Tq4_value_table_itf_Check(Tq4_value_table t, const char *buf, long len);

@@ -1,4 +1,4 @@
-// value_copy: comparing and copying, a row for each tag.
+// value_copy: comparing and copying, by the storage of each tag.
 #include <cstring>
 #include <utility>
 
@@ -41,9 +41,6 @@ void Tq4_value_copy_undefine(Value &to, const Value &from) {
     if (from.m_type < Tq4_value_FloatStart) to.m_data.word = from.m_data.word;
 }
 void Tq4_value_copy_cell(Value &to, const Value &from) { to.m_data = from.m_data; }
-constexpr auto Tq4_value_copy_Int64 = Tq4_value_copy_cell;
-constexpr auto Tq4_value_copy_Float = Tq4_value_copy_cell;
-constexpr auto Tq4_value_copy_Double = Tq4_value_copy_cell;
 void Tq4_value_copy_lDouble(Value &to, const Value &from) { std::memcpy(to.m_data.cell, from.m_data.cell, 12); }
 
 template <Tq4_new_hook Tq4_cxx_support_::*hook> void copy_object(Value &to, const Value &from) {
@@ -60,94 +57,60 @@ void Tq4_value_copy_Array(Value &to, const Value &from) {
     const Tq4_bytes bytes = from.bytes();
     to.SetBytes(to.m_type, bytes.data ? bytes.data : reinterpret_cast<const uint8_t *>(""), bytes.size);
 }
-constexpr auto Tq4_value_copy_StringArray = copy_object<&Tq4_cxx_support_::new_array>;
-constexpr auto Tq4_value_copy_Table = copy_object<&Tq4_cxx_support_::new_table>;
+constexpr Tq4_value_copy Tq4_value_copy_StringArray = copy_object<&Tq4_cxx_support_::new_array>;
+constexpr Tq4_value_copy Tq4_value_copy_Table = copy_object<&Tq4_cxx_support_::new_table>;
+
+template <class Type> constexpr Tq4_value_equalf equal_of() {
+    using enum Tq4_value_storage;
+    using Element = typename Type::Element;
+    constexpr auto storage = Type::storage;
+    if constexpr (storage == word || storage == address) return Tq4_value_equal_BaseValue;
+    if constexpr (storage == cell && std::is_same_v<Element, float>) return Tq4_value_equal_Float;
+    if constexpr (storage == cell && std::is_same_v<Element, double>) return Tq4_value_equal_Double;
+    if constexpr (storage == cell && std::is_same_v<Element, long double>) return Tq4_value_equal_lDouble;
+    if constexpr (storage == cell) return Tq4_value_equal_Int64;
+    if constexpr (storage == text || storage == packed) return Tq4_value_equal_Array;
+    if constexpr (storage == texts) return Tq4_value_equal_StringArray;
+    if constexpr (storage == table) return Tq4_value_equal_Table;
+    // The marker behind the arrays counts as one of them, of nothing.
+    return Type::tag == Tq4_value_ArrayOtherObject ? Tq4_value_equal_Array : Tq4_value_equal_undefine;
+}
+
+template <class Type> constexpr Tq4_value_copy copy_of() {
+    using enum Tq4_value_storage;
+    constexpr auto storage = Type::storage;
+    if constexpr (storage == cell && std::is_same_v<typename Type::Element, long double>) return Tq4_value_copy_lDouble;
+    if constexpr (storage == cell) return Tq4_value_copy_cell;
+    if constexpr (storage == text || storage == packed) return Tq4_value_copy_Array;
+    if constexpr (storage == texts) return Tq4_value_copy_StringArray;
+    if constexpr (storage == table) return Tq4_value_copy_Table;
+    return Tq4_value_copy_undefine;
+}
 
 } // namespace
 
-const Tq4_value_equalf _g_Tq4_value_equal[Tq4_value_tags] = {
-    Tq4_value_equal_undefine,    // 0
-    Tq4_value_equal_BaseValue,   // 1: CHAR
-    Tq4_value_equal_BaseValue,   // 2: UCHAR
-    Tq4_value_equal_BaseValue,   // 3: SHORT
-    Tq4_value_equal_BaseValue,   // 4: USHORT
-    Tq4_value_equal_BaseValue,   // 5: INT
-    Tq4_value_equal_BaseValue,   // 6: UINT
-    Tq4_value_equal_BaseValue,   // 7: LONG
-    Tq4_value_equal_BaseValue,   // 8: ULONG
-    Tq4_value_equal_BaseValue,   // 9: PTR
-    Tq4_value_equal_BaseValue,   // 10: Ref
-    Tq4_value_equal_undefine,    // 11
-    Tq4_value_equal_Int64,       // 12: INT64
-    Tq4_value_equal_Int64,       // 13: UINT64
-    Tq4_value_equal_Float,       // 14
-    Tq4_value_equal_Double,      // 15
-    Tq4_value_equal_lDouble,     // 16
-    Tq4_value_equal_undefine,    // 17
-    Tq4_value_equal_Array,       // 18: STRING
-    Tq4_value_equal_Array,       // 19: PCHAR
-    Tq4_value_equal_Array,       // 20: PUCHAR
-    Tq4_value_equal_Array,       // 21: PSHORT
-    Tq4_value_equal_Array,       // 22: PUSHORT
-    Tq4_value_equal_Array,       // 23: PINT
-    Tq4_value_equal_Array,       // 24: PUINT
-    Tq4_value_equal_Array,       // 25: PLONG
-    Tq4_value_equal_Array,       // 26: PULONG
-    Tq4_value_equal_Array,       // 27: PFLOAT
-    Tq4_value_equal_Array,       // 28: PDOUBLE
-    Tq4_value_equal_Array,       // 29: PLDOUBLE
-    Tq4_value_equal_Array,       // 30: nothing equals nothing
-    Tq4_value_equal_StringArray, // 31
-    Tq4_value_equal_Table,       // 32
-    Tq4_value_equal_undefine,    // 33
-};
-
-const Tq4_value_copy _g_Tq4_value_copy[Tq4_value_tags] = {
-    Tq4_value_copy_undefine, // 0
-    Tq4_value_copy_undefine, // 1 to 10: the word is the value
-    Tq4_value_copy_undefine,    Tq4_value_copy_undefine, Tq4_value_copy_undefine,
-    Tq4_value_copy_undefine,    Tq4_value_copy_undefine, Tq4_value_copy_undefine,
-    Tq4_value_copy_undefine,    Tq4_value_copy_undefine, Tq4_value_copy_undefine,
-    Tq4_value_copy_undefine,    // 11
-    Tq4_value_copy_Int64,       // 12: INT64
-    Tq4_value_copy_Int64,       // 13: UINT64
-    Tq4_value_copy_Float,       // 14
-    Tq4_value_copy_Double,      // 15
-    Tq4_value_copy_lDouble,     // 16
-    Tq4_value_copy_undefine,    // 17
-    Tq4_value_copy_Array,       // 18: STRING
-    Tq4_value_copy_Array,       // 19: PCHAR
-    Tq4_value_copy_Array,       // 20: PUCHAR
-    Tq4_value_copy_Array,       // 21: PSHORT
-    Tq4_value_copy_Array,       // 22: PUSHORT
-    Tq4_value_copy_Array,       // 23: PINT
-    Tq4_value_copy_Array,       // 24: PUINT
-    Tq4_value_copy_Array,       // 25: PLONG
-    Tq4_value_copy_Array,       // 26: PULONG
-    Tq4_value_copy_Array,       // 27: PFLOAT
-    Tq4_value_copy_Array,       // 28: PDOUBLE
-    Tq4_value_copy_Array,       // 29: PLDOUBLE
-    Tq4_value_copy_undefine,    // 30
-    Tq4_value_copy_StringArray, // 31
-    Tq4_value_copy_Table,       // 32
-    Tq4_value_copy_undefine,    // 33
-};
+const Tq4_value_table_of<Tq4_value_equalf> _g_Tq4_value_equal =
+    Tq4_value_rows([](auto row) { return equal_of<decltype(row)>(); });
+const Tq4_value_table_of<Tq4_value_copy> _g_Tq4_value_copy =
+    Tq4_value_rows([](auto row) { return copy_of<decltype(row)>(); });
 
 // The copy is complete before the old content goes: the source may lie in it.
 void Tq4_value_obj::Copy(const Tq4_value_obj *source) {
     if (!source || source == this) return;
     Tq4_value_obj copy;
     copy.m_type = source->m_type;
-    Tq4_value_row(_g_Tq4_value_copy, source->m_type)(copy, *source);
+    copy.m_truth = source->m_truth;
+    _g_Tq4_value_copy[source->m_type](copy, *source);
     Swap(copy);
 }
 
 void Tq4_value_obj::Swap(Tq4_value_obj &other) {
     std::swap(m_type, other.m_type);
+    std::swap(m_truth, other.m_truth);
     std::swap(m_string, other.m_string);
     std::swap(m_data, other.m_data);
 }
 
 bool Tq4_value_obj::Equal(const Tq4_value_obj &other) const {
-    return m_type == other.m_type && Tq4_value_row(_g_Tq4_value_equal, m_type)(*this, other);
+    return m_type == other.m_type && _g_Tq4_value_equal[m_type](*this, other);
 }

@@ -1,4 +1,4 @@
-// value_dump: the binary encoding of values, writing; a row for each tag.
+// value_dump: the binary encoding of values, writing.
 //
 // A value is its tag byte and a payload, numbers big-endian. The encodings of nested tables follow in place. Of what is
 // longer than its count or length can say, so much is written as that says, and a reader stays in step. Texts may
@@ -55,7 +55,7 @@ void Tq4_value_dump_string(const Value &v, Writer &out) {
 }
 
 // A count, a width byte for longs, and every element reversed on its own.
-template <unsigned width, bool with_width_byte = false> void dump_packed(const Value &v, Writer &out) {
+template <unsigned width, bool with_width_byte> void Tq4_value_dump_packed(const Value &v, Writer &out) {
     const auto count = static_cast<uint32_t>(v.bytes().size / width);
     out.Put(count);
     if constexpr (with_width_byte) out.Put(static_cast<uint8_t>(width));
@@ -63,13 +63,6 @@ template <unsigned width, bool with_width_byte = false> void dump_packed(const V
     const uint8_t *elements = v.bytes().data; // looked up again: they may lie in the buffer, which may have moved
     for (uint64_t i = 0; room && i < count; ++i) Tq4_reverse_copy(room + i * width, elements + i * width, width);
 }
-constexpr Tq4_value_dump Tq4_value_dump_pshort = dump_packed<2>;
-constexpr Tq4_value_dump Tq4_value_dump_pint = dump_packed<4>;
-constexpr Tq4_value_dump Tq4_value_dump_plong = dump_packed<8, true>;
-constexpr Tq4_value_dump Tq4_value_dump_pfloat = dump_packed<4>;
-constexpr Tq4_value_dump Tq4_value_dump_pdouble = dump_packed<8>;
-constexpr Tq4_value_dump Tq4_value_dump_pldouble = dump_packed<16>;
-
 // Counts and lengths of 16 bits.
 void Tq4_value_dump_string_array(const Value &v, Writer &out) {
     Tq4_string_array array = v.m_data.array;
@@ -86,46 +79,31 @@ void Tq4_value_dump_string_array(const Value &v, Writer &out) {
 
 void Tq4_value_dump_Table(const Value &v, Writer &out);
 
-const Tq4_value_dump _g_Tq4_value_dump[Tq4_value_tags] = {
-    Tq4_value_dump_undefine,     // 0
-    Tq4_value_dump_char,         // 1: CHAR
-    Tq4_value_dump_char,         // 2: UCHAR
-    Tq4_value_dump_short,        // 3: SHORT
-    Tq4_value_dump_short,        // 4: USHORT
-    Tq4_value_dump_int,          // 5: INT
-    Tq4_value_dump_int,          // 6: UINT
-    Tq4_value_dump_long,         // 7: LONG
-    Tq4_value_dump_long,         // 8: ULONG
-    Tq4_value_dump_long,         // 9: PTR travels as its number
-    Tq4_value_dump_long,         // 10: Ref likewise
-    Tq4_value_dump_undefine,     // 11
-    Tq4_value_dump_Int64,        // 12: INT64
-    Tq4_value_dump_Int64,        // 13: UINT64
-    Tq4_value_dump_Float,        // 14
-    Tq4_value_dump_Double,       // 15
-    Tq4_value_dump_lDouble,      // 16
-    Tq4_value_dump_undefine,     // 17
-    Tq4_value_dump_string,       // 18: STRING
-    Tq4_value_dump_string,       // 19: PCHAR
-    Tq4_value_dump_string,       // 20: PUCHAR
-    Tq4_value_dump_pshort,       // 21: PSHORT
-    Tq4_value_dump_pshort,       // 22: PUSHORT
-    Tq4_value_dump_pint,         // 23: PINT
-    Tq4_value_dump_pint,         // 24: PUINT
-    Tq4_value_dump_plong,        // 25: PLONG
-    Tq4_value_dump_plong,        // 26: PULONG
-    Tq4_value_dump_pfloat,       // 27
-    Tq4_value_dump_pdouble,      // 28
-    Tq4_value_dump_pldouble,     // 29
-    Tq4_value_dump_undefine,     // 30
-    Tq4_value_dump_string_array, // 31
-    Tq4_value_dump_Table,        // 32
-    Tq4_value_dump_undefine,     // 33
-};
+template <class Type> constexpr Tq4_value_dump dump_of() {
+    using enum Tq4_value_storage;
+    using Element = typename Type::Element;
+    constexpr auto storage = Type::storage;
+    if constexpr (Type::has_width_byte && storage != packed) return Tq4_value_dump_long; // pointers as their numbers
+    if constexpr (storage == word && Type::width == 1) return Tq4_value_dump_char;
+    if constexpr (storage == word && Type::width == 2) return Tq4_value_dump_short;
+    if constexpr (storage == word) return Tq4_value_dump_int;
+    if constexpr (storage == cell && std::is_same_v<Element, float>) return Tq4_value_dump_Float;
+    if constexpr (storage == cell && std::is_same_v<Element, double>) return Tq4_value_dump_Double;
+    if constexpr (storage == cell && std::is_same_v<Element, long double>) return Tq4_value_dump_lDouble;
+    if constexpr (storage == cell) return Tq4_value_dump_Int64;
+    if constexpr (storage == text) return Tq4_value_dump_string;
+    if constexpr (storage == packed) return Tq4_value_dump_packed<Type::width, Type::has_width_byte>;
+    if constexpr (storage == texts) return Tq4_value_dump_string_array;
+    if constexpr (storage == table) return Tq4_value_dump_Table;
+    return Tq4_value_dump_undefine;
+}
+
+constexpr Tq4_value_table_of<Tq4_value_dump> _g_Tq4_value_dump =
+    Tq4_value_rows([](auto row) { return dump_of<decltype(row)>(); });
 
 void dump_value(const Value &v, Writer &out) {
     out.Put(static_cast<uint8_t>(v.m_type));
-    Tq4_value_row(_g_Tq4_value_dump, v.m_type)(v, out);
+    _g_Tq4_value_dump[v.m_type](v, out);
 }
 
 // A place among the entries of a table.
@@ -186,7 +164,7 @@ long Tq4_value_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
     Writer to(buffer_of(out));
     dump_value(*this, to);
-    return to.written();
+    return to.Finish();
 }
 
 // 0 for an empty table, deliberately, although its header is written: callers take 0 to mean an empty table.
@@ -194,5 +172,6 @@ long Tq4_value_table_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
     Writer to(buffer_of(out));
     dump_table(*this, to);
-    return Count() ? to.written() : 0;
+    const long written = to.Finish();
+    return Count() ? written : 0;
 }

@@ -2,7 +2,7 @@
 // the type gives the zero of its result.
 #include "base/kv/value.hpp"
 
-// Serves every integer getter, which narrow the word to their width.
+// Serves every integer getter: each narrows the word to its type.
 long Tq4_value_obj::GetInteger() const {
     if (m_type <= Tq4_value_ULONG) return static_cast<long>(m_data.word);
     return GetInt64();

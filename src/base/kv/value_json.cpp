@@ -11,8 +11,8 @@
 #include <functional>
 #include <vector>
 
+#include "base/kv/decode_budget.hpp"
 #include "base/kv/json_parser/json_parser.hpp"
-#include "base/kv/limits.hpp"
 #include "base/kv/table.hpp"
 #include "base/string/string.hpp"
 #include "c_locale.hpp"
@@ -31,6 +31,7 @@ struct Tq4_value_Json_Obj {
 struct Tq4_value_Json_decode_data {
     Value *root;    // borrowed
     Tq4_bytes text; // borrowed: all of it
+    Tq4_decode_budget budget{Tq4_decode_budget::Whole(text.size)};
     std::vector<Tq4_value_Json_Obj> chain;
     Tq4_string_obj temp{nullptr}; // the pending key, when it does not lie in the text as it is
     Tq4_bytes key{};              // its bytes up to the first NUL
@@ -40,13 +41,28 @@ struct Tq4_value_Json_decode_data {
     Value &member() {
         if (chain.empty()) return *root;
         Tq4_value_table_obj &table = *chain.back().table;
-        return table.ValueOf({nullptr, table.m_table.m_case, key});
+        const unsigned long before = table.Count();
+        Value &v = table.ValueOf({nullptr, table.m_table.m_case, key});
+        if (table.Count() != before) CountEntry(before, key.size);
+        return v;
     }
     // The value of a new unkeyed entry at the end of the array being filled.
-    Value &element() { return chain.back().obj->make_table()->NewPairAtTail()->value(); }
+    Value &element() {
+        Tq4_value_table_obj *table = chain.back().obj->make_table();
+        CountEntry(table->Count(), 0);
+        return table->NewPairAtTail()->value();
+    }
+    // When this exceeds the budget, the event that it belongs to is the last.
+    void CountEntry(unsigned long before, std::size_t key_size) {
+        budget.Entry(before);
+        budget.Bytes(key_size);
+    }
     Value &array(Tq4_value_type type) {
         Value &v = *chain.back().obj;
-        if (!v.is(type)) v.Init(type);
+        if (!v.is(type)) {
+            v.Init(type);
+            if (type == Tq4_value_STRINGARRAY) budget.Array();
+        }
         return v;
     }
 };
@@ -76,10 +92,12 @@ using Decode = Tq4_value_Json_decode_data;
 void open(Decode &data, bool array) {
     const bool element = data.in_array();
     Value &v = element ? data.element() : data.member();
+    if (element || !array) data.budget.Table();
     data.chain.push_back({&v, element || !array ? v.make_table() : nullptr, array});
 }
 
 void set_integer(Decode &data, int number) {
+    if (data.in_array()) data.budget.Appended();
     if (data.in_array())
         data.array(Tq4_value_PINT).AppendElement<Tq4_value_PINT, Tq4_value_PUINT>(number);
     else
@@ -87,6 +105,7 @@ void set_integer(Decode &data, int number) {
 }
 
 void on_float(Decode &data, Token token) {
+    if (data.in_array()) data.budget.Appended();
     if (data.in_array())
         data.array(Tq4_value_PFLOAT).AppendFloat(token.single());
     else
@@ -95,6 +114,7 @@ void on_float(Decode &data, Token token) {
 
 void on_string(Decode &data, Token token) {
     const int length = token.length > INT_MAX ? INT_MAX : static_cast<int>(token.length);
+    data.in_array() ? data.budget.Element(token.length) : data.budget.Bytes(token.length);
     if (data.in_array())
         data.array(Tq4_value_STRINGARRAY).AppendBytes(token.text, length);
     else
@@ -130,8 +150,9 @@ const Handler handlers[] = {
 static_assert(std::size(handlers) == JSON_NULL + 1);
 
 int on_event(void *userdata, int type, const char *text, size_t length) {
-    handlers[type](*static_cast<Decode *>(userdata), {text, length});
-    return 0;
+    auto &data = *static_cast<Decode *>(userdata);
+    handlers[type](data, {text, length});
+    return data.budget.exceeded();
 }
 
 } // namespace

@@ -171,7 +171,23 @@ public:
 
 private:
     using Row = void (Printer::*)(const Value &, int indent);
-    static const Row rows[Tq4_value_tags];
+    static const Tq4_value_table_of<Row> rows;
+
+    template <class Type> static constexpr Row RowOf() {
+        using enum Tq4_value_storage;
+        constexpr auto storage = Type::storage;
+        if constexpr (storage == text) return &Printer::Quoted;
+        if constexpr (storage == texts) return &Printer::Strings;
+        if constexpr (storage == table) return &Printer::Nested;
+        if constexpr (std::is_void_v<typename Type::Printed>)
+            return &Printer::Nothing;
+        else if constexpr (storage == packed)
+            return &Printer::Packed<Type>;
+        else if constexpr (storage == cell && Type::is_floating)
+            return &Printer::Floating<Type>;
+        else
+            return &Printer::Word<Type>;
+    }
 
     void Tabs(int count) {
         while (count-- > 0) m_out.Literal("\t");
@@ -184,18 +200,21 @@ private:
     void PrintKey(const Tq4_key_obj &key);
 
     void Nothing(const Value &, int) {}
-    void Character(const Value &v, int) { m_out.Format("%c", static_cast<int>(static_cast<uint8_t>(v.m_data.word))); }
-    // The word narrowed to the type that the format prints.
-    template <class As, const char *format> void Word(const Value &v, int) {
-        m_out.Format(format, static_cast<As>(v.m_data.word));
+    // The word narrowed to the type that the format prints; a format takes at least an int.
+    template <class Type> void Word(const Value &v, int) {
+        const auto number = static_cast<typename Type::Printed>(v.m_data.word);
+        m_out.Format(Type::format, +number);
     }
-    void Single(const Value &v, int) { m_out.Format("%f", static_cast<double>(v.m_data.single)); }
-    void Twofold(const Value &v, int) { m_out.Format("%lf", v.m_data.twofold); }
+    template <class Type> void Floating(const Value &v, int) {
+        typename Type::Element number;
+        std::memcpy(&number, v.m_data.cell, sizeof number);
+        m_out.Format(Type::format, static_cast<double>(number));
+    }
     void Quoted(const Value &v, int) {
         if (!v.m_string && v.m_data.text.inside()) return m_out.QuotedInside(v.m_data.text);
         m_out.Quoted(m_out.Of(v));
     }
-    template <class Element, const char *format> void Packed(const Value &v, int indent);
+    template <class Type> void Packed(const Value &v, int indent);
     void Strings(const Value &v, int indent);
     void Nested(const Value &v, int indent) {
         if (const Tq4_value_table_obj *table = v.table_record()) PrintTable(*table, indent + 1);
@@ -205,58 +224,13 @@ private:
     template <class Element> void List(unsigned long count, int indent, Element element);
 };
 
-#define TQ4_FORMAT(name, text) constexpr char name[] = text;
-TQ4_FORMAT(d, "%d")
-TQ4_FORMAT(u, "%u")
-TQ4_FORMAT(ld, "%ld")
-TQ4_FORMAT(lu, "%lu")
-TQ4_FORMAT(lx, "%lx")
-TQ4_FORMAT(llu, "%llu") // also for signed numbers, deliberately
-TQ4_FORMAT(ul, "%ul")   // 32 bits and a letter l, deliberately
-TQ4_FORMAT(f, "%f")
-TQ4_FORMAT(lf, "%lf")
-#undef TQ4_FORMAT
-
-template <class Output> const typename Printer<Output>::Row Printer<Output>::rows[Tq4_value_tags] = {
-    &Printer::Nothing,                                // 0
-    &Printer::Character,                              // 1: CHAR
-    &Printer::Character,                              // 2: UCHAR
-    &Printer::template Word<int16_t, d>,              // 3: SHORT
-    &Printer::template Word<uint16_t, u>,             // 4: USHORT
-    &Printer::template Word<int, d>,                  // 5: INT
-    &Printer::template Word<unsigned, u>,             // 6: UINT
-    &Printer::template Word<long, ld>,                // 7: LONG
-    &Printer::template Word<unsigned long, lu>,       // 8: ULONG
-    &Printer::template Word<unsigned long, lx>,       // 9: PTR
-    &Printer::template Word<unsigned long, lx>,       // 10: Ref
-    &Printer::Nothing,                                // 11
-    &Printer::template Word<unsigned long long, llu>, // 12: INT64
-    &Printer::template Word<unsigned long long, llu>, // 13: UINT64
-    &Printer::Single,                                 // 14
-    &Printer::Twofold,                                // 15
-    &Printer::Nothing,                                // 16
-    &Printer::Nothing,                                // 17
-    &Printer::Quoted,                                 // 18: STRING
-    &Printer::Quoted,                                 // 19: PCHAR
-    &Printer::Quoted,                                 // 20: PUCHAR
-    &Printer::template Packed<short, d>,              // 21: PSHORT
-    &Printer::template Packed<unsigned short, u>,     // 22: PUSHORT
-    &Printer::template Packed<int, d>,                // 23: PINT
-    &Printer::template Packed<unsigned, u>,           // 24: PUINT
-    &Printer::template Packed<long, ld>,              // 25: PLONG
-    &Printer::template Packed<unsigned long, ul>,     // 26: PULONG
-    &Printer::template Packed<float, f>,              // 27: PFLOAT
-    &Printer::template Packed<double, f>,             // 28: PDOUBLE
-    &Printer::template Packed<double, lf>,            // 29: PLDOUBLE, taken as doubles, deliberately
-    &Printer::Nothing,                                // 30
-    &Printer::Strings,                                // 31
-    &Printer::Nested,                                 // 32
-    &Printer::Nothing,                                // 33
-};
+// The marker behind the arrays, LDOUBLE and others without a format print nothing.
+template <class Output> const Tq4_value_table_of<typename Printer<Output>::Row>
+    Printer<Output>::rows = Tq4_value_rows([](auto row) { return RowOf<decltype(row)>(); });
 
 template <class Output> void Printer<Output>::PrintValue(const Value &v, int indent) {
     if (v.is_text()) return Quoted(v, indent); // most are, and need no look into the rows
-    (this->*Tq4_value_row(rows, v.m_type))(v, indent);
+    (this->*rows[v.m_type])(v, indent);
 }
 
 template <class Output> template <class Element>
@@ -273,13 +247,13 @@ void Printer<Output>::List(unsigned long count, int indent, Element element) {
     m_out.Literal("]");
 }
 
-template <class Output> template <class Element, const char *format>
-void Printer<Output>::Packed(const Value &v, int indent) {
+template <class Output> template <class Type> void Printer<Output>::Packed(const Value &v, int indent) {
+    using Element = typename Type::Printed;
     const unsigned long count = v.bytes().size / sizeof(Element);
     List(count, indent, [&](unsigned long i) {
         Element element;
         std::memcpy(&element, v.bytes().data + i * sizeof element, sizeof element);
-        m_out.Format(format, element);
+        m_out.Format(Type::format, element);
         if (i + 1 < count) m_out.Literal(",");
     });
 }

@@ -2,6 +2,7 @@
 //
 // A setter keeps the storage when the tag already has the storage class it needs, and retags it; else the value is
 // initialised anew. Text and elements may lie in the value itself: what is new is complete before what is old goes.
+#include <cstring>
 #include <utility>
 
 #include "base/kv/value.hpp"
@@ -10,6 +11,7 @@
 
 void Tq4_value_obj::Reset() {
     const Tq4_value_type type = std::exchange(m_type, Tq4_value_Unknown);
+    m_truth = false;
     if (type >= Tq4_value_ArrayStart && type <= Tq4_value_ArrayOtherObject) {
         ReleaseBytes();
     } else if (void *held = type > Tq4_value_ArrayOtherObject ? m_data.object : nullptr) {
@@ -19,8 +21,10 @@ void Tq4_value_obj::Reset() {
     m_data = {};
 }
 
+// A tag that no reader knows would end what is read behind it.
 void Tq4_value_obj::Init(Tq4_value_type type) {
     Reset();
+    if (static_cast<unsigned>(type) > Tq4_value_End) return;
     if (type >= Tq4_value_ArrayStart && type <= Tq4_value_PLDOUBLE) return SetBytes(type, "", 0);
     m_type = type;
     if (is(Tq4_value_STRINGARRAY))
@@ -85,6 +89,17 @@ void Tq4_value_obj::AppendOwn(const void *bytes, unsigned long n) {
     n = Tq4_text_length(bytes, n);
     if (!m_string && m_data.text.AppendInside(bytes, n)) return;
     (*own_string())->Memcat(m_string, bytes, n);
+}
+
+uint8_t *Tq4_value_obj::ZeroBytes(unsigned long n) {
+    if (Tq4_cxx_support->new_string == Tq4_cxx_defaults.new_string) {
+        uint8_t *room = m_data.text.Zeros(n);
+        return n ? room : nullptr;
+    }
+    Tq4_string string = own_string();
+    auto *room = n ? reinterpret_cast<uint8_t *>((*string)->Extend(string, n)) : nullptr;
+    if (room) std::memset(room, 0, n);
+    return room;
 }
 
 // The result is text of tag 19, deliberately not 18.

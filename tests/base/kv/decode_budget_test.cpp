@@ -1,0 +1,90 @@
+// What one call of Import or Json_decode may hold: 64 times its input and a megabyte, whatever the bytes say. Counted
+// are the blocks that the call leaves behind.
+#include <malloc.h>
+
+#include "base/kv/kv_fixture.hpp"
+#include "sanitizers.hpp"
+#include "support/heard.hpp"
+
+#ifdef TQ4_ADDRESS_SANITIZER
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
+#endif
+
+namespace {
+
+std::size_t held() {
+#ifdef TQ4_ADDRESS_SANITIZER
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    const struct mallinfo2 now = mallinfo2();
+    return now.uordblks + now.hblkhd;
+#endif
+}
+
+std::size_t allowed(std::size_t input) { return 64 * input + (1 << 20); }
+
+struct DecodeBudget : testing::Test, Heard {
+    static Bytes repeated(const Bytes &part, std::size_t size) {
+        Bytes all;
+        while (all.size() < size) all += part;
+        return all;
+    }
+    // A table of these entries as often as they fit the size.
+    static Bytes table_of(const char *entry, std::size_t size) {
+        const Bytes one = from_hex(entry), all = repeated(one, size);
+        const std::size_t count = all.size() / one.size();
+        Bytes header = from_hex("20 00");
+        for (int shift = 24; shift >= 0; shift -= 8) header += static_cast<char>(count >> shift);
+        return header + all;
+    }
+};
+
+TEST_F(DecodeBudget, HoldsForEncodingsOfAnyKind) {
+    const char *const entries[] = {"00 00",
+                                   "00 01 00",
+                                   "00 20 00 00000000",
+                                   "00 20 00 00000001 00 00",
+                                   "20 00",
+                                   "00 13 00000000",
+                                   "00 19 00000200 00",
+                                   "00 19 00010000 00",
+
+                                   "00 17 00000000",
+                                   "00 17 00000006 000102030405060708090a0b0c0d0e0f1011121314151617",
+                                   "00 1f 0000",
+                                   "00 1f 0004 0000 0000 0000 0000",
+                                   "00 1f 0001 0011 6162636465666768696a6b6c6d6e6f7071",
+                                   "64 0017 6162636465666768696a6b6c6d6e6f7071727374757677 00"};
+    for (const char *entry : entries) {
+        for (const std::size_t size : {1000, 30000, 200000}) {
+            const Bytes wire = table_of(entry, size);
+            Value v = new_value();
+            const std::size_t before = held();
+            const int consumed = (*v)->Import(v.get(), wire.data(), static_cast<int>(wire.size()));
+            EXPECT_LE(held() - before, allowed(wire.size())) << entry << " in " << size;
+            const long checked = (*v)->Check(v.get(), wire.data(), static_cast<long>(wire.size()));
+            const bool complete = dump(v) == wire;
+            EXPECT_EQ(checked == static_cast<long>(wire.size()), complete) << entry << " in " << size;
+            EXPECT_EQ(consumed, static_cast<int>(wire.size()));
+            const bool zeros = entry == entries[6] || entry == entries[7];
+            EXPECT_TRUE(complete || zeros || size > 1000) << entry;
+        }
+    }
+}
+
+TEST_F(DecodeBudget, HoldsForTextOfAnyKind) {
+    for (const char *element :
+         {"[]", "{}", "[[]]", "{\"\":0}", "[0]", "[\"\"]", "[0,0,0,0,0,0]", "[[[[[[]]]]]]", "[0.1]",
+          "[\"a\",\"b\",\"cdefghijklmnopqrstuvwxyz\"]", "\"\"", "0", "{\"a\":1,\"b\":2,\"c\":3}"}) {
+        for (const std::size_t size : {1000, 30000, 200000}) {
+            const Bytes text = "[" + repeated(Bytes(element) + ",", size) + element + "]";
+            Value v = new_value();
+            const std::size_t before = held();
+            const int done = (*v)->Json_decode(v.get(), text.data(), static_cast<int>(text.size()));
+            EXPECT_LE(held() - before, allowed(text.size())) << element << " in " << size;
+            EXPECT_TRUE(done || size > 1000) << element;
+        }
+    }
+}
+
+} // namespace
