@@ -149,7 +149,8 @@ public:
         m_simulator.m_addresses[key()] = this;
     }
     void step_clock(int64_t milliseconds) { m_clock_step += static_cast<uint64_t>(milliseconds); }
-    void pause(Microseconds time) { m_paused_until = m_simulator.now() + time; }
+    // One within another does not end it.
+    void pause(Microseconds time) { m_paused_until = std::max(m_paused_until, m_simulator.now() + time); }
     Microseconds paused_until() const { return m_paused_until; }
 
     // What its application asks for. From a callback these wait until it is over, as in the module's loop.
