@@ -5,8 +5,7 @@
  *
  * An entry stands in the bucket (hash of its key) modulo (bucket count), in a chain with the newest first; the bucket
  * count is 17 and changes only by Init. That order is what iterations show and what look-ups go by. It is not what they
- * cost: beyond some entries an index over whole hashes keeps look-ups constant, unless the case flag was changed while
- * there were entries.
+ * cost: look-up, insertion and removal cost the same at any size, whatever the keys, the flags and their history.
  *
  * The case flag decides how look-ups hash and compare, and what is stored in a new entry's key. Entries keep the bucket
  * of the flag under which they were added, deliberately: after a change, an entry is found only where its old bucket
@@ -69,7 +68,8 @@ struct Tq4_strmap_ {
     /* Iterate: *position is null to start with. Each call returns the value of an entry, stores its key, or its text
      * (null without one) and the word of its number, where the pointers are not null, and moves *position on, to null
      * after the last entry; in an empty map it gives null. By ascending bucket, in each the newest first. Between the
-     * calls the entry shown last may be removed, and no other. A null position gives null. */
+     * calls the entry shown last may be removed, and no other. A null position gives null. A key shown must not be
+     * changed: the map would no longer find its entry. */
     void *(*NextK)(Tq4_strmap m, Tq4_key *key, void **position);
     void *(*NextSI)(Tq4_strmap m, const char **text, unsigned long *number, void **position);
     /* Call visitor for each entry in that order until it returns non-zero. It may remove the entry that it is shown. */

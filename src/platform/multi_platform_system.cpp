@@ -11,6 +11,8 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <poll.h>
+#include <sys/auxv.h>
+#include <sys/random.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -114,6 +116,12 @@ char *MP_GetCurrentDir(char *buffer, std::size_t size) {
     buffer[length] = 0;
     std::free(whole);
     return buffer;
+}
+
+void MP_RandomBytes(void *bytes, std::size_t size) {
+    const auto drawn = MP_Restarted([=] { return getrandom(bytes, size, GRND_NONBLOCK); });
+    if (drawn != static_cast<ssize_t>(size))
+        std::memcpy(bytes, reinterpret_cast<const void *>(getauxval(AT_RANDOM)), size);
 }
 
 long MP_Write(int descriptor, const void *bytes, std::size_t size) {

@@ -42,6 +42,10 @@ char *MP_GetExeBaseName(char *buffer, std::size_t size);
 // The current working directory. Returns buffer.
 char *MP_GetCurrentDir(char *buffer, std::size_t size);
 
+// Fills bytes, 16 at most, with what nobody can foresee: the kernel's random numbers, or while it refuses them the ones
+// that it gave the process at its start.
+void MP_RandomBytes(void *bytes, std::size_t size);
+
 // Writes up to size bytes to a descriptor. Returns how many were written, -1 on failure; a signal is no failure.
 long MP_Write(int descriptor, const void *bytes, std::size_t size);
 // Writes all bytes. 1, or 0 when the system refuses some.

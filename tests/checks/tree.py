@@ -96,7 +96,7 @@ def check_floors():
 # What reports nothing, or fails for a wrong argument alone. (The C++ library waits by syscall, and stops when it fails.)
 CANNOT_FAIL = re.compile(r'_\w*|Tq4_\w+|free|(mem|str)\w+|\w*printf|std(in|out|err)|in6addr_any|inet_ntop|clearerr\w*|'
                          r'umask|sysconf|f(try|un)?lockfile|(secure_)?getenv|syscall|'
-                         r'get(timeofday|pid|tid)|localtime(_r)?|mktime|clock_\w+|dl\w+|(open|close|sys)log|aligned_alloc|'
+                         r'get(timeofday|pid|tid|auxval)|localtime(_r)?|mktime|clock_\w+|dl\w+|(open|close|sys)log|aligned_alloc|'
                          r'(sem|sig(add|empty)|pthread_(mutex|cond|attr|mutexattr|set|get|self|exit|kill|cancel|sigmask|'
                          r'atfork))\w*|eventfd_(read|write)')
 

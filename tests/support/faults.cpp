@@ -19,6 +19,7 @@
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -52,6 +53,7 @@
     PLAIN(int, ftruncate, (int d, off_t n), (d, n), EIO, EINTR) \
     PLAIN(char *, getcwd, (char *b, size_t n), (b, n), ENOENT) \
     PLAIN(int, getpeername, (int s, sockaddr *a, socklen_t *l), (s, a, l), ENOTCONN) \
+    PLAIN(ssize_t, getrandom, (void *b, size_t n, unsigned f), (b, n, f), EAGAIN, EINTR) \
     PLAIN(int, getsockname, (int s, sockaddr *a, socklen_t *l), (s, a, l), ENOBUFS) \
     PLAIN(int, getsockopt, (int s, int l, int o, void *v, socklen_t *n), (s, l, o, v, n), ENOBUFS) \
     PLAIN(int, ioctl, (int d, unsigned long r, void *a), (d, r, a), EIO) \

@@ -65,6 +65,7 @@ public:
         return known && known->registered_key ? *known->registered_key : key();
     }
     int index_case() const { return has(index_ignores_case); }
+    uint64_t full_hash() const { return index_key().FullHash(index_case()); }
     bool registered() const { return has(is_registered); }
     void MarkRegistered(int index_case) {
         m_handles |= index_case ? is_registered | index_ignores_case : is_registered;

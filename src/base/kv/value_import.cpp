@@ -268,13 +268,13 @@ int Tq4_value_table_obj::ImportAt(const char *buf, int len, int depth) {
     Tq4_list former; // goes last: the bytes may lie in it
     Detach(former);
     m_case = case_flag;
-    m_table.CaseFlag(case_flag);
+    m_index.CaseFlag(case_flag);
     int at = len - static_cast<int>(header.left());
     for (; count && at < len; --count) {
         Tq4_kv_pair *pair = NewPairAtTail();
         at += imported(pair->key().Import(buf + at, len - at));
         at += imported(pair->value().ImportAt(buf + at, len - at, depth));
-        RegisterLater(pair);
+        m_index.EnterLater(pair);
     }
     DeleteEntries(former);
     return at;

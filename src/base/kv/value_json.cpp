@@ -40,7 +40,7 @@ struct Tq4_value_Json_decode_data {
     Value &member() {
         if (chain.empty()) return *root;
         Tq4_value_table_obj &table = *chain.back().table;
-        return table.ValueOf({nullptr, table.m_table.m_case, key});
+        return table.ValueOf(key);
     }
     // The value of a new unkeyed entry at the end of the array being filled.
     Value &element() { return chain.back().obj->make_table()->NewPairAtTail()->value(); }
