@@ -2,7 +2,7 @@
 //
 // An entry appended under a key that was there already takes over the index; the older one stays in the list.
 // Cost: look-up, insertion and removal by key are constant; positions cost what they cost in the list, so that a walk
-// by At in order is linear in all. Entries lie in blocks that belong to the table.
+// by At in order is linear in all. Entries lie in blocks that belong to the table and go with the last entry.
 #include "base/kv/table.hpp"
 
 #include <cstring>
@@ -101,7 +101,6 @@ void Tq4_value_table_obj::RemoveAll() {
     Tq4_list entries;
     Detach(entries);
     DeleteEntries(entries);
-    m_room.GiveAll();
 }
 
 void Tq4_value_table_obj::Detach(Tq4_list &entries) {

@@ -102,6 +102,9 @@ private:
     Tq4_value Show(Tq4_kv_pair *pair, Tq4_key *key) const;
 };
 
+// A message has many small tables.
+static_assert(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj) <= 250);
+
 // ---- by key: each operation once for the three forms of key
 
 template <class Key> Tq4_value Tq4_value_table_obj::Value(Key key) const {

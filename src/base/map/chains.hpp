@@ -78,8 +78,11 @@ public:
         return m_index.Find(Tq4_index_hash(full_hash), match);
     }
 
-    void Add(Entry *entry, uint64_t hash) { AddInBucket(entry, BucketOf(hash)); }
     void AddInBucket(Entry *entry, uint32_t bucket) {
+        AddInBucket(entry, bucket, [entry] { return entry->full_hash(); });
+    }
+    // full_hash() gives the entry's, for callers that know it already.
+    template <class FullHash> void AddInBucket(Entry *entry, uint32_t bucket, FullHash full_hash) {
         if (!m_pHashTable)
             m_pHashTable = static_cast<Entry **>(std::memset(Tq4_object_memory(first_bytes), 0, first_bytes));
         entry->nHashValue = bucket;
@@ -90,7 +93,7 @@ public:
         head = entry;
         ++m_nCount;
         if (m_index)
-            AddToIndex(entry);
+            AddToIndex(entry, full_hash);
         else if (m_nCount == indexed_from)
             BeginIndex();
         Check();
@@ -195,15 +198,15 @@ private:
                                            : std::free(m_pHashTable);
         m_pHashTable = nullptr;
     }
-    void AddToIndex(Entry *entry) {
+    template <class FullHash> void AddToIndex(Entry *entry, FullHash full_hash) {
         if (!entry->findable()) return;
-        entry->m_full = Tq4_index_hash(entry->full_hash());
+        entry->m_full = Tq4_index_hash(full_hash());
         m_index.Add(entry);
     }
     void BeginIndex() {
         Tq4_draw_hash_key();
         m_index.Begin();
-        Each([this](Entry &entry) { return AddToIndex(&entry), false; });
+        for (Entry *entry = First(); entry; entry = Next(entry)) AddToIndex(entry, [=] { return entry->full_hash(); });
     }
     Entry *FirstFrom(uint64_t bucket) const {
         while (bucket < m_nHashTableSize && !m_pHashTable[bucket]) ++bucket;

@@ -49,7 +49,7 @@ void Tq4_intmap_obj::each(Tq4_intmap_visitor visitor, void *param) const {
 }
 
 void Tq4_intmap_obj::Add(Tq4_CAssocEx *entry) {
-    m_chains.Add(entry, entry->keys.sum());
+    m_chains.AddInBucket(entry, m_chains.BucketOf(entry->keys.sum()));
     m_by_one.Added(entry);
     m_by_two.Added(entry);
     m_most_keys = std::max(m_most_keys, entry->arity());

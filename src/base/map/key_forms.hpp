@@ -16,30 +16,19 @@
 #include "base/map/chains.hpp"
 #include "base/string/string.hpp"
 
-// A hash that is computed when somebody asks for it.
-class Tq4_hash_on_demand {
-    mutable uint64_t m_hash = 0;
-    mutable bool m_known = false;
-
-public:
-    template <class Compute> uint64_t Get(Compute compute) const {
-        if (!m_known) m_hash = compute();
-        m_known = true;
-        return m_hash;
-    }
-};
-
 // has_text(): the text is part of what matches. folds(): every case of it matches entries that do not ignore case.
 struct Tq4_key_form {
     const Tq4_key_obj &key;
     int nocase;
-    Tq4_hash_on_demand bucket = {};
+    Tq4_hash_on_demand bucket = {}, full[2] = {};
     bool has_text() const { return key.identified_by_text(); }
     bool folds() const { return key.cf && has_text(); }
     uint64_t bucket_hash() const {
         return bucket.Get([this] { return key.Hash(nocase); });
     }
-    uint64_t full_hash(bool folded) const { return key.FullHash(folded); }
+    uint64_t full_hash(bool folded) const {
+        return full[folded].Get([=, this] { return key.FullHash(folded); });
+    }
     bool matches(const Tq4_key_obj &entry, int entry_case) const { return entry.EqualUnder(entry_case, key); }
     void fill(Tq4_key_obj &entry) const {
         entry.Copy(&key);
@@ -61,13 +50,15 @@ struct Tq4_text_form {
     const char *given; // may be null; not looked at when the text is given as bytes
     int nocase;
     Tq4_bytes text = Tq4_text_bytes(given);
-    Tq4_hash_on_demand bucket = {};
+    Tq4_hash_on_demand bucket = {}, full[2] = {};
     static constexpr bool has_text() { return true; }
     bool folds() const { return nocase != 0; }
     uint64_t bucket_hash() const {
         return bucket.Get([this] { return Tq4_key_hash_bytes(text, nocase); });
     }
-    uint64_t full_hash(bool folded) const { return Tq4_key_full_hash(Tq4_key_type_String, 0, text, folded); }
+    uint64_t full_hash(bool folded) const {
+        return full[folded].Get([=, this] { return Tq4_key_full_hash(Tq4_key_type_String, 0, text, folded); });
+    }
     bool matches(const Tq4_key_obj &entry, int entry_case) const {
         return entry.m_type == Tq4_key_type_String && Tq4_key_obj::same_text(entry.text(), text, entry_case || nocase);
     }
@@ -79,13 +70,15 @@ struct Tq4_text_number_form {
     unsigned long number;
     int nocase;
     Tq4_bytes text = Tq4_text_bytes(given);
-    Tq4_hash_on_demand bucket = {};
+    Tq4_hash_on_demand bucket = {}, full[2] = {};
     static constexpr bool has_text() { return true; }
     bool folds() const { return nocase != 0; }
     uint64_t bucket_hash() const {
         return bucket.Get([this] { return Tq4_key_hash_text_number(Tq4_key_hash_bytes(text, nocase), number); });
     }
-    uint64_t full_hash(bool folded) const { return Tq4_key_full_hash(Tq4_key_type_LS, number, text, folded); }
+    uint64_t full_hash(bool folded) const {
+        return full[folded].Get([=, this] { return Tq4_key_full_hash(Tq4_key_type_LS, number, text, folded); });
+    }
     bool matches(const Tq4_key_obj &entry, int entry_case) const {
         return entry.m_type == Tq4_key_type_LS && entry.GetL() == number &&
                Tq4_key_obj::same_text(entry.text(), text, entry_case || nocase);
@@ -142,7 +135,8 @@ public:
             (entry->index_case() ? m_some_folding : m_some_exact) = true;
             m_some_astray = m_some_astray || (form.folds() && !m_case);
         }
-        m_chains.Add(entry, form.bucket_hash());
+        m_chains.AddInBucket(entry, m_chains.BucketOf(form.bucket_hash()),
+                             [&] { return form.full_hash(entry->index_case() != 0); });
         m_groups.Added(entry);
     }
     // The new entry takes the place of the old one, and its key.

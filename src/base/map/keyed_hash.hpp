@@ -67,3 +67,16 @@ template <bool nocase> uint64_t Tq4_keyed_text(uint64_t hash, Tq4_bytes text) {
 
 // What an index keeps of a hash.
 inline uint32_t Tq4_index_hash(uint64_t hash) { return static_cast<uint32_t>(hash >> 32); }
+
+// A hash that is computed when somebody asks for it.
+class Tq4_hash_on_demand {
+    mutable uint64_t m_hash = 0;
+    mutable bool m_known = false;
+
+public:
+    template <class Compute> uint64_t Get(Compute compute) const {
+        if (!m_known) m_hash = compute();
+        m_known = true;
+        return m_hash;
+    }
+};

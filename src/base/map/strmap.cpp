@@ -54,7 +54,6 @@ template <class Form> void *Tq4_strmap_obj::Remove(const Form &form) {
     m_index.Unlink(entry);
     entry->~Tq4_CAssoc();
     m_room.Give(entry);
-    if (IsEmpty()) m_room.GiveAll();
     return value;
 }
 

@@ -5,6 +5,7 @@
 // the same text adds another one. That is deliberate; keys of this map are shorter than 32 bytes.
 #include "tq4/strmap2.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 
@@ -19,29 +20,32 @@ enum class Form : uint8_t { number = 1, text = 2, text_number = 3 };
 
 constexpr std::size_t text_field = 32;
 
-// Keyed. A text beyond the field is cut: no entry matches it anyway.
-uint64_t full_hash_of(Form form, uint64_t number, const char *text, bool folded) {
+// Keyed. What no entry matches, a text that fills the field, may have any.
+template <bool folded> uint64_t full_hash_of(Form form, uint64_t number, const char *text) {
     const uint64_t hash = Tq4_keyed_number(static_cast<uint64_t>(form), number);
     if (form == Form::number) return hash;
-    const std::size_t size = text ? strnlen(text, text_field) : 0;
-    uint8_t letters[text_field] = {};
-    if (size) std::memcpy(letters, text, size);
-    if (folded) // as strcasecmp compares
-        for (uint8_t &letter : letters) letter = static_cast<uint8_t>(std::tolower(letter));
+    const Tq4_bytes bytes = Tq4_text_bytes(text);
+    if constexpr (!folded) return Tq4_keyed_text<false>(hash, bytes);
+    uint8_t letters[text_field]; // folded as strcasecmp compares
+    const std::size_t size = std::min(bytes.size, text_field);
+    for (std::size_t i = 0; i < size; ++i) letters[i] = static_cast<uint8_t>(std::tolower(bytes.data[i]));
     return Tq4_keyed_text<false>(hash, {letters, size});
 }
 
 } // namespace
 
 struct Tq4_CAssoc2 : Tq4_chained<Tq4_CAssoc2> {
-    char sKey[text_field + 1] = {}; // one more, so that iterations may show what no look-up finds
     Form key_type;
     bool folding; // ignores case: the map did when it was added
+    bool fills_field;
     uint64_t ukey;
-    void *value; // borrowed
+    void *value = nullptr;          // borrowed
+    char sKey[text_field + 1] = {}; // one more, so that iterations may show what no look-up finds
 
-    bool findable() const { return sKey[text_field - 1] == '\0'; }
-    uint64_t full_hash() const { return full_hash_of(key_type, ukey, sKey, folding); }
+    bool findable() const { return !fills_field; }
+    uint64_t full_hash() const {
+        return folding ? full_hash_of<true>(key_type, ukey, sKey) : full_hash_of<false>(key_type, ukey, sKey);
+    }
 };
 
 namespace {
@@ -51,12 +55,17 @@ struct Asked {
     Form form;
     const char *text; // null counts as empty
     uint64_t number;
+    Tq4_hash_on_demand full[2] = {};
 
     uint64_t hash(int nocase) const {
         if (form == Form::number) return number;
         return form == Form::text ? Tq4_key_HashString(text, nocase) : Tq4_key_HashLS(number, text, nocase);
     }
-    uint64_t full_hash(bool folded) const { return full_hash_of(form, number, text, folded); }
+    uint64_t full_hash(bool folded) const {
+        return full[folded].Get([=, this] {
+            return folded ? full_hash_of<true>(form, number, text) : full_hash_of<false>(form, number, text);
+        });
+    }
     bool matches(const Tq4_CAssoc2 &entry, int nocase) const {
         if (entry.key_type != form || entry.ukey != number) return false;
         if (form == Form::number) return true;
@@ -65,8 +74,9 @@ struct Asked {
         return (nocase ? strcasecmp(entry.sKey, wanted) : std::strcmp(entry.sKey, wanted)) == 0;
     }
     Tq4_CAssoc2 *new_entry(int nocase) const {
-        auto *entry = new Tq4_CAssoc2{{}, {}, form, nocase != 0, number, nullptr};
-        if (text) std::memcpy(entry->sKey, text, strnlen(text, text_field));
+        const std::size_t size = text ? strnlen(text, text_field) : 0;
+        auto *entry = new Tq4_CAssoc2{{}, form, nocase != 0, size == text_field, number};
+        if (size) std::memcpy(entry->sKey, text, size);
         return entry;
     }
 };
@@ -80,7 +90,7 @@ void *value_of(const Tq4_CAssoc2 *entry) { return entry ? entry->value : nullptr
 template <bool folded> struct Same_key {
     static uint64_t hash(uint64_t full_hash, uint32_t bucket) { return Tq4_keyed_number(bucket, full_hash); }
     static uint64_t hash(const Tq4_CAssoc2 &entry) {
-        return hash(full_hash_of(entry.key_type, entry.ukey, entry.sKey, folded), entry.nHashValue);
+        return hash(full_hash_of<folded>(entry.key_type, entry.ukey, entry.sKey), entry.nHashValue);
     }
     static bool same(const Tq4_CAssoc2 &a, const Tq4_CAssoc2 &b) {
         return a.nHashValue == b.nHashValue && Asked{a.key_type, a.sKey, a.ukey}.matches(b, folded);
@@ -169,12 +179,12 @@ private:
     }
     void SetAt(void *value, const Asked &asked) {
         Tq4_CAssoc2 *entry = Find(asked);
-        if (!entry) Add(entry = asked.new_entry(m_case), asked.hash(m_case));
+        if (!entry) Add(entry = asked.new_entry(m_case), asked);
         entry->value = value;
     }
-    void Add(Tq4_CAssoc2 *entry, uint64_t hash) {
-        if (entry->key_type != Form::number) (m_case ? m_some_folding : m_some_exact) = true;
-        m_chains.Add(entry, hash);
+    void Add(Tq4_CAssoc2 *entry, const Asked &asked) {
+        if (asked.form != Form::number) (m_case ? m_some_folding : m_some_exact) = true;
+        m_chains.AddInBucket(entry, m_chains.BucketOf(asked.hash(m_case)), [&] { return asked.full_hash(m_case); });
         m_by_text.Added(entry);
         m_by_folded_text.Added(entry);
     }

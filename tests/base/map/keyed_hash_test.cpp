@@ -3,7 +3,10 @@
 #include "base/map/hash_index.hpp"
 #include "base/map/keyed_hash.hpp"
 #include "base/string/string.hpp"
+#include "sanitizers.hpp"
 #include "support/test.hpp"
+
+#include <malloc.h>
 
 namespace {
 
@@ -54,6 +57,26 @@ TEST(HashIndex, FindsWhatIsInItAndShrinks) {
     }
     while (inside.size() > 10) index.Remove(*inside.begin()), inside.erase(inside.begin());
     EXPECT_LE(index.slots(), 128u);
+}
+
+// ---- memory
+
+TEST(Memory, ComesBackWithTheLastEntry) {
+#if defined(TQ4_ADDRESS_SANITIZER) || defined(TQ4_THREAD_SANITIZER)
+    GTEST_SKIP() << "the sanitizers count memory by themselves";
+#endif
+    const auto table = Tq4_make<Tq4_value_table>(Tq4_value_table_oitf);
+    const auto map = Tq4_make<Tq4_strmap>(Tq4_strmap_oitf);
+    const auto in_use = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
+    const std::size_t before = in_use();
+    constexpr unsigned long count = 100000;
+    for (unsigned long n = 0; n < count; ++n) (*table)->SetII(table.get(), n, 1), (*map)->SetAtI(map.get(), nullptr, n);
+    EXPECT_GT(in_use(), before + 128 * count);
+    for (unsigned long n = 0; n < count; ++n) (*table)->RemoveI(table.get(), n), (*map)->RemoveI(map.get(), n);
+    EXPECT_LT(in_use(), before + 4 * count) << "but what a thread keeps of freed objects";
 }
 
 // ---- keys that a stranger chose
