@@ -6,7 +6,7 @@
 //
 // The module's record lies behind its Tq4_object in one allocation; real_obj points at it. An object whose record lies
 // elsewhere is part of another object's memory (nested.hpp): its Delete frees nothing and leaves the owner an empty
-// record.
+// object, whose handle stays valid.
 #pragma once
 
 #include <cstddef>
@@ -106,17 +106,17 @@ template <class Record> struct Tq4_object_ops {
             if (!record->Retire()) return;
         if (object->real_obj == object + 1) return Destroy(record, destroy);
         record->Reset();
-        End(object);
+        Forget(object);
     }
     static void Destroy(Record *record, void (*destroy)(Record *)) {
         Tq4_object *object = static_cast<Tq4_object *>(static_cast<void *>(record)) - 1;
         destroy(record);
-        End(object);
-        Tq4_object_memory_free(object, sizeof(Tq4_object) + sizeof(Record));
-    }
-    static void End(Tq4_object *object) {
         object->real_obj = nullptr;
         object->itf = nullptr;
+        Forget(object);
+        Tq4_object_memory_free(object, sizeof(Tq4_object) + sizeof(Record));
+    }
+    static void Forget(Tq4_object *object) { // who it is and whose
         if (object->info) Tq4_object_info_Delete(object->info);
         object->info = nullptr;
     }

@@ -3,8 +3,8 @@
 // Objects that a host may substitute are made through hooks. While a hook is the library's own, its object need not be
 // an allocation of its own: the record and its Tq4_object lie in the owner, and nobody sees a difference. Where the
 // host has replaced the hook, the object is the one that the hook gives. Either is destroyed through the delete hook,
-// unless that is the library's own too. The record is emptied by Delete, also by somebody's who had only borrowed the
-// handle, and lives as long as its owner.
+// unless that is the library's own too. Delete only empties the record, whoever calls it: the object lives, and its
+// handle is valid, as long as the owner.
 //
 // Nesting says which object it is: its hook, its tables, and the hook's default.
 #pragma once
@@ -33,12 +33,11 @@ public:
         }
     }
     ~Tq4_nested() {
-        if (!lies_here() || Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj) {
+        if (!lies_here() || Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj)
             Tq4_cxx_support->delete_obj(const_cast<void *>(static_cast<const void *>(handle())));
-        } else if (m_object.info) {
-            Tq4_object_info_Delete(m_object.info);
-        }
-        if (lies_here()) m_record.~Record();
+        if (!lies_here()) return;
+        if (m_object.info) Tq4_object_info_Delete(m_object.info);
+        m_record.~Record();
     }
     Tq4_nested(const Tq4_nested &) = delete;
     Tq4_nested &operator=(const Tq4_nested &) = delete;

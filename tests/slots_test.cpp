@@ -26,7 +26,7 @@ TEST(Slots, AreFilled) {
                std::pair("debug", filled(*Tq4_debug_api)), std::pair("system", filled(*Tq4_system_api)),
                std::pair("file_api", filled(*Tq4_file_api)), std::pair("sock_api", filled(*Tq4_sock_api)),
                std::pair("app", filled(*Tq4_app)), TQ4_FILLED(fsm), TQ4_FILLED(fsm_state), TQ4_FILLED(socket),
-               TQ4_FILLED(http_client));
+               TQ4_FILLED(http_client), TQ4_FILLED(udcp));
 }
 
 } // namespace

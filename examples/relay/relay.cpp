@@ -2,6 +2,8 @@
 //
 //   relay                 the service and a command line in one process
 //   relay -start          the service in the background; `relay` is then a shell to it, `relay -stop` ends it
+//   relay receive DIRECTORY PORT, relay send FILE HOST:PORT
+//                         carry a file from one machine to another over UDP (transfer.hpp tells how)
 //
 // Commands of the service: status (its counters as JSON), get KEY, set KEY VALUE. A shell hands them to the service, so
 // they show what it has. Peers come over TCP, to the port of relay.port (server.hpp tells what they say). Settings lie
@@ -18,6 +20,7 @@
 #include "counters.hpp"
 #include "server.hpp"
 #include "settings.hpp"
+#include "transfer.hpp"
 
 namespace {
 
@@ -141,6 +144,9 @@ void set(const char *name_and_value) {
 } // namespace
 
 int main(int argc, char **argv) {
+    const std::string first = argc > 1 ? argv[1] : "";
+    if (argc == 4 && first == "send") return send_file(argv[2], argv[3]);
+    if (argc == 4 && first == "receive") return receive_files(argv[2], argv[3]);
     Tq4_app->SetInfo("0.1", __DATE__, "Tq4");
     Tq4_app->AddServiceCmd("status", "s", status, "the counters as JSON");
     Tq4_app->AddServiceCmd("get", "g", get, "get KEY: a setting");

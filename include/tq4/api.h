@@ -8,6 +8,7 @@
  * Lengths, counts, indexes, positions and time-outs are unsigned long; TQ4_ALL_ONES as a length means up to the
  * terminating NUL, as a time-out it means without limit.
  * An enumeration marked TQ4_INT may hold other numbers than its names have, in C++ too.
+ * Behaviour that a header calls deliberate surprises and stays; docs/compatibility.md says who depends on it.
  *
  * The binary interface of 1.x: tables get further operations at their end and keep all others in place. Records have
  * the members that the headers show, in their order. The shared object stays libTq4_c_objectD-1.0.so.

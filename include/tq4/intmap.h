@@ -30,8 +30,8 @@ typedef int (*Tq4_intmap_visitor)(unsigned long k1, unsigned long k2, unsigned l
 struct Tq4_intmap_ {
     /* The number of buckets. */
     unsigned long (*HashTableSize)(Tq4_intmap m);
-    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0 or a count of more
-     * than 32 bits. */
+    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0, a count of more than
+     * 32 bits or more than memory can hold. */
     void (*Init)(Tq4_intmap m, unsigned long count);
     /* The number of entries. */
     int (*Count)(Tq4_intmap m);

@@ -42,7 +42,8 @@ typedef struct Tq4_object {
 struct Tq4_object_itf {
     /* Makes an object. What param means is the module's; null is always accepted. */
     void *(*Create)(const void *param);
-    /* Destroys the object; null is ignored. */
+    /* Destroys the object; null is ignored. An object that lies in its owner, such as a table's key or value, is only
+     * emptied: its handle is valid until the owner ends it. */
     void (*Delete)(void *handle);
     /* Returns the object to its freshly created state. */
     void (*Reset)(void *handle);

@@ -1,7 +1,9 @@
 /* queue.h: Tq4_queue, a list of items each carrying a payload, and Tq4_queue_item, such an item.
  *
  * A queue is a sequence with cheap ends. It may own a lock, which makes every operation on it and on its items atomic,
- * and an event, which insertions set and for which readers may wait. Positions count from the head, 0 first.
+ * and an event, which insertions set and for which readers may wait. Positions count from the head, 0 first. The ends
+ * cost the same at any size. Other positions are walked to from the nearest end or from the position used last. So a
+ * loop over all positions is linear in all, also when it removes items or inserts others beside them.
  *
  * Ownership: a linked item belongs to its queue and is deleted with it; an item that a Remove operation returns belongs
  * to the caller. An item owns its payload when it was attached with a deleter: deleting the item then calls the deleter
@@ -23,8 +25,9 @@
  *     (*q)->Set(q);
  * Several consumers of one queue are ended when each of them calls Set as it leaves: one Set lets one of them through.
  *
- * Copy does nothing and Equal is identity, for queues and for items; Dup gives an empty queue, an unlinked item without
- * a payload. Reset of a queue is RemoveAll; of an item, it leaves its queue and destroys its payload.
+ * Copy does nothing and Equal is identity, for queues and for items. Dup gives an empty queue, which has neither lock
+ * nor event whatever its source has (ThreadSafe and EventSync make them), or an unlinked item without a payload. Reset
+ * of a queue is RemoveAll; of an item, it leaves its queue and destroys its payload.
  *
  * Threads: with the lock, any; else one at a time. An item that moves from one queue to another is that of one thread
  * meanwhile: either queue's lock guards it only inside that queue. Visitors, comparators and on_swap run on the calling
@@ -63,7 +66,7 @@ struct Tq4_queue_ {
     /* Sorts the payloads ascending by compare, which gives a negative number, 0 or a positive one. Payloads move with
      * their deleters, items keep their places. Equal payloads may change places. A comparator that does not give
      * exactly opposite answers for the first and the last payload leaves the queue as it is. n log n comparisons at
-     * most. */
+     * most. While it runs it takes 16 bytes an item, with an on_swap 24. */
     void (*QSort)(Tq4_queue q, Tq4_queue_obj_compare compare, void *param);
     /* The number of linked items. */
     unsigned long (*Count)(Tq4_queue q);

@@ -1,7 +1,8 @@
 /* string_array.h: Tq4_string_array, an ordered list of strings that it owns.
  *
  * The strings are made and deleted through the hooks of cxx_support.h. A string that an operation returns is borrowed:
- * it lives until it is removed. Indexes start at 0 and are not clamped. A length of TQ4_ALL_ONES means up to the NUL.
+ * it lives until it is removed. Indexes start at 0 and are not clamped; they cost what positions cost in a queue
+ * (queue.h), so a loop over all is linear. A length of TQ4_ALL_ONES means up to the NUL.
  *
  * Create ignores its parameter and gives an empty array. Copy replaces the content by copies; a null source empties.
  * Equal is inverted, deliberately: two arrays of the same size are equal when no pair of strings at the same index is

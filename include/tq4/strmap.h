@@ -18,7 +18,10 @@
  * same buckets, flag, keys and values, in the same order; a null source resets. Equal is 1 when the maps have the same
  * keys with the same values in the same order, and both or neither ignore case.
  *
- * Null handles give null or 0. Threads: a map belongs to one thread at a time; visitors run on the calling thread.
+ * Null handles give null or 0. Visitors run on the calling thread. Threads: a map belongs to one thread at a time, or
+ * to any number of readers while nobody changes it. Reading is: LookupK to LookupSI, Count, IsEmpty, HashTableSize,
+ * Equal, each and eachKV, NextK and NextSI with positions of the reader's own, and being copied. Keys shown are not
+ * changed by anybody.
  */
 #ifndef TQ4_STRMAP_H
 #define TQ4_STRMAP_H
@@ -37,8 +40,8 @@ typedef int (*Tq4_strmap_visitor)(const char *text, unsigned long number, void *
 struct Tq4_strmap_ {
     /* The number of buckets. */
     unsigned long (*HashTableSize)(Tq4_strmap m);
-    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0 or a count of more
-     * than 32 bits. */
+    /* Sets the number of buckets while the map is empty; nothing happens when it is not, or for 0, a count of more than
+     * 32 bits or more than memory can hold. */
     void (*Init)(Tq4_strmap m, unsigned long count);
     /* The number of entries. */
     int (*Count)(Tq4_strmap m);
@@ -68,8 +71,8 @@ struct Tq4_strmap_ {
     /* Iterate: *position is null to start with. Each call returns the value of an entry, stores its key, or its text
      * (null without one) and the word of its number, where the pointers are not null, and moves *position on, to null
      * after the last entry; in an empty map it gives null. By ascending bucket, in each the newest first. Between the
-     * calls the entry shown last may be removed, and no other. A null position gives null. A key shown must not be
-     * changed: the map would no longer find its entry. */
+     * calls the entry shown last may be removed, and no other. The key is borrowed and for reading only: after a change
+     * through its handle the entry is found neither by the old key nor by the new one. A null position gives null. */
     void *(*NextK)(Tq4_strmap m, Tq4_key *key, void **position);
     void *(*NextSI)(Tq4_strmap m, const char **text, unsigned long *number, void **position);
     /* Call visitor for each entry in that order until it returns non-zero. It may remove the entry that it is shown. */

@@ -36,6 +36,7 @@
 #include "tq4/system.h"
 #include "tq4/thread.h"
 #include "tq4/timer.h"
+#include "tq4/udcp.h"
 #include "tq4/value.h"
 #include "tq4/value_table.h"
 #include "tq4/zip.h"

@@ -14,6 +14,8 @@
 #include <climits>
 #include <cstdlib>
 
+#include "assert.hpp"
+
 static constexpr long smallest_capacity = 256;
 
 static int default_get_ready(Tq4_rbuf *) { return -1; }
@@ -21,6 +23,13 @@ static int default_get_ready(Tq4_rbuf *) { return -1; }
 static uint8_t *end_of(const Tq4_rbuf *buffer) { return buffer->m_data + buffer->m_len; }
 static long first_size(const Tq4_rbuf *buffer) { return buffer->m_cache1 - buffer->m_read; }
 static long second_size(const Tq4_rbuf *buffer) { return buffer->m_cache2 - buffer->m_data; }
+
+// What always holds; called after each operation that moves a cursor.
+static void check([[maybe_unused]] const Tq4_rbuf *buffer) {
+    TQ4_CHECK(buffer->m_data <= buffer->m_cache2 && buffer->m_cache2 <= buffer->m_read);
+    TQ4_CHECK(buffer->m_read <= buffer->m_cache1 && buffer->m_cache1 <= end_of(buffer));
+    TQ4_CHECK(second_size(buffer) == 0 || buffer->m_cache1 == end_of(buffer));
+}
 
 // Gives the storage a new size, not below the present one; all cursors keep their offsets.
 static bool reallocate(Tq4_rbuf *buffer, long size) {
@@ -88,6 +97,7 @@ void Tq4_rbuf_Clone(Tq4_rbuf *destination, const Tq4_rbuf *source) {
     destination->m_order = source->m_order;
     destination->m_order_flag = source->m_order_flag;
     destination->get_ready = source->get_ready;
+    check(destination);
 }
 
 void Tq4_rbuf_Reset(Tq4_rbuf *buffer) { buffer->m_read = buffer->m_cache1 = buffer->m_cache2 = buffer->m_data; }
@@ -97,6 +107,7 @@ static void go_to_second(Tq4_rbuf *buffer) {
     buffer->m_read = buffer->m_data;
     buffer->m_cache1 = buffer->m_cache2;
     buffer->m_cache2 = buffer->m_data;
+    check(buffer);
 }
 
 // Makes the first segment non-empty: 1, or the hook's result below 1.
@@ -133,6 +144,7 @@ int Tq4_rbuf_UnRead(Tq4_rbuf *buffer, int byte) { return Tq4_rbuf_ungetch(buffer
 static void consume(Tq4_rbuf *buffer, void *out, long n) {
     std::memcpy(out, buffer->m_read, static_cast<unsigned long>(n));
     buffer->m_read += n;
+    check(buffer);
 }
 
 long Tq4_rbuf_Read_data(Tq4_rbuf *buffer, void *out, unsigned long n) {
@@ -182,6 +194,7 @@ long Tq4_rbuf_skip(Tq4_rbuf *buffer, long n) {
     } else {
         buffer->m_read += skipped;
     }
+    check(buffer);
     return skipped;
 }
 
@@ -209,6 +222,7 @@ long Tq4_rbuf_space(Tq4_rbuf *buffer, long n) {
     long increment = (request + step - 1) / step * step;
     if (!reallocate(buffer, buffer->m_len + increment)) return 0;
     if (second_size(buffer) > 0) unwrap(buffer, request, increment);
+    check(buffer);
     return buffer->m_len - unread;
 }
 
@@ -231,5 +245,6 @@ long Tq4_rbuf_fill(Tq4_rbuf *buffer, long n) {
     uint8_t *room = producer_room(buffer, &size);
     if (n < 0 || n > size) return -1;
     (room == buffer->m_cache1 ? buffer->m_cache1 : buffer->m_cache2) += n;
+    check(buffer);
     return Tq4_rbuf_data_size(buffer);
 }

@@ -6,7 +6,8 @@
 //
 // A producer asks Tq4_rbuf_buffer where to write, writes, and commits with Tq4_rbuf_fill; a consumer reads, and the
 // hook get_ready is its call for more. A buffer belongs to one thread at a time. Buffers are not null unless an
-// operation says what null does.
+// operation says what null does. The library itself keeps its buffers in records and does not unread. Create, Delete,
+// dup, UnRead and Read_char are there because the operations of a buffer are one set.
 #pragma once
 
 #include <cstdint>

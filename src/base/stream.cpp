@@ -28,10 +28,11 @@ bool can_retry(int descriptor, Direction direction) {
     return (error == EAGAIN || error == EWOULDBLOCK) && MP_SOCK_Wait(descriptor, -1, direction) > 0;
 }
 
-long write_some(int descriptor, const void *bytes, unsigned long n) {
-    long sent;
-    do sent = MP_Write(descriptor, bytes, n);
-    while (sent < 0 && can_retry(descriptor, For_writing));
+// How many of the bytes were written: fewer only when the system refuses the rest.
+unsigned long write_most(int descriptor, const uint8_t *bytes, unsigned long n) {
+    unsigned long sent = 0;
+    do sent += MP_WriteMost(descriptor, bytes + sent, n - sent);
+    while (sent < n && can_retry(descriptor, For_writing));
     return sent;
 }
 
@@ -71,7 +72,7 @@ int Tq4_stream_obj::Attach(int descriptor) {
 
 int Tq4_stream_obj::Detach() {
     Flush();
-    Discard();
+    empty_output();
     give_back();
     if (m_in.m_data) Tq4_rbuf_Reset(&m_in);
     m_seekable = false;
@@ -127,23 +128,17 @@ bool Tq4_stream_obj::has_room(unsigned long n) {
 
 bool Tq4_stream_obj::Flush() {
     if (m_handle < 0) return false;
-    while (const unsigned long left = Pending()) {
-        const long sent = write_some(m_handle, m_out.m_data + m_sent, left);
-        if (sent <= 0) return false;
-        m_sent += static_cast<unsigned long>(sent);
-    }
-    Discard();
+    m_sent += write_most(m_handle, m_out.m_data + m_sent, Pending());
+    if (Pending()) return false;
+    empty_output();
     return true;
 }
 
-void Tq4_stream_obj::Discard() {
+void Tq4_stream_obj::empty_output() {
     if (Tq4_wbuf_size(&m_out) == 0) return;
     m_last = last_char();
     m_sent = 0;
-    if (m_out.m_len > Buffer_kept_size)
-        Tq4_wbuf_Release(&m_out);
-    else
-        Tq4_wbuf_Reset(&m_out);
+    Tq4_wbuf_Reset(&m_out);
 }
 
 long Tq4_stream_obj::Write(const void *bytes, unsigned long n) {
@@ -153,10 +148,10 @@ long Tq4_stream_obj::Write(const void *bytes, unsigned long n) {
     unsigned long left = all;
     while (left && has_room(1)) {
         if (Pending() == 0 && left >= Buffer_size) {
-            const long sent = write_some(m_handle, from + (all - left), left);
-            if (sent <= 0) break;
-            left -= static_cast<unsigned long>(sent);
-            m_last = from[all - left - 1];
+            const unsigned long sent = write_most(m_handle, from + (all - left), left);
+            if (sent) m_last = from[all - left + sent - 1];
+            left -= sent;
+            break; // all of it, or what the system takes
         } else {
             const unsigned long part = std::min(left, m_out.m_cnt);
             Tq4_wbuf_memcat(&m_out, from + (all - left), part);

@@ -8,8 +8,7 @@
 #include "tq4/string.h"
 
 struct Tq4_stream_obj {
-    static constexpr long Buffer_size = 8192;           // of each direction
-    static constexpr uint64_t Buffer_kept_size = 65536; // a larger one is not kept once it is empty
+    static constexpr long Buffer_size = 8192; // of each direction
 
     int m_handle = -1;       // borrowed
     bool m_seekable = false; // the descriptor has a position, which both directions share
@@ -62,14 +61,11 @@ struct Tq4_stream_obj {
     long Seek(long offset, int whence);
     long Tell();
 
-    // For the log, which fills m_out itself, beyond Buffer_size if need be, and sends it by Flush. Between
-    // prepare_output and Flush m_out is written to by Tq4_wbuf_memcat, which makes room by growing.
-    bool prepare_output();
-    unsigned long Pending() const { return Tq4_wbuf_size(&m_out) - m_sent; }
-    // Drops what Flush could not send.
-    void Discard();
+    unsigned long Pending() const { return Tq4_wbuf_size(&m_out) - m_sent; } // not sent yet
 
 private:
+    bool prepare_output();
+    void empty_output();
     static int refill(Tq4_rbuf *input);
     void prepare_input();
     bool has_room(unsigned long n);

@@ -33,6 +33,7 @@ static bool reallocate(Tq4_wbuf *buffer, uint64_t room) {
     buffer->m_data = static_cast<uint8_t *>(storage);
     buffer->m_ptr = buffer->m_data + written;
     buffer->m_room = room;
+    Tq4_wbuf_check(buffer);
     return true;
 }
 
@@ -107,6 +108,7 @@ void Tq4_wbuf_Reset(Tq4_wbuf *buffer) {
     buffer->m_ptr = buffer->m_data;
     buffer->m_cnt = buffer->m_len;
     if (buffer->m_data) *buffer->m_data = 0;
+    Tq4_wbuf_check(buffer);
 }
 
 Tq4_wbuf *Tq4_wbuf_extend(Tq4_wbuf *buffer, uint64_t n) {
@@ -116,6 +118,7 @@ Tq4_wbuf *Tq4_wbuf_extend(Tq4_wbuf *buffer, uint64_t n) {
     if (!has_room_and_reserve(buffer, buffer->m_len + increment)) return nullptr;
     buffer->m_len += increment;
     buffer->m_cnt += increment;
+    Tq4_wbuf_check(buffer);
     return buffer;
 }
 
@@ -134,6 +137,7 @@ uint64_t Tq4_wbuf_skip(Tq4_wbuf *buffer, uint64_t n) {
     n = std::min(n, buffer->m_cnt);
     buffer->m_ptr += n;
     buffer->m_cnt -= n;
+    Tq4_wbuf_check(buffer);
     return n;
 }
 
@@ -165,6 +169,7 @@ public:
         std::memmove(buffer->m_ptr, from + position, n);
         buffer->m_ptr += n;
         buffer->m_cnt -= n;
+        Tq4_wbuf_check(buffer);
     }
 
 private:

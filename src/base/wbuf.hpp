@@ -7,12 +7,15 @@
 // The capacity m_len grows by small fixed steps that callers may observe; the allocation behind it (m_room) grows
 // geometrically, so that appending moves each byte about once.
 //
-// A buffer belongs to one thread at a time. Buffers are not null unless an operation says what null does.
+// A buffer belongs to one thread at a time. Buffers are not null unless an operation says what null does. The library
+// itself keeps its buffers in records and on stacks. Create, Delete, Dup and Write, which it does not call, are there
+// because the operations of a buffer are one set.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
 
+#include "assert.hpp"
 #include "base/byte_order.hpp"
 
 struct Tq4_wbuf {
@@ -28,6 +31,13 @@ struct Tq4_wbuf {
     uint64_t m_room = 0;        // bytes really allocated, >= m_len
     uint8_t *m_fixed = nullptr; // borrowed first storage (in a record or on the stack) or null; never freed
 };
+
+// Checks what always holds of a buffer; called after each operation that is more than a few instructions.
+inline void Tq4_wbuf_check([[maybe_unused]] const Tq4_wbuf *buffer) {
+    TQ4_CHECK(buffer->m_data <= buffer->m_ptr);
+    TQ4_CHECK(static_cast<uint64_t>(buffer->m_ptr - buffer->m_data) + buffer->m_cnt == buffer->m_len);
+    TQ4_CHECK(buffer->m_len <= buffer->m_room && (buffer->m_data || buffer->m_room == 0));
+}
 
 // No buffer grows beyond this many bytes: more than a process can address.
 inline constexpr uint64_t Tq4_wbuf_ceiling = uint64_t{1} << 47;

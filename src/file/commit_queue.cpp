@@ -5,7 +5,7 @@
 #include <chrono>
 #include <thread>
 
-#include "platform/multi_platform_pthread.hpp"
+#include "platform/spin.hpp"
 
 namespace {
 
@@ -14,20 +14,10 @@ using namespace std::chrono_literals;
 // Sleeping and being woken costs tens of microseconds, a write about one.
 constexpr auto Wait_for_turn = 5us;
 constexpr auto Wait_for_company = 1us;
-constexpr int Pauses_a_look = 8; // looks at the clock are dearer than pauses
 
-// Looks for something without sleeping, for a limited time; not at all where nobody else can run meanwhile.
+// Not at all where nobody else can run meanwhile.
 template <class Condition> bool spin(std::chrono::nanoseconds limit, Condition holds) {
-    if (holds()) return true;
-    if (MP_THREAD_IsAlone()) return false;
-    const auto end = std::chrono::steady_clock::now() + limit;
-    do {
-        for (int i = 0; i < Pauses_a_look; ++i) {
-            MP_THREAD_Pause();
-            if (holds()) return true;
-        }
-    } while (std::chrono::steady_clock::now() < end);
-    return false;
+    return holds() || MP_THREAD_Spin(limit, 1, holds);
 }
 
 } // namespace

@@ -1,14 +1,13 @@
-// log: a choice of file, a stream over the open one, and a queue of threads with lines.
+// log: a choice of file, the output to the open one, and a queue of threads with lines.
 //
 // A caller formats its message on its own stack, without a lock. Then it enters the queue. The thread that leads takes
 // the lock and writes the lines of those behind it too. For each line the file is chosen and the bytes are counted, as
-// if it had come alone; the lines gather in the stream until one write sends them. A line costs one write when it comes
+// if it had come alone; the lines gather in the output until one write sends them. A line costs one write when it comes
 // alone and less in company, and nothing is allocated for one that fits on the stack. The calendar is asked once a
 // second.
 //
-// What the system refuses is lost at once, so that nothing piles up behind a full disk. The file is cut back to its
-// last line end, and its size counts what is really there. The first failure with a file is told on standard error, by
-// a thread that holds nothing.
+// What the system refuses is lost at once, so that nothing piles up behind a full disk, and the file's size counts what
+// is really there. The first failure with a file is told on standard error, by a thread that holds nothing.
 //
 // Others move the open file, write to it, or die in the middle of a line: the leader looks at the file from time to
 // time, before it writes. A fork waits for the leader, so that a child has the log whole; there the first line opens
@@ -26,10 +25,10 @@
 #include "base/charset/conversion.hpp"
 #include "base/debug.hpp"
 #include "base/print.hpp"
-#include "base/stream.hpp"
 #include "file/commit_queue.hpp"
 #include "file/log_choice.hpp"
 #include "file/log_line.hpp"
+#include "file/log_output.hpp"
 #include "platform/multi_platform_fs.hpp"
 #include "platform/multi_platform_pthread.hpp"
 #include "platform/multi_platform_system.hpp"
@@ -46,10 +45,6 @@ constexpr unsigned Directory_mode = 0770;
 // How much one leader writes for others before it lets the next one lead.
 constexpr int Group_lines = 64;
 constexpr unsigned long Group_bytes = 65536;
-
-// A write takes microseconds, milliseconds when its process has to wait for a processor.
-constexpr int Torn_looks = 10;
-constexpr long Torn_look_interval = 1; // milliseconds
 
 struct Moment {
     time_t seconds; // the line's
@@ -92,29 +87,6 @@ struct Line : Tq4_commit_queue::Entry {
     bool is_line; // gets a prefix
 };
 
-// Takes n bytes away from the end of a file, if what was written last is still its end.
-bool cut_tail(int descriptor, unsigned long n) {
-    const long end = MP_FileSeek(descriptor, 0, SEEK_CUR);
-    return end >= static_cast<long>(n) && MP_GetFileSize1(descriptor) == static_cast<uint64_t>(end) &&
-           MP_FileTruncate(descriptor, static_cast<unsigned long>(end) - n);
-}
-
-bool ends_in_line_feed(int descriptor) {
-    char last;
-    return MP_FileSeek(descriptor, -1, SEEK_END) < 0 || MP_FileRead(descriptor, &last, 1) != 1 || last == '\n';
-}
-
-// Whether a killed process has left half a line at the end of the file. Half a line that another process is just
-// writing does not stay half.
-bool is_torn(int descriptor) {
-    if (MP_GetFileSize1(descriptor) == 0) return false; // a device, perhaps
-    for (int looks = 0; looks < Torn_looks; ++looks) {
-        if (ends_in_line_feed(descriptor)) return false;
-        MP_Sleep(Torn_look_interval);
-    }
-    return true;
-}
-
 // What is told about a file that cannot be written.
 struct Trouble {
     std::string path;
@@ -137,7 +109,7 @@ struct Tq4_log_obj {
     Tq4_commit_queue m_writers;
 
     // Under m_lock.
-    Tq4_own<Tq4_stream> m_stream TQ4_GUARDED_BY(m_lock) = Tq4_make<Tq4_stream>(Tq4_stream_oitf);
+    Tq4_log_output m_output TQ4_GUARDED_BY(m_lock);
     // m_pre, m_filename, m_filedir, m_maindir, m_sizeLimit, m_filesize, m_dateStamp and m_index.
     Tq4_log_choice m_choice TQ4_GUARDED_BY(m_lock);
     int m_lineLimit TQ4_GUARDED_BY(m_lock) = Default_line_limit;
@@ -145,7 +117,6 @@ struct Tq4_log_obj {
     time_t m_lastTime TQ4_GUARDED_BY(m_lock) = 0;   // time of the last message
     std::tm m_calendar TQ4_GUARDED_BY(m_lock){};    // m_lastTime as local time
     Tq4_log_prefix m_prefix TQ4_GUARDED_BY(m_lock); // of m_calendar
-    bool m_torn TQ4_GUARDED_BY(m_lock) = false;     // the open file ends inside a line that was not cut away
     bool m_told TQ4_GUARDED_BY(m_lock) = false;     // a failure since a file was last opened
 
     Tq4_fork_member m_at_fork{this, At_fork}; // last: from here on forks come upon the log
@@ -177,7 +148,6 @@ struct Tq4_log_obj {
     void CheckFile();
 
 private:
-    Tq4_stream_obj &stream() const TQ4_REQUIRES(m_lock) { return *Tq4_record<Tq4_stream_obj>(m_stream.get()); }
     bool Drops(int level) const { return level > m_level.load(std::memory_order_relaxed); }
     void Commit(Tq4_bytes text, Moment moment, bool is_line);
     Line *Lead(Line *first);
@@ -189,7 +159,6 @@ private:
     void Make_directory() TQ4_REQUIRES(m_lock);
     void Close_file() TQ4_REQUIRES(m_lock);
     void Send() TQ4_REQUIRES(m_lock);
-    void Drop_refused() TQ4_REQUIRES(m_lock);
     void Note_trouble(const std::string &path) TQ4_REQUIRES(m_lock);
     void Tell_trouble();
     static void At_fork(void *log, Tq4_fork_moment moment) TQ4_NO_THREAD_ANALYSIS;
@@ -308,10 +277,10 @@ void Tq4_log_obj::Commit(Tq4_bytes text, Moment moment, bool is_line) {
 Line *Tq4_log_obj::Lead(Line *first) {
     const Tq4_guard guard(m_lock);
     if (m_choice.Look_due(first->moment.tick)) Look_for_file();
-    if (m_choice.Size_due()) m_choice.Seen(MP_GetFileSize1(stream().Handle()));
+    if (m_choice.Size_due()) m_choice.Seen(MP_GetFileSize1(m_output.Descriptor()));
     Line *last = first;
     Add(*first);
-    for (int lines = 1; lines < Group_lines && stream().Pending() < Group_bytes; ++lines) {
+    for (int lines = 1; lines < Group_lines && m_output.Pending() < Group_bytes; ++lines) {
         auto *next = static_cast<Line *>(Tq4_commit_queue::Behind(last));
         if (!next) break;
         Add(*next);
@@ -324,16 +293,15 @@ Line *Tq4_log_obj::Lead(Line *first) {
 void Tq4_log_obj::Add(const Line &line) {
     if (m_choice.m_filesize >= m_choice.m_sizeLimit) Send(); // the choice needs the true size
     Choose_file(line.moment.seconds, true);
-    Tq4_stream_obj &s = stream();
-    if (!s.prepare_output()) return; // none could be opened: the line is lost
-    const unsigned long before = s.Pending();
-    if (m_torn && before == 0) Tq4_wbuf_putch(&s.m_out, '\n');
+    if (m_output.Descriptor() < 0) return; // none could be opened: the line is lost
+    const unsigned long before = m_output.Pending();
+    Tq4_wbuf *const out = m_output.Buffer();
     if (line.is_line) {
-        m_prefix.Append(&s.m_out, static_cast<unsigned>(line.moment.tick % 1000), line.thread);
+        m_prefix.Append(out, static_cast<unsigned>(line.moment.tick % 1000), line.thread);
         ++m_filelines;
     }
-    Tq4_wbuf_memcat(&s.m_out, line.text.data, line.text.size);
-    m_choice.m_filesize += static_cast<int64_t>(s.Pending() - before);
+    Tq4_wbuf_memcat(out, line.text.data, line.text.size);
+    m_choice.m_filesize += static_cast<int64_t>(m_output.Pending() - before);
 }
 
 void Tq4_log_obj::Set_time(time_t time) {
@@ -367,16 +335,15 @@ bool Tq4_log_obj::Open_file(const std::string &path) {
         return false;
     }
     Close_file();
-    stream().Attach(descriptor);
     m_choice.Opened(MP_GetFileSize1(descriptor));
-    m_torn = is_torn(descriptor);
+    m_output.Open(descriptor);
     m_told = false;
     m_filelines = 0;
     return true;
 }
 
 void Tq4_log_obj::Look_for_file() {
-    const int descriptor = stream().Handle();
+    const int descriptor = m_output.Descriptor();
     if (descriptor < 0) return;
     if (MP_FileHasMoved(descriptor, m_choice.Path().c_str())) m_choice.m_moved = true;
     m_choice.Seen(MP_GetFileSize1(descriptor));
@@ -384,32 +351,14 @@ void Tq4_log_obj::Look_for_file() {
 
 void Tq4_log_obj::Close_file() {
     Send();
-    const int descriptor = stream().Detach();
-    if (descriptor >= 0) MP_FileClose(descriptor);
-    m_torn = false;
+    m_output.Close();
 }
 
 void Tq4_log_obj::Send() {
-    if (stream().Pending() == 0) return;
-    if (stream().Flush())
-        m_torn = false;
-    else
-        Drop_refused();
-}
-
-// The system took a part of what was to be sent, perhaps nothing. The rest is lost, and so is the line that was cut in
-// two: its beginning is taken back from the file, if nobody has written behind it.
-void Tq4_log_obj::Drop_refused() {
+    const unsigned long lost = m_output.Send();
+    if (lost == 0) return;
     Note_trouble(m_choice.Path());
-    Tq4_stream_obj &s = stream();
-    const unsigned long sent = s.m_sent;
-    m_choice.m_filesize -= static_cast<int64_t>(s.Pending());
-    auto *line_feed = static_cast<const uint8_t *>(memrchr(s.m_out.m_data, '\n', sent));
-    const unsigned long torn = line_feed ? static_cast<unsigned long>(s.m_out.m_data + sent - line_feed) - 1 : sent;
-    s.Discard();
-    const bool cut = torn && cut_tail(s.m_handle, torn);
-    if (cut) m_choice.m_filesize -= static_cast<int64_t>(torn);
-    if (sent) m_torn = torn && !cut;
+    m_choice.m_filesize -= static_cast<int64_t>(lost);
 }
 
 void Tq4_log_obj::FFlush() {

@@ -17,6 +17,7 @@
 
 #include "computed_once.hpp"
 #include "platform/restarted.hpp"
+#include "platform/spin.hpp"
 #include "sanitizers.hpp"
 #include "thread_record.hpp"
 
@@ -143,18 +144,12 @@ int MP_THREAD_CriticalSection_init(MP_THREAD_CriticalSection *section) {
 
 int MP_THREAD_CriticalSection_destroy(MP_THREAD_CriticalSection *section) { return pthread_mutex_destroy(section); }
 
-// A section that is taken is looked at again after longer and longer pauses before we sleep for it. Sleeping and being
-// woken costs more than most sections last; looking all the time slows down the thread inside. With one processor
-// nobody could leave it meanwhile.
+// A section that is taken is looked at again before we sleep for it. Sleeping and being woken costs more than most
+// sections last; looking all the time slows down the thread inside, so the pauses between looks are long.
 int MP_THREAD_CriticalSection_lock(MP_THREAD_CriticalSection *section) {
-    constexpr int first_pause = 64, last_pause = 256;
-    if (pthread_mutex_trylock(section) == 0) return 0;
-    if (MP_THREAD_IsAlone()) return pthread_mutex_lock(section);
-    for (int pause = first_pause; pause <= last_pause; pause *= 2) {
-        for (int i = 0; i < pause; ++i) MP_THREAD_Pause();
-        if (pthread_mutex_trylock(section) == 0) return 0;
-    }
-    return pthread_mutex_lock(section);
+    using namespace std::chrono_literals;
+    const auto taken = [section] { return pthread_mutex_trylock(section) == 0; };
+    return taken() || MP_THREAD_Spin(4us, 64, taken) ? 0 : pthread_mutex_lock(section);
 }
 
 int MP_THREAD_CriticalSection_unlock(MP_THREAD_CriticalSection *section) { return pthread_mutex_unlock(section); }

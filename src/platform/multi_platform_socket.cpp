@@ -8,7 +8,6 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <charconv>
-#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <netinet/tcp.h>
@@ -18,6 +17,7 @@
 #include <unistd.h>
 
 #include "platform/restarted.hpp"
+#include "platform/stopwatch.hpp"
 
 namespace {
 
@@ -28,13 +28,12 @@ constexpr short writable = POLLOUT | POLLWRNORM | POLLWRBAND;
 
 // poll for one descriptor, continued after signals with the time that is left. A negative ms waits without limit.
 int poll_one(pollfd &watched, long ms) {
-    using namespace std::chrono;
-    const auto start = steady_clock::now();
+    const MP_Stopwatch time;
     for (long left = ms;;) {
         const timespec timeout{left / 1000, left % 1000 * 1000000};
         const int ready = ppoll(&watched, 1, ms < 0 ? nullptr : &timeout, nullptr);
         if (ready >= 0 || errno != EINTR) return ready;
-        if (ms > 0) left = std::max(0L, ms - duration_cast<milliseconds>(steady_clock::now() - start).count());
+        if (ms > 0) left = std::max(0L, ms - static_cast<long>(time.GoneMs()));
     }
 }
 
@@ -109,6 +108,8 @@ int MP_SOCK_AnsyConnect(int socket, const sockaddr *address, socklen_t length) {
 
 int MP_SOCK_Open(int family, int type) { return socket(family, type | SOCK_CLOEXEC, 0); }
 
+int MP_SOCK_Duplicate(int socket) { return fcntl(socket, F_DUPFD_CLOEXEC, 0); }
+
 int MP_SOCK_Bind(int socket, const sockaddr *address, socklen_t length) { return bind(socket, address, length) == 0; }
 
 int MP_SOCK_Connect(int socket, const sockaddr *address, socklen_t length) {
@@ -138,6 +139,26 @@ int MP_SOCK_Accept(int socket, sockaddr *peer, socklen_t *length) {
 
 long MP_SOCK_Send(int socket, const void *bytes, std::size_t n, const sockaddr *to, socklen_t length) {
     return MP_Restarted([=] { return sendto(socket, bytes, n, MSG_NOSIGNAL, to, length); });
+}
+
+int MP_SOCK_SendRun(int socket, const void *bytes, std::size_t n, std::size_t datagram, const sockaddr *to,
+                    socklen_t length) {
+    const auto segment = static_cast<uint16_t>(datagram);
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof segment)] = {};
+    iovec block{const_cast<void *>(bytes), n};
+    msghdr message{};
+    message.msg_name = const_cast<sockaddr *>(to);
+    message.msg_namelen = length;
+    message.msg_iov = &block;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr *header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = IPPROTO_UDP;
+    header->cmsg_type = UDP_SEGMENT;
+    header->cmsg_len = CMSG_LEN(sizeof segment);
+    std::memcpy(CMSG_DATA(header), &segment, sizeof segment);
+    return MP_Restarted([&] { return sendmsg(socket, &message, MSG_NOSIGNAL); }) == static_cast<ssize_t>(n);
 }
 
 long MP_SOCK_ReceiveNow(int socket, MP_SOCK_Room first, MP_SOCK_Room second, sockaddr *from, socklen_t *length) {

@@ -37,6 +37,8 @@ int MP_SOCK_AnsyConnect(int socket, const sockaddr *address, socklen_t length);
 
 // A new socket of a family and a type (SOCK_STREAM, SOCK_DGRAM), close-on-exec. Owned by the caller; -1 on failure.
 int MP_SOCK_Open(int family, int type);
+// Another descriptor of the same socket, close-on-exec. Owned by the caller; -1 on failure.
+int MP_SOCK_Duplicate(int socket);
 // 1/0.
 int MP_SOCK_Bind(int socket, const sockaddr *address, socklen_t length);
 // Connects and waits until that is decided, in non-blocking mode too. 1/0.
@@ -48,6 +50,10 @@ int MP_SOCK_Listen(int socket, int backlog);
 int MP_SOCK_Accept(int socket, sockaddr *peer, socklen_t *length);
 // Sends up to n bytes to an address, null: to the peer that the socket is connected to. Returns how many, or -1.
 long MP_SOCK_Send(int socket, const void *bytes, std::size_t n, const sockaddr *to, socklen_t length);
+// Sends bytes to an address as datagrams of that length, the last one perhaps shorter: 64 datagrams and 65000 bytes at
+// most. 1; 0 on failure, also where the system or the way there knows no such call, and then nothing was sent.
+int MP_SOCK_SendRun(int socket, const void *bytes, std::size_t n, std::size_t datagram, const sockaddr *to,
+                    socklen_t length);
 // Receives into one room and, what it does not hold, into a second one, and the sender's address as for MP_SOCK_Accept.
 // The rest of a datagram is lost. Returns how many bytes; -1 on failure, at once with EAGAIN when nothing is there.
 struct MP_SOCK_Room {

@@ -10,8 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <poll.h>
-#include <sys/auxv.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
 #include <syslog.h>
@@ -68,6 +68,29 @@ void MP_Sleep(long ms) {
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) continue;
 }
 
+// Fills what is left by a call that gives how many bytes it gave.
+template <class Give> static bool fill(char *room, std::size_t n, Give give) {
+    while (n > 0) {
+        const long given = give(room, n);
+        if (given < 0 && errno == EINTR) continue;
+        if (given <= 0) return false;
+        room += given;
+        n -= static_cast<std::size_t>(given);
+    }
+    return true;
+}
+
+// The call may be forbidden where the device is not.
+int MP_GetRandom(void *room, std::size_t n) {
+    const auto bytes = static_cast<char *>(room);
+    if (fill(bytes, n, [](char *at, std::size_t left) { return getrandom(at, left, 0); })) return 1;
+    const int device = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    if (device < 0) return 0;
+    const bool filled = fill(bytes, n, [=](char *at, std::size_t left) { return read(device, at, left); });
+    close(device);
+    return filled;
+}
+
 unsigned long MP_GetCurrentProcessId() { return static_cast<unsigned long>(getpid()); }
 
 const char *MP_GetEnvironment(const char *name) { return secure_getenv(name); }
@@ -118,25 +141,23 @@ char *MP_GetCurrentDir(char *buffer, std::size_t size) {
     return buffer;
 }
 
-void MP_RandomBytes(void *bytes, std::size_t size) {
-    const auto drawn = MP_Restarted([=] { return getrandom(bytes, size, GRND_NONBLOCK); });
-    if (drawn != static_cast<ssize_t>(size))
-        std::memcpy(bytes, reinterpret_cast<const void *>(getauxval(AT_RANDOM)), size);
-}
-
 long MP_Write(int descriptor, const void *bytes, std::size_t size) {
     return MP_Restarted([=] { return write(descriptor, bytes, size); });
 }
 
-int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
-    const char *at = static_cast<const char *>(bytes);
-    while (size > 0) {
-        const long written = MP_Write(descriptor, at, size);
-        if (written <= 0) return 0;
-        at += written;
-        size -= static_cast<std::size_t>(written);
+std::size_t MP_WriteMost(int descriptor, const void *bytes, std::size_t size) {
+    std::size_t all = 0;
+    while (all < size) {
+        const long written = MP_Write(descriptor, static_cast<const char *>(bytes) + all, size - all);
+        if (written == 0) errno = EIO; // no system call should answer so
+        if (written <= 0) break;
+        all += static_cast<std::size_t>(written);
     }
-    return 1;
+    return all;
+}
+
+int MP_WriteAll(int descriptor, const void *bytes, std::size_t size) {
+    return MP_WriteMost(descriptor, bytes, size) == size;
 }
 
 void *MP_LoadLibrary(const char *path) { return path ? dlopen(path, RTLD_LAZY) : nullptr; }

@@ -21,6 +21,11 @@ time_t MP_mktime(tm *fields);
 // Returns after ms milliseconds, whatever signals come; at once when ms is 0 or negative.
 void MP_Sleep(long ms);
 
+// --- Chance ---
+
+// Fills room with n bytes that nobody can guess. 1; 0 when the system has none to give.
+int MP_GetRandom(void *room, std::size_t n);
+
 // --- The process ---
 
 unsigned long MP_GetCurrentProcessId();
@@ -42,13 +47,11 @@ char *MP_GetExeBaseName(char *buffer, std::size_t size);
 // The current working directory. Returns buffer.
 char *MP_GetCurrentDir(char *buffer, std::size_t size);
 
-// Fills bytes, 16 at most, with what nobody can foresee: the kernel's random numbers, or while it refuses them the ones
-// that it gave the process at its start.
-void MP_RandomBytes(void *bytes, std::size_t size);
-
 // Writes up to size bytes to a descriptor. Returns how many were written, -1 on failure; a signal is no failure.
 long MP_Write(int descriptor, const void *bytes, std::size_t size);
-// Writes all bytes. 1, or 0 when the system refuses some.
+// Writes until all bytes are written or the system refuses more. Returns how many were; when not all, errno tells why.
+std::size_t MP_WriteMost(int descriptor, const void *bytes, std::size_t size);
+// The same; 1 for all of them, else 0.
 int MP_WriteAll(int descriptor, const void *bytes, std::size_t size);
 
 // --- Shared libraries ---

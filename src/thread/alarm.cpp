@@ -5,11 +5,10 @@
 #include <chrono>
 
 #include "platform/multi_platform_pthread.hpp"
+#include "platform/spin.hpp"
 #include "tq4/api.h"
 
 namespace {
-
-constexpr int pauses_a_look = 16; // a look at the clock costs as much as a pause or two
 
 int64_t now_ns() { return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1); }
 
@@ -38,19 +37,8 @@ bool Tq4_alarm::Await(bool may_look, unsigned long ms) {
     if (ms == 0) return false;
     const bool looks = may_look && !MP_THREAD_IsAlone();
     m_looked.store(looks, std::memory_order_relaxed);
-    return (looks && Look()) || Sleep(ms);
-}
-
-bool Tq4_alarm::Look() const {
-    int64_t end = 0;
-    do {
-        for (int i = 0; i < pauses_a_look; ++i) {
-            MP_THREAD_Pause();
-            if (rung()) return true;
-        }
-        if (end == 0) end = now_ns() + Tq4_spin_habit::most_ns;
-    } while (now_ns() < end);
-    return false;
+    return (looks && MP_THREAD_Spin(std::chrono::nanoseconds(Tq4_spin_habit::most_ns), 1, [this] { return rung(); })) ||
+           Sleep(ms);
 }
 
 bool Tq4_alarm::Sleep(unsigned long ms) {

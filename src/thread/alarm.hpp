@@ -55,6 +55,5 @@ private:
     std::atomic<bool> m_looked{false};      // in this wait; like the next, the waiter's until it is asleep
     std::atomic<int64_t> m_asleep_since{0}; // nanoseconds of the steady clock
 
-    bool Look() const;
     bool Sleep(unsigned long ms);
 };

@@ -1,12 +1,11 @@
 // brief_lock: looking again before sleeping; with one processor nobody could let go meanwhile.
 #include "thread/brief_lock.hpp"
 
+#include "platform/spin.hpp"
+
 void Tq4_brief_lock::Wait() {
-    constexpr int looks = 50; // two microseconds: the longest step under such a lock copies a message
-    if (!MP_THREAD_IsAlone())
-        for (int i = 0; i < looks; ++i) {
-            MP_THREAD_Pause();
-            if (MP_THREAD_mutex_take(&m_mutex)) return;
-        }
-    MP_THREAD_mutex_lock(&m_mutex);
+    using namespace std::chrono_literals;
+    constexpr auto longest_step = 2us; // copies a message
+    if (!MP_THREAD_Spin(longest_step, 1, [this] { return MP_THREAD_mutex_take(&m_mutex); }))
+        MP_THREAD_mutex_lock(&m_mutex);
 }

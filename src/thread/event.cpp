@@ -9,10 +9,10 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 
 #include "identity.hpp"
 #include "module.hpp"
+#include "platform/stopwatch.hpp"
 #include "thread/cancel.hpp"
 
 struct Tq4_event_obj : Tq4_identity {
@@ -97,11 +97,10 @@ void Tq4_event_obj::Await(unsigned long milliseconds, unsigned long sets_before)
 
 // Woken without cause, it waits for the rest.
 void Tq4_event_obj::AwaitUntilTimeout(unsigned long milliseconds, unsigned long sets_before) {
-    using namespace std::chrono;
-    const auto start = steady_clock::now();
+    const MP_Stopwatch time;
     for (unsigned long gone = 0; !IsSetSince(sets_before) && gone < milliseconds;) {
         if (MP_THREAD_event_wait(&m_cond, milliseconds - gone, &m_mutex) == ETIMEDOUT) return;
-        gone = static_cast<unsigned long>(floor<std::chrono::milliseconds>(steady_clock::now() - start).count());
+        gone = time.GoneMs();
     }
 }
 

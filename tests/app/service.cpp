@@ -114,9 +114,14 @@ void reload() {
     while (dup(0) >= 0) continue;
 }
 
+// The thread sanitizer makes a thread's record of signals when that first waits or gets one. Those that come meanwhile
+// are noted in a second record, which is lost (gcc 12). So the program makes it early; its daemon inherits it.
+void let_sanitizer_record_signals() { usleep(0); }
+
 } // namespace
 
 int main(int argc, char **argv) {
+    let_sanitizer_record_signals();
     Tq4_app->SetInfo("1.2", "today", "测试");
     const std::tuple<const char *, const char *, void (*)(const char *), const char *> commands[] = {
         {"echo", "e", [](const char *rest) { print(rest); }, "print the rest"},

@@ -7,6 +7,7 @@ tree.py exports LIBRARY   the shared object, src/exports.map and the headers tha
 tree.py built DATABASE    a target builds every source file (DATABASE: compile_commands.json)
 tree.py floors            a file includes only from its own floor or from below (src/floors.txt)
 tree.py faults OBJECTS    tests can make every system call of the platform fail (OBJECTS: the library's object files)
+tree.py compatibility     docs/compatibility.md names every file that calls behaviour deliberate
 tree.py version VERSION   the headers, CMake (VERSION) and the first heading of CHANGELOG.md name the same version
 tree.py slots             the slots of every operation table that tq4.h offers stand where tests/checks/slots.txt records them
 """
@@ -96,7 +97,7 @@ def check_floors():
 # What reports nothing, or fails for a wrong argument alone. (The C++ library waits by syscall, and stops when it fails.)
 CANNOT_FAIL = re.compile(r'_\w*|Tq4_\w+|free|(mem|str)\w+|\w*printf|std(in|out|err)|in6addr_any|inet_ntop|clearerr\w*|'
                          r'umask|sysconf|f(try|un)?lockfile|(secure_)?getenv|syscall|'
-                         r'get(timeofday|pid|tid|auxval)|localtime(_r)?|mktime|clock_\w+|dl\w+|(open|close|sys)log|aligned_alloc|'
+                         r'get(timeofday|pid|tid)|localtime(_r)?|mktime|clock_\w+|dl\w+|(open|close|sys)log|aligned_alloc|'
                          r'(sem|sig(add|empty)|pthread_(mutex|cond|attr|mutexattr|set|get|self|exit|kill|cancel|sigmask|'
                          r'atfork))\w*|eventfd_(read|write)')
 
@@ -117,6 +118,15 @@ def check_statics(*objects):
     symbols = subprocess.run(['nm', '-C', *objects], check=True, capture_output=True, text=True).stdout
     for static in sorted(set(re.findall(r'guard variable for (.*)', symbols)) - {'Tq4_app_obj::The()::the'}):
         yield f'{static}: is made under a lock; Tq4_computed_once has none'
+
+
+def check_compatibility():
+    named = set(re.findall(r'`([\w/]+\.[ch]p*)`', (ROOT / 'docs/compatibility.md').read_text()))
+    for base in (ROOT / 'include/tq4', ROOT / 'src'):
+        for path in sorted(base.rglob('*.[ch]*')):
+            name = str(path.relative_to(base))
+            if re.search('deliberate', path.read_text(), re.I) and name not in named:
+                yield f'{name} calls something deliberate, and docs/compatibility.md does not say for whom'
 
 
 def check_version(project):

@@ -53,7 +53,6 @@
     PLAIN(int, ftruncate, (int d, off_t n), (d, n), EIO, EINTR) \
     PLAIN(char *, getcwd, (char *b, size_t n), (b, n), ENOENT) \
     PLAIN(int, getpeername, (int s, sockaddr *a, socklen_t *l), (s, a, l), ENOTCONN) \
-    PLAIN(ssize_t, getrandom, (void *b, size_t n, unsigned f), (b, n, f), EAGAIN, EINTR) \
     PLAIN(int, getsockname, (int s, sockaddr *a, socklen_t *l), (s, a, l), ENOBUFS) \
     PLAIN(int, getsockopt, (int s, int l, int o, void *v, socklen_t *n), (s, l, o, v, n), ENOBUFS) \
     PLAIN(int, ioctl, (int d, unsigned long r, void *a), (d, r, a), EIO) \
@@ -87,6 +86,7 @@
     PLAIN(int, unlink, (const char *p), (p), EACCES) \
     PLAIN(int, unlinkat, (int d, const char *p, int f), (d, p, f), EBUSY) \
     PLAIN(pid_t, waitpid, (pid_t p, int *s, int o), (p, s, o), EINTR) \
+    MOVE(ssize_t, getrandom, (void *b, size_t n, unsigned f), (b, n, f), ENOSYS, EINTR) \
     MOVE(ssize_t, read, (int d, void *b, size_t n), (d, b, n), EIO, EINTR) \
     MOVE(ssize_t, recv, (int s, void *b, size_t n, int f), (s, b, n, f), ECONNRESET, EINTR) \
     MOVE(ssize_t, send, (int s, const void *b, size_t n, int f), (s, b, n, f), ENOBUFS, EINTR) \

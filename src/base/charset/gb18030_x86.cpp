@@ -10,7 +10,7 @@
 // the ends of input and room go through the portable conversion, which also decides what is malformed.
 #if defined(__x86_64__)
 
-// GCC 12 takes the deliberately undefined lanes inside its own intrinsics for an oversight.
+// GCC 12 takes the lanes left undefined on purpose inside its own intrinsics for an oversight.
 #if !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"

@@ -111,16 +111,6 @@ void Tq4_value_table_obj::Detach(Tq4_list &entries) {
     entries.TakeAll(m_list);
 }
 
-void Tq4_value_table_obj::DeleteEntries(Tq4_list &entries) {
-    for (Tq4_list_node *node = entries.first(); node != entries.end();) {
-        Tq4_kv_pair *pair = pair_of(node);
-        node = node->next;
-        if (node != entries.end()) Prefetch(pair_of(node)->value());
-        Delete_Tq4_kv_pair(pair);
-        m_room.Give(pair);
-    }
-}
-
 // ---- other keys for an entry
 
 void Tq4_value_table_obj::ModifyKeyK(int index, Tq4_key key) {
@@ -247,14 +237,6 @@ void Tq4_value_table_obj::Append(Tq4_value_table source) {
     AppendEntries(copies, case_flag);
 }
 
-// Into this table's memory; in no index yet.
-void Tq4_value_table_obj::CopyEntries(const Tq4_value_table_obj &source, Tq4_list &copies) {
-    source.EachPair([&](const Tq4_kv_pair &pair) {
-        copies.Append(Dup_Tq4_kv_pair(m_room.Take(), &pair));
-        return true;
-    });
-}
-
 void Tq4_value_table_obj::AppendEntries(Tq4_list &copies, uint8_t case_flag) {
     m_case = case_flag;
     m_index.CaseFlag(case_flag);
@@ -264,18 +246,6 @@ void Tq4_value_table_obj::AppendEntries(Tq4_list &copies, uint8_t case_flag) {
         m_list.Append(pair);
         m_index.Enter(pair);
     }
-}
-
-bool Tq4_value_table_obj::Equal(const Tq4_value_table_obj &other) const {
-    if (Count() != other.Count()) return false;
-    Tq4_list_node *theirs = other.m_list.first();
-    bool equal = true;
-    EachPair([&](const Tq4_kv_pair &mine) {
-        const Tq4_kv_pair *pair = pair_of(theirs);
-        theirs = theirs->next;
-        return equal = mine.key().Equal(pair->key()) && mine.value().Equal(pair->value());
-    });
-    return equal;
 }
 
 using Table = Tq4_value_table_obj;

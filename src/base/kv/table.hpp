@@ -4,6 +4,8 @@
 // with an empty key are never in it, and no way of removing an entry leaves the index pointing at it.
 #pragma once
 
+#include <vector>
+
 #include "base/kv/pair.hpp"
 #include "base/kv/table_index.hpp"
 #include "base/map/entry_room.hpp"
@@ -97,6 +99,20 @@ private:
     void Detach(Tq4_list &entries); // empties the table, as far as it can be without deleting them
     void DeleteEntries(Tq4_list &entries);
     void CopyEntries(const Tq4_value_table_obj &source, Tq4_list &copies);
+
+    // The same through all the tables in this one, of which those deeper than the recursion goes are put off.
+    struct Pair {
+        Tq4_value_table_obj *to;
+        const Tq4_value_table_obj *from;
+    };
+    struct Alike {
+        const Tq4_value_table_obj *mine, *theirs;
+    };
+    void EndEntries(Tq4_list &entries, std::vector<Tq4_value_table> &put_off, int depth);
+    static void EndTable(Tq4_value_table table, std::vector<Tq4_value_table> &put_off, int depth);
+    void CopyOwnEntries(const Tq4_value_table_obj &source, Tq4_list &copies, std::vector<Pair> &put_off, int depth);
+    void CopyAll(const Tq4_value_table_obj &source, std::vector<Pair> &put_off, int depth);
+    bool EqualEntries(const Tq4_value_table_obj &other, std::vector<Alike> &put_off, int depth) const;
     void AppendEntries(Tq4_list &copies, uint8_t case_flag);
     Tq4_kv_pair *PairAt(int index) const;
     Tq4_value Show(Tq4_kv_pair *pair, Tq4_key *key) const;

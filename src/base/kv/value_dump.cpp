@@ -4,7 +4,10 @@
 // longer than its count or length can say, so much is written as that says, and a reader stays in step. Texts may
 // lie in the buffer itself, as they are when their turn comes: room for the length before them is made before they are
 // looked up, and so they stay.
+#include <vector>
+
 #include "base/byte_writer.hpp"
+#include "base/kv/limits.hpp"
 #include "base/kv/table.hpp"
 #include "base/string/string.hpp"
 
@@ -122,18 +125,55 @@ void dump_value(const Value &v, Writer &out) {
     Tq4_value_row(_g_Tq4_value_dump, v.m_type)(v, out);
 }
 
-void dump_table(const Tq4_value_table_obj &table, Writer &out) {
+// A place among the entries of a table.
+struct Place {
+    const Tq4_value_table_obj *table;
+    const Tq4_list_node *next;
+};
+
+Place begin_table(const Tq4_value_table_obj &table, Writer &out) {
     out.Put(table.m_case);
     out.Put(static_cast<uint32_t>(table.Count()));
+    return {&table, table.m_list.first()};
+}
+
+// As dump_table, for tables that are nested deeper than it goes.
+void dump_deep_table(const Tq4_value_table_obj &table, Writer &out) {
+    std::vector<Place> open{begin_table(table, out)}; // the table that is written, behind those that hold it
+    while (!open.empty()) {
+        if (open.back().next == open.back().table->m_list.end()) {
+            open.pop_back();
+            continue;
+        }
+        const auto &pair = *static_cast<const Tq4_kv_pair *>(open.back().next);
+        open.back().next = pair.next;
+        pair.key().DumpTo(out);
+        if (const Tq4_value_table_obj *inner = pair.value().table_record()) {
+            out.Put(static_cast<uint8_t>(Tq4_value_Table));
+            open.push_back(begin_table(*inner, out));
+        } else {
+            dump_value(pair.value(), out);
+        }
+    }
+}
+
+void dump_table(const Tq4_value_table_obj &table, Writer &out, int depth) {
+    if (depth == Tq4_table_recursion_limit) return dump_deep_table(table, out);
+    begin_table(table, out);
     table.EachPair([&](const Tq4_kv_pair &pair) {
         pair.key().DumpTo(out);
-        dump_value(pair.value(), out);
+        if (const Tq4_value_table_obj *inner = pair.value().table_record()) {
+            out.Put(static_cast<uint8_t>(Tq4_value_Table));
+            dump_table(*inner, out, depth + 1);
+        } else {
+            dump_value(pair.value(), out);
+        }
         return true;
     });
 }
 
 void Tq4_value_dump_Table(const Value &v, Writer &out) {
-    if (const Tq4_value_table_obj *table = v.table_record()) dump_table(*table, out);
+    if (const Tq4_value_table_obj *table = v.table_record()) dump_table(*table, out, 0);
 }
 
 Tq4_wbuf *buffer_of(Tq4_string out) { return &Tq4_record<Tq4_string_obj>(out)->m_buf; }
@@ -151,6 +191,6 @@ long Tq4_value_obj::Dump(Tq4_string out) const {
 long Tq4_value_table_obj::Dump(Tq4_string out) const {
     if (!out) return 0;
     Writer to(buffer_of(out));
-    dump_table(*this, to);
+    dump_table(*this, to, 0);
     return Count() ? to.written() : 0;
 }

@@ -13,8 +13,8 @@ void Tq4_draw_hash_key() {
     uint64_t drawn = 0x9E3779B97F4A7C15;
     const auto draw = [&] { drawn *= 0xD1342543DE82EF95; };
 #else
-    uint64_t drawn = 0;
-    const auto draw = [&] { MP_RandomBytes(&drawn, sizeof drawn); };
+    uint64_t drawn = reinterpret_cast<uint64_t>(&drawn); // where the kernel has no random numbers, that of the stack
+    const auto draw = [&] { MP_GetRandom(&drawn, sizeof drawn); };
 #endif
     for (auto word : {&Tq4_hash_key::start, &Tq4_hash_key::number, &Tq4_hash_key::text}) {
         auto &known = Tq4_process_hash_key.*word;

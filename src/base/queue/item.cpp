@@ -47,14 +47,14 @@ void Tq4_queue_item_obj::Remove() {
 void Tq4_queue_item_obj::ToHead() {
     in_queue(this, [this](Tq4_queue_obj &queue) {
         queue.Unlink(this);
-        queue.Link(this, queue.m_head.next);
+        queue.Link(this, queue.m_list.first());
     });
 }
 
 void Tq4_queue_item_obj::ToTail() {
     in_queue(this, [this](Tq4_queue_obj &queue) {
         queue.Unlink(this);
-        queue.Link(this, &queue.m_tail);
+        queue.Link(this, &queue.m_list.m_tail);
     });
 }
 
@@ -71,13 +71,13 @@ void *Tq4_queue_item_obj::GetAttach() {
 
 Tq4_queue_item Tq4_queue_item_obj::Next() {
     return in_queue(this, [this](Tq4_queue_obj &queue) -> Tq4_queue_item {
-        return node.next == &queue.m_tail ? nullptr : Tq4_queue_obj::item_of(node.next)->handle();
+        return node.next == queue.m_list.end() ? nullptr : Tq4_queue_obj::item_of(node.next)->handle();
     });
 }
 
 Tq4_queue_item Tq4_queue_item_obj::Pre() {
     return in_queue(this, [this](Tq4_queue_obj &queue) -> Tq4_queue_item {
-        return node.prev == &queue.m_head ? nullptr : Tq4_queue_obj::item_of(node.prev)->handle();
+        return node.prev == &queue.m_list.m_head ? nullptr : Tq4_queue_obj::item_of(node.prev)->handle();
     });
 }
 

@@ -13,7 +13,7 @@ struct Tq4_list {
     Tq4_list_node m_tail;
     uint64_t m_count = 0; // linked nodes
 
-    Tq4_list_walker m_walker; // forgotten after any change of links but one at the tail
+    Tq4_list_walker m_walker;
 
     Tq4_list() { Tq4_list_node_AddNode(&m_head, &m_tail); }
     Tq4_list(const Tq4_list &) = delete;
@@ -24,15 +24,15 @@ struct Tq4_list {
 
     void Link(Tq4_list_node *node, Tq4_list_node *before) {
         TQ4_CHECK(!Tq4_list_node_linked(node));
-        if (before != &m_tail) m_walker.Forget();
         Tq4_list_node_AddNode(before->prev, node);
+        m_walker.Linked(node);
         ++m_count;
         Check();
     }
     void Append(Tq4_list_node *node) { Link(node, &m_tail); }
     void Unlink(Tq4_list_node *node) {
         TQ4_CHECK(Tq4_list_node_linked(node));
-        m_walker.Forget();
+        m_walker.Unlinking(node);
         Tq4_list_node_Remove(node);
         --m_count;
         Check();

@@ -40,6 +40,36 @@ Tq4_list_node *Tq4_list_walker::WalkTo(Tq4_list_node *head, Tq4_list_node *tail,
 
 namespace {
 
+bool first(const Tq4_list_node *node) { return !node->prev->prev; }
+bool last(const Tq4_list_node *node) { return !node->next->next; }
+
+} // namespace
+
+void Tq4_list_walker::FollowLinked(Tq4_list_node *node) {
+    if (node->next == m_seen)
+        m_seen = node;
+    else if (first(node))
+        ++m_seen_index;
+    else if (node->prev != m_seen && !last(node))
+        Forget();
+}
+
+void Tq4_list_walker::FollowUnlinking(Tq4_list_node *node) {
+    if (node != m_seen) {
+        if (first(node) || node->next == m_seen)
+            --m_seen_index;
+        else if (node->prev != m_seen && !last(node))
+            Forget();
+    } else if (!last(node)) {
+        m_seen = node->next;
+    } else {
+        m_seen = first(node) ? nullptr : node->prev;
+        --m_seen_index; // of no meaning where there is no place
+    }
+}
+
+namespace {
+
 constexpr uint64_t checked_from_each_end = 64; // a check after each operation must not make it linear
 
 // Walks from one sentinel towards the other; link leads on, back leads to where we came from.
@@ -55,6 +85,14 @@ void check_links(const Tq4_list_node &from, const Tq4_list_node &to, uint64_t co
     }
 }
 
+// That a sentinel lies that many links away from a node.
+template <Tq4_list_node *Tq4_list_node::*link>
+void check_place(const Tq4_list_node *node, uint64_t steps, const Tq4_list_node &sentinel) {
+    if (steps > checked_from_each_end) return;
+    for (; steps; --steps) node = node->*link;
+    TQ4_CHECK(node == &sentinel);
+}
+
 } // namespace
 
 void Tq4_list_check(const Tq4_list_node &head, const Tq4_list_node &tail, uint64_t count,
@@ -63,8 +101,6 @@ void Tq4_list_check(const Tq4_list_node &head, const Tq4_list_node &tail, uint64
     check_links<&Tq4_list_node::prev, &Tq4_list_node::next>(tail, head, count);
     if (!walker.m_seen) return;
     TQ4_CHECK(walker.m_seen_index < count);
-    const Tq4_list_node *node = walker.m_seen;
-    if (walker.m_seen_index >= checked_from_each_end) return;
-    for (uint64_t steps = walker.m_seen_index + 1; steps; --steps) node = node->prev;
-    TQ4_CHECK(node == &head);
+    check_place<&Tq4_list_node::prev>(walker.m_seen, walker.m_seen_index + 1, head);
+    check_place<&Tq4_list_node::next>(walker.m_seen, count - walker.m_seen_index, tail);
 }

@@ -50,15 +50,27 @@ Tq4_list_node *Tq4_list_node_PeekTail(Tq4_list_node *from);
 // The node that many steps on, forward for a direction of +1 and backward for -1; it stops at a sentinel.
 Tq4_list_node *Tq4_list_node_PeekAt(Tq4_list_node *from, unsigned long steps, int direction);
 
-// Walks to nodes by index. Each walk begins at the nearest of the ends and the node found last, so that going through a
-// list by index is linear in all. To be forgotten whenever links change before that node.
+// Walks to nodes by index. Each walk begins at the nearest of the ends and a remembered place: the node found last, or
+// the neighbour that took its index. So going through a list by index is linear in all, also when each node found is
+// removed, or others are linked beside it. A change elsewhere in the middle, whose index is unknown, forgets the place.
 struct Tq4_list_walker {
-    Tq4_list_node *m_seen = nullptr; // borrowed: the node found last
+    Tq4_list_node *m_seen = nullptr; // borrowed: the remembered place, null for none
     uint64_t m_seen_index = 0;
 
     void Forget() { m_seen = nullptr; }
+    // After a node was linked, and before one is unlinked.
+    void Linked(Tq4_list_node *node) {
+        if (m_seen) FollowLinked(node);
+    }
+    void Unlinking(Tq4_list_node *node) {
+        if (m_seen) FollowUnlinking(node);
+    }
     // The node at an index below the count, which is that of the nodes between the sentinels.
     Tq4_list_node *WalkTo(Tq4_list_node *head, Tq4_list_node *tail, uint64_t count, uint64_t index);
+
+private:
+    void FollowLinked(Tq4_list_node *node);
+    void FollowUnlinking(Tq4_list_node *node);
 };
 
 // Checks the links and the count of a list between two sentinels, and the place that its walker remembers. Of a long

@@ -4,25 +4,23 @@
 // of each, Range and the sort run under it. A reader that may wait looks first, and waits, once, only when it found
 // nothing. After taking an item while more remain it passes the event on, so that two insertions that shared one
 // setting of the event still serve two waiting readers. A Set by the caller is never dropped: it lets a reader through.
-// Cost: the ends are constant; a position is walked from the nearest of the ends and the position looked up last.
+// Cost: the ends are constant; a position is walked from the nearest of the ends and a remembered position.
 #include "base/queue/queue.hpp"
 
 #include <algorithm>
 
-#include "assert.hpp"
 #include "base/queue/sort.hpp"
 #include "thread/event.hpp"
 #include "thread/lock.hpp"
 
-Tq4_queue_obj::Tq4_queue_obj(const Tq4_queue_CreateParams *given) : base{this, {}, {}, 0} {
-    Tq4_list_node_AddNode(&m_head, &m_tail);
+Tq4_queue_obj::Tq4_queue_obj(const Tq4_queue_CreateParams *given) : base{this, {}, {}} {
     if (!given) return;
     ThreadSafe(given->thread_safe_flag);
     EventSync(given->event_sync_flag);
 }
 
 Tq4_queue_obj::~Tq4_queue_obj() {
-    while (m_head.next != &m_tail) Tq4_queue_item_oitf->Delete(item_of(m_head.next)->handle());
+    while (m_list.m_count) Tq4_queue_item_oitf->Delete(item_of(m_list.first())->handle());
 }
 
 void Tq4_queue_obj::ThreadSafe(int on) {
@@ -42,7 +40,7 @@ void Tq4_queue_obj::EventSync(int on) {
 
 unsigned long Tq4_queue_obj::Count() {
     Tq4_guard guard(base.m_lock);
-    return base.m_itemCount;
+    return m_list.m_count;
 }
 
 // All items leave in one step, for a queue of their own. They are destroyed outside of the lock, so that deleters may
@@ -51,20 +49,15 @@ void Tq4_queue_obj::RemoveAll() {
     Tq4_own<Tq4_queue> leaving; // destroyed after the guard
     Tq4_guard guard(base.m_lock);
     if (base.m_event) (*base.m_event)->Reset(base.m_event.get());
-    if (base.m_itemCount == 0) return;
+    if (m_list.m_count == 0) return;
     leaving = Tq4_make<Tq4_queue>(Tq4_queue_oitf);
     MoveAll(*Tq4_record<Tq4_queue_obj>(leaving.get()));
 }
 
 void Tq4_queue_obj::MoveAll(Tq4_queue_obj &to) {
-    for (Tq4_list_node *node = m_head.next; node != &m_tail; node = node->next)
+    for (Tq4_list_node *node = m_list.first(); node != m_list.end(); node = node->next)
         item_of(node)->q_ref.store(&to.base, std::memory_order_relaxed);
-    Tq4_list_node_Splice(&to.m_head, &m_head, &m_tail);
-    to.base.m_itemCount = base.m_itemCount;
-    base.m_itemCount = 0;
-    m_walker.Forget();
-    Check();
-    to.Check();
+    to.m_list.TakeAll(m_list);
 }
 
 int Tq4_queue_obj::Wait(unsigned long wait) {
@@ -109,7 +102,7 @@ void Tq4_queue_obj::Insert(Tq4_queue_item_obj *item, unsigned long index) {
 }
 
 void Tq4_queue_obj::Place(Tq4_queue_item_obj *item, unsigned long index) {
-    Link(item, PeekNode(index));
+    Link(item, m_list.At(index));
     Announce();
 }
 
@@ -137,7 +130,7 @@ template <Tq4_queue_obj::Step step>
     if (Wait(wait) < 1) return {};
     Tq4_guard guard(base.m_lock);
     const Found found = (this->*step)(index);
-    if (base.m_itemCount) Announce();
+    if (m_list.m_count) Announce();
     return found;
 }
 
@@ -150,7 +143,7 @@ Tq4_queue_obj::Found Tq4_queue_obj::Take(unsigned long index) {
     Tq4_queue_item_obj *item = PeekClamped(index);
     if (!item) return {};
     Unlink(item);
-    if (base.m_itemCount) Announce();
+    if (m_list.m_count) Announce();
     return {item->handle(), item->m_obj};
 }
 
@@ -168,26 +161,27 @@ Tq4_queue_item Tq4_queue_obj::RemoveAt(unsigned long index, unsigned long wait) 
 
 void Tq4_queue_obj::each(Tq4_queue_visitor visitor, void *param) {
     Tq4_guard guard(base.m_lock, Tq4_inside::callbacks);
-    Visit(m_head.next, ~0ul, visitor, param);
+    Visit(m_list.first(), ~0ul, visitor, param);
 }
 
 void Tq4_queue_obj::Range(unsigned long index, int n, Tq4_queue_visitor visitor, void *param) {
     if (n <= 0) return;
     Tq4_guard guard(base.m_lock, Tq4_inside::callbacks);
-    Visit(PeekNode(index), static_cast<unsigned long>(n), visitor, param);
+    Visit(m_list.At(index), static_cast<unsigned long>(n), visitor, param);
 }
 
 void Tq4_queue_obj::QSort(Tq4_queue_obj_compare compare, void *param) {
     Tq4_guard guard(base.m_lock, Tq4_inside::callbacks);
-    if (base.m_itemCount < 2 || !compare) return;
-    if (!m_temp) m_temp = std::make_unique<Tq4_queue_sort_temp>();
+    if (m_list.m_count < 2 || !compare) return;
+    m_temp = std::make_unique<Tq4_queue_sort_temp>();
     m_temp->Sort(*this, compare, param);
+    m_temp.reset();
 }
 
 // The visitor may remove the item it is shown.
 void Tq4_queue_obj::Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_visitor visitor, void *param) {
     if (!visitor) return;
-    for (Tq4_list_node *node = from; node != &m_tail && most--;) {
+    for (Tq4_list_node *node = from; node != m_list.end() && most--;) {
         Tq4_list_node *following = node->next;
         if (visitor(item_of(node)->m_obj, param) != 0) return;
         node = following;
@@ -195,28 +189,7 @@ void Tq4_queue_obj::Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_vis
 }
 
 Tq4_queue_item_obj *Tq4_queue_obj::PeekClamped(unsigned long index) {
-    const uint64_t count = base.m_itemCount;
-    if (count == 0) return nullptr;
-    if (index == 0) return item_of(m_head.next);
-    return item_of(index < count ? PeekNode(index) : m_tail.prev);
-}
-
-void Tq4_queue_obj::Link(Tq4_queue_item_obj *item, Tq4_list_node *before) {
-    TQ4_CHECK(!item->queue() && !Tq4_list_node_linked(&item->node));
-    if (before != &m_tail) m_walker.Forget();
-    Tq4_list_node_AddNode(before->prev, &item->node);
-    item->q_ref.store(&base, std::memory_order_relaxed);
-    base.m_itemCount = base.m_itemCount + 1;
-    Check();
-}
-
-void Tq4_queue_obj::Unlink(Tq4_queue_item_obj *item) {
-    TQ4_CHECK(item->queue() == &base && Tq4_list_node_linked(&item->node));
-    m_walker.Forget();
-    Tq4_list_node_Remove(&item->node);
-    item->q_ref.store(nullptr, std::memory_order_relaxed);
-    base.m_itemCount = base.m_itemCount - 1;
-    Check();
+    return m_list.m_count ? item_of(index ? m_list.AtClamped(index) : m_list.first()) : nullptr;
 }
 
 namespace {

@@ -1,7 +1,7 @@
 // queue.hpp: the records of a queue and its items.
 //
-// The list runs between two sentinels that lie in the queue's record. Its lock guards every link, the count and the
-// remembered position; items reach the same lock through q_ref. An item is linked exactly while its q_ref is set.
+// The queue's lock guards its list; items reach the same lock through q_ref. An item is linked exactly while its q_ref
+// is set.
 #pragma once
 
 #include <atomic>
@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "assert.hpp"
-#include "base/queue/list_node.hpp"
+#include "base/queue/list.hpp"
 #include "own.hpp"
 #include "tq4/event.h"
 #include "tq4/lock.h"
@@ -20,10 +20,9 @@ struct Tq4_queue_sort_temp;
 
 // The part of a queue that its items point back to.
 struct Tq4_queue_ref {
-    Tq4_queue_obj *qobj;           // borrowed: the queue that this is part of
-    Tq4_own<Tq4_event> m_event;    // automatic reset; null when event sync is off
-    Tq4_own<Tq4_lock> m_lock;      // null when the queue is not thread-safe
-    volatile uint64_t m_itemCount; // linked items
+    Tq4_queue_obj *qobj;        // borrowed: the queue that this is part of
+    Tq4_own<Tq4_event> m_event; // automatic reset; null when event sync is off
+    Tq4_own<Tq4_lock> m_lock;   // null when the queue is not thread-safe
 };
 
 struct Tq4_queue_item_obj {
@@ -56,12 +55,10 @@ struct Tq4_queue_item_obj {
 
 struct Tq4_queue_obj {
     Tq4_queue_ref base;
-    Tq4_list_node m_head; // sentinels
-    Tq4_list_node m_tail;
-    std::unique_ptr<Tq4_queue_sort_temp> m_temp; // made by the first sort and kept
+    Tq4_list m_list;                             // the items' nodes
+    std::unique_ptr<Tq4_queue_sort_temp> m_temp; // while a sort runs, and what one left that was killed
     Tq4_queue_on_swap on_swap = nullptr;
 
-    Tq4_list_walker m_walker; // forgotten after any change of links but one at the tail
     // Whether a caller's Set may be what set the event, and not an insertion alone. Only kept with a lock.
     bool m_set_by_caller = false;
 
@@ -92,17 +89,18 @@ struct Tq4_queue_obj {
 
     // The rest is called under the lock.
     static Tq4_queue_item_obj *item_of(Tq4_list_node *node) { return reinterpret_cast<Tq4_queue_item_obj *>(node); }
-    Tq4_list_node *PeekNode(unsigned long index) {
-        const uint64_t count = base.m_itemCount;
-        return index < count ? m_walker.WalkTo(&m_head, &m_tail, count, index) : &m_tail;
-    }
     Tq4_queue_item_obj *PeekClamped(unsigned long index); // the last item past the end; null when empty
-    void Link(Tq4_queue_item_obj *item, Tq4_list_node *before);
-    void Unlink(Tq4_queue_item_obj *item);
-    void MoveAll(Tq4_queue_obj &to); // an empty one
-    void Check() const {
-        if (Tq4_checks) Tq4_list_check(m_head, m_tail, base.m_itemCount, m_walker);
+    void Link(Tq4_queue_item_obj *item, Tq4_list_node *before) {
+        TQ4_CHECK(!item->queue());
+        m_list.Link(&item->node, before);
+        item->q_ref.store(&base, std::memory_order_relaxed);
     }
+    [[gnu::always_inline]] void Unlink(Tq4_queue_item_obj *item) { // each removal passes here
+        TQ4_CHECK(item->queue() == &base);
+        m_list.Unlink(&item->node);
+        item->q_ref.store(nullptr, std::memory_order_relaxed);
+    }
+    void MoveAll(Tq4_queue_obj &to); // an empty one
     void Visit(Tq4_list_node *from, unsigned long most, Tq4_queue_visitor visitor, void *param);
     void Announce() { // there are items
         if (base.m_event) SetUnlessSet();

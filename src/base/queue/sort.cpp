@@ -43,9 +43,9 @@ void Tq4_queue_sort_temp::Sort(Tq4_queue_obj &queue, Tq4_queue_obj_compare compa
     m_sort_compfunc = compare;
     m_sort_param = param;
     m_on_swap = queue.on_swap;
-    m_payloads.clear();
-    m_items.clear();
-    for (Tq4_list_node *node = queue.m_head.next; node != &queue.m_tail; node = node->next) {
+    m_payloads.reserve(queue.m_list.m_count);
+    if (m_on_swap) m_items.reserve(queue.m_list.m_count);
+    for (Tq4_list_node *node = queue.m_list.first(); node != queue.m_list.end(); node = node->next) {
         m_payloads.push_back({Tq4_queue_obj::item_of(node)->m_obj, Tq4_queue_obj::item_of(node)->m_del_pf});
         if (m_on_swap) m_items.push_back(Tq4_queue_obj::item_of(node));
     }
@@ -59,7 +59,7 @@ void Tq4_queue_sort_temp::Sort(Tq4_queue_obj &queue, Tq4_queue_obj_compare compa
         SortRanges();
     }
     const Tq4_queue_payload *sorted = m_payloads.data();
-    for (Tq4_list_node *node = queue.m_head.next; node != &queue.m_tail; node = node->next)
+    for (Tq4_list_node *node = queue.m_list.first(); node != queue.m_list.end(); node = node->next)
         PutBack(*Tq4_queue_obj::item_of(node), *sorted++);
 }
 

@@ -50,6 +50,26 @@ void Tq4_operand::copy() {
 void Tq4_string_obj::set_size(unsigned long n) {
     m_buf.m_ptr = m_buf.m_data + n;
     m_buf.m_cnt = m_buf.m_len - n;
+    Tq4_wbuf_check(&m_buf);
+}
+
+// All that the allocation holds: room is made as often as the storage doubles.
+bool Tq4_string_obj::make_room(unsigned long n) {
+    if (Tq4_wbuf_space(&m_buf, n) < n) return false;
+    m_buf.m_cnt += m_buf.m_room - m_buf.m_len;
+    m_buf.m_len = m_buf.m_room;
+    Tq4_wbuf_check(&m_buf);
+    return true;
+}
+
+// The bytes may be the string's own, which move when room is made.
+[[gnu::noinline]] void Tq4_string_obj::append(const void *bytes, unsigned long len) {
+    const unsigned long n = Tq4_text_length(bytes, len);
+    const auto offset = reinterpret_cast<uintptr_t>(bytes) - reinterpret_cast<uintptr_t>(begin());
+    const bool own = offset < m_buf.m_len;
+    if (n == 0 || !reserve(n)) return;
+    std::memmove(end(), own ? begin() + offset : bytes, n);
+    set_size(size() + n);
 }
 
 bool Tq4_string_obj::assign(const void *bytes, unsigned long n) {
@@ -93,6 +113,21 @@ int utf8_2_unicode_onece(Tq4_string s, const char *bytes, unsigned long len) {
     return s ? record(s)->utf8_2_unicode_onece(bytes, len) : Tq4_string_obj::measure_utf8(bytes, len);
 }
 
+// The usual ways in which a text grows by pieces need no frame: the other ways are a call at the end.
+[[gnu::noinline]] Tq4_string append_to(Tq4_string s, const void *bytes, unsigned long len) {
+    if (s) record(s)->append(bytes, len);
+    return s;
+}
+Tq4_string Memcat(Tq4_string s, const void *bytes, unsigned long len) {
+    return s && record(s)->append_short(bytes, len) ? s : append_to(s, bytes, len);
+}
+Tq4_string Strncat(Tq4_string s, const char *text, unsigned long len) { return Memcat(s, text, len); }
+[[gnu::noinline]] Tq4_string add_to(Tq4_string s, char c) {
+    if (s) record(s)->addnch(c, 1);
+    return s;
+}
+Tq4_string addch(Tq4_string s, char c) { return s && record(s)->add_short(c) ? s : add_to(s, c); }
+
 // The variadic slots: the same operation with the arguments as a list.
 template <auto Method> long format_to(Tq4_string s, const char *format, ...) {
     if (!s) return 0;
@@ -124,21 +159,21 @@ constinit const Tq4_string_ Tq4_string_itf = {
     .truncate_tail = op<&S::truncate_tail>,
     .Strncpy = op<&S::Memcpy>,
     .Strcpy = op<&S::Strcpy>,
-    .Strncat = op<&S::Memcat>,
+    .Strncat = Strncat,
     .Strcat = op<&S::Strcat>,
     .Sprintf = format_to<&S::vSprintf>,
     .Sprintf_append = format_to<&S::vsprintf_append>,
     .vSprintf = op<&S::vSprintf>,
     .vsprintf_append = op<&S::vsprintf_append>,
     .Memcpy = op<&S::Memcpy>,
-    .Memcat = op<&S::Memcat>,
+    .Memcat = Memcat,
     .insert = insert,
     .vinsert = op<&S::vinsert>,
     .insert_char = op<&S::insert_char>,
     .insert_str = op<&S::insert_str>,
     .del = op<&S::del>,
     .Replace = op<&S::Replace>,
-    .addch = op<&S::addch>,
+    .addch = addch,
     .addnch = op<&S::addnch>,
     .resize = op<&S::resize>,
     .Extend = op<&S::Extend>,

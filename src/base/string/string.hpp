@@ -3,9 +3,11 @@
 
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "base/charset/conversion.hpp"
 #include "base/charset/crypto_quick.hpp"
+#include "base/short_copy.hpp"
 #include "base/wbuf.hpp"
 #include "module.hpp"
 #include "tq4/string.h"
@@ -49,8 +51,25 @@ struct Tq4_string_obj {
     unsigned long size() const { return static_cast<unsigned long>(end() - begin()); }
     Tq4_bytes view() const { return {begin(), size()}; }
     void set_size(unsigned long n); // n <= capacity
-    bool reserve(unsigned long n) { return n <= m_buf.m_cnt || Tq4_wbuf_space(&m_buf, n) >= n; }
+    bool reserve(unsigned long n) { return n <= m_buf.m_cnt || make_room(n); }
+    bool make_room(unsigned long n);
     bool assign(const void *bytes, unsigned long n);
+    void append(const void *bytes, unsigned long len);
+    // The same where nothing need be called: a few bytes of known number, for which there is room.
+    bool append_short(const void *bytes, unsigned long len) {
+        const uint64_t room = m_buf.m_cnt;
+        if (len > Tq4_short_copy_most || len > room || !bytes) return false;
+        m_buf.m_cnt = room - len;
+        Tq4_short_copy(std::exchange(m_buf.m_ptr, m_buf.m_ptr + len), static_cast<const uint8_t *>(bytes), len);
+        return true;
+    }
+    bool add_short(char c) {
+        const uint64_t room = m_buf.m_cnt;
+        if (room == 0) return false;
+        m_buf.m_cnt = room - 1;
+        *m_buf.m_ptr++ = static_cast<uint8_t>(c);
+        return true;
+    }
     // n unset bytes before position, at the end when that is past it.
     uint8_t *open_gap(unsigned long position, unsigned long n);
     void fill_gap(unsigned long position, unsigned long n, char c);
@@ -60,7 +79,7 @@ struct Tq4_string_obj {
     void truncate_tail(unsigned long n);
     void Memcpy(const void *bytes, unsigned long len);
     void Memcat(const void *bytes, unsigned long len) {
-        Tq4_wbuf_memcat(&m_buf, bytes, Tq4_text_length(bytes, len)); // which minds its own bytes
+        if (!append_short(bytes, len)) append(bytes, len);
     }
     void Strcpy(const char *text) { Memcpy(text, TQ4_ALL_ONES); }
     void Strcat(const char *text) { Memcat(text, TQ4_ALL_ONES); }
@@ -72,9 +91,7 @@ struct Tq4_string_obj {
     void del(unsigned long position, unsigned long count);
     void Replace(char from, char to);
     void addch(char c) {
-        if (!reserve(1)) return;
-        *m_buf.m_ptr++ = static_cast<uint8_t>(c);
-        --m_buf.m_cnt;
+        if (!add_short(c)) addnch(c, 1);
     }
     void addnch(char c, unsigned long count);
     void resize(unsigned long length, int fill);

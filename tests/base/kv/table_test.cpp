@@ -147,8 +147,28 @@ TEST_F(TableTest, HandlesDeletedByMistakeLeaveAnEmptyKeyAndValue) {
     Tq4_key_oitf->Delete(key);
     Tq4_value_oitf->Delete(value);
     EXPECT_EQ(dump(t), from_hex("00 00000002 00 00 64000162 07080000000000000001"));
+    Tq4_key again = nullptr;
+    EXPECT_EQ((*t)->At(t.get(), 0, &again), value) << "the handles are the entry's as before";
+    EXPECT_TRUE(again == key && (*key)->GetType(key) == Tq4_key_type_Unvalid && !(*value)->GetString(value));
     (*t)->RemoveS(t.get(), name.c_str());
     EXPECT_EQ(content(t.get()), "b=1 ") << "the index knows it as before";
+}
+
+TEST_F(TableTest, IsCopiedComparedDumpedAndDeletedHoweverDeepTablesAreNested) {
+    constexpr unsigned long levels = 50000, bytes_a_level = 10;
+    Tq4_value_table inner = t.get();
+    for (unsigned long i = 0; i < levels; ++i) inner = (*inner)->InsertTableS(inner, "t");
+    (*inner)->SetSI(inner, "n", 1);
+    Table copy = Table(static_cast<Tq4_value_table>(Tq4_object_Dup(t.get())));
+    EXPECT_TRUE(Tq4_object_Equal(copy.get(), t.get()));
+    EXPECT_EQ(dump(copy), dump(t));
+    EXPECT_EQ(dump(t).size(), levels * bytes_a_level + from_hex("00 00000001 6400016E 07080000000000000001").size());
+    (*inner)->SetSI(inner, "n", 2);
+    EXPECT_FALSE(Tq4_object_Equal(copy.get(), t.get())) << "the innermost counts";
+    (*t)->Append(t.get(), copy.get());
+    EXPECT_EQ(dump(t).size(), 5 + 2 * (dump(copy).size() - 5));
+    (*t)->RemoveAt(t.get(), 0);
+    EXPECT_TRUE(Tq4_object_Equal(copy.get(), t.get()));
 }
 
 TEST_F(TableTest, PrintsJsonShapedText) {

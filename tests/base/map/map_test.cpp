@@ -2,6 +2,10 @@
 // what a walk along the chain would meet, whatever the size. The model is that walk.
 #include "support/test.hpp"
 
+#include <sys/resource.h>
+
+#include "sanitizers.hpp"
+
 namespace {
 
 void *pointer(long n) { return reinterpret_cast<void *>(n); }
@@ -247,5 +251,20 @@ TEST(Intmap, PositionsShowEveryEntryWithItsKeys) {
     EXPECT_EQ((*m)->Next(m.get(), &k1, nullptr, nullptr, &position), pointer(1));
     EXPECT_TRUE(k3 == 15 && k1 == 5 && !position);
 }
+
+#if !defined(TQ4_ADDRESS_SANITIZER) && !defined(TQ4_THREAD_SANITIZER) // which need more memory than the limit allows
+TEST(MapDeathTest, MoreBucketsThanMemoryHoldsChangeNothing) {
+    const auto ask_for_too_many = [] {
+        const rlimit gigabyte{1 << 30, 1 << 30};
+        setrlimit(RLIMIT_AS, &gigabyte);
+        auto m = Tq4_make<Tq4_strmap>(Tq4_strmap_oitf);
+        (*m)->Init(m.get(), 4000000000);
+        (*m)->SetAtI(m.get(), pointer(1), 1);
+        const bool as_before = (*m)->HashTableSize(m.get()) == 17 && (*m)->LookupI(m.get(), 1) == pointer(1);
+        std::_Exit(as_before ? 0 : 1);
+    };
+    EXPECT_EXIT(ask_for_too_many(), testing::ExitedWithCode(0), "");
+}
+#endif
 
 } // namespace

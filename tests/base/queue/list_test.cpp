@@ -1,5 +1,5 @@
-// What a list's own check finds: every way in which its links, its count or its remembered place can be wrong, near
-// either end. Without checks in the build there is nothing to find.
+// The place that a list remembers: it is never wrong, and lasts while the changes are beside it or at the ends. And
+// what the list's own check finds: every way in which links, count or place can be wrong, near either end.
 #include "support/test.hpp"
 
 #include "base/queue/list.hpp"
@@ -30,6 +30,45 @@ TEST_F(List, IsStoppedWhenALinkACountOrThePlaceIsWrong) {
     while (list.m_count > 3) list.Unlink(list.first());
     for (uint64_t wrong : {0, 2, 4}) EXPECT_DEATH((list.m_count = wrong, list.Check()), "list_node") << wrong;
     EXPECT_DEATH(list.Append(list.first()), "linked") << "a node linked twice";
+}
+
+TEST_F(List, KeepsItsPlaceWhileChangesAreBesideItOrAtTheEnds) {
+    std::vector<Tq4_list_node *> model, unlinked;
+    for (Tq4_list_node &node : nodes) model.push_back(&node);
+    std::mt19937 random(1);
+    const auto link = [&](uint64_t at) { // before the node at that index
+        if (unlinked.empty()) return;
+        list.Link(unlinked.back(), at < model.size() ? model[at] : &list.m_tail);
+        model.insert(model.begin() + static_cast<long>(at), unlinked.back());
+        unlinked.pop_back();
+    };
+    const auto unlink = [&](uint64_t at) {
+        unlinked.push_back(model[at]);
+        list.Unlink(model[at]);
+        model.erase(model.begin() + static_cast<long>(at));
+    };
+    for (int step = 0; step < 100000 && !HasFailure(); ++step) {
+        if (model.empty()) link(0);
+        const uint64_t size = model.size(), at = random() % size;
+        ASSERT_EQ(list.At(at), model[at]);
+        const std::function<void()> beside[] = {
+            [&] { link(at); },
+            [&] { link(at + 1); },
+            [&] { link(0); },
+            [&] { link(size); },
+            [&] { unlink(at); },
+            [&] { unlink(at - (at > 0)); },
+            [&] { unlink(at + (at + 1 < size)); },
+            [&] { unlink(0); },
+            [&] { unlink(size - 1); },
+        };
+        beside[random() % std::size(beside)]();
+        EXPECT_EQ(list.m_walker.m_seen == nullptr, model.empty()) << "forgotten at " << at << " of " << size;
+        if (!model.empty() && random() % 4 == 0)
+            random() % 2 ? unlink(random() % model.size()) : link(model.size() / 2);
+        const Tq4_list_walker &place = list.m_walker;
+        EXPECT_TRUE(!place.m_seen || model[place.m_seen_index] == place.m_seen);
+    }
 }
 
 } // namespace
