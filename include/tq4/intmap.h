@@ -12,7 +12,9 @@
  * buckets. Copy gives the same buckets and entries in the same order; a null source resets. Equal is 1 when the maps
  * have the same keys with the same values in the same order.
  *
- * Null handles give null or 0. Threads: a map belongs to one thread at a time; visitors run on the calling thread.
+ * Null handles give null or 0. Visitors run on the calling thread. Threads: a map belongs to one thread at a time, or
+ * to any number of readers while nobody changes it. Reading is: Lookup1 to Lookup3, Count, IsEmpty,
+ * HashTableSize, Equal, each, Next with positions of the reader's own, and being copied.
  */
 #ifndef TQ4_INTMAP_H
 #define TQ4_INTMAP_H

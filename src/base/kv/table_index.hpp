@@ -3,15 +3,18 @@
 // A key leads to at most one entry: to the one that was entered last under it. Entries with an empty key are never in
 // the index. Entries that were decoded are entered when somebody first asks: most messages are never looked into, or
 // only handed on. Until then they are the end of the table's list, from the one remembered here; every operation below
-// enters them before it does anything else.
+// enters them before it does anything else. Finding is reading: any number of threads may find side by side while
+// nobody changes the table. The first that comes enters the rest, and the others wait for it.
 #pragma once
+
+#include <atomic>
 
 #include "base/kv/pair.hpp"
 #include "base/map/key_forms.hpp"
 
 class Tq4_table_index {
     Tq4_key_index<Tq4_kv_pair> m_entered;
-    Tq4_kv_pair *m_rest = nullptr; // borrowed: from it to the end of the list no entry is entered yet
+    std::atomic<Tq4_kv_pair *> m_rest = nullptr; // borrowed: from it to the end of the list no entry is entered yet
 
 public:
     int case_flag() const { return m_entered.case_flag(); }
@@ -43,7 +46,7 @@ public:
     }
     // The same some time before the index or a key handle is needed; the pair is the last of the list.
     void EnterLater(Tq4_kv_pair *pair) {
-        if (!m_rest) m_rest = pair;
+        if (!m_rest.load(std::memory_order_relaxed)) m_rest.store(pair, std::memory_order_relaxed);
     }
     // Nothing leads to the pair any more.
     void Remove(Tq4_kv_pair *pair) {
@@ -59,12 +62,12 @@ public:
     }
     // Forgets all pairs, without a look at them. The flag stays.
     void Clear() {
-        m_rest = nullptr;
+        m_rest.store(nullptr, std::memory_order_relaxed);
         m_entered.Forget();
     }
     // Enters what is left. A key handle lets its holder change the key, which the index must have seen before.
     void Complete() const {
-        if (m_rest) const_cast<Tq4_table_index *>(this)->EnterRest();
+        if (m_rest.load(std::memory_order_acquire)) const_cast<Tq4_table_index *>(this)->EnterRest();
     }
 
 private:
