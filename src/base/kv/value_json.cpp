@@ -42,7 +42,7 @@ struct Tq4_value_Json_decode_data {
         if (chain.empty()) return *root;
         Tq4_value_table_obj &table = *chain.back().table;
         const unsigned long before = table.Count();
-        Value &v = table.ValueOf({nullptr, table.m_table.m_case, key});
+        Value &v = table.ValueOf(key);
         if (table.Count() != before) CountEntry(before, key.size);
         return v;
     }
