@@ -1,8 +1,8 @@
 /* intmap.h: Tq4_intmap, a chained hash map from one, two or three 64-bit integers to pointers.
  *
  * An entry has three keys; those not given are 0. It stands in the bucket (k1 + k2 + k3, wrapping) modulo (bucket
- * count), in a chain with the newest first; the bucket count is 17 and changes only by Init. Beyond some entries an
- * index keeps look-ups constant.
+ * count), in a chain with the newest first; the bucket count is 17 and changes only by Init. Operations cost the
+ * same at any size, whatever the keys.
  *
  * Operations compare as many keys as they are given, deliberately. So (a), (a, 0) and (a, 0, 0) are one entry; and an
  * operation with one key also meets an entry of more keys that begins with it, when that lies in the same bucket: of
@@ -12,7 +12,9 @@
  * buckets. Copy gives the same buckets and entries in the same order; a null source resets. Equal is 1 when the maps
  * have the same keys with the same values in the same order.
  *
- * Null handles give null or 0. Threads: a map belongs to one thread at a time; visitors run on the calling thread.
+ * Null handles give null or 0. Visitors run on the calling thread. Threads: a map belongs to one thread at a time, or
+ * to any number of readers while nobody changes it. Reading is: Lookup1 to Lookup3, Count, IsEmpty,
+ * HashTableSize, Equal, each, Next with positions of the reader's own, and being copied.
  */
 #ifndef TQ4_INTMAP_H
 #define TQ4_INTMAP_H

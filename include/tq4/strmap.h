@@ -5,8 +5,7 @@
  *
  * An entry stands in the bucket (hash of its key) modulo (bucket count), in a chain with the newest first; the bucket
  * count is 17 and changes only by Init. That order is what iterations show and what look-ups go by. It is not what they
- * cost: beyond some entries an index over whole hashes keeps look-ups constant, unless the case flag was changed while
- * there were entries.
+ * cost: look-up, insertion and removal cost the same at any size, whatever the keys, the flags and their history.
  *
  * The case flag decides how look-ups hash and compare, and what is stored in a new entry's key. Entries keep the bucket
  * of the flag under which they were added, deliberately: after a change, an entry is found only where its old bucket
@@ -19,7 +18,10 @@
  * same buckets, flag, keys and values, in the same order; a null source resets. Equal is 1 when the maps have the same
  * keys with the same values in the same order, and both or neither ignore case.
  *
- * Null handles give null or 0. Threads: a map belongs to one thread at a time; visitors run on the calling thread.
+ * Null handles give null or 0. Visitors run on the calling thread. Threads: a map belongs to one thread at a time, or
+ * to any number of readers while nobody changes it. Reading is: LookupK to LookupSI, Count, IsEmpty, HashTableSize,
+ * Equal, each and eachKV, NextK and NextSI with positions of the reader's own, and being copied. Keys shown are not
+ * changed by anybody.
  */
 #ifndef TQ4_STRMAP_H
 #define TQ4_STRMAP_H

@@ -7,7 +7,7 @@
  * text, deliberately: it is counted and iterated over, but never found or replaced, so that every further insertion of
  * the text adds another one. Only RemoveAll removes it.
  *
- * Null handles give null or 0. Threads: a map belongs to one thread at a time; visitors run on the calling thread.
+ * Null handles give null or 0. Visitors run on the calling thread. Threads: as at strmap.h.
  */
 #ifndef TQ4_STRMAP2_H
 #define TQ4_STRMAP2_H

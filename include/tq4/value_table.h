@@ -25,8 +25,13 @@
  * resets. Equal is 1 when both tables have equal keys with equal values in the same order; flags do not matter. A table
  * that holds an empty value is thus equal to none, not even to its copy.
  *
- * Null handles give null or 0. Threads: a table belongs to one thread at a time; visitors and output functions run on
- * the calling thread.
+ * Null handles give null or 0. Visitors and output functions run on the calling thread.
+ *
+ * Threads: a table, with all inside it, belongs to one thread at a time, or to any number of readers while nobody
+ * changes it. Reading is: the look-ups by key (Value, Table, Ptr, Bytes, Base and Int64 in their three forms), Count,
+ * Dump, Echo, Print, Json_encode, Equal, being the source of Copy, Dup and Append, and reading through the values
+ * found, but for GetString, which makes a string. Positions and iteration (At, First, Next, each) remember where they
+ * stand and are the owner's alone, as is everything else.
  */
 #ifndef TQ4_VALUE_TABLE_H
 #define TQ4_VALUE_TABLE_H

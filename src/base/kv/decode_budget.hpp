@@ -13,30 +13,40 @@
 class Tq4_decode_budget {
     static constexpr uint64_t allocator = 16; // bytes in front of a block
     static constexpr uint64_t each_input_byte = 64, base = 1 << 20;
+    static constexpr uint64_t rounding = 1 << 16; // of the largest blocks, to pages
 
     uint64_t m_allowed, m_taken = 0;
     uint64_t m_zeros = Tq4_value_zero_bytes_limit;
 
 public:
     // For what is decoded from so many bytes; the share of zeros is left for them.
-    static constexpr uint64_t Whole(uint64_t input) { return input * each_input_byte + base; }
+    static constexpr uint64_t Whole(uint64_t input) { return input * each_input_byte + base - rounding; }
     static constexpr uint64_t Allowance(uint64_t input) { return Whole(input) - Tq4_value_zero_bytes_limit; }
     explicit Tq4_decode_budget(uint64_t allowed) : m_allowed(allowed) {}
 
     uint64_t taken() const { return m_taken; }
+    // Whether so much can be taken; when it cannot, nothing can from now on.
+    bool Fits(uint64_t bytes) {
+        if (m_taken + bytes <= m_allowed) return true;
+        m_taken = m_allowed + 1;
+        return false;
+    }
     bool exceeded() const { return m_taken > m_allowed; }
     bool Take(uint64_t bytes) { return (m_taken += bytes) <= m_allowed; }
 
     bool Table() { return Take(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj) + allocator); }
     // One more entry in a table that has this many. They come in blocks of one, two, four and so on up to a large page;
     // once there are a few, an index grows with them.
-    bool Entry(uint64_t before) {
+    bool Entry(uint64_t before) { return Take(EntryCost(before)); }
+    static uint64_t EntryCost(uint64_t before) {
         constexpr uint64_t most = MP_large_page / sizeof(Tq4_kv_pair), few = 8, slots = 32;
         const uint64_t block = before + 1;
-        if (block <= most ? (block & before) != 0 : before % most != 0) return true;
+        if (block <= most ? (block & before) != 0 : before % most != 0) return 0;
         const uint64_t entries = std::min(block, most);
-        return Take(entries * (sizeof(Tq4_kv_pair) + (block < few ? 0 : slots)) + 2 * allocator);
+        return entries * (sizeof(Tq4_kv_pair) + (block < few ? 0 : slots)) + 2 * allocator;
     }
+    // The index of a table whose members are looked up while it is filled.
+    bool Index() { return Take(160); }
     // The bytes of a key, a text or a packed array.
     bool Bytes(uint64_t n) { return n <= Tq4_text_cell::most_inside || Take(n + 1 + 2 * allocator); }
     // A string array; and an element of one, a string in a queue.

@@ -22,34 +22,31 @@ enum class Wire : unsigned char { word32, halves, word64 };
 
 struct Kind {
     uint64_t (*hash)(Tq4_key_number n, uint64_t text_hash);
-    bool (*same_number)(Tq4_key_number a, Tq4_key_number b);
-    bool has_text; // the string part identifies the key
-    Wire wire;     // of the number
-    bool cipher32; // gives the cipher 4 numeric bytes instead of 8
+    uint64_t (*number)(Tq4_key_number n); // that identifies the key
+    bool has_text;                        // the string part identifies it
+    Wire wire;                            // of the number
+    bool cipher32;                        // gives the cipher 4 numeric bytes instead of 8
 };
 
-bool any_number(Tq4_key_number, Tq4_key_number) { return true; }
-bool same_low(Tq4_key_number a, Tq4_key_number b) { return a.rid.l == b.rid.l; }
-bool same_id(Tq4_key_number a, Tq4_key_number b) { return a.id == b.id; }
+uint64_t no_number(Tq4_key_number) { return 0; }
+uint64_t low(Tq4_key_number n) { return n.rid.l; }
+uint64_t whole(Tq4_key_number n) { return n.id; }
 uint64_t no_hash(Tq4_key_number, uint64_t) { return 0; }
 
-const Kind foreign = {no_hash, same_id, false, Wire::word64, false};
+const Kind foreign = {no_hash, whole, false, Wire::word64, false};
 const Kind kinds[] = {
-    {no_hash, any_number, false, Wire::word64, false},
-    {[](Tq4_key_number n, uint64_t) -> uint64_t { return n.rid.l; }, same_low, false, Wire::word32, true},
-    {[](Tq4_key_number n, uint64_t) { return n.id; }, same_id, false, Wire::word64, false},
+    {no_hash, no_number, false, Wire::word64, false},
+    {[](Tq4_key_number n, uint64_t) { return low(n); }, low, false, Wire::word32, true},
+    {[](Tq4_key_number n, uint64_t) { return whole(n); }, whole, false, Wire::word64, false},
     // By 16, deliberately not by the 33 of the other kinds.
-    {[](Tq4_key_number n, uint64_t) { return (uint64_t{n.rid.h} << 4) + n.rid.l; }, same_id, false, Wire::halves,
-     false},
-    {[](Tq4_key_number, uint64_t s) { return s; }, any_number, true, Wire::word64, false},
-    {[](Tq4_key_number n, uint64_t s) { return Tq4_key_hash_text_number(s, n.rid.l); }, same_low, true, Wire::word64,
-     true},
-    {[](Tq4_key_number n, uint64_t s) { return Tq4_key_hash_text_number(s, n.id); }, same_id, true, Wire::word64,
-     false},
+    {[](Tq4_key_number n, uint64_t) { return (uint64_t{n.rid.h} << 4) + n.rid.l; }, whole, false, Wire::halves, false},
+    {[](Tq4_key_number, uint64_t s) { return s; }, no_number, true, Wire::word64, false},
+    {[](Tq4_key_number n, uint64_t s) { return Tq4_key_hash_text_number(s, n.rid.l); }, low, true, Wire::word64, true},
+    {[](Tq4_key_number n, uint64_t s) { return Tq4_key_hash_text_number(s, n.id); }, whole, true, Wire::word64, false},
     {[](Tq4_key_number n, uint64_t s) {
          return Tq4_key_hash_text_number(Tq4_key_hash_text_number(s, n.rid.h), n.rid.l);
      },
-     same_id, true, Wire::word64, false},
+     whole, true, Wire::word64, false},
 };
 
 const Kind &kind_of(uint32_t type) { return type < std::size(kinds) ? kinds[type] : foreign; }
@@ -162,7 +159,8 @@ bool Tq4_key_obj::EqualUnder(int own_cf, const Tq4_key_obj &other) const {
     if (this == &other) return true;
     if (m_type != other.m_type) return false;
     const Kind &kind = kind_of(m_type);
-    return (!kind.has_text || same_text(text(), other.text(), own_cf || other.cf)) && kind.same_number(iid, other.iid);
+    return kind.number(iid) == kind.number(other.iid) &&
+           (!kind.has_text || same_text(text(), other.text(), own_cf || other.cf));
 }
 
 // No text is only like no text.
@@ -182,6 +180,12 @@ bool Tq4_key_obj::text_is(const char *given, int nocase) const {
 uint64_t Tq4_key_obj::HashUnder(int nocase) const {
     const Kind &kind = kind_of(m_type);
     return kind.hash(iid, kind.has_text ? Tq4_key_hash_bytes(text(), nocase) : 0);
+}
+
+uint64_t Tq4_key_obj::FullHash(bool folded) const {
+    const Kind &kind = kind_of(m_type);
+    const uint64_t number = kind.number(iid);
+    return kind.has_text ? Tq4_key_full_hash(m_type, number, text(), folded) : Tq4_key_full_hash(m_type, number);
 }
 
 static void dump_number(Tq4_byte_writer &to, Wire wire, Tq4_key_number number) {

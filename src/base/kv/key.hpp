@@ -5,6 +5,7 @@
 
 #include "base/charset/conversion.hpp"
 #include "base/kv/text_cell.hpp"
+#include "base/map/keyed_hash.hpp"
 #include "nested.hpp"
 #include "tq4/key.h"
 
@@ -85,6 +86,10 @@ struct Tq4_key_obj {
     static bool same_text(Tq4_bytes a, Tq4_bytes b, bool nocase);
     bool EqualUnder(int own_cf, const Tq4_key_obj &other) const;
     uint64_t HashUnder(int nocase) const;
+    // Whether the string part is more than a label; and the hash in an index, folded or not: equal keys have equal
+    // ones, and keys that differ in case have equal folded ones.
+    bool identified_by_text() const { return m_type >= Tq4_key_type_String && m_type <= Tq4_key_type_IIS; }
+    uint64_t FullHash(bool folded) const;
 
 private:
     struct Text { // null data: no string part
@@ -115,6 +120,13 @@ struct Tq4_key_nesting {
     static const void *itf() { return &Tq4_key_itf; }
 };
 using Tq4_nested_key = Tq4_nested<Tq4_key, Tq4_key_obj, Tq4_key_nesting>;
+
+// The full hash of a key, told by what identifies it.
+inline uint64_t Tq4_key_full_hash(uint32_t type, uint64_t number) { return Tq4_keyed_number(type, number); }
+inline uint64_t Tq4_key_full_hash(uint32_t type, uint64_t number, Tq4_bytes text, bool folded) {
+    const uint64_t start = type == Tq4_key_type_String ? Tq4_keyed_start() : Tq4_keyed_number(type, number);
+    return folded ? Tq4_keyed_text<true>(start, text) : Tq4_keyed_text<false>(start, text);
+}
 
 // The string hash of exactly these bytes.
 uint64_t Tq4_key_hash_bytes(Tq4_bytes text, int nocase);

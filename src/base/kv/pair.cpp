@@ -31,19 +31,23 @@ Tq4_kv_handles &Tq4_kv_pair::MakeHandles() {
         .value = {nullptr, &Tq4_value_obj_itf, &Tq4_value_itf, &m_value},
         .registered_key = {},
     };
-    m_handles |= reinterpret_cast<uintptr_t>(made);
-    return *made;
+    uintptr_t word = flags();
+    while (!handles_in(word))
+        if (m_handles.compare_exchange_weak(word, word | reinterpret_cast<uintptr_t>(made), std::memory_order_acq_rel))
+            return *made;
+    Tq4_object_memory_free(made, sizeof *made); // another reader was first
+    return *handles();
 }
 
 void Tq4_kv_pair::MakeByHost() {
     Tq4_kv_handles &made = MakeHandles();
     if (Tq4_cxx_support->new_key != Tq4_cxx_defaults.new_key) {
         made.key = {nullptr, nullptr, nullptr, Tq4_cxx_support->new_key()};
-        m_handles |= key_is_hosts;
+        Mark(key_is_hosts);
     }
     if (Tq4_cxx_support->new_value != Tq4_cxx_defaults.new_value) {
         made.value = {nullptr, nullptr, nullptr, Tq4_cxx_support->new_value()};
-        m_handles |= value_is_hosts;
+        Mark(value_is_hosts);
     }
 }
 
@@ -104,7 +108,7 @@ void Tq4_kv_pair::MarkRegisteredLike(const Tq4_kv_pair &older) {
 
 void Tq4_kv_pair::MarkUnregistered() {
     m_key.m_indexed = false;
-    m_handles &= ~uintptr_t{is_registered | index_ignores_case};
+    Unmark(is_registered | index_ignores_case);
     if (Tq4_kv_handles *known = handles()) known->registered_key.reset();
 }
 

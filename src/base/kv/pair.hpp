@@ -9,6 +9,7 @@
 // handle, the index gets a copy of its own.
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "base/kv/key.hpp"
@@ -24,8 +25,10 @@ struct Tq4_kv_handles {
 };
 
 struct Tq4_kv_pair_key {
-    Tq4_key_obj m_key;       // nothing where the host makes keys
-    uintptr_t m_handles = 0; // owned; with the flags below in its lowest bits
+    Tq4_key_obj m_key; // nothing where the host makes keys
+    // Owned; with the flags below in its lowest bits. The flags are changed by whoever has the table alone; handles are
+    // made by any reader, and the first one's stay.
+    std::atomic<uintptr_t> m_handles = 0;
 };
 
 class Tq4_kv_pair : private Tq4_kv_pair_key, public Tq4_chained<Tq4_kv_pair>, public Tq4_list_node {
@@ -38,13 +41,19 @@ class Tq4_kv_pair : private Tq4_kv_pair_key, public Tq4_chained<Tq4_kv_pair>, pu
         is_registered = 8,
         all_flags = 15
     };
-    bool has(Flag flag) const { return (m_handles & flag) != 0; }
-    Tq4_kv_handles *handles() const { return reinterpret_cast<Tq4_kv_handles *>(m_handles & ~uintptr_t{all_flags}); }
+    uintptr_t flags() const { return m_handles.load(std::memory_order_relaxed); }
+    bool has(Flag flag) const { return (flags() & flag) != 0; }
+    void Mark(uintptr_t set) { m_handles.store(flags() | set, std::memory_order_relaxed); }
+    void Unmark(uintptr_t cleared) { m_handles.store(flags() & ~cleared, std::memory_order_relaxed); }
+    static Tq4_kv_handles *handles_in(uintptr_t word) {
+        return reinterpret_cast<Tq4_kv_handles *>(word & ~uintptr_t{all_flags});
+    }
+    Tq4_kv_handles *handles() const { return handles_in(m_handles.load(std::memory_order_acquire)); }
 
 public:
     Tq4_kv_pair();
     ~Tq4_kv_pair() {
-        if (m_handles & ~uintptr_t{is_registered | index_ignores_case} || Tq4_hooked_deletes()) EndHandles();
+        if (flags() & ~uintptr_t{is_registered | index_ignores_case} || Tq4_hooked_deletes()) EndHandles();
     }
 
     Tq4_key_obj &key() const {
@@ -65,9 +74,10 @@ public:
         return known && known->registered_key ? *known->registered_key : key();
     }
     int index_case() const { return has(index_ignores_case); }
+    uint64_t full_hash() const { return index_key().FullHash(index_case()); }
     bool registered() const { return has(is_registered); }
     void MarkRegistered(int index_case) {
-        m_handles |= index_case ? is_registered | index_ignores_case : is_registered;
+        Mark(index_case ? is_registered | index_ignores_case : is_registered);
         if (has(key_is_hosts))
             KeepRegisteredKey(key());
         else

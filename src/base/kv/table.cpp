@@ -2,67 +2,18 @@
 //
 // An entry appended under a key that was there already takes over the index; the older one stays in the list.
 // Cost: look-up, insertion and removal by key are constant; positions cost what they cost in the list, so that a walk
-// by At in order is linear in all. Entries lie in blocks that belong to the table.
+// by At in order is linear in all. Entries lie in blocks that belong to the table and go with the last entry.
 #include "base/kv/table.hpp"
 
 #include <cstring>
 
 #include "base/kv/value_check.hpp"
 
-// ---- the index
-
-Tq4_kv_pair *Tq4_value_table_obj::Entry(Tq4_key key) const {
-    const auto *record = Tq4_record<const Tq4_key_obj>(key);
-    if (!record || record->m_type == Tq4_key_type_Unvalid) return nullptr;
-    return index().Find(Tq4_key_form{*record, m_table.m_case});
-}
-
 namespace {
 
 Tq4_kv_pair *pair_of(Tq4_list_node *node) { return static_cast<Tq4_kv_pair *>(node); }
 
 } // namespace
-
-// The key leads to the pair from now on; where it led to an older one, the pair takes that one's place in the index.
-template <class Form> void Tq4_value_table_obj::Register(Tq4_kv_pair *pair, const Form &form) {
-    if (Tq4_kv_pair *older = m_table.Find(form)) {
-        m_table.m_chains.Replace(older, pair);
-        pair->MarkRegisteredLike(*older);
-        older->MarkUnregistered();
-    } else {
-        RegisterNew(pair, form);
-    }
-}
-
-template <class Form> void Tq4_value_table_obj::RegisterNew(Tq4_kv_pair *pair, const Form &form) {
-    pair->MarkRegistered(m_table.m_case);
-    m_table.Add(pair, form);
-}
-
-void Tq4_value_table_obj::RegisterByKey(Tq4_kv_pair *pair) {
-    const Tq4_key_obj &key = pair->key();
-    if (key.m_type != Tq4_key_type_Unvalid) Register(pair, Tq4_key_form{key, m_table.m_case});
-}
-
-void Tq4_value_table_obj::RegisterRest() {
-    Tq4_list_node *node = m_unregistered;
-    m_unregistered = nullptr;
-    for (; node != m_list.end(); node = node->next) RegisterByKey(pair_of(node));
-}
-
-void Tq4_value_table_obj::Unlist(Tq4_kv_pair *pair) {
-    m_table.Unlink(pair);
-    pair->MarkUnregistered();
-}
-
-// The pair's key goes from the index, also when it leads to a newer entry of the same key; and whatever leads to the
-// pair goes, also when the key no longer finds it.
-void Tq4_value_table_obj::Unregister(Tq4_kv_pair *pair) {
-    index(); // also when this one's key is empty: it may be the first that is not registered
-    if (pair->key().m_type != Tq4_key_type_Unvalid)
-        if (Tq4_kv_pair *found = m_table.Find(Tq4_key_form{pair->key(), m_table.m_case})) Unlist(found);
-    if (pair->registered()) Unlist(pair);
-}
 
 // ---- entries
 
@@ -91,46 +42,47 @@ Tq4_kv_pair *Tq4_value_table_obj::PairAt(int index) const {
     return static_cast<Tq4_kv_pair *>(list.AtClamped(static_cast<unsigned long>(static_cast<long>(index))));
 }
 
-// A key handle lets its holder change the key, which the index must have seen before.
+// A key may change through its handle: the index must have seen it before.
 Tq4_value Tq4_value_table_obj::Show(Tq4_kv_pair *pair, Tq4_key *key) const {
-    if (key) index();
+    if (key) m_index.Complete();
     if (key) *key = pair ? pair->key_handle() : nullptr;
     return pair ? pair->value_handle() : nullptr;
 }
 
 Tq4_value Tq4_value_table_obj::InsertS(const char *key) {
-    const Tq4_text_form form{key, m_table.m_case};
-    if (Tq4_kv_pair *found = index().Find(form)) return found->value_handle();
+    const Tq4_text_form form{key, m_index.case_flag()};
+    if (Tq4_kv_pair *found = m_index.Find(form)) return found->value_handle();
     return key ? MakePair(form)->value_handle() : nullptr;
 }
 
-Tq4_value_obj &Tq4_value_table_obj::ValueOf(const Tq4_text_form &form) {
-    Tq4_kv_pair *found = index().Find(form);
+Tq4_value_obj &Tq4_value_table_obj::ValueOf(Tq4_bytes key) {
+    const Tq4_text_form form{nullptr, m_index.case_flag(), key};
+    Tq4_kv_pair *found = m_index.Find(form);
     return (found ? found : MakePair(form))->value();
 }
 
 Tq4_kv_pair *Tq4_value_table_obj::MakePair(const Tq4_text_form &form) {
     Tq4_kv_pair *pair = NewPairAtTail();
     pair->key().FillText(form.text, m_case);
-    RegisterNew(pair, form);
+    m_index.Add(pair, form);
     return pair;
 }
 
 Tq4_value Tq4_value_table_obj::InsertI(unsigned long key) {
     const Tq4_number_form form{key};
-    if (Tq4_kv_pair *found = index().Find(form)) return found->value_handle();
+    if (Tq4_kv_pair *found = m_index.Find(form)) return found->value_handle();
     Tq4_kv_pair *pair = NewPairAtTail();
     pair->key().SetL(key, nullptr);
-    RegisterNew(pair, form);
+    m_index.Add(pair, form);
     return pair->value_handle();
 }
 
 Tq4_value Tq4_value_table_obj::InsertK(Tq4_key key) {
-    if (Tq4_kv_pair *found = Entry(key)) return found->value_handle();
+    if (Tq4_kv_pair *found = m_index.Find(key)) return found->value_handle();
     if (!key) return nullptr;
     Tq4_kv_pair *pair = NewPairAtTail();
     pair->key().Copy(Tq4_record<const Tq4_key_obj>(key));
-    RegisterByKey(pair);
+    m_index.Enter(pair);
     return pair->value_handle();
 }
 
@@ -143,7 +95,7 @@ Tq4_value Tq4_value_table_obj::InsertAt(int index) {
 void Tq4_value_table_obj::RemoveAt(int index) {
     Tq4_kv_pair *pair = PairAt(index);
     if (!pair) return;
-    Unregister(pair);
+    m_index.RemoveKeyOf(pair);
     Delete(pair);
 }
 
@@ -151,14 +103,13 @@ void Tq4_value_table_obj::RemoveAll() {
     Tq4_list entries;
     Detach(entries);
     DeleteEntries(entries);
-    m_room.GiveAll();
 }
 
 void Tq4_value_table_obj::Detach(Tq4_list &entries) {
-    m_cur = m_unregistered = nullptr;
+    m_cur = nullptr;
     m_cur_is_next = false;
     for (Tq4_value_table_visit *visit = m_visits; visit; visit = visit->outer) visit->following = &m_list.m_tail;
-    m_table.Clear();
+    m_index.Clear();
     entries.TakeAll(m_list);
 }
 
@@ -167,30 +118,30 @@ void Tq4_value_table_obj::Detach(Tq4_list &entries) {
 void Tq4_value_table_obj::ModifyKeyK(int index, Tq4_key key) {
     Tq4_kv_pair *pair = PairAt(index);
     if (!pair) return;
-    Unregister(pair);
+    m_index.RemoveKeyOf(pair);
     Tq4_key_obj &own = pair->key();
     own.Copy(Tq4_record<const Tq4_key_obj>(key));
     if (!key) return;
     own.SetNoCase(m_case);
-    RegisterByKey(pair);
+    m_index.Enter(pair);
 }
 
 // These keys are of kind 6, deliberately: ValueK finds them, ValueS and ValueI do not.
 void Tq4_value_table_obj::ModifyKeyS(int index, const char *text) {
     Tq4_kv_pair *pair = PairAt(index);
     if (!pair) return;
-    Unregister(pair);
+    m_index.RemoveKeyOf(pair);
     if (!text) return pair->key().Reset();
     pair->key().SetLS(0, text, m_case);
-    RegisterByKey(pair);
+    m_index.Enter(pair);
 }
 
 void Tq4_value_table_obj::ModifyKeyI(int index, unsigned long n) {
     Tq4_kv_pair *pair = PairAt(index);
     if (!pair) return;
-    Unregister(pair);
+    m_index.RemoveKeyOf(pair);
     pair->key().SetLS(n, nullptr, m_case);
-    RegisterByKey(pair);
+    m_index.Enter(pair);
 }
 
 // ---- setting by key
@@ -250,7 +201,7 @@ Tq4_value Tq4_value_table_obj::At(int index, Tq4_key *key) const { return Show(P
 // The visitor may remove entries: by a key that it is shown, also a newer one of the same key.
 void Tq4_value_table_obj::each(Tq4_value_table_visitor visitor, void *param) const {
     if (!visitor) return;
-    index();
+    m_index.Complete();
     Tq4_value_table_visit visit{m_list.first(), m_visits};
     m_visits = &visit;
     for (bool stop = false; !stop && visit.following != m_list.end();) {
@@ -263,7 +214,7 @@ void Tq4_value_table_obj::each(Tq4_value_table_visitor visitor, void *param) con
 
 void Tq4_value_table_obj::Reset() {
     RemoveAll();
-    m_table.CaseFlag(0);
+    m_index.CaseFlag(0);
     m_case = 0;
 }
 
@@ -290,12 +241,12 @@ void Tq4_value_table_obj::Append(Tq4_value_table source) {
 
 void Tq4_value_table_obj::AppendEntries(Tq4_list &copies, uint8_t case_flag) {
     m_case = case_flag;
-    index().CaseFlag(case_flag);
+    m_index.CaseFlag(case_flag);
     while (copies.m_count) {
         Tq4_kv_pair *pair = pair_of(copies.first());
         copies.Unlink(pair);
         m_list.Append(pair);
-        RegisterByKey(pair);
+        m_index.Enter(pair);
     }
 }
 

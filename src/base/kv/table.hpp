@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "base/kv/pair.hpp"
+#include "base/kv/table_index.hpp"
 #include "base/map/entry_room.hpp"
-#include "base/map/key_forms.hpp"
 #include "base/queue/list.hpp"
 #include "tq4/value_table.h"
 
@@ -19,14 +19,13 @@ struct Tq4_value_table_visit {
 };
 
 struct Tq4_value_table_obj {
-    Tq4_key_index<Tq4_kv_pair> m_table; // reached through index()
+    Tq4_table_index m_index;
     Tq4_list m_list;
     mutable Tq4_value_table_visit *m_visits = nullptr; // borrowed: the innermost
     Tq4_entry_room<sizeof(Tq4_kv_pair)> m_room;
-    Tq4_kv_pair *m_cur = nullptr;          // borrowed: where First and Next stand
-    Tq4_kv_pair *m_unregistered = nullptr; // borrowed: from it to the end no entry is in the index yet
-    bool m_cur_is_next = false; // the entry at m_cur was removed: the cursor moved on, and Next gives m_cur itself
-    uint8_t m_case = 0;         // given to the keys that the table makes; the index has a flag of its own
+    Tq4_kv_pair *m_cur = nullptr; // borrowed: where First and Next stand
+    bool m_cur_is_next = false;   // the entry at m_cur was removed: the cursor moved on, and Next gives m_cur itself
+    uint8_t m_case = 0;           // given to the keys that the table makes; the index has a flag of its own
 
     ~Tq4_value_table_obj() {
         if (m_list.m_count) RemoveAll();
@@ -86,36 +85,17 @@ struct Tq4_value_table_obj {
             if (!visit(*static_cast<const Tq4_kv_pair *>(node))) return;
         }
     }
-    // A new entry at the end, without a key, that is not registered; and its registration under the key it has then.
+    // A new entry at the end, without a key, that is not in the index.
     Tq4_kv_pair *NewPairAtTail();
-    void RegisterByKey(Tq4_kv_pair *pair);
-    // The same for what was decoded, some time before the index or a key handle is needed.
-    void RegisterLater(Tq4_kv_pair *pair) {
-        if (!m_unregistered) m_unregistered = pair;
-    }
     // The value under a text, made when there is none.
-    Tq4_value_obj &ValueOf(const Tq4_text_form &form);
+    Tq4_value_obj &ValueOf(Tq4_bytes key);
 
 private:
-    // The index, with all entries that belong there.
-    Tq4_key_index<Tq4_kv_pair> &index() const {
-        auto &self = const_cast<Tq4_value_table_obj &>(*this);
-        if (m_unregistered) self.RegisterRest();
-        return self.m_table;
-    }
     static void Prefetch(const Tq4_value_obj &v) {
         if (const auto *table = reinterpret_cast<const char *>(v.GetValueTable()))
             for (std::size_t at = 0; at < sizeof(Tq4_value_table_obj); at += 64) __builtin_prefetch(table + at);
     }
-    void RegisterRest();
-    Tq4_kv_pair *Entry(const char *key) const { return index().Find(Tq4_text_form{key, m_table.m_case}); }
-    Tq4_kv_pair *Entry(unsigned long key) const { return index().Find(Tq4_number_form{key}); }
-    Tq4_kv_pair *Entry(Tq4_key key) const;
     Tq4_kv_pair *MakePair(const Tq4_text_form &form);
-    template <class Form> void Register(Tq4_kv_pair *pair, const Form &form);
-    template <class Form> void RegisterNew(Tq4_kv_pair *pair, const Form &form); // nothing is registered under it
-    void Unlist(Tq4_kv_pair *pair);
-    void Unregister(Tq4_kv_pair *pair);
     void Delete(Tq4_kv_pair *pair);
     void Detach(Tq4_list &entries); // empties the table, as far as it can be without deleting them
     void DeleteEntries(Tq4_list &entries);
@@ -139,36 +119,39 @@ private:
     Tq4_value Show(Tq4_kv_pair *pair, Tq4_key *key) const;
 };
 
+// A message has many small tables.
+static_assert(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj) <= 250);
+
 // ---- by key: each operation once for the three forms of key
 
 template <class Key> Tq4_value Tq4_value_table_obj::Value(Key key) const {
-    Tq4_kv_pair *pair = Entry(key);
+    Tq4_kv_pair *pair = m_index.Find(key);
     return pair ? pair->value_handle() : nullptr;
 }
 template <class Key> Tq4_value_table Tq4_value_table_obj::Table(Key key) const {
-    const Tq4_kv_pair *pair = Entry(key);
+    const Tq4_kv_pair *pair = m_index.Find(key);
     return pair ? pair->value().GetValueTable() : nullptr;
 }
 template <class Key> void *Tq4_value_table_obj::Ptr(Key key) const {
-    const Tq4_kv_pair *pair = Entry(key);
+    const Tq4_kv_pair *pair = m_index.Find(key);
     return pair ? pair->value().GetPtr() : nullptr;
 }
 template <class Key> char *Tq4_value_table_obj::Bytes(Key key, unsigned long *len) const {
     if (len) *len = 0;
-    const Tq4_kv_pair *pair = Entry(key);
+    const Tq4_kv_pair *pair = m_index.Find(key);
     return pair ? pair->value().GetBytes(len) : nullptr;
 }
 template <class Key> unsigned long Tq4_value_table_obj::Base(Key key) const {
-    const Tq4_kv_pair *pair = Entry(key);
+    const Tq4_kv_pair *pair = m_index.Find(key);
     return pair ? static_cast<unsigned long>(pair->value().GetInteger()) : 0;
 }
 template <class Key> long Tq4_value_table_obj::Int64(Key key) const {
-    const Tq4_kv_pair *pair = Entry(key);
+    const Tq4_kv_pair *pair = m_index.Find(key);
     return pair ? pair->value().GetInt64() : 0;
 }
 template <class Key> void Tq4_value_table_obj::Remove(Key key) {
-    if (Tq4_kv_pair *pair = Entry(key)) {
-        Unlist(pair);
+    if (Tq4_kv_pair *pair = m_index.Find(key)) {
+        m_index.Remove(pair);
         Delete(pair);
     }
 }

@@ -164,7 +164,7 @@ private:
         constexpr unsigned long few = 8;
         Value *member = nullptr;
         if (table.Count() >= few) {
-            member = &table.ValueOf({nullptr, 0, m_key});
+            member = &table.ValueOf(m_key);
         } else {
             table.EachPair([&](const Tq4_kv_pair &pair) {
                 if (Tq4_key_obj::same_text(pair.key().text(), m_key, false)) member = &pair.value();
@@ -174,7 +174,7 @@ private:
         if (member) return member->Reset(), *member;
         Tq4_kv_pair *pair = table.NewPairAtTail();
         pair->key().FillText(m_key, 0);
-        table.RegisterLater(pair);
+        table.m_index.EnterLater(pair);
         return pair->value();
     }
 

@@ -267,7 +267,7 @@ int Tq4_value_table_obj::ImportPart(const char *buf, int len, Tq4_import_call &c
     Tq4_list former; // goes last: the bytes may lie in it
     Detach(former);
     m_case = case_flag;
-    m_table.CaseFlag(case_flag);
+    m_index.CaseFlag(case_flag);
     int at = len - static_cast<int>(header.left());
     for (uint64_t before = 0; before < count && at < len; ++before) {
         if (!call.budget.Entry(before)) {
@@ -278,7 +278,7 @@ int Tq4_value_table_obj::ImportPart(const char *buf, int len, Tq4_import_call &c
         at += imported(pair->key().Import(buf + at, len - at));
         call.budget.Bytes(pair->key().text().size);
         at += imported(pair->value().ImportPart(buf + at, len - at, call));
-        RegisterLater(pair);
+        m_index.EnterLater(pair);
     }
     DeleteEntries(former);
     return at;

@@ -33,6 +33,7 @@ struct Tq4_value_Json_decode_data {
     Tq4_bytes text; // borrowed: all of it
     Tq4_decode_budget budget{Tq4_decode_budget::Whole(text.size)};
     std::vector<Tq4_value_Json_Obj> chain;
+    Value spare; // what is filled instead of an entry beyond the budget; the event that asks for it is the last
     Tq4_string_obj temp{nullptr}; // the pending key, when it does not lie in the text as it is
     Tq4_bytes key{};              // its bytes up to the first NUL
 
@@ -42,17 +43,19 @@ struct Tq4_value_Json_decode_data {
         if (chain.empty()) return *root;
         Tq4_value_table_obj &table = *chain.back().table;
         const unsigned long before = table.Count();
-        Value &v = table.ValueOf({nullptr, table.m_table.m_case, key});
+        if (!budget.Fits(Tq4_decode_budget::EntryCost(before))) return spare;
+        Value &v = table.ValueOf(key);
+        if (before == 0) budget.Index();
         if (table.Count() != before) CountEntry(before, key.size);
         return v;
     }
     // The value of a new unkeyed entry at the end of the array being filled.
     Value &element() {
         Tq4_value_table_obj *table = chain.back().obj->make_table();
+        if (!budget.Fits(Tq4_decode_budget::EntryCost(table->Count()))) return spare;
         CountEntry(table->Count(), 0);
         return table->NewPairAtTail()->value();
     }
-    // When this exceeds the budget, the event that it belongs to is the last.
     void CountEntry(unsigned long before, std::size_t key_size) {
         budget.Entry(before);
         budget.Bytes(key_size);
@@ -166,7 +169,7 @@ int Tq4_value_obj::Json_decode(const char *text, int len) {
         copy.Memcpy(bytes.data, bytes.size);
         bytes = copy.view();
     }
-    Decode data{.root = this, .text = bytes, .chain = {}};
+    Decode data{.root = this, .text = bytes, .chain = {}, .spare = {}};
     json_parser parser;
     int error = json_parser_init(&parser, nullptr, on_event, &data);
     if (!error) error = json_parser_string(&parser, reinterpret_cast<const char *>(bytes.data), bytes.size, nullptr);

@@ -1,8 +1,8 @@
 // entry_room.hpp: memory for the entries of one table or map.
 //
-// Entries are all of one size and mostly go together, so they lie side by side: the first few in the owner itself, the
-// others in blocks, each of as many as there were before, up to a large page. What a single removal frees is used by
-// the next insertion; blocks are given back all at once, when the owner is emptied.
+// Entries are all of one size and mostly go together, so they lie side by side in blocks: one entry, two, four and so
+// on up to a large page. What a removal frees is used by the next insertion; when the last entry is given back, so are
+// all blocks. The owner has room for no entry: many tables of a message are empty.
 #pragma once
 
 #include <algorithm>
@@ -10,12 +10,11 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "assert.hpp"
 #include "object_memory.hpp"
 #include "platform/multi_platform_memory.hpp"
 
 template <std::size_t size> class Tq4_entry_room {
-    static constexpr std::size_t inside = 5; // entries in the owner
-
     struct Block {
         Block *next;
         std::size_t bytes;
@@ -25,10 +24,10 @@ template <std::size_t size> class Tq4_entry_room {
     };
     Block *m_blocks = nullptr; // owned
     Free *m_free = nullptr;    // given back one by one
-    std::byte *m_unused = m_inside;
-    std::size_t m_unused_count = inside; // rooms at m_unused
-    std::size_t m_total = inside;        // all rooms
-    alignas(void *) std::byte m_inside[inside * size];
+    std::byte *m_unused = nullptr;
+    uint32_t m_unused_count = 0; // rooms at m_unused
+    uint32_t m_last_count = 0;   // rooms in the newest block
+    uint32_t m_taken = 0;
 
 public:
     Tq4_entry_room() = default;
@@ -38,6 +37,7 @@ public:
 
     // Room for one entry, aligned for pointers.
     void *Take() {
+        ++m_taken;
         if (Free *room = m_free) {
             m_free = room->next;
             return room;
@@ -48,7 +48,11 @@ public:
         m_unused += size;
         return room;
     }
-    void Give(void *room) { m_free = new (room) Free{m_free}; }
+    void Give(void *room) {
+        TQ4_CHECK(m_taken > 0);
+        m_free = new (room) Free{m_free};
+        if (--m_taken == 0) GiveAll();
+    }
 
     // Gives back all rooms.
     void GiveAll() {
@@ -57,15 +61,15 @@ public:
             block->bytes == MP_large_page ? std::free(block) : Tq4_object_memory_free(block, block->bytes);
         }
         m_free = nullptr;
-        m_unused = m_inside;
-        m_unused_count = m_total = inside;
+        m_unused = nullptr;
+        m_unused_count = m_last_count = m_taken = 0;
     }
 
 private:
     // In larger blocks, entries whose size is a multiple of a cache line begin with one.
     void Grow() {
         constexpr std::size_t line = 64, few = 16, most = (MP_large_page - sizeof(Block) - line) / size;
-        const std::size_t count = std::min(m_total, most);
+        const std::size_t count = std::clamp<std::size_t>(2 * std::size_t{m_last_count}, 1, most);
         const bool aligned = size % line == 0 && count > few;
         std::size_t bytes = sizeof(Block) + count * size + (aligned ? line : 0);
         std::byte *memory = nullptr;
@@ -74,7 +78,6 @@ private:
         m_blocks = new (memory) Block{m_blocks, bytes};
         m_unused = memory + sizeof(Block);
         if (aligned) m_unused += -reinterpret_cast<uintptr_t>(m_unused) % line;
-        m_unused_count = count;
-        m_total += count;
+        m_unused_count = m_last_count = static_cast<uint32_t>(count);
     }
 };

@@ -3,22 +3,33 @@
 // The forms (a key object, a number, a text, a text with a number) differ in how they hash, what they match and how
 // they fill a new entry's key; what is done with them is written once. An entry has index_key(), the key it was added
 // under, and index_case(), the map's case flag at that time.
-// The chains' index over full hashes is asked while every entry carries the map's own case flag; a map that changed
-// its flag while it had entries, and a key object that ignores case in a map that does not, are looked up in the
-// chains.
+//
+// A look-up meets the first entry of its bucket that matches. An entry that ignores case matches every case of its
+// text; another one its own text, and every case of it when the look-up itself ignores case. Where an entry that
+// ignores case stands, no other case of its text is added to the bucket any more: it is the newest of them and the only
+// one. So a look-up that ignores case meets the newest of all cases; every other look-up meets the one that ignores
+// case, or else the one that is its own text.
 #pragma once
 
 #include "base/kv/key.hpp"
+#include "base/map/chain_groups.hpp"
 #include "base/map/chains.hpp"
 #include "base/string/string.hpp"
 
-// exact(): equal keys and equal hashes go together.
+// has_text(): the text is part of what matches. folds(): every case of it matches entries that do not ignore case.
 struct Tq4_key_form {
     const Tq4_key_obj &key;
     int nocase;
-    uint64_t hash = key.Hash(nocase);
+    Tq4_hash_on_demand bucket = {}, full[2] = {};
+    bool has_text() const { return key.identified_by_text(); }
+    bool folds() const { return key.cf && has_text(); }
+    uint64_t bucket_hash() const {
+        return bucket.Get([this] { return key.Hash(nocase); });
+    }
+    uint64_t full_hash(bool folded) const {
+        return full[folded].Get([=, this] { return key.FullHash(folded); });
+    }
     bool matches(const Tq4_key_obj &entry, int entry_case) const { return entry.EqualUnder(entry_case, key); }
-    bool exact() const { return !key.cf || nocase; }
     void fill(Tq4_key_obj &entry) const {
         entry.Copy(&key);
         entry.SetNoCase(nocase);
@@ -27,9 +38,11 @@ struct Tq4_key_form {
 
 struct Tq4_number_form {
     unsigned long number;
-    uint64_t hash = number;
+    static constexpr bool has_text() { return false; }
+    static constexpr bool folds() { return false; }
+    uint64_t bucket_hash() const { return number; }
+    uint64_t full_hash(bool) const { return Tq4_key_full_hash(Tq4_key_type_L, number); }
     bool matches(const Tq4_key_obj &entry, int) const { return entry.EqualL(number); }
-    static constexpr bool exact() { return true; }
     void fill(Tq4_key_obj &entry) const { entry.SetL(number, nullptr); }
 };
 
@@ -37,11 +50,18 @@ struct Tq4_text_form {
     const char *given; // may be null; not looked at when the text is given as bytes
     int nocase;
     Tq4_bytes text = Tq4_text_bytes(given);
-    uint64_t hash = Tq4_key_hash_bytes(text, nocase);
+    Tq4_hash_on_demand bucket = {}, full[2] = {};
+    static constexpr bool has_text() { return true; }
+    bool folds() const { return nocase != 0; }
+    uint64_t bucket_hash() const {
+        return bucket.Get([this] { return Tq4_key_hash_bytes(text, nocase); });
+    }
+    uint64_t full_hash(bool folded) const {
+        return full[folded].Get([=, this] { return Tq4_key_full_hash(Tq4_key_type_String, 0, text, folded); });
+    }
     bool matches(const Tq4_key_obj &entry, int entry_case) const {
         return entry.m_type == Tq4_key_type_String && Tq4_key_obj::same_text(entry.text(), text, entry_case || nocase);
     }
-    static constexpr bool exact() { return true; }
     void fill(Tq4_key_obj &entry) const { entry.SetS(given, -1, nocase); }
 };
 
@@ -50,55 +70,115 @@ struct Tq4_text_number_form {
     unsigned long number;
     int nocase;
     Tq4_bytes text = Tq4_text_bytes(given);
-    uint64_t hash = Tq4_key_hash_text_number(Tq4_key_hash_bytes(text, nocase), number);
+    Tq4_hash_on_demand bucket = {}, full[2] = {};
+    static constexpr bool has_text() { return true; }
+    bool folds() const { return nocase != 0; }
+    uint64_t bucket_hash() const {
+        return bucket.Get([this] { return Tq4_key_hash_text_number(Tq4_key_hash_bytes(text, nocase), number); });
+    }
+    uint64_t full_hash(bool folded) const {
+        return full[folded].Get([=, this] { return Tq4_key_full_hash(Tq4_key_type_LS, number, text, folded); });
+    }
     bool matches(const Tq4_key_obj &entry, int entry_case) const {
         return entry.m_type == Tq4_key_type_LS && entry.GetL() == number &&
                Tq4_key_obj::same_text(entry.text(), text, entry_case || nocase);
     }
-    static constexpr bool exact() { return true; }
     void fill(Tq4_key_obj &entry) const { entry.SetLS(number, given, nocase); }
 };
 
+// Entries of one bucket whose keys differ in case at most.
+struct Tq4_same_but_case {
+    static uint64_t hash(uint64_t folded_hash, uint32_t bucket) { return Tq4_keyed_number(bucket, folded_hash); }
+    template <class Entry> static uint64_t hash(const Entry &entry) {
+        return hash(entry.index_key().FullHash(true), entry.nHashValue);
+    }
+    template <class Entry> static bool same(const Entry &a, const Entry &b) {
+        return a.nHashValue == b.nHashValue && a.index_key().EqualUnder(true, b.index_key());
+    }
+};
+
 template <class Entry> class Tq4_key_index {
-public:
     Tq4_chains<Entry> m_chains;
+    Tq4_groups_on_demand<Entry, Tq4_same_but_case> m_groups;
     int m_case = 0; // non-zero: strings compare and hash without case
 
-    // Some entry was added under another case flag than there is now, so that hashes and matches no longer go together
-    // and only the chains tell what a look-up meets. Lasts until there are no entries.
-    bool m_mixed = false;
+    // What there may be among the entries with a text; until there are no entries.
+    bool m_some_exact = false;   // entries that do not ignore case
+    bool m_some_folding = false; // entries that do
+    bool m_some_astray = false;  // entries that do not, in the bucket of one that does
 
-    void CaseFlag(int flag) {
-        if (!m_case != !flag && m_chains.count() > 0) m_mixed = true;
-        m_case = flag;
+public:
+    const Tq4_chains<Entry> &chains() const { return m_chains; }
+    int case_flag() const { return m_case; }
+    void CaseFlag(int flag) { m_case = flag; }
+    void Resize(uint64_t heads) { m_chains.Resize(heads); }
+
+    // No entries, 17 buckets and no case flag.
+    void Reset() {
+        Forget();
+        m_chains.Resize();
+        m_case = 0;
     }
 
     template <class Form> Entry *Find(const Form &form) const {
         const auto match = [&](const Entry &entry) { return form.matches(entry.index_key(), entry.index_case()); };
-        return m_mixed || !form.exact() ? m_chains.FindInChain(form.hash, match) : m_chains.Find(form.hash, match);
+        if (!m_chains.indexed()) return m_chains.FindInChain(form.bucket_hash(), match);
+        const bool plain = !m_some_folding && !m_some_astray && !m_case && !form.folds();
+        if (plain || !form.has_text()) return m_chains.FindByIndex(form.full_hash(false), match);
+        return FindInBucket(form, match);
     }
 
     // A key object that ignores case stands in the bucket of its own hash, but its entry takes the index's flag,
     // deliberately.
     template <class Form> void Add(Entry *entry, const Form &form) {
-        m_chains.Add(entry, form.hash);
-        if (!form.exact()) m_mixed = m_mixed || hash_of(*entry) != form.hash;
+        if (form.has_text()) {
+            (entry->index_case() ? m_some_folding : m_some_exact) = true;
+            m_some_astray = m_some_astray || (form.folds() && !m_case);
+        }
+        m_chains.AddInBucket(entry, m_chains.BucketOf(form.bucket_hash()),
+                             [&] { return form.full_hash(entry->index_case() != 0); });
+        m_groups.Added(entry);
     }
-
+    // The new entry takes the place of the old one, and its key.
+    void Replace(Entry *old, Entry *fresh) {
+        m_chains.Replace(old, fresh);
+        m_groups.Replaced(old, fresh);
+    }
     void Unlink(Entry *entry) {
         m_chains.Unlink(entry);
-        if (m_chains.count() == 0) m_mixed = false;
+        m_groups.Unlinked(entry, m_chains);
+        if (m_chains.count() == 0) m_some_exact = m_some_folding = m_some_astray = false;
     }
-
-    // Forgets all entries.
-    void Clear() {
+    void Forget() {
         m_chains.Forget();
-        m_mixed = false;
+        m_groups.Drop();
+        m_some_exact = m_some_folding = m_some_astray = false;
+    }
+    // Takes all entries out and hands each to dispose.
+    template <class Dispose> void Clear(Dispose dispose) {
+        m_chains.Clear(dispose);
+        Forget();
+    }
+    // The same buckets and flag, and copies of the same entries in the same order, made by copy(entry).
+    template <class MakeCopy> void CopyEmpty(const Tq4_key_index &source, MakeCopy copy) {
+        m_chains.Resize(source.m_chains.size());
+        m_case = source.m_case;
+        m_some_exact = source.m_some_exact;
+        m_some_folding = source.m_some_folding;
+        m_some_astray = source.m_some_astray;
+        source.m_chains.EachOldestFirst(
+            [&](const Entry &entry) { m_chains.AddInBucket(copy(entry), entry.nHashValue); });
     }
 
 private:
-    uint64_t hash_of(const Entry &entry) const {
-        const Tq4_key_obj &key = entry.index_key();
-        return key.HashUnder(entry.index_case() || m_case);
+    // Among entries of which some ignore case, or by a look-up that does.
+    template <class Form, class Match> Entry *FindInBucket(const Form &form, Match match) const {
+        const uint32_t bucket = m_chains.BucketOf(form.bucket_hash());
+        const auto here = [&](const Entry &entry) { return entry.nHashValue == bucket && match(entry); };
+        if (m_some_exact && form.folds())
+            return m_groups.Of(m_chains).Find(Tq4_same_but_case::hash(form.full_hash(true), bucket), here);
+        const auto folding = [&](const Entry &entry) { return entry.index_case() && here(entry); };
+        Entry *found = m_some_folding ? m_chains.FindByIndex(form.full_hash(true), folding) : nullptr;
+        return found || !m_some_exact ? found : m_chains.FindByIndex(form.full_hash(false), here);
     }
 };

@@ -12,30 +12,25 @@ void *value_of(const Tq4_CAssoc *entry) { return entry ? entry->value : nullptr;
 
 void Tq4_strmap_obj::Reset() {
     RemoveAll();
-    m_index.m_chains.Resize();
-    m_index.m_case = 0;
+    m_index.Reset();
 }
 
-// The entries are added from the oldest of each chain on, so that the copy iterates in the same order.
 void Tq4_strmap_obj::Copy(const Tq4_strmap_obj *source) {
     if (source == this) return;
     Reset();
     if (!source) return;
-    m_index.m_chains.Resize(source->m_index.m_chains.size());
-    m_index.m_case = source->m_index.m_case;
-    m_index.m_mixed = source->m_index.m_mixed;
-    source->m_index.m_chains.EachOldestFirst([this](const Tq4_CAssoc &entry) {
+    m_index.CopyEmpty(source->m_index, [this](const Tq4_CAssoc &entry) {
         auto *copy = new (m_room.Take()) Tq4_CAssoc;
         copy->key.record().Copy(&entry.key.record());
         copy->value = entry.value;
-        m_index.m_chains.AddLike(copy, entry);
+        return copy;
     });
 }
 
 // The same keys with the same values in the same order.
 bool Tq4_strmap_obj::Equal(const Tq4_strmap_obj &other) const {
-    return !m_index.m_case == !other.m_index.m_case &&
-           m_index.m_chains.Equal(other.m_index.m_chains, [](const Tq4_CAssoc &a, const Tq4_CAssoc &b) {
+    return !m_index.case_flag() == !other.m_index.case_flag() &&
+           m_index.chains().Equal(other.m_index.chains(), [](const Tq4_CAssoc &a, const Tq4_CAssoc &b) {
                return a.value == b.value && a.key.record().Equal(b.key.record());
            });
 }
@@ -63,44 +58,45 @@ template <class Form> void *Tq4_strmap_obj::Remove(const Form &form) {
 }
 
 void Tq4_strmap_obj::RemoveAll() {
-    m_index.m_chains.Clear([](Tq4_CAssoc *entry) { entry->~Tq4_CAssoc(); });
+    m_index.Clear([](Tq4_CAssoc *entry) { entry->~Tq4_CAssoc(); });
     m_room.GiveAll();
-    m_index.m_mixed = false;
 }
 
 void *Tq4_strmap_obj::LookupK(Tq4_key key) const {
-    return key ? Lookup(Tq4_key_form{record(key), m_index.m_case}) : nullptr;
+    return key ? Lookup(Tq4_key_form{record(key), m_index.case_flag()}) : nullptr;
 }
 void *Tq4_strmap_obj::LookupI(unsigned long number) const { return Lookup(Tq4_number_form{number}); }
-void *Tq4_strmap_obj::LookupS(const char *text) const { return Lookup(Tq4_text_form{text, m_index.m_case}); }
+void *Tq4_strmap_obj::LookupS(const char *text) const { return Lookup(Tq4_text_form{text, m_index.case_flag()}); }
 void *Tq4_strmap_obj::LookupSI(const char *text, unsigned long number) const {
-    return Lookup(Tq4_text_number_form{text, number, m_index.m_case});
+    return Lookup(Tq4_text_number_form{text, number, m_index.case_flag()});
 }
 
 void Tq4_strmap_obj::SetAtK(void *value, Tq4_key key) {
-    if (key) SetAt(value, Tq4_key_form{record(key), m_index.m_case});
+    if (key) SetAt(value, Tq4_key_form{record(key), m_index.case_flag()});
 }
 void Tq4_strmap_obj::SetAtI(void *value, unsigned long number) { SetAt(value, Tq4_number_form{number}); }
-void Tq4_strmap_obj::SetAtS(void *value, const char *text) { SetAt(value, Tq4_text_form{text, m_index.m_case}); }
+void Tq4_strmap_obj::SetAtS(void *value, const char *text) { SetAt(value, Tq4_text_form{text, m_index.case_flag()}); }
 void Tq4_strmap_obj::SetAtSI(void *value, const char *text, unsigned long number) {
-    SetAt(value, Tq4_text_number_form{text, number, m_index.m_case});
+    SetAt(value, Tq4_text_number_form{text, number, m_index.case_flag()});
 }
 
-void *Tq4_strmap_obj::RemoveK(Tq4_key key) { return key ? Remove(Tq4_key_form{record(key), m_index.m_case}) : nullptr; }
+void *Tq4_strmap_obj::RemoveK(Tq4_key key) {
+    return key ? Remove(Tq4_key_form{record(key), m_index.case_flag()}) : nullptr;
+}
 void *Tq4_strmap_obj::RemoveI(unsigned long number) { return Remove(Tq4_number_form{number}); }
-void *Tq4_strmap_obj::RemoveS(const char *text) { return Remove(Tq4_text_form{text, m_index.m_case}); }
+void *Tq4_strmap_obj::RemoveS(const char *text) { return Remove(Tq4_text_form{text, m_index.case_flag()}); }
 void *Tq4_strmap_obj::RemoveSI(const char *text, unsigned long number) {
-    return Remove(Tq4_text_number_form{text, number, m_index.m_case});
+    return Remove(Tq4_text_number_form{text, number, m_index.case_flag()});
 }
 
 void *Tq4_strmap_obj::NextK(Tq4_key *key, void **position) const {
-    Tq4_CAssoc *entry = m_index.m_chains.Step(position);
+    Tq4_CAssoc *entry = m_index.chains().Step(position);
     if (key) *key = entry ? entry->key.handle() : nullptr;
     return value_of(entry);
 }
 
 void *Tq4_strmap_obj::NextSI(const char **text, unsigned long *number, void **position) const {
-    Tq4_CAssoc *entry = m_index.m_chains.Step(position);
+    Tq4_CAssoc *entry = m_index.chains().Step(position);
     if (text) *text = entry ? entry->key.record().GetS() : nullptr;
     if (number) *number = entry ? entry->key.record().GetL() : 0;
     return value_of(entry);
@@ -108,12 +104,12 @@ void *Tq4_strmap_obj::NextSI(const char **text, unsigned long *number, void **po
 
 void Tq4_strmap_obj::eachKV(Tq4_strmap_key_visitor visitor, void *param) const {
     if (visitor)
-        m_index.m_chains.Each([&](Tq4_CAssoc &entry) { return visitor(entry.key.handle(), entry.value, param) != 0; });
+        m_index.chains().Each([&](Tq4_CAssoc &entry) { return visitor(entry.key.handle(), entry.value, param) != 0; });
 }
 
 void Tq4_strmap_obj::each(Tq4_strmap_visitor visitor, void *param) const {
     if (!visitor) return;
-    m_index.m_chains.Each([&](Tq4_CAssoc &entry) {
+    m_index.chains().Each([&](Tq4_CAssoc &entry) {
         const Tq4_key_obj &key = entry.key.record();
         return visitor(key.GetS(), key.GetL(), entry.value, param) != 0;
     });

@@ -16,6 +16,7 @@ struct Tq4_CAssoc : Tq4_CAssoc_content, Tq4_chained<Tq4_CAssoc> {
 
     const Tq4_key_obj &index_key() const { return key.record(); }
     int index_case() const { return key.record().cf; }
+    uint64_t full_hash() const { return index_key().FullHash(index_case()); }
 };
 
 static_assert(sizeof(Tq4_CAssoc) <= Tq4_CAssoc::size);
@@ -29,9 +30,9 @@ struct Tq4_strmap_obj {
     void Copy(const Tq4_strmap_obj *source); // null empties
     bool Equal(const Tq4_strmap_obj &other) const;
 
-    unsigned long HashTableSize() const { return m_index.m_chains.size(); }
-    void Init(unsigned long count) { m_index.m_chains.Resize(count); }
-    int Count() const { return m_index.m_chains.count(); }
+    unsigned long HashTableSize() const { return m_index.chains().size(); }
+    void Init(unsigned long count) { m_index.Resize(count); }
+    int Count() const { return m_index.chains().count(); }
     bool IsEmpty() const { return Count() == 0; }
     void CaseFlag(int flag) { m_index.CaseFlag(flag); }
     void *LookupK(Tq4_key key) const;

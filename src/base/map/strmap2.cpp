@@ -5,26 +5,47 @@
 // the same text adds another one. That is deliberate; keys of this map are shorter than 32 bytes.
 #include "tq4/strmap2.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
 
+#include "base/map/chain_groups.hpp"
 #include "base/map/chains.hpp"
 #include "base/string/string.hpp"
+#include "tq4/key.h"
 
 namespace {
 
 enum class Form : uint8_t { number = 1, text = 2, text_number = 3 };
 
+constexpr std::size_t text_field = 32;
+
+// Keyed. What no entry matches, a text that fills the field, may have any.
+template <bool folded> uint64_t full_hash_of(Form form, uint64_t number, const char *text) {
+    const uint64_t hash = Tq4_keyed_number(static_cast<uint64_t>(form), number);
+    if (form == Form::number) return hash;
+    const Tq4_bytes bytes = Tq4_text_bytes(text);
+    if constexpr (!folded) return Tq4_keyed_text<false>(hash, bytes);
+    uint8_t letters[text_field]; // folded as strcasecmp compares
+    const std::size_t size = std::min(bytes.size, text_field);
+    for (std::size_t i = 0; i < size; ++i) letters[i] = static_cast<uint8_t>(std::tolower(bytes.data[i]));
+    return Tq4_keyed_text<false>(hash, {letters, size});
+}
+
 } // namespace
 
 struct Tq4_CAssoc2 : Tq4_chained<Tq4_CAssoc2> {
-    static constexpr std::size_t text_field = 32;
-
-    char sKey[text_field + 1] = {}; // one more, so that iterations may show what no look-up finds
     Form key_type;
+    bool folding; // ignores case: the map did when it was added
+    bool fills_field;
     uint64_t ukey;
-    void *value; // borrowed
+    void *value = nullptr;          // borrowed
+    char sKey[text_field + 1] = {}; // one more, so that iterations may show what no look-up finds
 
-    bool unreachable() const { return sKey[text_field - 1] != '\0'; }
+    bool findable() const { return !fills_field; }
+    uint64_t full_hash() const {
+        return folding ? full_hash_of<true>(key_type, ukey, sKey) : full_hash_of<false>(key_type, ukey, sKey);
+    }
 };
 
 namespace {
@@ -34,21 +55,28 @@ struct Asked {
     Form form;
     const char *text; // null counts as empty
     uint64_t number;
+    Tq4_hash_on_demand full[2] = {};
 
     uint64_t hash(int nocase) const {
         if (form == Form::number) return number;
         return form == Form::text ? Tq4_key_HashString(text, nocase) : Tq4_key_HashLS(number, text, nocase);
     }
+    uint64_t full_hash(bool folded) const {
+        return full[folded].Get([=, this] {
+            return folded ? full_hash_of<true>(form, number, text) : full_hash_of<false>(form, number, text);
+        });
+    }
     bool matches(const Tq4_CAssoc2 &entry, int nocase) const {
         if (entry.key_type != form || entry.ukey != number) return false;
         if (form == Form::number) return true;
         const char *wanted = text ? text : "";
-        if (entry.unreachable()) return false;
+        if (!entry.findable()) return false;
         return (nocase ? strcasecmp(entry.sKey, wanted) : std::strcmp(entry.sKey, wanted)) == 0;
     }
-    Tq4_CAssoc2 *new_entry() const {
-        auto *entry = new Tq4_CAssoc2{{}, {}, form, number, nullptr};
-        if (text) std::memcpy(entry->sKey, text, strnlen(text, Tq4_CAssoc2::text_field));
+    Tq4_CAssoc2 *new_entry(int nocase) const {
+        const std::size_t size = text ? strnlen(text, text_field) : 0;
+        auto *entry = new Tq4_CAssoc2{{}, form, nocase != 0, size == text_field, number};
+        if (size) std::memcpy(entry->sKey, text, size);
         return entry;
     }
 };
@@ -58,12 +86,27 @@ Asked by_text(const char *text) { return {Form::text, text, 0}; }
 Asked by_text_number(const char *text, unsigned long number) { return {Form::text_number, text, number}; }
 void *value_of(const Tq4_CAssoc2 *entry) { return entry ? entry->value : nullptr; }
 
+// Entries of one bucket whose keys are equal, or differ in case at most.
+template <bool folded> struct Same_key {
+    static uint64_t hash(uint64_t full_hash, uint32_t bucket) { return Tq4_keyed_number(bucket, full_hash); }
+    static uint64_t hash(const Tq4_CAssoc2 &entry) {
+        return hash(full_hash_of<folded>(entry.key_type, entry.ukey, entry.sKey), entry.nHashValue);
+    }
+    static bool same(const Tq4_CAssoc2 &a, const Tq4_CAssoc2 &b) {
+        return a.nHashValue == b.nHashValue && Asked{a.key_type, a.sKey, a.ukey}.matches(b, folded);
+    }
+};
+
 } // namespace
 
+// A look-up compares by the map's flag alone, whatever flag an entry was added under. While no text was added under
+// the other flag, at most one entry matches, and the index finds it; after a change of the flag, groups do.
 struct Tq4_strmap2_obj {
     Tq4_chains<Tq4_CAssoc2> m_chains;
-    int m_case = 0;       // non-zero: texts compare and hash without case
-    bool m_mixed = false; // the flag was changed while there were entries: only the chains tell; until empty
+    Tq4_groups_on_demand<Tq4_CAssoc2, Same_key<false>> m_by_text;
+    Tq4_groups_on_demand<Tq4_CAssoc2, Same_key<true>> m_by_folded_text;
+    int m_case = 0;                                    // non-zero: texts compare and hash without case
+    bool m_some_exact = false, m_some_folding = false; // entries with a text, by the flag they were added under
 
     ~Tq4_strmap2_obj() { RemoveAll(); }
     void Reset() {
@@ -77,16 +120,17 @@ struct Tq4_strmap2_obj {
         if (!source) return;
         m_chains.Resize(source->m_chains.size());
         m_case = source->m_case;
-        m_mixed = source->m_mixed;
+        m_some_exact = source->m_some_exact;
+        m_some_folding = source->m_some_folding;
         source->m_chains.EachOldestFirst(
-            [this](const Tq4_CAssoc2 &entry) { m_chains.AddLike(new Tq4_CAssoc2(entry), entry); });
+            [this](const Tq4_CAssoc2 &entry) { m_chains.AddInBucket(new Tq4_CAssoc2(entry), entry.nHashValue); });
     }
     // The same keys with the same values in the same order.
     bool Equal(const Tq4_strmap2_obj &other) const {
         return !m_case == !other.m_case &&
                m_chains.Equal(other.m_chains, [](const Tq4_CAssoc2 &a, const Tq4_CAssoc2 &b) {
                    return a.value == b.value && a.key_type == b.key_type && a.ukey == b.ukey &&
-                          std::memcmp(a.sKey, b.sKey, Tq4_CAssoc2::text_field) == 0;
+                          std::memcmp(a.sKey, b.sKey, text_field) == 0;
                });
     }
 
@@ -94,10 +138,7 @@ struct Tq4_strmap2_obj {
     void Init(unsigned long count) { m_chains.Resize(count); }
     int Count() const { return m_chains.count(); }
     bool IsEmpty() const { return m_chains.count() == 0; }
-    void CaseFlag(int flag) {
-        if (!m_case != !flag && Count() > 0) m_mixed = true;
-        m_case = flag;
-    }
+    void CaseFlag(int flag) { m_case = flag; }
     void *LookupI(unsigned long number) const { return value_of(Find(by_number(number))); }
     void *LookupS(const char *text) const { return value_of(Find(by_text(text))); }
     void *LookupSI(const char *text, unsigned long number) const {
@@ -111,7 +152,7 @@ struct Tq4_strmap2_obj {
     void *RemoveSI(const char *text, unsigned long number) { return Remove(by_text_number(text, number)); }
     void RemoveAll() {
         m_chains.Clear([](Tq4_CAssoc2 *entry) { delete entry; });
-        m_mixed = false;
+        Emptied();
     }
     void *NextSI(const char **text, unsigned long *number, void **position) const {
         Tq4_CAssoc2 *entry = m_chains.Step(position);
@@ -128,22 +169,40 @@ struct Tq4_strmap2_obj {
 private:
     Tq4_CAssoc2 *Find(const Asked &asked) const {
         const auto match = [&](const Tq4_CAssoc2 &entry) { return asked.matches(entry, m_case); };
-        const uint64_t hash = asked.hash(m_case);
-        return m_mixed ? m_chains.FindInChain(hash, match) : m_chains.Find(hash, match);
+        if (!m_chains.indexed()) return m_chains.FindInChain(asked.hash(m_case), match);
+        const bool plain = m_case ? !m_some_exact : !m_some_folding;
+        if (plain || asked.form == Form::number) return m_chains.FindByIndex(asked.full_hash(m_case), match);
+        const uint32_t bucket = m_chains.BucketOf(asked.hash(m_case));
+        const uint64_t hash = Same_key<true>::hash(asked.full_hash(m_case), bucket);
+        const auto here = [&](const Tq4_CAssoc2 &entry) { return entry.nHashValue == bucket && match(entry); };
+        return m_case ? m_by_folded_text.Of(m_chains).Find(hash, here) : m_by_text.Of(m_chains).Find(hash, here);
     }
     void SetAt(void *value, const Asked &asked) {
         Tq4_CAssoc2 *entry = Find(asked);
-        if (!entry) m_chains.Add(entry = asked.new_entry(), asked.hash(m_case));
+        if (!entry) Add(entry = asked.new_entry(m_case), asked);
         entry->value = value;
+    }
+    void Add(Tq4_CAssoc2 *entry, const Asked &asked) {
+        if (asked.form != Form::number) (m_case ? m_some_folding : m_some_exact) = true;
+        m_chains.AddInBucket(entry, m_chains.BucketOf(asked.hash(m_case)), [&] { return asked.full_hash(m_case); });
+        m_by_text.Added(entry);
+        m_by_folded_text.Added(entry);
     }
     void *Remove(const Asked &asked) {
         Tq4_CAssoc2 *entry = Find(asked);
         if (!entry) return nullptr;
         void *value = entry->value;
         m_chains.Unlink(entry);
+        m_by_text.Unlinked(entry, m_chains);
+        m_by_folded_text.Unlinked(entry, m_chains);
         delete entry;
-        if (IsEmpty()) m_mixed = false;
+        if (IsEmpty()) Emptied();
         return value;
+    }
+    void Emptied() {
+        m_by_text.Drop();
+        m_by_folded_text.Drop();
+        m_some_exact = m_some_folding = false;
     }
 };
 
