@@ -135,7 +135,7 @@ static_assert(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj) <= 250);
 
 template <class Key> Tq4_value Tq4_value_table_obj::Value(Key key) const {
     Tq4_kv_pair *pair = m_index.Find(key);
-    return pair ? pair->value_handle() : nullptr;
+    return pair ? pair->shared_value_handle() : nullptr;
 }
 template <class Key> Tq4_value_table Tq4_value_table_obj::Table(Key key) const {
     const Tq4_kv_pair *pair = m_index.Find(key);
