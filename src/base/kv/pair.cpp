@@ -24,13 +24,25 @@ void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source) {
 
 // ---- handles
 
-Tq4_kv_handles &Tq4_kv_pair::MakeHandles() {
-    if (Tq4_kv_handles *made = handles()) return *made;
-    auto *made = new (Tq4_object_memory(sizeof(Tq4_kv_handles))) Tq4_kv_handles{
+Tq4_kv_handles *Tq4_kv_pair::NewHandles() {
+    return new (Tq4_object_memory(sizeof(Tq4_kv_handles))) Tq4_kv_handles{
         .key = {nullptr, &Tq4_key_obj_itf, &Tq4_key_itf, &m_key},
         .value = {nullptr, &Tq4_value_obj_itf, &Tq4_value_itf, &m_value},
         .registered_key = {},
     };
+}
+
+// By whoever has the table alone: without the price of an exchange.
+Tq4_kv_handles &Tq4_kv_pair::MakeHandles() {
+    if (Tq4_kv_handles *made = handles()) return *made;
+    Tq4_kv_handles *made = NewHandles();
+    Mark(reinterpret_cast<uintptr_t>(made));
+    return *made;
+}
+
+Tq4_kv_handles &Tq4_kv_pair::MakeSharedHandles() {
+    if (Tq4_kv_handles *made = handles()) return *made;
+    Tq4_kv_handles *made = NewHandles();
     uintptr_t word = flags();
     while (!handles_in(word))
         if (m_handles.compare_exchange_weak(word, word | reinterpret_cast<uintptr_t>(made), std::memory_order_acq_rel))
@@ -56,10 +68,11 @@ Tq4_key Tq4_kv_pair::key_handle() {
     return static_cast<Tq4_key>(has(key_is_hosts) ? object.real_obj : static_cast<void *>(&object.itf));
 }
 
-Tq4_value Tq4_kv_pair::value_handle() {
-    Tq4_object &object = MakeHandles().value;
-    return static_cast<Tq4_value>(has(value_is_hosts) ? object.real_obj : static_cast<void *>(&object.itf));
+Tq4_value Tq4_kv_pair::ValueHandle(Tq4_kv_handles &made) const {
+    return static_cast<Tq4_value>(has(value_is_hosts) ? made.value.real_obj : static_cast<void *>(&made.value.itf));
 }
+Tq4_value Tq4_kv_pair::value_handle() { return ValueHandle(MakeHandles()); }
+Tq4_value Tq4_kv_pair::shared_value_handle() { return ValueHandle(MakeSharedHandles()); }
 
 namespace {
 

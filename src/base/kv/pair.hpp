@@ -66,6 +66,7 @@ public:
     }
     Tq4_key key_handle();
     Tq4_value value_handle();
+    Tq4_value shared_value_handle(); // the only one that readers make, side by side
 
     // What the index keeps with the entry: the key that it was registered under and the index's case flag then.
     const Tq4_key_obj &index_key() const {
@@ -88,7 +89,10 @@ public:
 
 private:
     friend void Tq4_key_leaves_index(Tq4_key_obj &key);
+    Tq4_kv_handles *NewHandles();
     Tq4_kv_handles &MakeHandles();
+    Tq4_kv_handles &MakeSharedHandles();
+    Tq4_value ValueHandle(Tq4_kv_handles &made) const;
     void MakeByHost();
     void KeepRegisteredKey(const Tq4_key_obj &registered);
     void EndHandles();

@@ -77,11 +77,14 @@ struct Tq4_value_table_obj {
     void Echo(Tq4_echo echo, void *context, int compact) const;
     const char *Json_encode(Tq4_string out) const; // compactly appended to out, whose text it returns; null prints
 
-    // The pairs in order, for what walks them all: visit(pair) until it gives false. While one is visited, the table
-    // that the next one holds comes into the cache.
+    // The pairs in order, for what walks them all: visit(pair) until it gives false. While one is visited, the entries
+    // of the table that the next one holds come into the cache, and the table that the one after it holds.
     template <class Visit> void EachPair(Visit visit) const {
         for (const Tq4_list_node *node = m_list.first(); node != m_list.end(); node = node->next) {
-            if (node->next != m_list.end()) Prefetch(static_cast<const Tq4_kv_pair *>(node->next)->value());
+            if (const Tq4_list_node *next = node->next; next != m_list.end()) {
+                PrefetchEntries(static_cast<const Tq4_kv_pair *>(next)->value());
+                if (next->next != m_list.end()) Prefetch(static_cast<const Tq4_kv_pair *>(next->next)->value());
+            }
             if (!visit(*static_cast<const Tq4_kv_pair *>(node))) return;
         }
     }
@@ -91,9 +94,16 @@ struct Tq4_value_table_obj {
     Tq4_value_obj &ValueOf(Tq4_bytes key);
 
 private:
+    static void PrefetchLines(const void *from, std::size_t size) {
+        for (std::size_t at = 0; at < size; at += 64) __builtin_prefetch(static_cast<const char *>(from) + at);
+    }
     static void Prefetch(const Tq4_value_obj &v) {
-        if (const auto *table = reinterpret_cast<const char *>(v.GetValueTable()))
-            for (std::size_t at = 0; at < sizeof(Tq4_value_table_obj); at += 64) __builtin_prefetch(table + at);
+        if (const void *table = v.GetValueTable()) PrefetchLines(table, sizeof(Tq4_value_table_obj));
+    }
+    static void PrefetchEntries(const Tq4_value_obj &v) {
+        constexpr std::size_t few = 5;
+        if (Tq4_value_table table = v.GetValueTable())
+            PrefetchLines(Tq4_record<const Tq4_value_table_obj>(table)->m_list.first(), few * sizeof(Tq4_kv_pair));
     }
     Tq4_kv_pair *MakePair(const Tq4_text_form &form);
     void Delete(Tq4_kv_pair *pair);
@@ -126,7 +136,7 @@ static_assert(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj) <= 250);
 
 template <class Key> Tq4_value Tq4_value_table_obj::Value(Key key) const {
     Tq4_kv_pair *pair = m_index.Find(key);
-    return pair ? pair->value_handle() : nullptr;
+    return pair ? pair->shared_value_handle() : nullptr;
 }
 template <class Key> Tq4_value_table Tq4_value_table_obj::Table(Key key) const {
     const Tq4_kv_pair *pair = m_index.Find(key);

@@ -35,9 +35,11 @@ template <class Entry> class Tq4_chains {
     static constexpr uint64_t most_heads = UINT32_MAX;
     static constexpr std::size_t first_bytes = first_size * sizeof(Entry *);
     static constexpr int indexed_from = 64; // entries; with fewer, a walk along a chain costs less than a keyed hash
+    static constexpr int few = 8;           // entries; heads for them cost more to make than they save
     static constexpr int indexed_until = indexed_from / 4;
 
-    Entry **m_pHashTable = nullptr; // owned: the newest entry of each chain. Null while 17 chains are empty
+    Entry **m_pHashTable = nullptr; // owned: the newest entry of each chain. Null while m_few is in use
+    Entry *m_few = nullptr;         // of 17 chains with a few entries: all of them, the newest first
     uint32_t m_nHashTableSize = first_size;
     int m_nCount = 0;
     Tq4_hash_index<Entry, &Tq4_chained<Entry>::m_full> m_index;
@@ -69,8 +71,9 @@ public:
 
     // The first entry of the hash's chain that matches.
     template <class Match> Entry *FindInChain(uint64_t hash, Match match) const {
-        Entry *entry = m_nCount ? m_pHashTable[BucketOf(hash)] : nullptr;
-        while (entry && !match(*entry)) entry = entry->pNext;
+        const uint32_t bucket = BucketOf(hash);
+        Entry *entry = m_pHashTable ? m_pHashTable[bucket] : m_few;
+        while (entry && !(entry->nHashValue == bucket && match(*entry))) entry = entry->pNext;
         return entry;
     }
     // The entry of that full hash that matches; at most one does. There is an index.
@@ -83,14 +86,9 @@ public:
     }
     // full_hash() gives the entry's, for callers that know it already.
     template <class FullHash> void AddInBucket(Entry *entry, uint32_t bucket, FullHash full_hash) {
-        if (!m_pHashTable)
-            m_pHashTable = static_cast<Entry **>(std::memset(Tq4_object_memory(first_bytes), 0, first_bytes));
+        if (!m_pHashTable && m_nCount == few) MakeHeads();
         entry->nHashValue = bucket;
-        Entry *&head = m_pHashTable[bucket];
-        entry->pNext = head;
-        entry->pPrev = nullptr;
-        if (head) head->pPrev = entry;
-        head = entry;
+        Link(entry);
         ++m_nCount;
         if (m_index)
             AddToIndex(entry, full_hash);
@@ -100,7 +98,7 @@ public:
     }
 
     void Unlink(Entry *entry) {
-        (entry->pPrev ? entry->pPrev->pNext : m_pHashTable[entry->nHashValue]) = entry->pNext;
+        (entry->pPrev ? entry->pPrev->pNext : HeadOf(entry)) = entry->pNext;
         if (entry->pNext) entry->pNext->pPrev = entry->pPrev;
         --m_nCount;
         if (m_index && m_nCount < indexed_until)
@@ -114,7 +112,7 @@ public:
     // The new entry takes the place of the old one, which is no longer in the chains.
     void Replace(Entry *old, Entry *fresh) {
         static_cast<Tq4_chained<Entry> &>(*fresh) = *old;
-        (old->pPrev ? old->pPrev->pNext : m_pHashTable[old->nHashValue]) = fresh;
+        (old->pPrev ? old->pPrev->pNext : HeadOf(old)) = fresh;
         if (old->pNext) old->pNext->pPrev = fresh;
         if (m_index) m_index.Replace(old, fresh);
     }
@@ -122,6 +120,7 @@ public:
     // By bucket, and within a bucket the newest first; null at the end.
     Entry *First() const { return m_nCount > 0 ? FirstFrom(0) : nullptr; }
     Entry *Next(const Entry *entry) const {
+        if (!m_pHashTable) return NextOfFew(entry);
         return entry->pNext ? entry->pNext : FirstFrom(uint64_t{entry->nHashValue} + 1);
     }
 
@@ -154,8 +153,9 @@ public:
 
     // Every entry, each chain from its oldest on: adding copies in this order gives the same chains.
     template <class Visit> void EachOldestFirst(Visit visit) const {
-        for (uint64_t bucket = 0; m_nCount && bucket < m_nHashTableSize; ++bucket) {
-            Entry *entry = m_pHashTable[bucket];
+        const uint64_t heads = m_pHashTable ? m_nHashTableSize : 1;
+        for (uint64_t bucket = 0; m_nCount && bucket < heads; ++bucket) {
+            Entry *entry = m_pHashTable ? m_pHashTable[bucket] : m_few;
             while (entry && entry->pNext) entry = entry->pNext;
             for (; entry; entry = entry->pPrev) visit(*entry);
         }
@@ -171,17 +171,20 @@ public:
 
     // Takes all entries out and hands each to dispose.
     template <class Dispose> void Clear(Dispose dispose) {
-        Each([&](Entry &entry) {
-            dispose(&entry);
-            return false;
-        });
+        const uint64_t heads = m_pHashTable ? m_nHashTableSize : 1;
+        for (uint64_t bucket = 0; m_nCount && bucket < heads; ++bucket)
+            for (Entry *entry = m_pHashTable ? m_pHashTable[bucket] : m_few, *older; entry; entry = older) {
+                older = entry->pNext;
+                dispose(entry);
+            }
         Forget();
     }
 
     // That the index has the entries that it should, and as much room as they need. Of bounded cost.
     void Check() const {
         if (!Tq4_checks) return;
-        TQ4_CHECK(m_nCount >= 0 && (m_nCount == 0 || m_pHashTable));
+        TQ4_CHECK(m_nCount >= 0 && (m_nCount <= few || m_pHashTable));
+        TQ4_CHECK(!m_few || !m_pHashTable);
         TQ4_CHECK(m_nCount > 0 || !m_index);
         TQ4_CHECK(m_nCount < indexed_from || m_index);
         TQ4_CHECK(m_index.slots() <= 256 || m_index.slots() <= 16 * static_cast<std::size_t>(m_nCount));
@@ -190,7 +193,38 @@ public:
 private:
     void Emptied() {
         m_index.Clear();
+        m_few = nullptr;
         if (m_nHashTableSize == first_size) FreeHeads();
+    }
+    Entry *&HeadOf(const Entry *entry) { return m_pHashTable ? m_pHashTable[entry->nHashValue] : m_few; }
+    void Link(Entry *entry) {
+        Entry *&head = HeadOf(entry);
+        entry->pNext = head;
+        entry->pPrev = nullptr;
+        if (head) head->pPrev = entry;
+        head = entry;
+    }
+    void MakeHeads() {
+        Entry *oldest = m_few;
+        while (oldest->pNext) oldest = oldest->pNext;
+        m_few = nullptr;
+        m_pHashTable = static_cast<Entry **>(std::memset(Tq4_object_memory(first_bytes), 0, first_bytes));
+        for (Entry *entry = oldest, *newer; entry; entry = newer) {
+            newer = entry->pPrev;
+            Link(entry);
+        }
+    }
+    // The newest of the lowest bucket from this one on.
+    Entry *FirstOfFew(uint64_t bucket) const {
+        Entry *first = nullptr;
+        for (Entry *entry = m_few; entry; entry = entry->pNext)
+            if (entry->nHashValue >= bucket && (!first || entry->nHashValue < first->nHashValue)) first = entry;
+        return first;
+    }
+    Entry *NextOfFew(const Entry *entry) const {
+        for (Entry *older = entry->pNext; older; older = older->pNext)
+            if (older->nHashValue == entry->nHashValue) return older;
+        return FirstOfFew(uint64_t{entry->nHashValue} + 1);
     }
     void FreeHeads() {
         if (m_pHashTable)
@@ -209,6 +243,7 @@ private:
         for (Entry *entry = First(); entry; entry = Next(entry)) AddToIndex(entry, [=] { return entry->full_hash(); });
     }
     Entry *FirstFrom(uint64_t bucket) const {
+        if (!m_pHashTable) return FirstOfFew(bucket);
         while (bucket < m_nHashTableSize && !m_pHashTable[bucket]) ++bucket;
         return bucket < m_nHashTableSize ? m_pHashTable[bucket] : nullptr;
     }

@@ -1,8 +1,9 @@
 // entry_room.hpp: memory for the entries of one table or map.
 //
-// Entries are all of one size and mostly go together, so they lie side by side in blocks: one entry, two, four and so
-// on up to a large page. What a removal frees is used by the next insertion; when the last entry is given back, so are
-// all blocks. The owner has room for no entry: many tables of a message are empty.
+// Entries are all of one size and mostly go together, so they lie side by side in blocks: the first few in one, and
+// then as many as there were before, up to a large page. (A document of small tables in blocks of one, two and four was
+// decoded 1.4 times as slowly as in one of five.) What a removal frees is used by the next insertion; when the last
+// entry is given back, so are all blocks. The owner has room for no entry: many tables of a message are empty.
 #pragma once
 
 #include <algorithm>
@@ -26,7 +27,7 @@ template <std::size_t size> class Tq4_entry_room {
     Free *m_free = nullptr;    // given back one by one
     std::byte *m_unused = nullptr;
     uint32_t m_unused_count = 0; // rooms at m_unused
-    uint32_t m_last_count = 0;   // rooms in the newest block
+    uint32_t m_total = 0;        // all rooms
     uint32_t m_taken = 0;
 
 public:
@@ -62,14 +63,14 @@ public:
         }
         m_free = nullptr;
         m_unused = nullptr;
-        m_unused_count = m_last_count = m_taken = 0;
+        m_unused_count = m_total = m_taken = 0;
     }
 
 private:
     // In larger blocks, entries whose size is a multiple of a cache line begin with one.
     void Grow() {
-        constexpr std::size_t line = 64, few = 16, most = (MP_large_page - sizeof(Block) - line) / size;
-        const std::size_t count = std::clamp<std::size_t>(2 * std::size_t{m_last_count}, 1, most);
+        constexpr std::size_t line = 64, first = 5, few = 16, most = (MP_large_page - sizeof(Block) - line) / size;
+        const std::size_t count = std::clamp<std::size_t>(m_total, first, most);
         const bool aligned = size % line == 0 && count > few;
         std::size_t bytes = sizeof(Block) + count * size + (aligned ? line : 0);
         std::byte *memory = nullptr;
@@ -78,6 +79,7 @@ private:
         m_blocks = new (memory) Block{m_blocks, bytes};
         m_unused = memory + sizeof(Block);
         if (aligned) m_unused += -reinterpret_cast<uintptr_t>(m_unused) % line;
-        m_unused_count = m_last_count = static_cast<uint32_t>(count);
+        m_unused_count = static_cast<uint32_t>(count);
+        m_total += m_unused_count;
     }
 };
