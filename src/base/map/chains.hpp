@@ -33,7 +33,7 @@ template <class Entry> struct Tq4_chained {
 template <class Entry> class Tq4_chains {
     static constexpr uint32_t first_size = 17;
     static constexpr uint64_t most_heads = UINT32_MAX;
-    static constexpr std::size_t first_bytes = first_size * sizeof(Entry *);
+    static constexpr std::size_t first_bytes = first_size * sizeof(void *);
     static constexpr int indexed_from = 64; // entries; with fewer, a walk along a chain costs less than a keyed hash
     static constexpr int few = 8;           // entries; heads for them cost more to make than they save
     static constexpr int indexed_until = indexed_from / 4;
@@ -57,7 +57,7 @@ public:
     // A new number of chains, while there are no entries; 0, and more than there is memory for, changes nothing.
     void Resize(uint64_t heads = first_size) {
         if (m_nCount > 0 || heads == m_nHashTableSize || heads == 0 || heads > most_heads) return;
-        void *fresh = heads == first_size ? nullptr : std::calloc(heads, sizeof(Entry *));
+        void *fresh = heads == first_size ? nullptr : std::calloc(heads, sizeof(void *));
         if (!fresh && heads != first_size) return;
         FreeHeads();
         m_pHashTable = static_cast<Entry **>(fresh);
