@@ -1,7 +1,7 @@
 // decode_budget.hpp: how much memory decoding may take for its input.
 //
 // A few bytes can name an entry, a table or a text, each of which takes much more memory than they. One call of Import
-// or Json_decode holds at most 64 times its input and a megabyte. What is charged for a part is what its memory comes
+// or Json_decode holds at most 256 times its input and a megabyte. What is charged for a part is what its memory comes
 // to at most, with the allocator's share; so Check, which builds nothing, comes to the same sum.
 #pragma once
 
@@ -12,7 +12,8 @@
 
 class Tq4_decode_budget {
     static constexpr uint64_t allocator = 16; // bytes in front of a block
-    static constexpr uint64_t each_input_byte = 64, base = 1 << 20;
+    // What an honest document of many tiny tables or arrays needs for each of its bytes is up to 230.
+    static constexpr uint64_t each_input_byte = 256, base = 1 << 20;
     static constexpr uint64_t rounding = 1 << 16; // of the largest blocks, to pages
 
     uint64_t m_allowed, m_taken = 0;
@@ -35,18 +36,18 @@ public:
     bool Take(uint64_t bytes) { return (m_taken += bytes) <= m_allowed; }
 
     bool Table() { return Take(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj) + allocator); }
-    // One more entry in a table that has this many. They come in blocks of one, two, four and so on up to a large page;
-    // once there are a few, an index grows with them.
+    // One more entry in a table that has this many. Entries come in blocks, of which the largest may take twice their
+    // size to lie at a multiple of it; once there are a few, an index grows with them.
     bool Entry(uint64_t before) { return Take(EntryCost(before)); }
     static uint64_t EntryCost(uint64_t before) {
-        constexpr uint64_t most = MP_large_page / sizeof(Tq4_kv_pair), few = 8, slots = 32;
-        const uint64_t block = before + 1;
-        if (block <= most ? (block & before) != 0 : before % most != 0) return 0;
-        const uint64_t entries = std::min(block, most);
-        return entries * (sizeof(Tq4_kv_pair) + (block < few ? 0 : slots)) + 2 * allocator;
+        constexpr uint64_t few = 8, slots = 32, heads = 160;
+        using Room = Tq4_entry_room<sizeof(Tq4_kv_pair)>;
+        const uint64_t entries = Room::RoomsMadeAt(before);
+        if (entries == 0) return before == few ? heads : 0;
+        const uint64_t block =
+            entries == Room::most ? 2 * MP_large_page : entries * sizeof(Tq4_kv_pair) + 2 * allocator;
+        return block + (before < few ? 0 : entries * slots);
     }
-    // The index of a table whose members are looked up while it is filled.
-    bool Index() { return Take(160); }
     // The bytes of a key, a text or a packed array.
     bool Bytes(uint64_t n) { return n <= Tq4_text_cell::most_inside || Take(n + 1 + 2 * allocator); }
     // A string array; and an element of one, a string in a queue.

@@ -45,7 +45,6 @@ struct Tq4_value_Json_decode_data {
         const unsigned long before = table.Count();
         if (!budget.Fits(Tq4_decode_budget::EntryCost(before))) return spare;
         Value &v = table.ValueOf(key);
-        if (before == 0) budget.Index();
         if (table.Count() != before) CountEntry(before, key.size);
         return v;
     }

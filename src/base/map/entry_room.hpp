@@ -1,12 +1,14 @@
 // entry_room.hpp: memory for the entries of one table or map.
 //
-// Entries are all of one size and mostly go together, so they lie side by side in blocks: the first few in one, and
-// then as many as there were before, up to a large page. (A document of small tables in blocks of one, two and four was
-// decoded 1.4 times as slowly as in one of five.) What a removal frees is used by the next insertion; when the last
-// entry is given back, so are all blocks. The owner has room for no entry: many tables of a message are empty.
+// Entries are all of one size and mostly go together, so they lie side by side in blocks: the first alone, the next
+// four, and then as many as there were before, up to a large page. (Documents and messages are decoded as fast as with
+// the first five in one block; with blocks of one, two and four a document of small tables took 1.4 times as long.)
+// What a removal frees is used by the next insertion; when the last entry is given back, so are all blocks. The owner
+// has room for no entry: many tables of a message are empty, and many have one.
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -23,6 +25,12 @@ template <std::size_t size> class Tq4_entry_room {
     struct Free {
         Free *next;
     };
+    static constexpr std::size_t line = 64, few = 16, second = 4;
+    // Rooms of the block that is made when there are so many.
+    static constexpr std::size_t BlockBehind(std::size_t total) {
+        return total ? std::clamp<std::size_t>(total, second, most) : 1;
+    }
+
     Block *m_blocks = nullptr; // owned
     Free *m_free = nullptr;    // given back one by one
     std::byte *m_unused = nullptr;
@@ -31,6 +39,8 @@ template <std::size_t size> class Tq4_entry_room {
     uint32_t m_taken = 0;
 
 public:
+    static constexpr std::size_t most = (MP_large_page - sizeof(Block) - line) / size; // rooms of the largest block
+
     Tq4_entry_room() = default;
     ~Tq4_entry_room() { GiveAll(); }
     Tq4_entry_room(const Tq4_entry_room &) = delete;
@@ -55,6 +65,16 @@ public:
         if (--m_taken == 0) GiveAll();
     }
 
+    // Rooms of the block that the next one makes necessary, when so many are taken and none was given back; 0 for none.
+    static constexpr std::size_t RoomsMadeAt(uint64_t taken) {
+        constexpr std::size_t doubling = 1 + second; // from so many on the number doubles, until blocks have the most
+        constexpr std::size_t doubled = doubling * std::bit_ceil(most / doubling + 1);
+        const bool made = taken < doubling   ? taken <= 1
+                          : taken <= doubled ? taken % doubling == 0 && std::has_single_bit(taken / doubling)
+                                             : (taken - doubled) % most == 0;
+        return made ? BlockBehind(taken) : 0;
+    }
+
     // Gives back all rooms.
     void GiveAll() {
         while (Block *block = m_blocks) {
@@ -69,8 +89,7 @@ public:
 private:
     // In larger blocks, entries whose size is a multiple of a cache line begin with one.
     void Grow() {
-        constexpr std::size_t line = 64, first = 5, few = 16, most = (MP_large_page - sizeof(Block) - line) / size;
-        const std::size_t count = std::clamp<std::size_t>(m_total, first, most);
+        const std::size_t count = BlockBehind(m_total);
         const bool aligned = size % line == 0 && count > few;
         std::size_t bytes = sizeof(Block) + count * size + (aligned ? line : 0);
         std::byte *memory = nullptr;

@@ -1,4 +1,4 @@
-// What one call of Import or Json_decode may hold: 64 times its input and a megabyte, whatever the bytes say. Counted
+// What one call of Import or Json_decode may hold: 256 times its input and a megabyte, whatever the bytes say. Counted
 // are the blocks that the call leaves behind.
 #include <malloc.h>
 
@@ -21,7 +21,7 @@ std::size_t held() {
 #endif
 }
 
-std::size_t allowed(std::size_t input) { return 64 * input + (1 << 20); }
+std::size_t allowed(std::size_t input) { return 256 * input + (1 << 20); }
 
 struct DecodeBudget : testing::Test, Heard {
     static Bytes repeated(const Bytes &part, std::size_t size) {
@@ -82,7 +82,7 @@ TEST_F(DecodeBudget, HoldsForTextOfAnyKind) {
             const std::size_t before = held();
             const int done = (*v)->Json_decode(v.get(), text.data(), static_cast<int>(text.size()));
             EXPECT_LE(held() - before, allowed(text.size())) << element << " in " << size;
-            EXPECT_TRUE(done || size > 1000) << element;
+            EXPECT_TRUE(done) << "an honest document: " << element << " in " << size;
         }
     }
 }
