@@ -412,8 +412,8 @@ void losses(benchmark::internal::Benchmark *each) { each->Arg(1)->Arg(5)->UseMan
 BENCHMARK(stream<Tq4_pair>)->Name("udcp_stream/tq4")->Apply(sizes);
 BENCHMARK(round_trip<Tq4_pair>)->Name("udcp_round_trip/tq4")->UseRealTime();
 BENCHMARK(delivery<Tq4_pair>)->Name("udcp_delivery/tq4")->Apply(losses);
-BENCHMARK(idle)->Name("udcp_idle/tq4")->Arg(10000)->UseManualTime()->Iterations(1);
-BENCHMARK(spoofed)->Name("udcp_spoofed/tq4")->Arg(50000)->UseManualTime()->Iterations(1);
+BENCHMARK(idle)->Name("udcp_idle/tq4")->Arg(10000)->UseManualTime()->Iterations(1)->Repetitions(1);
+BENCHMARK(spoofed)->Name("udcp_spoofed/tq4")->Arg(50000)->UseManualTime()->Iterations(1)->Repetitions(1);
 #ifdef HAVE_ENET
 BENCHMARK(stream<Enet_pair>)->Name("udcp_stream/enet")->Apply(sizes);
 BENCHMARK(round_trip<Enet_pair>)->Name("udcp_round_trip/enet")->UseRealTime();
