@@ -436,12 +436,9 @@ TEST_F(DispatchDeathTest, AKilledSenderEndsWithItsCall) {
         auto thread = Tq4_make<Tq4_thread>(Tq4_thread_oitf, "sender");
         Tq4_thread t = thread.get();
         (*t)->Init(t, work, this);
+        start_here();
         (*t)->Resume(t);
-        while (once() == 0) { // until its message is there
-            start_here();
-            std::this_thread::yield();
-            if (notified) break;
-        }
+        while (!notified) std::this_thread::yield(); // until its message is there
         (*t)->Kill(t, 1);
         while (freed < 1) once();
         while ((*t)->GetPriority(t) != -1) std::this_thread::yield();
