@@ -327,14 +327,18 @@ bool Tq4_http_client_obj::NextSocket(unsigned long *serial, Tq4_id *socket) {
 
 void Tq4_http_client_obj::Reset() { Close(); }
 
-// A service that is being stopped closes nothing for us any more: its last callbacks are waited for here.
+// A service that is being stopped closes nothing for us any more: its last callbacks are waited for here. While they
+// are, the last of them must not destroy the client, so the wait is a stay of its own.
 bool Tq4_http_client_obj::Retire() {
     Close();
     const Tq4_kill_gate_shut gate;
-    for (;; MP_Sleep(1)) {
+    for (bool stays = false;; stays = true, MP_Sleep(1)) {
         const Tq4_brief_guard guard(m_lock);
         m_is_deleted = true;
-        if (m_frames == 0 || m_frame_thread == MP_THREAD_GetCurrentId()) return IsDone();
+        if (!stays) ++m_stays;
+        if (m_frames > 0 && m_frame_thread != MP_THREAD_GetCurrentId()) continue;
+        --m_stays;
+        return IsDone();
     }
 }
 
