@@ -10,6 +10,7 @@
 #include <functional>
 #include <vector>
 
+#include "assert.hpp"
 #include "base/kv/json_parser/json_parser.hpp"
 #include "base/kv/json_utf8.hpp"
 #include "base/kv/table.hpp"
@@ -155,6 +156,7 @@ private:
         if (m_open.empty()) return *m_root;
         const Container &container = m_open.back();
         if (!container.table) Unpack();
+        TQ4_CHECK(container.table);
         if (container.array) return container.table->NewPairAtTail()->value();
         return Member(*container.table);
     }

@@ -14,6 +14,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "assert.hpp"
 #include "base/byte_writer.hpp"
 #include "base/kv/json_utf8.hpp"
 #include "base/kv/table.hpp"
@@ -251,6 +252,7 @@ private:
     }
 
     void Escaped(Tq4_bytes text) {
+        TQ4_CHECK(text.data || text.size == 0);
         const uint8_t *at = text.data;
         for (std::size_t left = text.size; left;) {
             std::size_t taken = plain_run(at, left);

@@ -57,6 +57,7 @@ template <class Entry, auto hash_of> class Tq4_hash_index {
         std::free(old);
     }
     std::size_t position(const Entry *entry) const {
+        TQ4_CHECK(entry && m_slots);
         std::size_t at = home(entry->*hash_of);
         while (entry_in(m_slots[at]) != entry) at = (at + 1) & m_mask;
         return at;
