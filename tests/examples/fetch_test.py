@@ -7,6 +7,7 @@ import functools
 import http.server
 import os
 import re
+import socket
 import subprocess
 import sys
 import tempfile
@@ -14,6 +15,15 @@ import threading
 
 PROGRAM = sys.argv[1]
 BODY = bytes(range(256)) * 8000
+
+
+def this_host():
+    """A name, or the address on a machine without /etc/hosts, which may not know the name."""
+    try:
+        socket.getaddrinfo("localhost", None, socket.AF_INET)
+        return "localhost"
+    except OSError:
+        return "127.0.0.1"
 
 
 class Chunks(http.server.BaseHTTPRequestHandler):
@@ -75,8 +85,8 @@ with tempfile.TemporaryDirectory() as work:
     fetch(0, told % len(BODY), f"{at_chunks}/chunks?x=1", f"{work}/got")
     with open(f"{work}/got", "rb") as got:
         assert got.read() == BODY
-    host = f"localhost:{chunks.server_port}".encode()
-    fetch(0, told % len(host), f"http://localhost:{chunks.server_port}/host", body=host)
+    host = f"{this_host()}:{chunks.server_port}"
+    fetch(0, told % len(host), f"http://{host}/host", body=host.encode())
     fetch(1, r"status 404, (?s:.*)", f"{at_files}/missing", f"{work}/missing")
     fetch(1, told % 5 + "fetch: the reply was cut short\n", f"{at_chunks}/cut", f"{work}/cut")
     assert not os.path.exists(f"{work}/cut")
