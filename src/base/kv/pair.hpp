@@ -12,9 +12,9 @@
 #include <atomic>
 #include <memory>
 
-#include "base/kv/key.hpp"
+#include "base/key/chains.hpp"
+#include "base/key/key.hpp"
 #include "base/kv/value.hpp"
-#include "base/map/chains.hpp"
 #include "base/queue/list_node.hpp"
 #include "cxx_defaults.hpp"
 

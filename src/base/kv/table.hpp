@@ -6,9 +6,9 @@
 
 #include <vector>
 
+#include "base/key/entry_room.hpp"
 #include "base/kv/pair.hpp"
 #include "base/kv/table_index.hpp"
-#include "base/map/entry_room.hpp"
 #include "base/queue/list.hpp"
 #include "tq4/value_table.h"
 

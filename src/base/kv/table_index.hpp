@@ -9,8 +9,8 @@
 
 #include <atomic>
 
+#include "base/key/key_forms.hpp"
 #include "base/kv/pair.hpp"
-#include "base/map/key_forms.hpp"
 
 class Tq4_table_index {
     Tq4_key_index<Tq4_kv_pair> m_entered;

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "base/kv/text_cell.hpp"
+#include "base/key/text_cell.hpp"
 #include "base/kv/value_types.hpp"
 #include "module.hpp"
 #include "tq4/value_table.h"

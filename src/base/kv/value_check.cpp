@@ -7,8 +7,8 @@
 #include <climits>
 
 #include "base/byte_reader.hpp"
+#include "base/key/key.hpp"
 #include "base/kv/decode_budget.hpp"
-#include "base/kv/key.hpp"
 #include "base/kv/value_types.hpp"
 
 namespace {

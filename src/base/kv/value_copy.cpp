@@ -2,7 +2,7 @@
 #include <cstring>
 #include <utility>
 
-#include "base/kv/key.hpp"
+#include "base/key/key.hpp"
 #include "base/kv/value.hpp"
 #include "base/string/string.hpp"
 

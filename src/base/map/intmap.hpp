@@ -1,8 +1,8 @@
 // intmap.hpp: the integer map's record. Look-ups are inline for modules that keep a map in their own record.
 #pragma once
 
-#include "base/map/chain_groups.hpp"
-#include "base/map/chains.hpp"
+#include "base/key/chain_groups.hpp"
+#include "base/key/chains.hpp"
 #include "tq4/intmap.h"
 
 struct Tq4_intmap_keys {

@@ -1,8 +1,8 @@
 // strmap.hpp: the string map's record.
 #pragma once
 
-#include "base/map/entry_room.hpp"
-#include "base/map/key_forms.hpp"
+#include "base/key/entry_room.hpp"
+#include "base/key/key_forms.hpp"
 #include "tq4/strmap.h"
 
 struct Tq4_CAssoc_content {

@@ -9,8 +9,8 @@
 #include <cctype>
 #include <cstring>
 
-#include "base/map/chain_groups.hpp"
-#include "base/map/chains.hpp"
+#include "base/key/chain_groups.hpp"
+#include "base/key/chains.hpp"
 #include "base/string/string.hpp"
 #include "tq4/key.h"
 

@@ -11,9 +11,9 @@
 // case, or else the one that is its own text.
 #pragma once
 
-#include "base/kv/key.hpp"
-#include "base/map/chain_groups.hpp"
-#include "base/map/chains.hpp"
+#include "base/key/chain_groups.hpp"
+#include "base/key/chains.hpp"
+#include "base/key/key.hpp"
 #include "base/string/string.hpp"
 
 // has_text(): the text is part of what matches. folds(): every case of it matches entries that do not ignore case.

@@ -2,7 +2,7 @@
 //
 // Threads that come together draw each for themselves and keep, word by word, what was there first: no lock, so that a
 // forked child never waits for a thread that it does not have. No word is 0, and the multipliers are odd.
-#include "base/map/keyed_hash.hpp"
+#include "base/key/keyed_hash.hpp"
 
 #include "platform/multi_platform_system.hpp"
 

@@ -8,7 +8,7 @@
 
 #include <atomic>
 
-#include "base/map/chains.hpp"
+#include "base/key/chains.hpp"
 
 template <class Entry, class Relation> class Tq4_chain_groups {
     struct Node {

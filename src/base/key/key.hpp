@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "base/charset/conversion.hpp"
-#include "base/kv/text_cell.hpp"
-#include "base/map/keyed_hash.hpp"
+#include "base/key/keyed_hash.hpp"
+#include "base/key/text_cell.hpp"
 #include "nested.hpp"
 #include "tq4/key.h"
 

@@ -1,7 +1,7 @@
 // What the index beside the chains promises: a hash that folds like the comparison of texts, room that follows the
 // number of entries, and a cost that no choice of keys changes.
-#include "base/map/hash_index.hpp"
-#include "base/map/keyed_hash.hpp"
+#include "base/key/hash_index.hpp"
+#include "base/key/keyed_hash.hpp"
 #include "sanitizers.hpp"
 #include "support/test.hpp"
 

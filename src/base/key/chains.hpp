@@ -17,8 +17,8 @@
 #include <memory>
 
 #include "assert.hpp"
-#include "base/map/hash_index.hpp"
-#include "base/map/keyed_hash.hpp"
+#include "base/key/hash_index.hpp"
+#include "base/key/keyed_hash.hpp"
 #include "object_memory.hpp"
 
 template <class Entry> struct Tq4_chained {

@@ -3,7 +3,7 @@
 // What the kinds do differently stands in one table: how a kind hashes, which of its numbers identify it, whether its
 // string does, and how its number travels. Kinds 8 to 15 can only come from a peer; they hash to 0 and are told apart
 // by id.
-#include "base/kv/key.hpp"
+#include "base/key/key.hpp"
 
 #include <cctype>
 #include <cstring>
