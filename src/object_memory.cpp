@@ -30,7 +30,7 @@ constexpr bool keeps_blocks = true;
 class Depot {
     static constexpr unsigned long bytes_kept = 131072; // or one stack, whichever is more
     std::atomic_flag m_locked;
-    unsigned m_count = 0;
+    std::atomic<unsigned> m_count = 0; // changed under the lock; a look at it alone saves taking the lock for nothing
     Tq4_object_memory_block *m_stacks[32] = {}; // owned
 
     template <class Use> bool Try(Use use) {
@@ -43,15 +43,23 @@ class Depot {
 public:
     bool Put(Tq4_object_memory_block *stack, std::size_t block_size) {
         const unsigned long most = bytes_kept / (block_size * Tq4_thread_record::most_kept) + 1;
+        const unsigned long places = std::min(most, std::size(m_stacks));
+        const auto full = [&] { return m_count.load(std::memory_order_relaxed) >= places; };
+        if (full()) return false;
         return Try([&] {
-            if (m_count >= std::min(most, std::size(m_stacks))) return false;
-            m_stacks[m_count++] = stack;
+            if (full()) return false;
+            m_stacks[m_count.fetch_add(1, std::memory_order_relaxed)] = stack;
             return true;
         });
     }
     Tq4_object_memory_block *Take() {
         Tq4_object_memory_block *stack = nullptr;
-        Try([&] { return m_count > 0 && (stack = m_stacks[--m_count]); });
+        const auto empty = [&] { return m_count.load(std::memory_order_relaxed) == 0; };
+        if (empty()) return nullptr;
+        Try([&] {
+            if (!empty()) stack = m_stacks[m_count.fetch_sub(1, std::memory_order_relaxed) - 1];
+            return stack != nullptr;
+        });
         return stack;
     }
 };

@@ -25,7 +25,7 @@ inline void *Tq4_object_memory(std::size_t size) {
     Tq4_object_memory_block *block = stack.top;
     if (!block) return Tq4_object_memory_new(size);
     stack.top = block->next;
-    __builtin_prefetch(stack.top); // another thread may have had it last
+    if (stack.top) __builtin_prefetch(stack.top); // another thread may have had it last
     ++stack.room;
     return block;
 }

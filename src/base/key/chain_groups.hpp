@@ -109,5 +109,11 @@ public:
     void Replaced(const Entry *old, Entry *fresh) {
         if (Groups *groups = made()) groups->Replace(old, fresh);
     }
-    void Drop() { delete m_made.exchange(nullptr, std::memory_order_relaxed); }
+    // Whoever drops them has the map alone: no exchange, whose price each small table would pay twice.
+    void Drop() {
+        if (Groups *groups = made()) {
+            m_made.store(nullptr, std::memory_order_relaxed);
+            delete groups;
+        }
+    }
 };
