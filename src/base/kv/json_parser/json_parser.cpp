@@ -194,30 +194,34 @@ bool between_tokens(uint8_t state) { return state <= STATE_AR; }
 // Takes plain bytes of a string. A string that lies here whole is told as it lies here, and so is every one that
 // follows with nothing but a colon or a comma and blanks between: most of a text is members that are strings.
 int take_strings(json_parser *p, const char *bytes, size_t n, size_t &taken) {
-    for (;;) {
-        const size_t run = Tq4_json_plain(bytes + taken, n - taken), end = taken + run;
-        if (p->buffer_offset || end == n || bytes[end] != '"') {
-            const int error = run ? keep(p, bytes + taken, run) : 0;
-            if (!error) taken = end;
+    const char *const end = bytes + n;
+    for (const char *at = bytes + taken;;) {
+        const auto run = Tq4_json_plain(at, static_cast<size_t>(end - at));
+        const char *next = at + run;
+        if (p->buffer_offset || next == end || *next != '"') {
+            const int error = run ? keep(p, at, run) : 0;
+            if (!error) taken += run;
             return error;
         }
         if (p->config.max_data && run > p->config.max_data) return JSON_ERROR_DATA_LIMIT;
+        taken += run;
         p->state = STATE_OK;
         const json_type type = string_end(p);
-        const char *string = bytes + std::exchange(taken, end);
-        if (int error = tell(p, type, string, run)) return error;
-        if (++taken == n) return 0;
-        if (type == JSON_KEY && bytes[taken] == ':')
-            p->state = STATE_VA;
-        else if (type == JSON_STRING && bytes[taken] == ',' && p->stack_offset)
-            comma(p);
-        else
-            return 0;
-        ++taken;
-        taken += Tq4_json_blanks(bytes + taken, n - taken);
-        if (taken == n || bytes[taken] != '"') return 0;
+        if (int error = tell(p, type, at, run)) return error;
+        const bool goes_on = ++next != end && (type == JSON_KEY ? *next == ':' : *next == ',' && p->stack_offset);
+        if (goes_on) {
+            if (type == JSON_KEY)
+                p->state = STATE_VA;
+            else
+                comma(p);
+            ++next;
+            next += Tq4_json_blanks(next, static_cast<size_t>(end - next));
+        }
+        taken = static_cast<size_t>(next - bytes);
+        if (!goes_on || next == end || *next != '"') return 0;
         p->state = STATE_ST;
         ++taken;
+        at = next + 1;
     }
 }
 
