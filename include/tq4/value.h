@@ -97,7 +97,7 @@ struct Tq4_value_ {
      * missing are 0, and the result is the position reached; a string array keeps the elements before. Tables inside
      * more than 512 others are left empty and everything is consumed.
      *
-     * One call holds at most 256 times its input and a megabyte. Zeros that the input does not hold are at most 256
+     * One call holds at most 64 times its input and a megabyte. Zeros that the input does not hold are at most 256
      * kilobytes in all; what else would take more ends the decoding, and everything is consumed.
      *
      * Stops the process on the assertion "len > 0" when an entry of a table ends with its key.
@@ -234,8 +234,9 @@ struct Tq4_value_ {
      *   a member twice       both                               containers are merged, of others the last counts
      *
      * Builds the value from len bytes of JSON text (RFC 8259; -1: up to the NUL). 1 on success; 0 when the text is
-     * malformed, ends early, nests deeper than 512, takes more memory than 256 times its length and a megabyte, or is
-     * null: what was built by then stays.
+     * malformed, ends early, nests deeper than 512, takes more memory than 64 times its length and a megabyte, or is
+     * null: what was built by then stays. So a text of tens of kilobytes is refused when it is nothing but objects of
+     * one number, or empty strings; FromJson takes those.
      *
      * An object makes a table with keys of kind 4, or adds to the table that is there; a member sets the value under
      * its key, the last one of that name counts, and null makes none. An array of numbers or truth values makes PINT or

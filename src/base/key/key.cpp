@@ -264,24 +264,29 @@ bool Tq4_key_read(Tq4_byte_reader &in, Tq4_key_wire &key) {
 }
 
 int Tq4_key_obj::Import(const char *buf, int len) {
-    // Most keys are texts and nothing else.
-    constexpr int before_text = sizeof(uint8_t) + sizeof(uint16_t);
-    constexpr unsigned text_only = unsigned{Tq4_key_type_String} | has_string | has_bytes;
-    const auto *bytes = reinterpret_cast<const uint8_t *>(buf);
-    if (bytes && len > before_text && (bytes[0] & ~unsigned{ignores_case}) == text_only) {
-        const int length = bytes[1] << 8 | bytes[2];
-        if (length <= len - before_text) {
-            Set(Tq4_key_type_String, {}, {buf + before_text, static_cast<unsigned long>(length)},
-                bytes[0] & ignores_case);
-            return before_text + length;
-        }
-    }
     Tq4_byte_reader in(buf, len);
     Tq4_key_wire wire;
     const bool complete = Tq4_key_read(in, wire);
     Set(wire.type, wire.number, {reinterpret_cast<const char *>(wire.text.data), wire.text.size}, wire.nocase);
     if (!buf) return len > 0 ? 0 : len;
     return complete ? len - static_cast<int>(in.left()) : len;
+}
+
+// Most keys are texts and nothing else.
+void Tq4_key_obj::ImportInEmpty(Tq4_byte_reader &in) {
+    constexpr std::size_t before_text = sizeof(uint8_t) + sizeof(uint16_t);
+    constexpr unsigned text_only = unsigned{Tq4_key_type_String} | has_string | has_bytes;
+    const uint8_t *bytes = in.at();
+    if (in.left() <= before_text || (bytes[0] & ~unsigned{ignores_case}) != text_only) return ImportRest(in);
+    const std::size_t length = static_cast<unsigned>(bytes[1] << 8 | bytes[2]), behind = in.left() - before_text;
+    if (length > behind) return ImportRest(in);
+    FillText({bytes + before_text, length}, bytes[0] & ignores_case, behind);
+    in.Take(before_text + length);
+}
+
+void Tq4_key_obj::ImportRest(Tq4_byte_reader &in) {
+    const auto *bytes = reinterpret_cast<const char *>(in.at());
+    in.Take(static_cast<std::size_t>(Import(bytes, static_cast<int>(in.left()))));
 }
 
 namespace {

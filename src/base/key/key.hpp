@@ -38,7 +38,7 @@ struct Tq4_key_obj {
     Tq4_text_cell sid; // the string part, a mere label in kinds 1 to 3; none when no text was given
 
     Tq4_key_obj() = default;
-    ~Tq4_key_obj() { sid.Release(); }
+    ~Tq4_key_obj() { sid.End(); }
     Tq4_key_obj(const Tq4_key_obj &) = delete;
     Tq4_key_obj &operator=(const Tq4_key_obj &) = delete;
 
@@ -48,14 +48,18 @@ struct Tq4_key_obj {
 
     long Dump(Tq4_string out) const;
     int Import(const char *buf, int len);
+    void ImportInEmpty(Tq4_byte_reader &in); // the same in an empty key that is in no index
     uint64_t Hash(int nocase) const { return HashUnder(nocase || cf); }
     void SetNoCase(int flag);
     void SetS(const char *text, int len, int nocase);
-    // SetS of exactly these bytes, in an empty key.
-    void FillText(Tq4_bytes text, int nocase) {
+    // SetS of exactly these bytes, in an empty key. They are the first of so many that may be read.
+    void FillText(Tq4_bytes text, int nocase, std::size_t readable) {
         m_type = Tq4_key_type_String;
         cf = nocase != 0;
-        SetText({reinterpret_cast<const char *>(text.data), text.size});
+        if (Tq4_cxx_support->new_string == Tq4_cxx_defaults.new_string)
+            sid.Fill(text.data, text.size, readable);
+        else
+            SetHostsText({reinterpret_cast<const char *>(text.data), text.size});
     }
     void SetI(unsigned i, const char *label);
     void SetL(unsigned long l, const char *label);
@@ -104,6 +108,7 @@ private:
             SetHostsText(text);
     }
     void SetHostsText(Text text);
+    [[gnu::noinline]] void ImportRest(Tq4_byte_reader &in);
     bool text_is(const char *text, int nocase) const;
 };
 

@@ -76,6 +76,15 @@ public:
         SetState(on_heap);
     }
 
+    // The same in a cell without a text, of bytes that lie at the beginning of so many that may be read. How long a
+    // short text is cannot be guessed: all that the cell holds is copied, by moves of fixed size.
+    void Fill(const uint8_t *bytes, std::size_t n, std::size_t readable) {
+        if (n > most_inside || readable < size_in_bytes) return FillSlowly(bytes, n);
+        std::memcpy(m_raw, bytes, size_in_bytes);
+        m_raw[n] = 0;
+        SetState(n + 1);
+    }
+
     // n zero bytes, for the caller to fill; null, and no text, when there is no memory for them.
     uint8_t *Zeros(std::size_t n) {
         Release();
@@ -108,6 +117,12 @@ public:
         return true;
     }
 
+    // Whether there is memory of the text's own.
+    bool owns_memory() const { return state() >= in_string; }
+    // The end of the cell.
+    void End() {
+        if (owns_memory()) Free();
+    }
     // No text any more.
     void Release() {
         Free();
@@ -115,6 +130,7 @@ public:
     }
 
 private:
+    [[gnu::noinline]] void FillSlowly(const uint8_t *bytes, std::size_t n) { Assign(bytes, n); }
     void SetState(std::size_t state) { m_raw[size_in_bytes - 1] = static_cast<uint8_t>(state); }
 
     using Sixteen = uint8_t __attribute__((vector_size(16))); // in a register, unlike a struct of this size

@@ -1,19 +1,21 @@
 // decode_budget.hpp: how much memory decoding may take for its input.
 //
 // A few bytes can name an entry, a table or a text, each of which takes much more memory than they. One call of Import
-// or Json_decode holds at most 256 times its input and a megabyte. What is charged for a part is what its memory comes
+// or Json_decode holds at most 64 times its input and a megabyte. What is charged for a part is what its memory comes
 // to at most, with the allocator's share; so Check, which builds nothing, comes to the same sum.
 #pragma once
 
 #include <algorithm>
+#include <cstring>
 
 #include "base/kv/limits.hpp"
 #include "base/kv/table.hpp"
 
 class Tq4_decode_budget {
+    using Room = Tq4_entry_room<sizeof(Tq4_kv_pair)>;
+
     static constexpr uint64_t allocator = 16; // bytes in front of a block
-    // What an honest document of many tiny tables or arrays needs for each of its bytes is up to 230.
-    static constexpr uint64_t each_input_byte = 256, base = 1 << 20;
+    static constexpr uint64_t each_input_byte = 64, base = 1 << 20;
     static constexpr uint64_t rounding = 1 << 16; // of the largest blocks, to pages
 
     uint64_t m_allowed, m_taken = 0;
@@ -28,33 +30,58 @@ public:
     uint64_t taken() const { return m_taken; }
     // Whether so much can be taken; when it cannot, nothing can from now on.
     bool Fits(uint64_t bytes) {
-        if (m_taken + bytes <= m_allowed) return true;
-        m_taken = m_allowed + 1;
-        return false;
+        if (m_taken + bytes > m_allowed) Close();
+        return !exceeded();
     }
+    void Close() { m_taken = m_allowed + 1; }
     bool exceeded() const { return m_taken > m_allowed; }
     bool Take(uint64_t bytes) { return (m_taken += bytes) <= m_allowed; }
 
+    // The encoding of a table begins with its case flag and the number of its entries. One that has neither is not
+    // made.
+    static constexpr std::size_t header = 5;
+    static bool NoTable(Tq4_bytes encoding) {
+        constexpr uint8_t empty[header] = {};
+        return encoding.size >= header && std::memcmp(encoding.data, empty, header) == 0;
+    }
     bool Table() { return Take(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj) + allocator); }
-    // One more entry in a table that has this many. Entries come in blocks, of which the largest may take twice their
-    // size to lie at a multiple of it; once there are a few, an index grows with them.
-    bool Entry(uint64_t before) { return Take(EntryCost(before)); }
-    static uint64_t EntryCost(uint64_t before) {
+    // The entries of a table that says how many it has.
+    class Entries {
+        uint64_t m_rooms = 0, m_taken = 0;
+        const uint64_t m_expected;
+
+    public:
+        explicit Entries(uint64_t expected) : m_expected(std::min<uint64_t>(expected, Room::most_expected)) {}
+        uint64_t expected() const { return m_expected; }
+        uint64_t NextCost() {
+            const uint64_t block = m_taken == m_rooms ? Room::BlockBehind(m_rooms, m_expected) : 0;
+            m_rooms += block;
+            ++m_taken;
+            return EntryCost(block);
+        }
+    };
+    bool Entry(Entries &entries) { return Take(entries.NextCost()); }
+    // What one more entry takes when a block of so many rooms must be made for it. The largest blocks may take twice
+    // their size to lie at a multiple of it.
+    static uint64_t EntryCost(uint64_t rooms) {
+        if (rooms == 0) return 0;
+        return rooms == Room::most ? 2 * MP_large_page : rooms * sizeof(Tq4_kv_pair) + 2 * allocator;
+    }
+    // What the index of a table takes that looks for each of its entries.
+    static uint64_t IndexCost(uint64_t before, uint64_t rooms) {
         constexpr uint64_t few = 8, slots = 32, heads = 160;
-        using Room = Tq4_entry_room<sizeof(Tq4_kv_pair)>;
-        const uint64_t entries = Room::RoomsMadeAt(before);
-        if (entries == 0) return before == few ? heads : 0;
-        const uint64_t block =
-            entries == Room::most ? 2 * MP_large_page : entries * sizeof(Tq4_kv_pair) + 2 * allocator;
-        return block + (before < few ? 0 : entries * slots);
+        return (before < few ? 0 : rooms * slots) + (before == few ? heads : 0);
     }
     // The bytes of a key, a text or a packed array.
     bool Bytes(uint64_t n) { return n <= Tq4_text_cell::most_inside || Take(n + 1 + 2 * allocator); }
     // A string array; and an element of one, a string in a queue.
     bool Array() { return Take(384); }
     bool Element(uint64_t n) { return Take(n < Tq4_string_obj::first_capacity ? 256 : 256 + 256 + n + n / 2); }
-    // An element that is appended to a packed array, whose string grows ahead of it.
-    bool Appended() { return Take(64); }
+    // An element that is appended to a packed array of so many bytes: to a string that grows ahead of it.
+    bool Appended(uint64_t before, uint64_t width) {
+        constexpr uint64_t string = 256, ahead = 4, inside = Tq4_text_cell::most_inside;
+        return before + width <= inside || Take(before <= inside ? string : ahead * width);
+    }
     // How many of these bytes, which the input does not have, there may be as zeros.
     uint64_t Zeros(uint64_t wanted) {
         const uint64_t given = std::min(wanted, m_zeros);

@@ -52,18 +52,30 @@ Tq4_value Tq4_value_table_obj::Show(Tq4_kv_pair *pair, Tq4_key *key) const {
 Tq4_value Tq4_value_table_obj::InsertS(const char *key) {
     const Tq4_text_form form{key, m_index.case_flag()};
     if (Tq4_kv_pair *found = m_index.Find(form)) return found->value_handle();
-    return key ? MakePair(form)->value_handle() : nullptr;
+    return key ? MakePair(form, form.text.size)->value_handle() : nullptr;
 }
 
-Tq4_value_obj &Tq4_value_table_obj::ValueOf(Tq4_bytes key) {
+Tq4_value_obj &Tq4_value_table_obj::ValueOf(Tq4_bytes key, std::size_t readable) {
     const Tq4_text_form form{nullptr, m_index.case_flag(), key};
     Tq4_kv_pair *found = m_index.Find(form);
-    return (found ? found : MakePair(form))->value();
+    return (found ? found : MakePair(form, readable))->value();
 }
 
-Tq4_kv_pair *Tq4_value_table_obj::MakePair(const Tq4_text_form &form) {
+// While there are few members, they are compared: that costs less than an index of them.
+Tq4_value_obj &Tq4_value_table_obj::DecodedMember(Tq4_bytes key, std::size_t readable) {
+    constexpr unsigned long few = 8;
+    if (Count() >= few) return ValueOf(key, readable);
+    for (Tq4_list_node *node = m_list.first(); node != m_list.end(); node = node->next)
+        if (Tq4_key_obj::same_text(pair_of(node)->key().text(), key, false)) return pair_of(node)->value();
     Tq4_kv_pair *pair = NewPairAtTail();
-    pair->key().FillText(form.text, m_case);
+    pair->key().FillText(key, 0, readable);
+    m_index.EnterLater(pair);
+    return pair->value();
+}
+
+Tq4_kv_pair *Tq4_value_table_obj::MakePair(const Tq4_text_form &form, std::size_t readable) {
+    Tq4_kv_pair *pair = NewPairAtTail();
+    pair->key().FillText(form.text, m_case, readable);
     m_index.Add(pair, form);
     return pair;
 }

@@ -36,7 +36,7 @@ struct Tq4_value_table_obj {
 
     long Dump(Tq4_string out) const;
     int Import(const char *buf, int len);
-    int ImportPart(const char *buf, int len, Tq4_import_call &call); // of the input of a call
+    void ImportFrom(Tq4_import_call &from); // a part of a call's input
 
     Tq4_value SetSS(const char *key, const char *text);
     Tq4_value SetIS(unsigned long key, const char *text);
@@ -90,22 +90,25 @@ struct Tq4_value_table_obj {
     }
     // A new entry at the end, without a key, that is not in the index.
     Tq4_kv_pair *NewPairAtTail();
-    // The value under a text, made when there is none.
-    Tq4_value_obj &ValueOf(Tq4_bytes key);
+    // The value under a text, made when there is none. The text is the first of so many bytes that may be read.
+    Tq4_value_obj &ValueOf(Tq4_bytes key, std::size_t readable);
+    // The same in a table that has nothing but what this call made in it, and no case flag.
+    Tq4_value_obj &DecodedMember(Tq4_bytes key, std::size_t readable);
 
 private:
     static void PrefetchLines(const void *from, std::size_t size) {
         for (std::size_t at = 0; at < size; at += 64) __builtin_prefetch(static_cast<const char *>(from) + at);
     }
     static void Prefetch(const Tq4_value_obj &v) {
-        if (const void *table = v.GetValueTable()) PrefetchLines(table, sizeof(Tq4_value_table_obj));
+        if (const void *table = v.made_table()) PrefetchLines(table, sizeof(Tq4_value_table_obj));
     }
     static void PrefetchEntries(const Tq4_value_obj &v) {
         constexpr std::size_t few = 5;
-        if (Tq4_value_table table = v.GetValueTable())
+        if (Tq4_value_table table = v.made_table())
             PrefetchLines(Tq4_record<const Tq4_value_table_obj>(table)->m_list.first(), few * sizeof(Tq4_kv_pair));
     }
-    Tq4_kv_pair *MakePair(const Tq4_text_form &form);
+    void ImportEntry(Tq4_import_call &from);
+    Tq4_kv_pair *MakePair(const Tq4_text_form &form, std::size_t readable);
     void Delete(Tq4_kv_pair *pair);
     void Detach(Tq4_list &entries); // empties the table, as far as it can be without deleting them
     void DeleteEntries(Tq4_list &entries);

@@ -16,7 +16,7 @@ Tq4_kv_pair *pair_of(Tq4_list_node *node) { return static_cast<Tq4_kv_pair *>(no
 
 // The table that a value holds, which is the caller's from now on; null for none.
 Tq4_value_table take_table(Tq4_value_obj &value) {
-    Tq4_value_table table = value.GetValueTable();
+    Tq4_value_table table = value.made_table();
     if (!table) return nullptr;
     value.m_type = Tq4_value_Unknown;
     value.m_data = {};
@@ -38,6 +38,8 @@ void Deep::DeleteEntries(Tq4_list &entries) {
 }
 
 void Deep::EndEntries(Tq4_list &entries, std::vector<Tq4_value_table> &put_off, int depth) {
+    const uint64_t count = entries.m_count;
+    const bool together = m_room.HasOnly(count);
     for (Tq4_list_node *node = entries.first(); node != entries.end();) {
         Tq4_kv_pair *pair = pair_of(node);
         node = node->next;
@@ -45,8 +47,9 @@ void Deep::EndEntries(Tq4_list &entries, std::vector<Tq4_value_table> &put_off, 
         if (Tq4_value_table inner = take_table(pair->value()))
             depth < Tq4_table_recursion_limit ? EndTable(inner, put_off, depth + 1) : put_off.push_back(inner);
         Delete_Tq4_kv_pair(pair);
-        m_room.Give(pair);
+        if (!together) m_room.Give(pair);
     }
+    if (together) m_room.GiveMany(count);
 }
 
 // The table is empty when the hook deletes it.
@@ -76,7 +79,7 @@ void Deep::CopyOwnEntries(const Deep &source, Tq4_list &copies, std::vector<Pair
         Tq4_kv_pair *copy = Create_Tq4_kv_pair(m_room.Take());
         copies.Append(copy);
         copy->key().Copy(&pair.key());
-        const Deep *from = pair.value().table_record();
+        const auto *from = Tq4_record<const Deep>(pair.value().made_table());
         if (!from) {
             copy->value().Copy(&pair.value());
         } else if (Deep *to = copy->value().make_table()) {

@@ -4,11 +4,24 @@
 #include "base/kv/table.hpp"
 #include "base/kv/value_check.hpp"
 
-Tq4_value_table_obj *Tq4_value_obj::table_record() const {
-    return is(Tq4_value_Table) ? Tq4_record<Tq4_value_table_obj>(m_data.table) : nullptr;
+const Tq4_value_table_obj *Tq4_value_obj::table_record() const {
+    static const Tq4_value_table_obj empty;
+    if (!is(Tq4_value_Table)) return nullptr;
+    Tq4_value_table made = made_table();
+    return made ? &Tq4_record_of<Tq4_value_table_obj>(made) : &empty;
 }
 
+Tq4_value_table_obj *Tq4_value_obj::own_table() const { return Tq4_record<Tq4_value_table_obj>(GetValueTable()); }
 Tq4_value_table_obj *Tq4_value_obj::make_table() { return Tq4_record<Tq4_value_table_obj>(make_table_handle()); }
+
+Tq4_value_table Tq4_value_obj::MakeTable() const {
+    auto fresh = static_cast<Tq4_value_table>(Tq4_cxx_support->new_table());
+    Tq4_value_table made = nullptr;
+    std::atomic_ref held(const_cast<Tq4_value_table &>(m_data.table));
+    if (held.compare_exchange_strong(made, fresh)) return fresh;
+    Tq4_cxx_support->delete_obj(fresh); // another reader was first
+    return made;
+}
 
 namespace {
 
@@ -25,11 +38,11 @@ template <auto Method, Without_table without> struct Nested {
         return [](Tq4_value handle, A... args) -> R {
             auto *value = Tq4_record<Value>(handle);
             if (!value) return R();
-            if (Table *table = value->table_record()) return (table->*Method)(args...);
+            if (Table *table = value->own_table()) return (table->*Method)(args...);
             if constexpr (without == Without_table::make) {
                 Value made; // the old content goes last: key and text may lie in it
                 made.Init(Tq4_value_Table);
-                Table *table = made.table_record();
+                Table *table = made.own_table();
                 if (!table) return R();
                 const R result = (table->*Method)(args...);
                 value->Swap(made);

@@ -4,13 +4,16 @@
 // text or a packed array of host-order elements, 31 a string array, 32 a table. Bytes lie in a text cell until somebody
 // asks for them as a string object, appends much to them, or the host makes strings: then they lie in the string. A
 // byte-string tag may have no bytes at all, neither here nor there: it counts as empty. Strings, arrays and tables are
-// owned and made and deleted through the hooks.
+// owned and made and deleted through the hooks. An empty table is made when somebody asks for it, unless the host makes
+// tables; until then it is null.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "base/key/text_cell.hpp"
 #include "base/kv/value_types.hpp"
+#include "cxx_defaults.hpp"
 #include "module.hpp"
 #include "tq4/value_table.h"
 
@@ -36,7 +39,9 @@ struct Tq4_value_obj {
     } m_data;
 
     Tq4_value_obj() = default;
-    ~Tq4_value_obj() { Reset(); }
+    ~Tq4_value_obj() {
+        if (m_type >= Tq4_value_ArrayStart && (m_string || !is_short_text())) Reset();
+    }
     Tq4_value_obj(const Tq4_value_obj &) = delete;
     Tq4_value_obj &operator=(const Tq4_value_obj &) = delete;
 
@@ -49,14 +54,14 @@ struct Tq4_value_obj {
     bool inline_word() const { return m_type < Tq4_value_INT64; }
     bool holds_string() const { return m_type >= Tq4_value_ArrayStart && m_type <= Tq4_value_PLDOUBLE; }
     bool is_text() const { return m_type >= Tq4_value_STRING && m_type <= Tq4_value_PUCHAR; }
+    bool is_short_text() const { return m_type < Tq4_value_ArrayOtherObject && !m_data.text.owns_memory(); }
     bool is(Tq4_value_type type) const { return m_type == type; }
     bool is_truth() const { return m_truth && is(Tq4_value_INT); }
 
     // Encoding.
     long Dump(Tq4_string out) const;
     int Import(const char *buf, int len);
-    // A part of a call's input. Returns the bytes consumed.
-    int ImportPart(const char *buf, int len, Tq4_import_call &call);
+    void ImportFrom(Tq4_import_call &from); // a part of a call's input, into an empty value
 
     // Setting.
     Tq4_value_type Type() const { return m_type; }
@@ -94,7 +99,7 @@ struct Tq4_value_obj {
     const Element *GetArray(unsigned long *count) const;
     Tq4_string GetString() { return is_text() && has_bytes() ? own_string() : nullptr; }
     Tq4_string_array GetStringArray() const { return is(Tq4_value_STRINGARRAY) ? m_data.array : nullptr; }
-    Tq4_value_table GetValueTable() const { return is(Tq4_value_Table) ? m_data.table : nullptr; }
+    Tq4_value_table GetValueTable() const { return is(Tq4_value_Table) ? table_handle() : nullptr; }
     Tq4_value GetRef() const { return is(Tq4_value_Ref) ? m_data.target : nullptr; }
 
     // Text.
@@ -105,12 +110,21 @@ struct Tq4_value_obj {
     int ToJson(Tq4_string out, int pretty) const;
     int FromJson(const char *text, long len, long *error_at);
 
-    // The nested table's record: null when the value is not a table; made when a table operation needs one.
-    Tq4_value_table_obj *table_record() const;
+    // The nested table's record to be read, null when the value is not a table. One that is not made yet is the same
+    // empty one for all values.
+    const Tq4_value_table_obj *table_record() const;
+    // The nested table itself, made when there is none: null when the value is not a table, or the host makes none.
+    Tq4_value_table_obj *own_table() const;
+    // The same after the value has become a table.
     Tq4_value_table_obj *make_table();
     Tq4_value_table make_table_handle() {
         if (!is(Tq4_value_Table)) Init(Tq4_value_Table);
+        if (!m_data.table) m_data.object = Tq4_cxx_support->new_table();
         return m_data.table;
+    }
+    // The table as far as it is made: null also for an empty one that nobody asked for.
+    Tq4_value_table made_table() const {
+        return is(Tq4_value_Table) ? std::atomic_ref(const_cast<Tq4_value_table &>(m_data.table)).load() : nullptr;
     }
 
     // The bytes of tags 17 to 29; null data when there are none.
@@ -120,6 +134,12 @@ struct Tq4_value_obj {
     // They become these, which may be its own, and the tag another; what the value held is released unless it is
     // bytes.
     void SetBytes(Tq4_value_type tag, const void *bytes, unsigned long n);
+    // The same in an empty value. They are the first of so many that may be read.
+    void FillBytes(Tq4_value_type tag, Tq4_bytes bytes, std::size_t readable) {
+        if (Tq4_cxx_support->new_string != Tq4_cxx_defaults.new_string) return SetBytes(tag, bytes.data, bytes.size);
+        m_data.text.Fill(bytes.data, bytes.size, readable);
+        m_type = tag;
+    }
     void AppendOwn(const void *bytes, unsigned long n);
     // An empty value of tags 17 to 29 gets n zero bytes, to be filled; null when there are none.
     uint8_t *ZeroBytes(unsigned long n);
@@ -128,7 +148,19 @@ struct Tq4_value_obj {
 
 private:
     void ReleaseBytes();
+    // Readers ask side by side: the first one's table stays.
+    Tq4_value_table table_handle() const {
+        Tq4_value_table made = made_table();
+        return made ? made : MakeTable();
+    }
+    Tq4_value_table MakeTable() const;
 };
+
+// Whether tables are shown to the host when they are made or deleted.
+inline bool Tq4_value_hosts_tables() {
+    return Tq4_cxx_support->new_table != Tq4_cxx_defaults.new_table ||
+           Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj;
+}
 
 // What a type does, indexed by its tag.
 using Tq4_value_equalf = bool (*)(const Tq4_value_obj &, const Tq4_value_obj &);

@@ -61,11 +61,11 @@ public:
         uint8_t case_flag;
         uint32_t entries;
         if (!m_in.Read(case_flag) || !m_in.Read(entries)) return Damaged(start);
-        for (uint32_t before = 0; before < entries; ++before) {
+        for (Tq4_decode_budget::Entries charged(entries); entries; --entries) {
             const uint8_t *entry = m_in.at();
             Tq4_key_wire key;
             if (!Tq4_key_read(m_in, key)) return Damaged(entry);
-            m_budget.Entry(before);
+            m_budget.Entry(charged);
             m_budget.Bytes(key.text.size);
             if (!Value(depth)) return false;
         }
@@ -101,7 +101,9 @@ private:
         case Form::texts:
             return Texts();
         case Form::table:
-            return depth < Tq4_value_nesting_limit && m_budget.Table() && Table(depth + 1);
+            if (depth >= Tq4_value_nesting_limit) return false;
+            if (Tq4_decode_budget::NoTable({m_in.at(), m_in.left()})) return Skip(Tq4_decode_budget::header);
+            return m_budget.Table() && Table(depth + 1);
         }
         return false;
     }

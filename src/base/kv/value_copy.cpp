@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "base/key/key.hpp"
-#include "base/kv/value.hpp"
+#include "base/kv/table.hpp"
 #include "base/string/string.hpp"
 
 namespace {
@@ -34,7 +34,10 @@ bool Tq4_value_equal_object(const Value &a, const Value &b) {
     return Tq4_object_Equal(a.m_data.object, b.m_data.object);
 }
 constexpr auto Tq4_value_equal_StringArray = Tq4_value_equal_object;
-constexpr auto Tq4_value_equal_Table = Tq4_value_equal_object;
+bool Tq4_value_equal_Table(const Value &a, const Value &b) {
+    if (a.made_table() && b.made_table()) return Tq4_value_equal_object(a, b);
+    return a.table_record()->Count() == b.table_record()->Count(); // one of them is empty
+}
 
 // The destination is empty but for the tag. Tags below 11 share the word, the other undefined ones nothing.
 void Tq4_value_copy_undefine(Value &to, const Value &from) {
@@ -58,7 +61,9 @@ void Tq4_value_copy_Array(Value &to, const Value &from) {
     to.SetBytes(to.m_type, bytes.data ? bytes.data : reinterpret_cast<const uint8_t *>(""), bytes.size);
 }
 constexpr Tq4_value_copy Tq4_value_copy_StringArray = copy_object<&Tq4_cxx_support_::new_array>;
-constexpr Tq4_value_copy Tq4_value_copy_Table = copy_object<&Tq4_cxx_support_::new_table>;
+void Tq4_value_copy_Table(Value &to, const Value &from) {
+    if (from.made_table() || Tq4_value_hosts_tables()) copy_object<&Tq4_cxx_support_::new_table>(to, from);
+}
 
 template <class Type> constexpr Tq4_value_equalf equal_of() {
     using enum Tq4_value_storage;

@@ -124,6 +124,8 @@ class Reader {
         Value *value;               // borrowed
         Tq4_value_table_obj *table; // borrowed; null in an array that is packed
         bool array;
+        std::size_t expected; // entries: as many as the container before it had
+        std::size_t last = 1; // entries of the container in it that ended last
     };
 
     Value *const m_root;    // borrowed
@@ -148,44 +150,40 @@ private:
     using Handler = bool (Reader::*)(Token);
     static const Handler handlers[JSON_NULL + 1];
 
+    // How many bytes may be read where a text of the parser's begins.
+    std::size_t Readable(Tq4_bytes text) const {
+        const auto *end = m_text.data + m_text.size;
+        const bool in_text = std::less_equal<>()(m_text.data, text.data) && std::less<>()(text.data, end);
+        return in_text ? static_cast<std::size_t>(end - text.data) : text.size;
+    }
     bool packed() const { return !m_open.empty() && !m_open.back().table; }
 
     // The value that comes next. In an array: a new entry. In an object: the pending key's, empty also when the key was
-    // there before.
-    Value &Next() {
-        if (m_open.empty()) return *m_root;
+    // there before. Null when the host makes no table for it.
+    Value *Next() {
+        if (m_open.empty()) return m_root;
         const Container &container = m_open.back();
-        if (!container.table) Unpack();
-        TQ4_CHECK(container.table);
-        if (container.array) return container.table->NewPairAtTail()->value();
-        return Member(*container.table);
+        Tq4_value_table_obj *table = container.table ? container.table : Unpack();
+        if (!table) return nullptr;
+        table->m_room.Expect(container.expected);
+        if (container.array) return &table->NewPairAtTail()->value();
+        Value &member = table->DecodedMember(m_key, Readable(m_key));
+        member.Reset();
+        return &member;
     }
-
-    // While there are few members, they are compared: that costs less than an index of them.
-    Value &Member(Tq4_value_table_obj &table) {
-        constexpr unsigned long few = 8;
-        Value *member = nullptr;
-        if (table.Count() >= few) {
-            member = &table.ValueOf(m_key);
-        } else {
-            table.EachPair([&](const Tq4_kv_pair &pair) {
-                if (Tq4_key_obj::same_text(pair.key().text(), m_key, false)) member = &pair.value();
-                return !member;
-            });
-        }
-        if (member) return member->Reset(), *member;
-        Tq4_kv_pair *pair = table.NewPairAtTail();
-        pair->key().FillText(m_key, 0);
-        table.m_index.EnterLater(pair);
-        return pair->value();
+    template <class Store> bool StoreNext(Store store) {
+        Value *v = Next();
+        if (v) store(*v);
+        return v;
     }
 
     // The innermost array becomes a table.
-    void Unpack() {
+    Tq4_value_table_obj *Unpack() {
         Container &container = m_open.back();
         Value former;
         former.Swap(*container.value);
         container.table = container.value->make_table();
+        if (!container.table) return nullptr;
         const auto element = [&]() -> Value & { return container.table->NewPairAtTail()->value(); };
         m_numbers.ForEach([&](const Number &number) { number.Store(element()); });
         const unsigned long texts = m_texts ? (*m_texts)->Size(m_texts) : 0;
@@ -194,6 +192,7 @@ private:
             element().SetBytes(Tq4_value_PCHAR, text.data, text.size);
         }
         Pack_anew();
+        return container.table;
     }
     void Pack_anew() {
         m_numbers.Clear();
@@ -202,32 +201,31 @@ private:
 
     bool Nothing(Token) { return true; }
 
-    bool ObjectBegin(Token) {
-        Value &v = Next();
-        m_open.push_back({&v, v.make_table(), false});
-        return true;
+    bool Begin(bool array) {
+        Value *v = Next();
+        Tq4_value_table_obj *table = v && !array ? v->make_table() : nullptr;
+        m_open.push_back({v, table, array, m_open.empty() ? 1 : m_open.back().last});
+        return array ? v != nullptr : table != nullptr;
     }
+    bool ObjectBegin(Token) { return Begin(false); }
     bool ArrayBegin(Token) {
-        m_open.push_back({&Next(), nullptr, true});
+        const bool begun = Begin(true);
         Pack_anew();
-        return true;
+        return begun;
     }
-    bool ObjectEnd(Token) {
-        m_open.pop_back();
-        return true;
-    }
-    bool ArrayEnd(Token) {
+    bool End(Token) {
         const Container container = m_open.back();
         m_open.pop_back();
         if (!container.table && !m_texts) m_numbers.Store(*container.value);
+        if (!m_open.empty()) m_open.back().last = container.table ? container.table->Count() : 1;
         return true;
     }
 
     bool Numeral(Token token, bool is_integer) {
         Number number;
         if (!number.Read(token.text, token.length, is_integer)) return m_refused = token.length, false;
-        if (!packed() || m_texts || !m_numbers.Add(number)) number.Store(Next());
-        return true;
+        if (packed() && !m_texts && m_numbers.Add(number)) return true;
+        return StoreNext([&](Value &v) { number.Store(v); });
     }
     bool Integer(Token token) { return Numeral(token, true); }
     bool Floating(Token token) { return Numeral(token, false); }
@@ -240,28 +238,30 @@ private:
             m_texts = v.m_data.array;
             if ((*m_texts)->Size(m_texts) < UINT16_MAX) return (*m_texts)->Add(m_texts, token.text, token.length), true;
         }
-        Next().SetBytes(Tq4_value_PCHAR, token.text, token.length);
-        return true;
+        const Tq4_bytes text{token.bytes(), token.length};
+        return StoreNext([&](Value &v) { v.FillBytes(Tq4_value_PCHAR, text, Readable(text)); });
     }
 
     bool Key(Token token) {
         m_key = {token.bytes(), token.length};
-        const auto *begin = m_text.data, *end = begin + m_text.size;
-        if (std::less_equal<>()(begin, m_key.data) && std::less<>()(m_key.data, end)) return true;
+        if (Readable(m_key) > m_key.size) return true; // at least a quotation mark follows in the text
         m_key_aside.Memcpy(token.text, token.length);
         m_key = m_key_aside.view();
         return true;
     }
 
-    bool True(Token) { return Next().SetTruth(true), true; }
-    bool False(Token) { return Next().SetTruth(false), true; }
-    bool Null(Token) { return Next(), true; }
+    bool True(Token) {
+        return StoreNext([](Value &v) { v.SetTruth(true); });
+    }
+    bool False(Token) {
+        return StoreNext([](Value &v) { v.SetTruth(false); });
+    }
+    bool Null(Token) { return Next(); }
 };
 
 const Reader::Handler Reader::handlers[JSON_NULL + 1] = {
-    &Reader::Nothing,   &Reader::ArrayBegin, &Reader::ObjectBegin, &Reader::ArrayEnd,
-    &Reader::ObjectEnd, &Reader::Integer,    &Reader::Floating,    &Reader::Text,
-    &Reader::Key,       &Reader::True,       &Reader::False,       &Reader::Null,
+    &Reader::Nothing,  &Reader::ArrayBegin, &Reader::ObjectBegin, &Reader::End,  &Reader::End,   &Reader::Integer,
+    &Reader::Floating, &Reader::Text,       &Reader::Key,         &Reader::True, &Reader::False, &Reader::Null,
 };
 
 } // namespace

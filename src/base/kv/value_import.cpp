@@ -16,32 +16,28 @@
 #include "base/string/string.hpp"
 #include "tq4/debug.h"
 
-// What the parts of one call's input have in common.
+// A call of Import under way.
 struct Tq4_import_call {
-    Tq4_decode_budget budget;
+    Tq4_byte_reader in; // what is left of the input
+    Tq4_decode_budget budget{Tq4_decode_budget::Allowance(in.left())};
     int depth = 0; // of tables under way
     unsigned reports_left = Tq4_value_reports_limit;
-};
-
-namespace {
-
-using Value = Tq4_value_obj;
-
-// The bytes after the tag.
-struct Input {
-    Tq4_byte_reader in;
-    Tq4_import_call &call;
 
     void ConsumeAll() { in.Take(in.left()); }
     void Report(const char *message) {
-        if (!call.reports_left) return;
-        --call.reports_left;
+        if (!reports_left) return;
+        --reports_left;
         Tq4_debug_api->Printf(0, "%s", message);
         Tq4_debug_api->log(0, "%s", message);
     }
 };
 
-// A row reads the payload into a value that has its tag and nothing else.
+namespace {
+
+using Value = Tq4_value_obj;
+using Input = Tq4_import_call;
+
+// A row reads the payload, what lies behind the tag, into a value that has the tag and nothing else.
 using Tq4_value_import = void (*)(Value &, Input &);
 
 void Tq4_value_import_undefine(Value &, Input &) {}
@@ -83,9 +79,9 @@ void Tq4_value_import_lDouble(Value &v, Input &from) {
 
 void Tq4_value_import_string(Value &v, Input &from) {
     uint32_t length = 0;
-    if (from.in.Read(length) && from.in.left() >= length && from.call.budget.Bytes(length)) {
-        const Tq4_bytes bytes = from.in.Take(length);
-        return v.SetBytes(v.m_type, bytes.data ? bytes.data : reinterpret_cast<const uint8_t *>(""), bytes.size);
+    if (from.in.Read(length) && from.in.left() >= length && from.budget.Bytes(length)) {
+        const std::size_t readable = from.in.left();
+        return v.FillBytes(v.m_type, from.in.Take(length), readable);
     }
     v.SetBytes(v.m_type, "", 0);
     from.Report("Tq4_value_Import() error Tq4_value_STRING\n");
@@ -95,8 +91,8 @@ void Tq4_value_import_string(Value &v, Input &from) {
 // Room for elements that the input holds, and for as many of those missing as may be zeros. Null when there are none,
 // or when they take more than the input is good for: then everything is consumed.
 uint8_t *packed_room(Value &v, Input &from, uint64_t held, uint64_t missing) {
-    const uint64_t bytes = held + from.call.budget.Zeros(missing);
-    if (!from.call.budget.Bytes(held)) return from.ConsumeAll(), nullptr;
+    const uint64_t bytes = held + from.budget.Zeros(missing);
+    if (!from.budget.Bytes(held)) return from.ConsumeAll(), nullptr;
     return v.ZeroBytes(bytes);
 }
 
@@ -166,14 +162,14 @@ template <class Element> constexpr Tq4_value_import import_array_of() {
 // Cut inside an element's bytes, it ends after that element's length; cut inside a length or the count, all is
 // consumed.
 void Tq4_value_import_string_array(Value &v, Input &from) {
-    if (!from.call.budget.Array()) return v.Reset(), from.ConsumeAll();
+    if (!from.budget.Array()) return v.Reset(), from.ConsumeAll();
     v.m_data.object = Tq4_cxx_support->new_array();
     Tq4_string_array array = v.m_data.array;
     uint16_t count = 0, length = 0;
     bool complete = from.in.Read(count);
     if (!complete) from.ConsumeAll();
     for (; complete && count; --count) {
-        complete = from.in.Read(length) && (length > from.in.left() || from.call.budget.Element(length));
+        complete = from.in.Read(length) && (length > from.in.left() || from.budget.Element(length));
         if (!complete) {
             from.ConsumeAll();
             break;
@@ -185,18 +181,18 @@ void Tq4_value_import_string_array(Value &v, Input &from) {
     if (!complete) from.Report(message_STRINGARRAY);
 }
 
+// An empty table takes no memory, and so does one beyond the nesting limit.
 void Tq4_value_import_Table(Value &v, Input &from) {
-    if (!from.call.budget.Table()) return v.Reset(), from.ConsumeAll();
-    v.m_data.object = Tq4_cxx_support->new_table();
-    if (from.call.depth >= Tq4_value_nesting_limit) return from.ConsumeAll();
-    Tq4_value_table_obj *table = v.table_record();
+    v.Init(Tq4_value_Table);
+    if (from.depth >= Tq4_value_nesting_limit) return from.ConsumeAll();
+    if (Tq4_decode_budget::NoTable({from.in.at(), from.in.left()}))
+        return void(from.in.Take(Tq4_decode_budget::header));
+    if (!from.budget.Table()) return v.Reset(), from.ConsumeAll();
+    Tq4_value_table_obj *table = v.make_table();
     if (!table) return;
-    ++from.call.depth;
-    const int len =
-        table->ImportPart(reinterpret_cast<const char *>(from.in.at()), static_cast<int>(from.in.left()), from.call);
-    --from.call.depth;
-    TQ4_ASSERT(len >= 0);
-    from.in.Take(static_cast<std::size_t>(len));
+    ++from.depth;
+    table->ImportFrom(from);
+    --from.depth;
 }
 
 template <class Type> constexpr Tq4_value_import import_of() {
@@ -219,67 +215,65 @@ template <class Type> constexpr Tq4_value_import import_of() {
 constexpr Tq4_value_table_of<Tq4_value_import> _g_Tq4_value_import =
     Tq4_value_rows([](auto row) { return import_of<decltype(row)>(); });
 
-// An entry of a table is at least one byte of key and one of value; one that names nothing stops the process.
-int imported(int len) {
-    TQ4_ASSERT(len > 0);
-    return len;
-}
-
-Tq4_decode_budget budget_of(int len) {
-    return Tq4_decode_budget(Tq4_decode_budget::Allowance(len > 0 ? static_cast<uint64_t>(len) : 0));
-}
-
 } // namespace
 
 // The bytes may lie in what the value held: it goes last.
 int Tq4_value_obj::Import(const char *buf, int len) {
     Tq4_value_obj fresh;
-    Tq4_import_call call{.budget = budget_of(len)};
-    const int consumed = fresh.ImportPart(buf, len, call);
+    Input from{.in = {buf, len}};
+    const std::size_t before = from.in.left();
+    fresh.ImportFrom(from);
     Swap(fresh);
-    return consumed;
+    return static_cast<int>(before - from.in.left());
 }
 
-int Tq4_value_obj::ImportPart(const char *buf, int len, Tq4_import_call &call) {
-    if (m_type != Tq4_value_Unknown) Reset();
-    Input from{Tq4_byte_reader(buf, len), call};
-    int8_t tag = 0;
-    if (!from.in.Read(tag)) return 0;
-    if (tag == Tq4_value_Unknown) return 1;
-    if (tag < 0 || tag > Tq4_value_End) return len;
+void Tq4_value_obj::ImportFrom(Input &from) {
+    uint8_t tag = 0;
+    if (!from.in.Read(tag) || tag == Tq4_value_Unknown) return;
+    if (tag > Tq4_value_End) return from.ConsumeAll();
     m_type = static_cast<Tq4_value_type>(tag);
-    _g_Tq4_value_import[static_cast<std::size_t>(tag)](*this, from);
-    return len - static_cast<int>(from.in.left());
+    _g_Tq4_value_import[tag](*this, from);
 }
 
 int Tq4_value_table_obj::Import(const char *buf, int len) {
-    Tq4_import_call call{.budget = budget_of(len), .depth = 1};
-    return ImportPart(buf, len, call);
+    Input from{.in = {buf, len}, .depth = 1};
+    const std::size_t before = from.in.left();
+    ImportFrom(from);
+    return static_cast<int>(before - from.in.left());
 }
 
-int Tq4_value_table_obj::ImportPart(const char *buf, int len, Tq4_import_call &call) {
-    Tq4_byte_reader header(buf, len);
+// A header that is cut short is not consumed.
+void Tq4_value_table_obj::ImportFrom(Input &from) {
+    if (from.in.left() < Tq4_decode_budget::header) return;
     uint8_t case_flag = 0;
     uint32_t count = 0;
-    if (header.left() < sizeof case_flag + sizeof count) return 0;
-    header.Read(case_flag);
-    header.Read(count);
+    from.in.Read(case_flag);
+    from.in.Read(count);
     Tq4_list former; // goes last: the bytes may lie in it
     Detach(former);
     m_case = case_flag;
     m_index.CaseFlag(case_flag);
-    int at = len - static_cast<int>(header.left());
-    for (uint64_t before = 0; before < count && at < len; ++before) {
-        if (!call.budget.Entry(before)) {
-            at = len;
+    Tq4_decode_budget::Entries charged(count);
+    for (; count && from.in.left(); --count) {
+        if (!from.budget.Entry(charged)) {
+            from.ConsumeAll();
             break;
         }
-        Tq4_kv_pair *pair = NewPairAtTail();
-        at += imported(pair->key().Import(buf + at, len - at));
-        call.budget.Bytes(pair->key().text().size);
-        at += imported(pair->value().ImportPart(buf + at, len - at, call));
-        m_index.EnterLater(pair);
+        m_room.Expect(charged.expected());
+        ImportEntry(from);
     }
     DeleteEntries(former);
-    return at;
+}
+
+// There is at least a byte, of the key. When there is none left for the value, the entry names nothing.
+void Tq4_value_table_obj::ImportEntry(Input &from) {
+    Tq4_kv_pair *pair = NewPairAtTail();
+    Tq4_key_obj &key = pair->key();
+    const std::size_t before = from.in.left();
+    key.ImportInEmpty(from.in);
+    const std::size_t len = from.in.left();
+    if (before - len > Tq4_text_cell::most_inside) from.budget.Bytes(key.text().size);
+    TQ4_ASSERT(len > 0);
+    pair->value().ImportFrom(from);
+    m_index.EnterLater(pair);
 }

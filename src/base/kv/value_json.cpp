@@ -23,9 +23,12 @@ using Value = Tq4_value_obj;
 
 // A container under way; its parent stands before it in the chain.
 struct Tq4_value_Json_Obj {
-    Value *obj;                 // borrowed: the value being filled
-    Tq4_value_table_obj *table; // borrowed: what it holds, when that is a table
+    Value *obj; // borrowed: the value being filled
     bool array_flag;
+    std::size_t expected;                 // entries: as many as the container before it had
+    std::size_t last = 1;                 // entries of the container in it that ended last
+    Tq4_value_table_obj *table = nullptr; // borrowed: what it holds, from its first entry on
+    bool fresh = false;                   // the table was empty then, and ignores no case
 };
 
 struct Tq4_value_Json_decode_data {
@@ -37,27 +40,52 @@ struct Tq4_value_Json_decode_data {
     Tq4_string_obj temp{nullptr}; // the pending key, when it does not lie in the text as it is
     Tq4_bytes key{};              // its bytes up to the first NUL
 
+    // How many bytes may be read where a text of the parser's begins.
+    std::size_t readable(Tq4_bytes token) const {
+        const auto *end = text.data + text.size;
+        const bool in_text = std::less_equal<>()(text.data, token.data) && std::less<>()(token.data, end);
+        return in_text ? static_cast<std::size_t>(end - token.data) : token.size;
+    }
     bool in_array() const { return !chain.empty() && chain.back().array_flag; }
     // The value that a new scalar or container goes to: of the pending member, or the root.
     Value &member() {
         if (chain.empty()) return *root;
-        Tq4_value_table_obj &table = *chain.back().table;
-        const unsigned long before = table.Count();
-        if (!budget.Fits(Tq4_decode_budget::EntryCost(before))) return spare;
-        Value &v = table.ValueOf(key);
-        if (table.Count() != before) CountEntry(before, key.size);
+        uint64_t cost;
+        Tq4_value_table_obj *table = table_for_one_more(cost);
+        if (!table) return spare;
+        const unsigned long before = table->Count();
+        Value &v = chain.back().fresh ? table->DecodedMember(key, readable(key)) : table->ValueOf(key, readable(key));
+        if (table->Count() == before) return v;
+        budget.Take(cost);
+        budget.Bytes(key.size);
         return v;
     }
     // The value of a new unkeyed entry at the end of the array being filled.
     Value &element() {
-        Tq4_value_table_obj *table = chain.back().obj->make_table();
-        if (!budget.Fits(Tq4_decode_budget::EntryCost(table->Count()))) return spare;
-        CountEntry(table->Count(), 0);
+        uint64_t cost;
+        Tq4_value_table_obj *table = table_for_one_more(cost);
+        if (!table) return spare;
+        budget.Take(cost);
         return table->NewPairAtTail()->value();
     }
-    void CountEntry(unsigned long before, std::size_t key_size) {
-        budget.Entry(before);
-        budget.Bytes(key_size);
+    // The table of the container being filled, with room for an entry more, and what that entry costs. Null when it is
+    // too much, or the host makes no table: then nothing fits from now on.
+    Tq4_value_table_obj *table_for_one_more(uint64_t &cost) {
+        Tq4_value_Json_Obj &container = chain.back();
+        if (!container.table || !container.obj->is(Tq4_value_Table)) begin_table(container);
+        if (!container.table) return budget.Close(), nullptr;
+        auto &room = container.table->m_room;
+        const std::size_t rooms = room.NextBlock(container.expected);
+        cost = Tq4_decode_budget::EntryCost(rooms);
+        if (!container.array_flag) cost += Tq4_decode_budget::IndexCost(container.table->Count(), rooms);
+        if (!budget.Fits(cost)) return nullptr;
+        room.Expect(container.expected);
+        return container.table;
+    }
+    void begin_table(Tq4_value_Json_Obj &container) {
+        if (!container.obj->made_table()) budget.Table();
+        Tq4_value_table_obj *table = container.table = container.obj->make_table();
+        container.fresh = table && table->Count() == 0 && !table->m_case && !table->m_index.case_flag();
     }
     Value &array(Tq4_value_type type) {
         Value &v = *chain.back().obj;
@@ -73,6 +101,7 @@ struct Token {
     const char *text;
     size_t length;
 
+    const uint8_t *bytes() const { return reinterpret_cast<const uint8_t *>(text); }
     // Numbers that do not fit saturate.
     int integer() const {
         int number = 0;
@@ -94,41 +123,55 @@ using Decode = Tq4_value_Json_decode_data;
 void open(Decode &data, bool array) {
     const bool element = data.in_array();
     Value &v = element ? data.element() : data.member();
-    if (element || !array) data.budget.Table();
-    data.chain.push_back({&v, element || !array ? v.make_table() : nullptr, array});
+    if ((element || !array) && !v.is(Tq4_value_Table)) v.Init(Tq4_value_Table);
+    const std::size_t expected = data.chain.empty() ? 1 : data.chain.back().last;
+    data.chain.push_back({&v, array, expected});
+}
+
+void close(Decode &data, Token) {
+    const Tq4_value_table_obj *table = data.chain.back().obj->table_record();
+    data.chain.pop_back();
+    if (!data.chain.empty()) data.chain.back().last = table ? table->Count() : 1;
+}
+
+// The array of such numbers that is filled, which has been charged for one more.
+Value &numbers(Decode &data, Tq4_value_type type, std::size_t width) {
+    Value &v = data.array(type);
+    data.budget.Appended(v.bytes().size, width);
+    return v;
 }
 
 void set_integer(Decode &data, int number) {
-    if (data.in_array()) data.budget.Appended();
     if (data.in_array())
-        data.array(Tq4_value_PINT).AppendElement<Tq4_value_PINT, Tq4_value_PUINT>(number);
+        numbers(data, Tq4_value_PINT, sizeof number).AppendElement<Tq4_value_PINT, Tq4_value_PUINT>(number);
     else
         data.member().SetScalar<Tq4_value_INT>(number);
 }
 
 void on_float(Decode &data, Token token) {
-    if (data.in_array()) data.budget.Appended();
     if (data.in_array())
-        data.array(Tq4_value_PFLOAT).AppendFloat(token.single());
+        numbers(data, Tq4_value_PFLOAT, sizeof(float)).AppendFloat(token.single());
     else
         data.member().SetFloat(token.single());
 }
 
 void on_string(Decode &data, Token token) {
-    const int length = token.length > INT_MAX ? INT_MAX : static_cast<int>(token.length);
+    const std::size_t length = std::min<std::size_t>(token.length, INT_MAX);
     data.in_array() ? data.budget.Element(token.length) : data.budget.Bytes(token.length);
-    if (data.in_array())
-        data.array(Tq4_value_STRINGARRAY).AppendBytes(token.text, length);
+    if (data.in_array()) {
+        data.array(Tq4_value_STRINGARRAY).AppendBytes(token.text, static_cast<int>(length));
+        return;
+    }
+    Value &v = data.member();
+    if (v.is(Tq4_value_Unknown))
+        v.FillBytes(Tq4_value_PCHAR, {token.bytes(), length}, data.readable({token.bytes(), length}));
     else
-        data.member().SetString(token.text, length);
+        v.SetBytes(Tq4_value_PCHAR, token.text, length);
 }
 
 void on_key(Decode &data, Token token) {
-    const auto *bytes = reinterpret_cast<const uint8_t *>(token.text);
-    const bool in_text =
-        std::less_equal<>()(data.text.data, bytes) && std::less<>()(bytes, data.text.data + data.text.size);
-    data.key = {bytes, token.length};
-    if (in_text) return;
+    data.key = {token.bytes(), token.length};
+    if (data.readable(data.key) > token.length) return; // it lies in the text, where a quotation mark follows
     data.temp.Memcpy(token.text, strnlen(token.text, token.length));
     data.key = data.temp.view();
 }
@@ -139,8 +182,8 @@ const Handler handlers[] = {
     [](Decode &, Token) {},
     [](Decode &data, Token) { open(data, true); },
     [](Decode &data, Token) { open(data, false); },
-    [](Decode &data, Token) { data.chain.pop_back(); },
-    [](Decode &data, Token) { data.chain.pop_back(); },
+    close,
+    close,
     [](Decode &data, Token token) { set_integer(data, token.integer()); },
     on_float,
     on_string,

@@ -29,7 +29,7 @@ void Tq4_value_obj::Init(Tq4_value_type type) {
     m_type = type;
     if (is(Tq4_value_STRINGARRAY))
         m_data.object = Tq4_cxx_support->new_array();
-    else if (is(Tq4_value_Table))
+    else if (is(Tq4_value_Table) && Tq4_value_hosts_tables())
         m_data.object = Tq4_cxx_support->new_table();
 }
 

@@ -1,4 +1,4 @@
-// What one call of Import or Json_decode may hold: 256 times its input and a megabyte, whatever the bytes say. Counted
+// What one call of Import or Json_decode may hold: 64 times its input and a megabyte, whatever the bytes say. Counted
 // are the blocks that the call leaves behind.
 #include <malloc.h>
 
@@ -21,7 +21,7 @@ std::size_t held() {
 #endif
 }
 
-std::size_t allowed(std::size_t input) { return 256 * input + (1 << 20); }
+std::size_t allowed(std::size_t input) { return 64 * input + (1 << 20); }
 
 struct DecodeBudget : testing::Test, Heard {
     static Bytes repeated(const Bytes &part, std::size_t size) {
@@ -73,16 +73,35 @@ TEST_F(DecodeBudget, HoldsForEncodingsOfAnyKind) {
 }
 
 TEST_F(DecodeBudget, HoldsForTextOfAnyKind) {
-    for (const char *element :
-         {"[]", "{}", "[[]]", "{\"\":0}", "[0]", "[\"\"]", "[0,0,0,0,0,0]", "[[[[[[]]]]]]", "[0.1]",
-          "[\"a\",\"b\",\"cdefghijklmnopqrstuvwxyz\"]", "\"\"", "0", "{\"a\":1,\"b\":2,\"c\":3}"}) {
+    // Elements that take less than that, and some that take more, of which there may be as many as the megabyte holds.
+    struct {
+        const char *element;
+        bool any_number;
+    } const documents[] = {
+        {"0", true},
+        {"[0.1]", true},
+        {"[0,0,0,0,0,0]", true},
+        {"[[1,2],[3,4]]", true},
+        {"\"abc\"", true},
+        {"[\"a\",\"b\",\"cdefghijklmnopqrstuvwxyz\"]", true},
+        {"{\"x\":1,\"y\":2}", true},
+        {"{\"a\":1,\"b\":2,\"c\":3}", true},
+        {"[]", false},
+        {"{}", false},
+        {"\"\"", false},
+        {"[\"\"]", false},
+        {"[[]]", false},
+        {"{\"\":0}", false},
+        {"[[[[[[]]]]]]", false},
+    };
+    for (const auto &[element, any_number] : documents) {
         for (const std::size_t size : {1000, 30000, 200000}) {
             const Bytes text = "[" + repeated(Bytes(element) + ",", size) + element + "]";
             Value v = new_value();
             const std::size_t before = held();
             const int done = (*v)->Json_decode(v.get(), text.data(), static_cast<int>(text.size()));
             EXPECT_LE(held() - before, allowed(text.size())) << element << " in " << size;
-            EXPECT_TRUE(done) << "an honest document: " << element << " in " << size;
+            EXPECT_TRUE(done || (!any_number && size > 1000)) << element << " in " << size;
         }
     }
 }

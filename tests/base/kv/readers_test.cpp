@@ -31,6 +31,7 @@ Bytes dump_of_a_table() {
         (*t)->SetSI(t.get(), name(n).c_str(), static_cast<long>(n));
         const Tq4_value_table inner = (*t)->InsertTableI(t.get(), n);
         (*inner)->SetSS(inner, "text", "a text that is too long for its cell");
+        (*t)->InsertTableI(t.get(), count + n); // empty: made when the first reader asks for it
     }
     return dump(t);
 }
@@ -44,6 +45,8 @@ bool reads_all(Tq4_value_table t) {
         const Tq4_value_table inner = (*t)->TableI(t, n);
         unsigned long length = 0;
         right = right && inner && (*inner)->BytesS(inner, "text", &length) && length == 36;
+        const Tq4_value_table empty = (*t)->TableI(t, count + n);
+        right = right && empty && (*empty)->Count(empty) == 0 && (*t)->TableI(t, count + n) == empty;
         (*folded)->SetS(folded.get(), ("name" + std::to_string(n)).c_str(), -1, 1);
         right = right && (*t)->ValueK(t, folded.get()) == value;
     }

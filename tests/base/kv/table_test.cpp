@@ -138,6 +138,22 @@ TEST_F(TableTest, AHostMakesAndDeletesWhatIsNested) {
     *Tq4_cxx_support = defaults;
 }
 
+TEST_F(TableTest, AHostThatMakesNoTableStopsWhatIsDecoded) {
+    const Tq4_cxx_support_ defaults = *Tq4_cxx_support;
+    const Bytes wire = from_hex("20 00 00000001 61 08 0000000000000001 20 00 00000000");
+    Value v = new_value();
+    Tq4_cxx_support->set_new_table([]() -> void * { return nullptr; });
+    for (const char *text : {"{\"a\":1}", "[[1],[2]]", "[1,{}]"}) {
+        long at = 0;
+        EXPECT_EQ((*v)->Json_decode(v.get(), text, -1), 0) << text;
+        EXPECT_EQ((*v)->FromJson(v.get(), text, -1, &at), 0) << text;
+    }
+    import(v, wire);
+    EXPECT_EQ((*v)->GetValueTable(v.get()), nullptr);
+    EXPECT_EQ((*v)->SetSI(v.get(), "a", 1), nullptr);
+    *Tq4_cxx_support = defaults;
+}
+
 TEST_F(TableTest, HandlesDeletedByMistakeLeaveAnEmptyKeyAndValue) {
     const Bytes name(30, 'n');
     Tq4_value value = (*t)->SetSS(t.get(), name.c_str(), name.c_str());
