@@ -205,8 +205,8 @@ struct Tq4_value_ {
      * hexadecimal; floating numbers with six decimals; text between quotation marks, up to its NUL and not escaped,
      * deliberately, so that text with quotation marks or control characters does not read back; packed arrays and
      * string arrays as lists; PULONG elements in 32 bits and with a letter l behind, PLDOUBLE as twice as many doubles,
-     * deliberately both; tables as value_table.h says, one level further in. Empty values, LDOUBLE and range markers
-     * write nothing.
+     * deliberately both; tables as value_table.h says, one level further in, nested to any depth. Empty values, LDOUBLE
+     * and range markers write nothing.
      *
      * A piece is a format of the debug interface and its arguments, at most a text and a number or two texts. */
     void (*Echo)(Tq4_value v, Tq4_echo echo, void *context, int compact);

@@ -69,12 +69,15 @@ public:
     }
 
     template <class Number> void Put(Number number) {
-        if (!Reserve(sizeof number)) return;
+        if (Reserve(sizeof number)) m_at = Store(m_at, number);
+    }
+    // A number in network order at a place of the caller's. Returns its end.
+    template <class Number> static uint8_t *Store(uint8_t *at, Number number) {
         if constexpr (std::endian::native == std::endian::little)
-            Tq4_reverse_copy(m_at, reinterpret_cast<const uint8_t *>(&number), sizeof number);
+            Tq4_reverse_copy(at, &number, sizeof number);
         else
-            std::memcpy(m_at, &number, sizeof number);
-        m_at += sizeof number;
+            std::memcpy(at, &number, sizeof number);
+        return at + sizeof number;
     }
 
     // The bytes may be the buffer's own.
@@ -94,8 +97,9 @@ public:
         Refresh();
     }
 
-    // Fills room that was reserved: fill gives the end of what it wrote there.
-    template <class FillRoom> void Fill(FillRoom fill) { m_at = fill(m_at); }
+    // Fills room that was reserved: fill(room, the end of all room) returns the end of what it wrote there. Many small
+    // pieces are best written so: each of the other operations waits for the place that the one before it stored.
+    template <class FillRoom> void Fill(FillRoom fill) { m_at = fill(m_at, m_end); }
 
     // The place of n bytes that the caller fills at once; null when they find no room.
     uint8_t *Extend(uint64_t n) {

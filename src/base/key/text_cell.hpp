@@ -47,6 +47,7 @@ public:
     // A text that lies in the cell: all bytes of the cell may be read, and a NUL is among them.
     bool inside() const { return state() != 0 && state() < in_string; }
     const uint8_t (&raw() const)[size_in_bytes] { return m_raw; }
+    uint8_t size_inside() const { return static_cast<uint8_t>(state() - 1); }
 
     // The host's string, borrowed; null when the text does not lie in one.
     Tq4_string string() const {

@@ -1,8 +1,7 @@
 // limits.hpp: the ceilings of the data model, all above what well-formed messages need.
 #pragma once
 
-// Levels of tables within tables that encoded bytes or JSON text may ask for: decoding recurses, and so does printing
-// what it built.
+// Levels of tables within tables that encoded bytes or JSON text may ask for: decoding recurses.
 inline constexpr int Tq4_value_nesting_limit = 512;
 
 // Levels of tables within tables, made by calls, through which a function may call itself before it puts the rest off:

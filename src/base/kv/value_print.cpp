@@ -1,7 +1,9 @@
 // value_print: values and tables as JSON-shaped text.
 //
 // One printer drives either of two outputs: a caller's printf-like function, which is given the formats below, and a
-// string, which the pieces are appended to directly. Text is printed as it is, without escaping, deliberately.
+// string, which the pieces are appended to directly. Text is printed as it is, without escaping, deliberately. Tables
+// may be nested to any depth: a walk goes through them. In compact text for a string, most members are short, and runs
+// of them take a shorter way.
 #include <bit>
 #include <charconv>
 #include <cstdarg>
@@ -13,8 +15,8 @@
 #include <emmintrin.h>
 #endif
 
-#include "base/byte_writer.hpp"
-#include "base/kv/table.hpp"
+#include "assert.hpp"
+#include "base/kv/short_members.hpp"
 #include "base/print.hpp"
 #include "base/string/string.hpp"
 #include "tq4/debug.h"
@@ -42,19 +44,28 @@ struct Text {
                string ? static_cast<std::size_t>((*string)->length(string)) : 0) {}
 };
 
-// Where the first NUL of a short text is. At once for all its bytes where the processor can: how long a text is cannot
-// be guessed, and a wrong guess costs more than the text.
-std::size_t Tq4_first_nul(const uint8_t (&bytes)[24]) {
+// Copies a text that lies in its cell up to its first NUL, with whatever the cell holds behind it, and returns the end
+// of the text. At once for all bytes where the processor can: how long a text is cannot be guessed, and a wrong guess
+// costs more than the text. Inlined, because each member has two.
+struct Put_cell {
+    [[gnu::always_inline]] uint8_t *operator()(uint8_t *room, const Tq4_text_cell &cell) const {
+        TQ4_CHECK(cell.inside());
+        const uint8_t *bytes = cell.raw();
 #ifdef __SSE2__
-    const auto zeros = [](const uint8_t *sixteen) {
-        const __m128i these = _mm_loadu_si128(reinterpret_cast<const __m128i *>(sixteen));
-        return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(these, _mm_setzero_si128())));
-    };
-    return static_cast<std::size_t>(std::countr_zero(zeros(bytes) | zeros(bytes + 8) << 8));
+        constexpr std::size_t second = sizeof(Tq4_text_cell) - sizeof(__m128i);
+        const auto move = [=](std::size_t at) {
+            const __m128i these = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + at));
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(room + at), these);
+            return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(these, _mm_setzero_si128())));
+        };
+        const unsigned nuls = move(0) | move(second) << second;
+        return room + std::countr_zero(nuls | 1u << sizeof(Tq4_text_cell));
 #else
-    return strnlen(reinterpret_cast<const char *>(bytes), sizeof bytes);
+        std::memcpy(room, bytes, sizeof(Tq4_text_cell));
+        return room + strnlen(reinterpret_cast<const char *>(bytes), sizeof(Tq4_text_cell));
 #endif
-}
+    }
+};
 
 class Echo_output {
     const Tq4_echo m_echo;
@@ -71,11 +82,7 @@ public:
         const char text[] = {c, '\0'};
         m_echo(m_context, text);
     }
-    void MemberInside(char open, const Tq4_text_cell &key) {
-        Character(open);
-        QuotedInside(key);
-        Literal(":");
-    }
+    void ShortMembers(Tq4_table_walk &) {} // each piece is a call
     void QuotedInside(const Tq4_text_cell &cell) {
         Quoted(Text(reinterpret_cast<const char *>(cell.raw()), cell.most_inside));
     }
@@ -92,17 +99,6 @@ class String_output {
         va_start(args, format);
         m_to.WithBuffer([&](Tq4_wbuf *buffer) { Tq4_wbuf_print(buffer, format, args); });
         va_end(args);
-    }
-
-    // Room for a short text with all that may stand around it.
-    static constexpr std::size_t most_around = sizeof(Tq4_text_cell) + 4;
-    // A short text is copied with the whole cell, by moves of fixed size, and then cut at its NUL.
-    static uint8_t *Quote(uint8_t *room, const Tq4_text_cell &cell) {
-        *room++ = '"';
-        std::memcpy(room, cell.raw(), sizeof cell.raw());
-        room += Tq4_first_nul(cell.raw());
-        *room++ = '"';
-        return room;
     }
 
 public:
@@ -133,20 +129,16 @@ public:
     }
     void Character(char c) { m_to.Put(static_cast<uint8_t>(c)); }
     void QuotedInside(const Tq4_text_cell &cell) {
-        if (!m_to.Reserve(most_around))
+        if (!m_to.Reserve(sizeof cell + 2))
             return Quoted(Text(reinterpret_cast<const char *>(cell.raw()), cell.most_inside));
-        m_to.Fill([&](uint8_t *room) { return Quote(room, cell); });
-    }
-    // An open bracket or a comma, and a key with its colon.
-    void MemberInside(char open, const Tq4_text_cell &key) {
-        if (!m_to.Reserve(most_around)) return;
-        m_to.Fill([&](uint8_t *room) {
-            *room = static_cast<uint8_t>(open);
-            uint8_t *end = Quote(room + 1, key);
-            *end = ':';
+        m_to.Fill([&](uint8_t *room, const uint8_t *) {
+            *room = '"';
+            uint8_t *end = Put_cell()(room + 1, cell);
+            *end = '"';
             return end + 1;
         });
     }
+    void ShortMembers(Tq4_table_walk &walk) { Tq4_put_short_members(m_to, walk, Put_cell()); }
     template <class... Args> void Format(const char *format, Args... args) { Print(format, args...); }
     template <class Integer>
     requires std::is_integral_v<Integer>
@@ -166,7 +158,7 @@ template <class Output> class Printer {
 public:
     Printer(Output out, bool compact) : m_out(out), m_compact(compact) {}
 
-    void PrintTable(const Tq4_value_table_obj &table, int indent);
+    void PrintTable(const Tq4_value_table_obj &outermost, int indent);
     void PrintValue(const Value &v, int indent);
 
 private:
@@ -197,6 +189,7 @@ private:
         m_out.Literal("\n");
         Tabs(indent);
     }
+    const Tq4_kv_pair *BeginEntry(Tq4_table_walk &walk, int indent);
     void PrintKey(const Tq4_key_obj &key);
 
     void Nothing(const Value &, int) {}
@@ -266,31 +259,39 @@ template <class Output> void Printer<Output>::Strings(const Value &v, int indent
          [&](unsigned long i) { m_out.Quoted(m_out.Of((*array)->At(array, i)), i + 1 < count ? "," : ""); });
 }
 
-template <class Output> void Printer<Output>::PrintTable(const Tq4_value_table_obj &table, int indent) {
+template <class Output> void Printer<Output>::PrintTable(const Tq4_value_table_obj &outermost, int indent) {
+    Tq4_table_walk walk(outermost);
     LineStart(indent);
-    bool first = true, array = false;
-    table.EachPair([&](const Tq4_kv_pair &pair) {
-        const Tq4_key_obj &key = pair.key();
-        if (first) array = key.m_type == Tq4_key_type_Unvalid;
-        const char open = !first ? ',' : array ? '[' : '{';
-        first = false;
-        // Most members of compact texts are begun in one go.
-        if (m_compact && !array && key.m_type == Tq4_key_type_String && key.sid.inside()) {
-            m_out.MemberInside(open, key.sid);
-        } else {
-            m_out.Character(open);
-            // In an array, strings and tables start their own line, after the tabs of this one.
-            if (!m_compact && !(array && pair.value().m_type >= Tq4_value_ArrayOtherObject)) m_out.Literal("\n");
-            if (!m_compact) Tabs(indent);
-            if (!array) PrintKey(key);
-            if (!array) m_out.Literal(":");
+    do {
+        while (const Tq4_kv_pair *pair = BeginEntry(walk, indent)) {
+            if (const Tq4_value_table_obj *inner = Tq4_table_walk::TableIn(pair->value())) {
+                walk.Enter(*inner);
+                LineStart(++indent);
+            } else {
+                PrintValue(pair->value(), indent);
+            }
         }
-        PrintValue(pair.value(), indent);
-        return true;
-    });
-    if (first) m_out.Literal("{");
-    LineStart(indent);
-    array ? m_out.Literal("]") : m_out.Literal("}");
+        if (!walk.begun()) m_out.Literal("{");
+        LineStart(indent--);
+        walk.array() ? m_out.Literal("]") : m_out.Literal("}");
+    } while (walk.Leave());
+}
+
+// The next entry whose value is not printed yet, behind all that stands before the value; null at the end of the table.
+template <class Output> const Tq4_kv_pair *Printer<Output>::BeginEntry(Tq4_table_walk &walk, int indent) {
+    const bool array = walk.array();
+    if (m_compact && !array) m_out.ShortMembers(walk);
+    const char before = walk.begun() ? ',' : array ? '[' : '{';
+    const Tq4_kv_pair *pair = walk.Next();
+    if (!pair) return nullptr;
+    m_out.Character(before);
+    // In an array, strings and tables start their own line, after the tabs of this one.
+    if (!m_compact && !(array && pair->value().m_type >= Tq4_value_ArrayOtherObject)) m_out.Literal("\n");
+    if (!m_compact) Tabs(indent);
+    if (array) return pair;
+    PrintKey(pair->key());
+    m_out.Literal(":");
+    return pair;
 }
 
 template <class Output> void Printer<Output>::PrintKey(const Tq4_key_obj &key) {

@@ -1,23 +1,21 @@
 // value_to_json: values as JSON text that any program reads (RFC 8259).
 //
-// Containers that are being written stand on a stack of its own, so that a caller may nest tables as deep as it likes.
-// Texts are copied in runs of bytes that need no look; a short one, whose bytes lie in the value, is looked at and
-// copied as a whole. A pointer has no JSON: it refuses the whole text, of which nothing stays.
+// A walk goes through nested tables, so that a caller may nest them as deep as it likes. Texts are copied in runs of
+// bytes that need no look; a short one, whose bytes lie in the value, is looked at and copied as a whole. A pointer has
+// no JSON: it refuses the whole text, of which nothing stays.
 #include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #ifdef __SSE2__
 #include <emmintrin.h>
 #endif
 
 #include "assert.hpp"
-#include "base/byte_writer.hpp"
 #include "base/kv/json_utf8.hpp"
-#include "base/kv/table.hpp"
+#include "base/kv/short_members.hpp"
 #include "base/kv/value_types.hpp"
 #include "base/string/string.hpp"
 
@@ -50,40 +48,41 @@ std::size_t plain_run(const uint8_t *bytes, std::size_t n) {
     return at;
 }
 
+// Copies a text that lies in its cell and needs no escapes, with whatever the cell holds behind it, by moves of fixed
+// size, and returns its end; null when it is another text.
+struct Put_plain {
+    [[gnu::always_inline]] uint8_t *operator()([[maybe_unused]] uint8_t *room,
+                                               [[maybe_unused]] const Tq4_text_cell &cell) const {
+#ifdef __SSE2__
+        if (!cell.inside()) return nullptr;
+        const uint8_t(&raw)[sizeof(Tq4_text_cell)] = cell.raw();
+        constexpr std::size_t second = sizeof raw - sizeof(__m128i);
+        const std::size_t size = cell.size_inside();
+        const unsigned others = not_plain(raw) | not_plain(raw + second) << second;
+        if (others & ((1u << size) - 1)) return nullptr;
+        std::memcpy(room, raw, sizeof raw);
+        return room + size;
+#else
+        return nullptr;
+#endif
+    }
+};
+
 class Json_text {
     using Row = void (Json_text::*)(const Value &);
     static const Tq4_value_table_of<Row> rows;
 
-    // A table under way.
-    struct Container {
-        const Tq4_list_node *next, *end; // borrowed
-        bool array, first;
-    };
-
     Tq4_byte_writer &m_to;
     const bool m_pretty;
-    std::vector<Container> m_open;
-    std::string m_aside; // a text that lay in the buffer
+    std::size_t m_depth = 0; // of the lists that are open
+    std::string m_aside;     // a text that lay in the buffer
 
 public:
     Json_text(Tq4_byte_writer &to, bool pretty) : m_to(to), m_pretty(pretty) {}
 
     void Write(const Value &root) {
+        if (const Tq4_value_table_obj *table = Tq4_table_walk::TableIn(root)) return Tables(*table);
         Put(root);
-        while (!m_open.empty()) {
-            Container &container = m_open.back();
-            const Tq4_list_node *node = container.next;
-            if (node == container.end) {
-                Close(container);
-                continue;
-            }
-            container.next = node->next;
-            const auto &pair = *static_cast<const Tq4_kv_pair *>(node);
-            Begin(container.first, container.array);
-            container.first = false;
-            if (!container.array) Key(pair.key());
-            Put(pair.value());
-        }
     }
 
 private:
@@ -100,7 +99,7 @@ private:
         if constexpr (storage == text) return &Json_text::Text;
         if constexpr (storage == packed) return &Json_text::Packed<typename Type::Element>;
         if constexpr (storage == texts) return &Json_text::Texts;
-        if constexpr (storage == table) return &Json_text::Table;
+        if constexpr (storage == table) return &Json_text::Without_table;
         return &Json_text::Null;
     }
 
@@ -113,25 +112,42 @@ private:
 
     // ---- containers
 
-    void Table(const Value &v) {
-        const Tq4_value_table_obj *table = v.table_record();
-        if (!table || !table->Count()) return Literal("{}");
-        const Tq4_list_node *first = table->m_list.first();
-        const bool array = static_cast<const Tq4_kv_pair *>(first)->key().m_type == Tq4_key_type_Unvalid;
-        m_open.push_back({first, table->m_list.end(), array, true});
+    void Tables(const Tq4_value_table_obj &outermost) {
+        Tq4_table_walk walk(outermost);
+        ++m_depth;
+        do {
+            while (const Tq4_kv_pair *pair = NextEntry(walk)) {
+                if (!walk.array()) Key(pair->key());
+                if (const Tq4_value_table_obj *inner = Tq4_table_walk::TableIn(pair->value())) {
+                    walk.Enter(*inner);
+                    ++m_depth;
+                } else {
+                    Put(pair->value());
+                }
+            }
+            --m_depth;
+            if (!walk.begun()) {
+                Literal("{}");
+                continue;
+            }
+            Line(m_depth);
+            Character(walk.array() ? ']' : '}');
+        } while (walk.Leave());
     }
+    void Without_table(const Value &) { Literal("{}"); }
 
-    void Close(const Container &container) {
-        const char bracket = container.array ? ']' : '}';
-        m_open.pop_back();
-        Line(m_open.size());
-        Character(bracket);
+    // The next entry that has to be looked at, and what stands before it; null at the end of the innermost table.
+    const Tq4_kv_pair *NextEntry(Tq4_table_walk &walk) {
+        if (!m_pretty && !walk.array()) Tq4_put_short_members(m_to, walk, Put_plain());
+        const bool first = !walk.begun();
+        const Tq4_kv_pair *pair = walk.Next();
+        if (pair) Begin(first, walk.array());
+        return pair;
     }
-
     // What stands before an element of the innermost list.
     void Begin(bool first, bool array) {
         Character(!first ? ',' : array ? '[' : '{');
-        Line(m_open.size());
+        Line(m_depth);
     }
     void Line(std::size_t depth) {
         if (!m_pretty) return;
@@ -142,13 +158,12 @@ private:
     // The elements of an array that is no table.
     template <class Element> void List(unsigned long count, Element element) {
         if (!count) return Literal("[]");
-        const std::size_t depth = m_open.size() + 1;
         for (unsigned long i = 0; i < count; ++i) {
             Character(i ? ',' : '[');
-            Line(depth);
+            Line(m_depth + 1);
             element(i);
         }
-        Line(depth - 1);
+        Line(m_depth);
         Character(']');
     }
 
@@ -228,27 +243,20 @@ private:
         Character('"');
     }
 
-    // A text that lies in its cell and needs no escapes is copied with the whole cell, by moves of fixed size. False
-    // when it is another one.
+    // A text that lies in its cell and needs no escapes. False when it is another one.
     template <std::size_t n> bool QuotedInside(const Tq4_text_cell &cell, const char (&after)[n]) {
-#ifdef __SSE2__
-        if (!cell.inside()) return false;
-        const uint8_t(&raw)[sizeof(Tq4_text_cell)] = cell.raw();
-        const std::size_t size = cell.view().size;
-        const unsigned others = not_plain(raw) | not_plain(raw + sizeof raw - 16) << (sizeof raw - 16);
-        if (others & ((1u << size) - 1) || !m_to.Reserve(sizeof raw + 2 + n)) return false;
-        m_to.Fill([&](uint8_t *room) {
-            *room++ = '"';
-            std::memcpy(room, raw, sizeof raw);
-            room += size;
-            *room++ = '"';
-            std::memcpy(room, after, n - 1);
-            return room + (n - 1);
+        if (!m_to.Reserve(sizeof cell + 2 + n)) return false;
+        bool done = false;
+        m_to.Fill([&](uint8_t *room, const uint8_t *) {
+            *room = '"';
+            uint8_t *end = Put_plain()(room + 1, cell);
+            if (!end) return room;
+            done = true;
+            *end = '"';
+            std::memcpy(end + 1, after, n - 1);
+            return end + n;
         });
-        return true;
-#else
-        return false;
-#endif
+        return done;
     }
 
     void Escaped(Tq4_bytes text) {

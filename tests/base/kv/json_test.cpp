@@ -141,4 +141,84 @@ TEST(JsonEncode, PrintsEveryTypeAsItIs) {
     EXPECT_EQ(echoed(v, 0), "\n\t[\n\t\"a\",\n\t\"b\"\n\t]");
 }
 
+// A document: a number, a text or a table, whose members have no keys in an array.
+struct Node {
+    enum { number, text, table } kind = number;
+    long n = 0;
+    Bytes bytes;
+    bool array = false;
+    std::vector<std::pair<Bytes, Node>> members;
+};
+
+Bytes some_text(std::mt19937 &random, bool plain) {
+    Bytes text(random() % 40, 'a');
+    for (char &c : text) c = static_cast<char>('a' + random() % 26);
+    if (!plain && random() % 4 == 0) text.insert(random() % (text.size() + 1), 1, "\0\"\n"[random() % 3]);
+    return text;
+}
+
+// With tables in one another to the given depth, and others behind each.
+Node some_table(std::mt19937 &random, int depth, bool plain) {
+    Node node{Node::table, 0, "", random() % 3 == 0, {}};
+    if (depth) node.members.emplace_back("in", some_table(random, depth - 1, plain));
+    for (unsigned long i = random() % 5; i--;) {
+        Node member{
+            random() % 3 ? Node::text : Node::number, static_cast<int>(random()), some_text(random, plain), false, {}};
+        if (depth && random() % 4 == 0) member = some_table(random, static_cast<int>(random() % 2), plain);
+        const unsigned long at = random() % (node.members.size() + 1);
+        const Bytes key = std::to_string(node.members.size()) + some_text(random, true);
+        node.members.emplace(node.members.begin() + static_cast<long>(at), key, member);
+    }
+    return node;
+}
+
+void build(Tq4_value v, const Node &node) {
+    if (node.kind == Node::number) return (*v)->SetLong(v, node.n), void();
+    if (node.kind == Node::text)
+        return (*v)->SetString(v, node.bytes.data(), static_cast<int>(node.bytes.size())), void();
+    (*v)->Init(v, Tq4_value_Table);
+    int at = 0;
+    for (const auto &[key, member] : node.members)
+        build(node.array ? (*v)->InsertAt(v, at++) : (*v)->InsertS(v, key.c_str()), member);
+}
+
+// The text that is printed, told level by level.
+Bytes shown(const Node &node, std::size_t indent, bool compact) {
+    if (node.kind == Node::number) return std::to_string(node.n);
+    if (node.kind == Node::text) return '"' + Bytes(node.bytes.c_str()) + '"';
+    const bool array = node.array && !node.members.empty();
+    const Bytes tabs = compact ? "" : Bytes(indent, '\t'), line = compact ? "" : "\n" + tabs;
+    Bytes text = line + (array ? "[" : "{"), comma;
+    for (const auto &[key, member] : node.members) {
+        text += comma + (array && member.kind == Node::table ? tabs : line);
+        text += (array ? "" : '"' + key + "\":") + shown(member, indent + 1, compact);
+        comma = ",";
+    }
+    return text + line + (array ? "]" : "}");
+}
+
+TEST(JsonEncode, PrintsRandomDocumentsAsALevelByLevelPrinterDoes) {
+    std::mt19937 random(7);
+    for (int round = 0; round < 400; ++round) {
+        const bool plain = round % 2;
+        const Node node = some_table(random, round % 14, plain);
+        Value v = new_value();
+        build(v.get(), node);
+        const Bytes compact = shown(node, 1, true);
+        ASSERT_EQ(json(v), compact);
+        ASSERT_EQ(echoed(v, 1), compact);
+        ASSERT_EQ(echoed(v, 0), shown(node, 1, false));
+        String out = new_string();
+        if (plain) {
+            ASSERT_EQ((*v)->ToJson(v.get(), out.get(), 0), 1);
+            ASSERT_EQ(text_of(out.get()), compact) << "the same where no text needs an escape";
+        }
+        (*out)->truncate(out.get(), 0);
+        (*out)->resize(out.get(), static_cast<unsigned long>(round), 'x');
+        (*v)->Json_encode(v.get(), out.get());
+        ASSERT_EQ(text_of(out.get()), Bytes(static_cast<std::size_t>(round), 'x') + compact)
+            << "whatever room there is";
+    }
+}
+
 } // namespace

@@ -187,6 +187,50 @@ TEST_F(TableTest, IsCopiedComparedDumpedAndDeletedHoweverDeepTablesAreNested) {
     EXPECT_TRUE(Tq4_object_Equal(copy.get(), t.get()));
 }
 
+using Pieces = std::map<char, std::size_t>;
+void count_piece(void *pieces, const char *format, ...) { ++(*static_cast<Pieces *>(pieces))[*format]; }
+
+// On a stack with room for no call a level.
+TEST_F(TableTest, IsPrintedHoweverDeepTablesAreNested) {
+    constexpr std::size_t stack = 256 << 10, levels = 50000, indented_levels = 3000;
+    const auto on_small_stack = [](auto work) {
+        pthread_attr_t attributes;
+        pthread_t thread;
+        pthread_attr_init(&attributes);
+        ASSERT_EQ(pthread_attr_setstacksize(&attributes, stack), 0);
+        const auto run = [](void *given) -> void * { return (*static_cast<decltype(work) *>(given))(), nullptr; };
+        ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
+        pthread_join(thread, nullptr);
+        pthread_attr_destroy(&attributes);
+    };
+    Value v = new_value();
+    const auto nest = [&](std::size_t n) {
+        (*v)->Init(v.get(), Tq4_value_Table);
+        Tq4_value_table inner = (*v)->GetValueTable(v.get());
+        while (n--) inner = (*inner)->InsertTableS(inner, "t");
+    };
+    const auto repeated = [](const Bytes &text) {
+        Bytes all;
+        for (std::size_t i = 0; i < levels; ++i) all += text;
+        return all;
+    };
+    on_small_stack([&] {
+        nest(levels);
+        const Bytes text = repeated("{\"t\":") + "{}" + repeated("}");
+        EXPECT_EQ(json(v), text);
+        EXPECT_EQ(echoed(v, 1), text);
+        String out = new_string();
+        EXPECT_EQ((*v)->ToJson(v.get(), out.get(), 0), 1);
+        EXPECT_EQ(text_of(out.get()), text);
+
+        nest(indented_levels);
+        Pieces pieces;
+        (*v)->Echo(v.get(), count_piece, &pieces, 0);
+        const std::size_t n = indented_levels, tabs = 3 * n * (n + 1) / 2 + 2 * (n + 1);
+        EXPECT_EQ(pieces, (Pieces{{'\n', 3 * n + 2}, {'\t', tabs}, {'{', n + 1}, {'}', n + 1}, {'"', n}, {':', n}}));
+    });
+}
+
 TEST_F(TableTest, PrintsJsonShapedText) {
     EXPECT_EQ(echoed(t, 1), "{}");
     EXPECT_EQ(echoed(t, 0), "\n{\n}");
