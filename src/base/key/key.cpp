@@ -11,6 +11,7 @@
 #include "base/byte_reader.hpp"
 #include "base/byte_writer.hpp"
 #include "base/charset/crypto_quick.hpp"
+#include "base/key/key_wire.hpp"
 #include "base/string/string.hpp"
 #include "tq4/byte_order.h"
 
@@ -50,8 +51,6 @@ const Kind kinds[] = {
 };
 
 const Kind &kind_of(uint32_t type) { return type < std::size(kinds) ? kinds[type] : foreign; }
-
-enum Flags : unsigned { kind_mask = 0x0F, has_number = 0x10, has_string = 0x20, has_bytes = 0x40, ignores_case = 0x80 };
 
 Tq4_key_number halves(uint32_t h, uint32_t l) {
     Tq4_key_number number;
@@ -206,8 +205,9 @@ void Tq4_key_obj::DumpTo(Tq4_byte_writer &to) const {
     if (sid.string()) to.Settle(2 * sizeof(uint8_t) + sizeof iid.id + sizeof(uint16_t));
     const Tq4_bytes bytes = text();
     if (bytes.size > UINT16_MAX) return to.Refuse();
-    const unsigned flags = (m_type & kind_mask) | (iid.id ? has_number : 0u) | (bytes.data ? has_string : 0u) |
-                           (bytes.size ? has_bytes : 0u) | (cf ? ignores_case : 0u);
+    const unsigned flags = (m_type & Tq4_key_kind_mask) | (iid.id ? Tq4_key_has_number : 0u) |
+                           (bytes.data ? Tq4_key_has_string : 0u) | (bytes.size ? Tq4_key_has_bytes : 0u) |
+                           (cf ? Tq4_key_ignores_case : 0u);
     to.Put(static_cast<uint8_t>(flags));
     if (iid.id) dump_number(to, kind_of(m_type).wire, iid);
     if (!bytes.size) return;
@@ -252,12 +252,12 @@ bool Tq4_key_read(Tq4_byte_reader &in, Tq4_key_wire &key) {
     uint8_t flags = 0;
     uint16_t length = 0;
     if (!in.Read(flags)) return false;
-    key.type = flags & kind_mask;
-    if (flags & has_number && !import_number(in, kind_of(key.type).wire, key.number)) return false;
-    key.nocase = flags & ignores_case;
-    if (!(flags & has_string)) return true;
+    key.type = flags & Tq4_key_kind_mask;
+    if (flags & Tq4_key_has_number && !import_number(in, kind_of(key.type).wire, key.number)) return false;
+    key.nocase = flags & Tq4_key_ignores_case;
+    if (!(flags & Tq4_key_has_string)) return true;
     key.text = {reinterpret_cast<const uint8_t *>(""), 0};
-    if (!(flags & has_bytes)) return true;
+    if (!(flags & Tq4_key_has_bytes)) return true;
     if (!in.Read(length) || in.left() < length) return false;
     key.text = in.Take(length);
     return true;
@@ -275,12 +275,12 @@ int Tq4_key_obj::Import(const char *buf, int len) {
 // Most keys are texts and nothing else.
 void Tq4_key_obj::ImportInEmpty(Tq4_byte_reader &in) {
     constexpr std::size_t before_text = sizeof(uint8_t) + sizeof(uint16_t);
-    constexpr unsigned text_only = unsigned{Tq4_key_type_String} | has_string | has_bytes;
+    constexpr unsigned text_only = unsigned{Tq4_key_type_String} | Tq4_key_has_string | Tq4_key_has_bytes;
     const uint8_t *bytes = in.at();
-    if (in.left() <= before_text || (bytes[0] & ~unsigned{ignores_case}) != text_only) return ImportRest(in);
+    if (in.left() <= before_text || (bytes[0] & ~unsigned{Tq4_key_ignores_case}) != text_only) return ImportRest(in);
     const std::size_t length = static_cast<unsigned>(bytes[1] << 8 | bytes[2]), behind = in.left() - before_text;
     if (length > behind) return ImportRest(in);
-    FillText({bytes + before_text, length}, bytes[0] & ignores_case, behind);
+    FillText({bytes + before_text, length}, bytes[0] & Tq4_key_ignores_case, behind);
     in.Take(before_text + length);
 }
 

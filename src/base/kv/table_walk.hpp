@@ -48,9 +48,7 @@ public:
     }
 
     // The table that a value holds; null for none.
-    static const Tq4_value_table_obj *TableIn(const Tq4_value_obj &v) {
-        return Tq4_record<const Tq4_value_table_obj>(v.GetValueTable());
-    }
+    static const Tq4_value_table_obj *TableIn(const Tq4_value_obj &v) { return v.table_record(); }
     // The table that the last entry holds becomes the innermost.
     void Enter(const Tq4_value_table_obj &table) {
         TQ4_CHECK(begun() && TableIn(PairAt(m_at.last).value()) == &table);
@@ -103,6 +101,6 @@ private:
         if (is_end(next->next)) return;
         // The object and the head of the list. The record is not asked where it lies: it may be far.
         constexpr std::size_t head = sizeof(Tq4_object) + offsetof(Tq4_value_table_obj, m_list);
-        if (Tq4_value_table table = PairAt(next->next).value().GetValueTable()) PrefetchLines<head + line>(table);
+        if (Tq4_value_table table = PairAt(next->next).value().made_table()) PrefetchLines<head + line>(table);
     }
 };

@@ -4,21 +4,17 @@
 // longer than its count or length can say, so much is written as that says, and a reader stays in step. Texts may
 // lie in the buffer itself, as they are when their turn comes: room for the length before them is made before they are
 // looked up, and so they stay.
-#include <vector>
+#include <bit>
 
 #include "base/byte_writer.hpp"
-#include "base/kv/limits.hpp"
-#include "base/kv/table.hpp"
+#include "base/key/key_wire.hpp"
+#include "base/kv/table_walk.hpp"
 #include "base/string/string.hpp"
 
 namespace {
 
 using Value = Tq4_value_obj;
-
-struct Writer : Tq4_byte_writer {
-    using Tq4_byte_writer::Tq4_byte_writer;
-    int depth = 0; // tables that hold what is written
-};
+using Writer = Tq4_byte_writer;
 
 using Tq4_value_dump = void (*)(const Value &, Writer &);
 
@@ -106,54 +102,90 @@ void dump_value(const Value &v, Writer &out) {
     _g_Tq4_value_dump[v.m_type](v, out);
 }
 
-// A place among the entries of a table.
-struct Place {
-    const Tq4_value_table_obj *table;
-    const Tq4_list_node *next;
+// ---- tables
+//
+// Most entries are short: the text of the key lies in its cell, and the value is a number or such a text. Runs of these
+// are written as the rows above would, but with room asked for once an entry and by moves of fixed size.
+
+// How a number of up to 64 bits is written; of other types, nothing.
+struct Number {
+    uint8_t before, width; // bytes: its tag, with the width byte of longs; and itself
+    uint8_t shift;         // brings its bits to the top of a word
 };
-
-Place begin_table(const Tq4_value_table_obj &table, Writer &out) {
-    out.Put(table.m_case);
-    out.Put(static_cast<uint32_t>(table.Count()));
-    return {&table, table.m_list.first()};
+template <class Type> constexpr Number number_of() {
+    using enum Tq4_value_storage;
+    constexpr bool in_word = Type::storage == word || Type::storage == address;
+    constexpr bool on_top = Type::storage == cell && std::endian::native == std::endian::big;
+    if constexpr ((in_word || Type::storage == cell) && Type::width <= sizeof(uint64_t))
+        return {1 + Type::has_width_byte, Type::width, on_top ? 0 : 64 - 8 * Type::width};
+    else
+        return {};
 }
+constexpr Tq4_value_table_of<Number> numbers = Tq4_value_rows([](auto row) { return number_of<decltype(row)>(); });
 
-// As dump_table, for tables that are nested deeper than it goes.
-void dump_deep_table(const Tq4_value_table_obj &table, Writer &out) {
-    std::vector<Place> open{begin_table(table, out)}; // the table that is written, behind those that hold it
-    while (!open.empty()) {
-        if (open.back().next == open.back().table->m_list.end()) {
-            open.pop_back();
-            continue;
-        }
-        const auto &pair = *static_cast<const Tq4_kv_pair *>(open.back().next);
-        open.back().next = pair.next;
-        pair.key().DumpTo(out);
-        if (const Tq4_value_table_obj *inner = pair.value().table_record()) {
-            out.Put(static_cast<uint8_t>(Tq4_value_Table));
-            open.push_back(begin_table(*inner, out));
-        } else {
-            dump_value(pair.value(), out);
-        }
+constexpr long short_value_most = 1 + sizeof(uint32_t) + sizeof(Tq4_text_cell);
+
+// Returns the end of the value; null when it is not a short one.
+uint8_t *put_short_value(uint8_t *room, const Value &v) {
+    *room = static_cast<uint8_t>(v.m_type);
+    if (v.is_text()) {
+        const Tq4_text_cell &cell = v.m_data.text;
+        if (v.m_string || !cell.inside()) return nullptr;
+        uint8_t *text = Writer::Store(room + 1, uint32_t{cell.size_inside()});
+        std::memcpy(text, cell.raw(), sizeof cell);
+        return text + cell.size_inside();
     }
+    const Number number = numbers[v.m_type];
+    if (!number.width) return nullptr;
+    room[1] = number.width; // the number itself overwrites it where no width byte is written
+    Writer::Store(room + number.before, v.m_data.word << number.shift);
+    return room + number.before + number.width;
 }
 
-void dump_table(const Tq4_value_table_obj &table, Writer &out) {
-    begin_table(table, out);
-    table.EachPair([&](const Tq4_kv_pair &pair) {
-        pair.key().DumpTo(out);
-        dump_value(pair.value(), out);
-        return true;
+// Writes the next entries of the innermost table, as long as they are short.
+void put_short_entries(Tq4_table_walk &walk, Writer &out) {
+    constexpr long most = Tq4_key_short_most + short_value_most;
+    if (walk.done() || !out.Reserve(most)) return;
+    out.Fill([&](uint8_t *room, const uint8_t *end) {
+        walk.NextWhile([&](const Tq4_kv_pair &pair) {
+            uint8_t *at = end - room < most ? nullptr : Tq4_key_put_short(room, pair.key());
+            if (at) at = put_short_value(at, pair.value());
+            if (at) room = at;
+            return at != nullptr;
+        });
+        return room;
     });
 }
 
+void begin_table(const Tq4_value_table_obj &table, Writer &out) {
+    out.Put(table.m_case);
+    out.Put(static_cast<uint32_t>(table.Count()));
+}
+
+void dump_table(const Tq4_value_table_obj &outermost, Writer &out) {
+    const auto next_entry = [&out](Tq4_table_walk &walk) {
+        put_short_entries(walk, out);
+        return walk.Next();
+    };
+    Tq4_table_walk walk(outermost);
+    begin_table(outermost, out);
+    do {
+        while (const Tq4_kv_pair *pair = next_entry(walk)) {
+            pair->key().DumpTo(out);
+            const Tq4_value_table_obj *inner = Tq4_table_walk::TableIn(pair->value());
+            if (!inner) {
+                dump_value(pair->value(), out);
+                continue;
+            }
+            out.Put(static_cast<uint8_t>(Tq4_value_Table));
+            begin_table(*inner, out);
+            walk.Enter(*inner);
+        }
+    } while (walk.Leave());
+}
+
 void Tq4_value_dump_Table(const Value &v, Writer &out) {
-    const Tq4_value_table_obj *table = v.table_record();
-    if (!table) return;
-    if (out.depth == Tq4_table_recursion_limit) return dump_deep_table(*table, out);
-    ++out.depth;
-    dump_table(*table, out);
-    --out.depth;
+    if (const Tq4_value_table_obj *table = v.table_record()) dump_table(*table, out);
 }
 
 Tq4_wbuf *buffer_of(Tq4_string out) { return &Tq4_record<Tq4_string_obj>(out)->m_buf; }

@@ -56,6 +56,77 @@ TEST(Encoding, OfRandomNestedTablesIsWhatOthersWriteAndRead) {
     }
 }
 
+// Whatever shorter ways there are for common keys and values.
+TEST(Encoding, OfEntriesIsThatOfTheirKeysAndValues) {
+    const char *const values[] = {"00",
+                                  "01 80",
+                                  "02 ff",
+                                  "03 8001",
+                                  "04 fffe",
+                                  "05 80000001",
+                                  "06 fffffffe",
+                                  "07 08 8000000000000001",
+                                  "08 08 fffffffffffffffe",
+                                  "09 08 0000000012345678",
+                                  "0a 08 0000000000000000",
+                                  "0b",
+                                  "0c 8000000000000001",
+                                  "0d fffffffffffffffe",
+                                  "0e c0200000",
+                                  "0f c004000000000000",
+                                  "10 00000000 0000c000a000000000000000",
+                                  "11",
+                                  "12 00000000",
+                                  "12 00000003 226109",
+                                  "13 00000003 610062",
+                                  "14 00000016 "
+                                  "30313233343536373839303132333435363738393031",
+                                  "13 00000017 "
+                                  "3031323334353637383930313233343536373839303132",
+                                  "15 00000002 ffff 0002",
+                                  "19 00000001 08 ffffffffffffffff",
+                                  "1d 00000001 00000000 00003fff8000000000000000",
+                                  "1e",
+                                  "1f 0002 0001 61 0001 62",
+                                  "20 00 00000000",
+                                  "20 01 00000001 640001 6b 0500000007",
+                                  "21"};
+    const char *const keys[] = {"00",
+                                "24",
+                                "64 0001 61",
+                                "e4 0001 61",
+                                "74 08 0000000000000001 0001 61",
+                                "11 00000001",
+                                "01",
+                                "12 08 0000000000000005",
+                                "62 0001 61",
+                                "13 00000002 00000001",
+                                "65 0001 61",
+                                "f7 08 0000000000000001 0001 61",
+                                "69 0001 61"};
+    Bytes members;
+    long count = 0;
+    const auto add = [&](const Bytes &key, const Bytes &value) { members += key + value, ++count; };
+    for (const char *value : values) {
+        for (const char *key : keys) add(from_hex(key), from_hex(value));
+        for (int length : {21, 22, 23, 300}) add("\x64" + big_endian(length, 2) + Bytes(length, 'k'), from_hex(value));
+    }
+    Table t = new_table();
+    const Bytes wire = Bytes(1, '\0') + big_endian(count, 4) + members;
+    ASSERT_EQ(import(t, wire), static_cast<int>(wire.size()));
+    EXPECT_EQ(dump(t), wire);
+    for (int at = 0; at < count; ++at) {
+        Tq4_key key = nullptr;
+        Tq4_value v = (*t)->At(t.get(), at, &key);
+        String alone = new_string();
+        (*key)->Dump(key, alone.get());
+        (*v)->Dump(v, alone.get());
+        EXPECT_EQ(members.substr(0, text_of(alone.get()).size()), text_of(alone.get())) << at;
+        members.erase(0, text_of(alone.get()).size());
+    }
+    EXPECT_EQ(members, "");
+}
+
 // In docs/wire-formats.md.
 TEST(WireFormats, TheWorkedExampleIsWhatIsWritten) {
     std::ifstream page(TQ4_WIRE_FORMATS);
