@@ -159,7 +159,7 @@ bool Tq4_key_obj::EqualUnder(int own_cf, const Tq4_key_obj &other) const {
     if (m_type != other.m_type) return false;
     const Kind &kind = kind_of(m_type);
     return kind.number(iid) == kind.number(other.iid) &&
-           (!kind.has_text || same_text(text(), other.text(), own_cf || other.cf));
+           (!kind.has_text || text_is(other.text(), own_cf || other.cf));
 }
 
 // No text is only like no text.
@@ -170,10 +170,6 @@ bool Tq4_key_obj::same_text(Tq4_bytes a, Tq4_bytes b, bool nocase) {
     for (std::size_t i = 0; i < a.size; ++i)
         if (Tq4_ascii_lower(a.data[i]) != Tq4_ascii_lower(b.data[i])) return false;
     return true;
-}
-
-bool Tq4_key_obj::text_is(const char *given, int nocase) const {
-    return same_text(text(), Tq4_text_bytes(given), cf || nocase);
 }
 
 uint64_t Tq4_key_obj::HashUnder(int nocase) const {

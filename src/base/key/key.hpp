@@ -75,9 +75,11 @@ struct Tq4_key_obj {
     bool EqualI(unsigned i) const { return m_type == Tq4_key_type_I && iid.rid.l == i; }
     bool EqualL(unsigned long l) const { return m_type == Tq4_key_type_L && iid.id == l; }
     bool EqualII(unsigned h, unsigned l) const { return m_type == Tq4_key_type_II && iid.rid.h == h && iid.rid.l == l; }
-    bool EqualS(const char *text, int nocase) const { return m_type == Tq4_key_type_String && text_is(text, nocase); }
+    bool EqualS(const char *text, int nocase) const {
+        return m_type == Tq4_key_type_String && text_is(Tq4_text_bytes(text), cf || nocase);
+    }
     bool EqualLS(unsigned long l, const char *text, int nocase) const {
-        return m_type == Tq4_key_type_LS && iid.id == l && text_is(text, nocase);
+        return m_type == Tq4_key_type_LS && iid.id == l && text_is(Tq4_text_bytes(text), cf || nocase);
     }
     long enc(const char *data, unsigned long len, Tq4_string out) const;
     long dec(const char *data, unsigned long len, Tq4_string out) const;
@@ -88,6 +90,7 @@ struct Tq4_key_obj {
     // key's own flag were own_cf; and the hash that is taken without case when nocase says so, whatever cf says.
     Tq4_bytes text() const { return sid.view(); }
     static bool same_text(Tq4_bytes a, Tq4_bytes b, bool nocase);
+    bool text_is(Tq4_bytes given, bool nocase) const { return nocase ? same_text(text(), given, true) : sid.Is(given); }
     bool EqualUnder(int own_cf, const Tq4_key_obj &other) const;
     uint64_t HashUnder(int nocase) const;
     // Whether the string part is more than a label; and the hash in an index, folded or not: equal keys have equal
@@ -109,7 +112,6 @@ private:
     }
     void SetHostsText(Text text);
     [[gnu::noinline]] void ImportRest(Tq4_byte_reader &in);
-    bool text_is(const char *text, int nocase) const;
 };
 
 // Called before an indexed key changes.

@@ -60,7 +60,7 @@ struct Tq4_text_form {
         return full[folded].Get([=, this] { return Tq4_key_full_hash(Tq4_key_type_String, 0, text, folded); });
     }
     bool matches(const Tq4_key_obj &entry, int entry_case) const {
-        return entry.m_type == Tq4_key_type_String && Tq4_key_obj::same_text(entry.text(), text, entry_case || nocase);
+        return entry.m_type == Tq4_key_type_String && entry.text_is(text, entry_case || nocase);
     }
     void fill(Tq4_key_obj &entry) const { entry.SetS(given, -1, nocase); }
 };
@@ -81,7 +81,7 @@ struct Tq4_text_number_form {
     }
     bool matches(const Tq4_key_obj &entry, int entry_case) const {
         return entry.m_type == Tq4_key_type_LS && entry.GetL() == number &&
-               Tq4_key_obj::same_text(entry.text(), text, entry_case || nocase);
+               entry.text_is(text, entry_case || nocase);
     }
     void fill(Tq4_key_obj &entry) const { entry.SetLS(number, given, nocase); }
 };
@@ -120,12 +120,13 @@ public:
         m_case = 0;
     }
 
+    // For an operation that goes on with the form and the hashes it knows by then.
     template <class Form> Entry *Find(const Form &form) const {
-        const auto match = [&](const Entry &entry) { return form.matches(entry.index_key(), entry.index_case()); };
-        if (!m_chains.indexed()) return m_chains.FindInChain(form.bucket_hash(), match);
-        const bool plain = !m_some_folding && !m_some_astray && !m_case && !form.folds();
-        if (plain || !form.has_text()) return m_chains.FindByIndex(form.full_hash(false), match);
-        return FindInBucket(form, match);
+        return Plain(form) ? FindPlain(form) : FindInBucket(form);
+    }
+    // For one that does not: no call sees the form before a copy is made, so that it lies in registers.
+    template <class Form> Entry *LookUp(const Form &form) const {
+        return Plain(form) ? FindPlain(form) : FindInBucket(Form(form));
     }
 
     // A key object that ignores case stands in the bucket of its own hash, but its entry takes the index's flag,
@@ -171,8 +172,18 @@ public:
     }
 
 private:
-    // Among entries of which some ignore case, or by a look-up that does.
-    template <class Form, class Match> Entry *FindInBucket(const Form &form, Match match) const {
+    template <class Form> bool Plain(const Form &form) const {
+        if (!m_chains.indexed()) return false;
+        return !form.has_text() || (!m_some_folding && !m_some_astray && !m_case && !form.folds());
+    }
+    template <class Form> Entry *FindPlain(const Form &form) const {
+        return m_chains.FindByIndex(form.full_hash(false),
+                                    [&](const Entry &entry) { return form.matches(entry.index_key(), false); });
+    }
+    // Among few entries, or some that ignore case, or by a look-up that does.
+    template <class Form> [[gnu::noinline]] Entry *FindInBucket(const Form &form) const {
+        const auto match = [&](const Entry &entry) { return form.matches(entry.index_key(), entry.index_case()); };
+        if (!m_chains.indexed()) return m_chains.FindInChain(form.bucket_hash(), match);
         const uint32_t bucket = m_chains.BucketOf(form.bucket_hash());
         const auto here = [&](const Entry &entry) { return entry.nHashValue == bucket && match(entry); };
         if (m_some_exact && form.folds())

@@ -43,7 +43,7 @@ inline uint64_t Tq4_lower_word(uint64_t word) {
 }
 
 // A hash continued over a text; when nocase says so, the same for texts that differ only in the case of ASCII letters.
-template <bool nocase> uint64_t Tq4_keyed_text(uint64_t hash, Tq4_bytes text) {
+template <bool nocase> [[gnu::always_inline]] inline uint64_t Tq4_keyed_text(uint64_t hash, Tq4_bytes text) {
     const auto piece = [](const uint8_t *at, auto width) {
         std::memcpy(&width, at, sizeof width);
         return uint64_t{width};

@@ -27,8 +27,8 @@ public:
         Complete();
         return m_entered.Find(form);
     }
-    Tq4_kv_pair *Find(const char *key) const { return Find(Tq4_text_form{key, case_flag()}); }
-    Tq4_kv_pair *Find(unsigned long key) const { return Find(Tq4_number_form{key}); }
+    Tq4_kv_pair *Find(const char *key) const { return LookUp(Tq4_text_form{key, case_flag()}); }
+    Tq4_kv_pair *Find(unsigned long key) const { return LookUp(Tq4_number_form{key}); }
     Tq4_kv_pair *Find(Tq4_key key) const {
         const auto *record = Tq4_record<const Tq4_key_obj>(key);
         return record ? FindKey(*record) : nullptr;
@@ -71,9 +71,13 @@ public:
     }
 
 private:
+    template <class Form> Tq4_kv_pair *LookUp(const Form &form) const {
+        Complete();
+        return m_entered.LookUp(form);
+    }
     Tq4_kv_pair *FindKey(const Tq4_key_obj &key) const {
         if (key.m_type == Tq4_key_type_Unvalid) return nullptr;
-        return Find(Tq4_key_form{key, case_flag()});
+        return LookUp(Tq4_key_form{key, case_flag()});
     }
     void EnterRest();
     void EnterNow(Tq4_kv_pair *pair);

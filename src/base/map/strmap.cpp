@@ -35,7 +35,7 @@ bool Tq4_strmap_obj::Equal(const Tq4_strmap_obj &other) const {
            });
 }
 
-template <class Form> void *Tq4_strmap_obj::Lookup(const Form &form) const { return value_of(m_index.Find(form)); }
+template <class Form> void *Tq4_strmap_obj::Lookup(const Form &form) const { return value_of(m_index.LookUp(form)); }
 
 template <class Form> void Tq4_strmap_obj::SetAt(void *value, const Form &form) {
     Tq4_CAssoc *entry = m_index.Find(form);
