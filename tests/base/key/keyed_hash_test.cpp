@@ -31,7 +31,7 @@ TEST(KeyedHash, EqualsExactlyWhereTextsDoUnderTheCaseFlag) {
         }
 }
 
-struct Indexed {
+struct alignas(16) Indexed {
     uint32_t hash;
 };
 
