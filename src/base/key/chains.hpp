@@ -6,7 +6,9 @@
 // by full_hash(), and entries that no look-up finds are left out. The index gives any entry that matches: the map asks
 // it only for what at most one entry can match, and else the groups beside it (chain_groups.hpp).
 //
-// An entry type derives from Tq4_chained<Entry>. The chains link and unlink entries and never destroy one by
+// An entry type derives from Tq4_chained<Entry>, or has one elsewhere: then chained() gives it, of(chained) leads back,
+// and index_hash() is where the entry keeps its hash for the index. Links lead from one Tq4_chained to the next, so
+// that changes touch nothing else of an entry's neighbours. The chains link and unlink entries and never destroy one by
 // themselves. Memory goes with the last entry, but for a number of heads that the owner chose.
 #pragma once
 
@@ -22,12 +24,16 @@
 #include "object_memory.hpp"
 
 template <class Entry> struct Tq4_chained {
-    Entry *pNext = nullptr;
-    Entry *pPrev = nullptr;
+    Tq4_chained *pNext = nullptr;
+    Tq4_chained *pPrev = nullptr;
     uint32_t nHashValue = 0; // bucket index
     uint32_t m_full = 0;     // the hash in the index, while there is one
 
     bool findable() const { return true; }
+    Tq4_chained &chained() { return *this; }
+    const Tq4_chained &chained() const { return *this; }
+    static Entry *of(Tq4_chained *chained) { return static_cast<Entry *>(chained); }
+    uint32_t &index_hash() { return m_full; }
 };
 
 template <class Entry> class Tq4_chains {
@@ -38,11 +44,16 @@ template <class Entry> class Tq4_chains {
     static constexpr int few = 8;           // entries; heads for them cost more to make than they save
     static constexpr int indexed_until = indexed_from / 4;
 
-    Entry **m_pHashTable = nullptr; // owned: the newest entry of each chain. Null while m_few is in use
-    Entry *m_few = nullptr;         // of 17 chains with a few entries: all of them, the newest first
+    using Node = Tq4_chained<Entry>;
+
+    Node **m_pHashTable = nullptr; // owned: the newest entry of each chain. Null while m_few is in use
+    Node *m_few = nullptr;         // of 17 chains with a few entries: all of them, the newest first
     uint32_t m_nHashTableSize = first_size;
     int m_nCount = 0;
-    Tq4_hash_index<Entry, &Tq4_chained<Entry>::m_full> m_index;
+    static const uint32_t &index_hash_of(const Entry &entry) { return const_cast<Entry &>(entry).index_hash(); }
+    Tq4_hash_index<Entry, index_hash_of> m_index;
+
+    static Entry *entry_of(Node *node) { return node ? Entry::of(node) : nullptr; }
 
 public:
     Tq4_chains() = default;
@@ -60,7 +71,7 @@ public:
         void *fresh = heads == first_size ? nullptr : std::calloc(heads, sizeof(void *));
         if (!fresh && heads != first_size) return;
         FreeHeads();
-        m_pHashTable = static_cast<Entry **>(fresh);
+        m_pHashTable = static_cast<Node **>(fresh);
         m_nHashTableSize = static_cast<uint32_t>(heads);
     }
 
@@ -72,9 +83,9 @@ public:
     // The first entry of the hash's chain that matches.
     template <class Match> Entry *FindInChain(uint64_t hash, Match match) const {
         const uint32_t bucket = BucketOf(hash);
-        Entry *entry = m_pHashTable ? m_pHashTable[bucket] : m_few;
-        while (entry && !(entry->nHashValue == bucket && match(*entry))) entry = entry->pNext;
-        return entry;
+        Node *node = m_pHashTable ? m_pHashTable[bucket] : m_few;
+        while (node && !(node->nHashValue == bucket && match(*Entry::of(node)))) node = node->pNext;
+        return entry_of(node);
     }
     // The entry of that full hash that matches; at most one does. There is an index.
     template <class Match> Entry *FindByIndex(uint64_t full_hash, Match match) const {
@@ -87,8 +98,9 @@ public:
     // full_hash() gives the entry's, for callers that know it already.
     template <class FullHash> void AddInBucket(Entry *entry, uint32_t bucket, FullHash full_hash) {
         if (!m_pHashTable && m_nCount == few) MakeHeads();
-        entry->nHashValue = bucket;
-        Link(entry);
+        Node &node = entry->chained();
+        node.nHashValue = bucket;
+        Link(&node);
         ++m_nCount;
         if (m_index)
             AddToIndex(entry, full_hash);
@@ -98,8 +110,9 @@ public:
     }
 
     void Unlink(Entry *entry) {
-        (entry->pPrev ? entry->pPrev->pNext : HeadOf(entry)) = entry->pNext;
-        if (entry->pNext) entry->pNext->pPrev = entry->pPrev;
+        const Node &node = entry->chained();
+        (node.pPrev ? node.pPrev->pNext : HeadOf(node)) = node.pNext;
+        if (node.pNext) node.pNext->pPrev = node.pPrev;
         --m_nCount;
         if (m_index && m_nCount < indexed_until)
             m_index.Clear();
@@ -111,17 +124,19 @@ public:
 
     // The new entry takes the place of the old one, which is no longer in the chains.
     void Replace(Entry *old, Entry *fresh) {
-        static_cast<Tq4_chained<Entry> &>(*fresh) = *old;
-        (old->pPrev ? old->pPrev->pNext : HeadOf(old)) = fresh;
-        if (old->pNext) old->pNext->pPrev = fresh;
+        Node &node = fresh->chained() = old->chained();
+        fresh->index_hash() = old->index_hash();
+        (node.pPrev ? node.pPrev->pNext : HeadOf(node)) = &node;
+        if (node.pNext) node.pNext->pPrev = &node;
         if (m_index) m_index.Replace(old, fresh);
     }
 
     // By bucket, and within a bucket the newest first; null at the end.
-    Entry *First() const { return m_nCount > 0 ? FirstFrom(0) : nullptr; }
+    Entry *First() const { return m_nCount > 0 ? entry_of(FirstFrom(0)) : nullptr; }
     Entry *Next(const Entry *entry) const {
-        if (!m_pHashTable) return NextOfFew(entry);
-        return entry->pNext ? entry->pNext : FirstFrom(uint64_t{entry->nHashValue} + 1);
+        const Node &node = entry->chained();
+        if (!m_pHashTable) return entry_of(NextOfFew(node));
+        return entry_of(node.pNext ? node.pNext : FirstFrom(uint64_t{node.nHashValue} + 1));
     }
 
     // One step of an iteration whose position is the entry to report next, null before the first step. Gives that
@@ -155,9 +170,9 @@ public:
     template <class Visit> void EachOldestFirst(Visit visit) const {
         const uint64_t heads = m_pHashTable ? m_nHashTableSize : 1;
         for (uint64_t bucket = 0; m_nCount && bucket < heads; ++bucket) {
-            Entry *entry = m_pHashTable ? m_pHashTable[bucket] : m_few;
-            while (entry && entry->pNext) entry = entry->pNext;
-            for (; entry; entry = entry->pPrev) visit(*entry);
+            Node *node = m_pHashTable ? m_pHashTable[bucket] : m_few;
+            while (node && node->pNext) node = node->pNext;
+            for (; node; node = node->pPrev) visit(*Entry::of(node));
         }
     }
 
@@ -173,9 +188,9 @@ public:
     template <class Dispose> void Clear(Dispose dispose) {
         const uint64_t heads = m_pHashTable ? m_nHashTableSize : 1;
         for (uint64_t bucket = 0; m_nCount && bucket < heads; ++bucket)
-            for (Entry *entry = m_pHashTable ? m_pHashTable[bucket] : m_few, *older; entry; entry = older) {
-                older = entry->pNext;
-                dispose(entry);
+            for (Node *node = m_pHashTable ? m_pHashTable[bucket] : m_few, *older; node; node = older) {
+                older = node->pNext;
+                dispose(Entry::of(node));
             }
         Forget();
     }
@@ -196,35 +211,35 @@ private:
         m_few = nullptr;
         if (m_nHashTableSize == first_size) FreeHeads();
     }
-    Entry *&HeadOf(const Entry *entry) { return m_pHashTable ? m_pHashTable[entry->nHashValue] : m_few; }
-    void Link(Entry *entry) {
-        Entry *&head = HeadOf(entry);
-        entry->pNext = head;
-        entry->pPrev = nullptr;
-        if (head) head->pPrev = entry;
-        head = entry;
+    Node *&HeadOf(const Node &node) { return m_pHashTable ? m_pHashTable[node.nHashValue] : m_few; }
+    void Link(Node *node) {
+        Node *&head = HeadOf(*node);
+        node->pNext = head;
+        node->pPrev = nullptr;
+        if (head) head->pPrev = node;
+        head = node;
     }
     void MakeHeads() {
-        Entry *oldest = m_few;
+        Node *oldest = m_few;
         while (oldest->pNext) oldest = oldest->pNext;
         m_few = nullptr;
-        m_pHashTable = static_cast<Entry **>(std::memset(Tq4_object_memory(first_bytes), 0, first_bytes));
-        for (Entry *entry = oldest, *newer; entry; entry = newer) {
-            newer = entry->pPrev;
-            Link(entry);
+        m_pHashTable = static_cast<Node **>(std::memset(Tq4_object_memory(first_bytes), 0, first_bytes));
+        for (Node *node = oldest, *newer; node; node = newer) {
+            newer = node->pPrev;
+            Link(node);
         }
     }
     // The newest of the lowest bucket from this one on.
-    Entry *FirstOfFew(uint64_t bucket) const {
-        Entry *first = nullptr;
-        for (Entry *entry = m_few; entry; entry = entry->pNext)
-            if (entry->nHashValue >= bucket && (!first || entry->nHashValue < first->nHashValue)) first = entry;
+    Node *FirstOfFew(uint64_t bucket) const {
+        Node *first = nullptr;
+        for (Node *node = m_few; node; node = node->pNext)
+            if (node->nHashValue >= bucket && (!first || node->nHashValue < first->nHashValue)) first = node;
         return first;
     }
-    Entry *NextOfFew(const Entry *entry) const {
-        for (Entry *older = entry->pNext; older; older = older->pNext)
-            if (older->nHashValue == entry->nHashValue) return older;
-        return FirstOfFew(uint64_t{entry->nHashValue} + 1);
+    Node *NextOfFew(const Node &node) const {
+        for (Node *older = node.pNext; older; older = older->pNext)
+            if (older->nHashValue == node.nHashValue) return older;
+        return FirstOfFew(uint64_t{node.nHashValue} + 1);
     }
     void FreeHeads() {
         if (m_pHashTable)
@@ -234,7 +249,7 @@ private:
     }
     template <class FullHash> void AddToIndex(Entry *entry, FullHash full_hash) {
         if (!entry->findable()) return;
-        entry->m_full = Tq4_index_hash(full_hash());
+        entry->index_hash() = Tq4_index_hash(full_hash());
         m_index.Add(entry);
     }
     void BeginIndex() {
@@ -242,7 +257,7 @@ private:
         m_index.Begin();
         for (Entry *entry = First(); entry; entry = Next(entry)) AddToIndex(entry, [=] { return entry->full_hash(); });
     }
-    Entry *FirstFrom(uint64_t bucket) const {
+    Node *FirstFrom(uint64_t bucket) const {
         if (!m_pHashTable) return FirstOfFew(bucket);
         while (bucket < m_nHashTableSize && !m_pHashTable[bucket]) ++bucket;
         return bucket < m_nHashTableSize ? m_pHashTable[bucket] : nullptr;

@@ -158,8 +158,7 @@ bool Tq4_key_obj::EqualUnder(int own_cf, const Tq4_key_obj &other) const {
     if (this == &other) return true;
     if (m_type != other.m_type) return false;
     const Kind &kind = kind_of(m_type);
-    return kind.number(iid) == kind.number(other.iid) &&
-           (!kind.has_text || text_is(other.text(), own_cf || other.cf));
+    return kind.number(iid) == kind.number(other.iid) && (!kind.has_text || text_is(other.text(), own_cf || other.cf));
 }
 
 // No text is only like no text.

@@ -90,7 +90,9 @@ struct Tq4_key_obj {
     // key's own flag were own_cf; and the hash that is taken without case when nocase says so, whatever cf says.
     Tq4_bytes text() const { return sid.view(); }
     static bool same_text(Tq4_bytes a, Tq4_bytes b, bool nocase);
-    bool text_is(Tq4_bytes given, bool nocase) const { return nocase ? same_text(text(), given, true) : sid.Is(given); }
+    [[gnu::always_inline]] bool text_is(Tq4_bytes given, bool nocase) const {
+        return nocase ? same_text(text(), given, true) : sid.Is(given);
+    }
     bool EqualUnder(int own_cf, const Tq4_key_obj &other) const;
     uint64_t HashUnder(int nocase) const;
     // Whether the string part is more than a label; and the hash in an index, folded or not: equal keys have equal
@@ -130,9 +132,9 @@ using Tq4_nested_key = Tq4_nested<Tq4_key, Tq4_key_obj, Tq4_key_nesting>;
 
 // The full hash of a key, told by what identifies it.
 inline uint64_t Tq4_key_full_hash(uint32_t type, uint64_t number) { return Tq4_keyed_number(type, number); }
-inline uint64_t Tq4_key_full_hash(uint32_t type, uint64_t number, Tq4_bytes text, bool folded) {
+[[gnu::always_inline]] inline uint64_t Tq4_key_full_hash(uint32_t type, uint64_t number, Tq4_bytes text, bool folded) {
     const uint64_t start = type == Tq4_key_type_String ? Tq4_keyed_start() : Tq4_keyed_number(type, number);
-    return folded ? Tq4_keyed_text<true>(start, text) : Tq4_keyed_text<false>(start, text);
+    return folded ? Tq4_keyed_folded_text(start, text) : Tq4_keyed_text<false>(start, text);
 }
 
 // The string hash of exactly these bytes.

@@ -56,13 +56,15 @@ struct Tq4_text_form {
     uint64_t bucket_hash() const {
         return bucket.Get([this] { return Tq4_key_hash_bytes(text, nocase); });
     }
-    uint64_t full_hash(bool folded) const {
+    [[gnu::always_inline]] uint64_t full_hash(bool folded) const {
         return full[folded].Get([=, this] { return Tq4_key_full_hash(Tq4_key_type_String, 0, text, folded); });
     }
     bool matches(const Tq4_key_obj &entry, int entry_case) const {
         return entry.m_type == Tq4_key_type_String && entry.text_is(text, entry_case || nocase);
     }
-    void fill(Tq4_key_obj &entry) const { entry.SetS(given, -1, nocase); }
+    void fill(Tq4_key_obj &entry) const {
+        text.data ? entry.FillText(text, nocase, text.size) : entry.SetS(nullptr, 0, nocase);
+    }
 };
 
 struct Tq4_text_number_form {
@@ -80,8 +82,7 @@ struct Tq4_text_number_form {
         return full[folded].Get([=, this] { return Tq4_key_full_hash(Tq4_key_type_LS, number, text, folded); });
     }
     bool matches(const Tq4_key_obj &entry, int entry_case) const {
-        return entry.m_type == Tq4_key_type_LS && entry.GetL() == number &&
-               entry.text_is(text, entry_case || nocase);
+        return entry.m_type == Tq4_key_type_LS && entry.GetL() == number && entry.text_is(text, entry_case || nocase);
     }
     void fill(Tq4_key_obj &entry) const { entry.SetLS(number, given, nocase); }
 };
@@ -90,10 +91,10 @@ struct Tq4_text_number_form {
 struct Tq4_same_but_case {
     static uint64_t hash(uint64_t folded_hash, uint32_t bucket) { return Tq4_keyed_number(bucket, folded_hash); }
     template <class Entry> static uint64_t hash(const Entry &entry) {
-        return hash(entry.index_key().FullHash(true), entry.nHashValue);
+        return hash(entry.index_key().FullHash(true), entry.chained().nHashValue);
     }
     template <class Entry> static bool same(const Entry &a, const Entry &b) {
-        return a.nHashValue == b.nHashValue && a.index_key().EqualUnder(true, b.index_key());
+        return a.chained().nHashValue == b.chained().nHashValue && a.index_key().EqualUnder(true, b.index_key());
     }
 };
 
@@ -168,7 +169,7 @@ public:
         m_some_folding = source.m_some_folding;
         m_some_astray = source.m_some_astray;
         source.m_chains.EachOldestFirst(
-            [&](const Entry &entry) { m_chains.AddInBucket(copy(entry), entry.nHashValue); });
+            [&](const Entry &entry) { m_chains.AddInBucket(copy(entry), entry.chained().nHashValue); });
     }
 
 private:
@@ -185,7 +186,7 @@ private:
         const auto match = [&](const Entry &entry) { return form.matches(entry.index_key(), entry.index_case()); };
         if (!m_chains.indexed()) return m_chains.FindInChain(form.bucket_hash(), match);
         const uint32_t bucket = m_chains.BucketOf(form.bucket_hash());
-        const auto here = [&](const Entry &entry) { return entry.nHashValue == bucket && match(entry); };
+        const auto here = [&](const Entry &entry) { return entry.chained().nHashValue == bucket && match(entry); };
         if (m_some_exact && form.folds())
             return m_groups.Of(m_chains).Find(Tq4_same_but_case::hash(form.full_hash(true), bucket), here);
         const auto folding = [&](const Entry &entry) { return entry.index_case() && here(entry); };

@@ -24,3 +24,5 @@ void Tq4_draw_hash_key() {
         known.compare_exchange_strong(nothing, drawn | 1, std::memory_order_relaxed);
     }
 }
+
+uint64_t Tq4_keyed_folded_text(uint64_t hash, Tq4_bytes text) { return Tq4_keyed_text<true>(hash, text); }

@@ -42,7 +42,8 @@ inline uint64_t Tq4_lower_word(uint64_t word) {
     return word | ((from_a & ~past_z & ~word & high) >> 2);
 }
 
-// A hash continued over a text; when nocase says so, the same for texts that differ only in the case of ASCII letters.
+// A hash continued over a text, inline where look-ups need it; when nocase says so, the same for texts that differ only
+// in the case of ASCII letters.
 template <bool nocase> [[gnu::always_inline]] inline uint64_t Tq4_keyed_text(uint64_t hash, Tq4_bytes text) {
     const auto piece = [](const uint8_t *at, auto width) {
         std::memcpy(&width, at, sizeof width);
@@ -64,6 +65,8 @@ template <bool nocase> [[gnu::always_inline]] inline uint64_t Tq4_keyed_text(uin
     if (text.size == 0) return mixed(0);
     return mixed(uint64_t{at[0]} | uint64_t{at[text.size / 2]} << 8 | uint64_t{end[-1]} << 16);
 }
+
+uint64_t Tq4_keyed_folded_text(uint64_t hash, Tq4_bytes text);
 
 // What an index keeps of a hash.
 inline uint32_t Tq4_index_hash(uint64_t hash) { return static_cast<uint32_t>(hash >> 32); }

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/short_copy.hpp"
 #include "base/string/string.hpp"
 #include "object_memory.hpp"
 #include "tq4/cxx_support.h"
@@ -65,14 +66,10 @@ public:
         return {block.data, block.size};
     }
 
-    // No text is only like no text.
-    bool Is(Tq4_bytes text) const {
-        if (!inside() || !text.data) {
-            const Tq4_bytes own = view();
-            if (!own.data || !text.data) return own.data == text.data;
-            return own.size == text.size && std::memcmp(own.data, text.data, own.size) == 0;
-        }
-        return state() == text.size + 1 && SameFew(text.data, text.size);
+    // No text is only like no text. Inline for short texts: look-ups ask nothing else.
+    [[gnu::always_inline]] bool Is(Tq4_bytes text) const {
+        if (!inside() || !text.data) return IsElsewhere(text);
+        return state() == text.size + 1 && Tq4_short_same(m_raw, text.data, text.size);
     }
 
     // The bytes may be this cell's own. More than there can be memory for leaves the text as it is.
@@ -142,27 +139,14 @@ public:
 
 private:
     [[gnu::noinline]] void FillSlowly(const uint8_t *bytes, std::size_t n) { Assign(bytes, n); }
+    [[gnu::noinline]] bool IsElsewhere(Tq4_bytes text) const {
+        const Tq4_bytes own = view();
+        if (!own.data || !text.data) return own.data == text.data;
+        return own.size == text.size && std::memcmp(own.data, text.data, own.size) == 0;
+    }
     void SetState(std::size_t state) { m_raw[size_in_bytes - 1] = static_cast<uint8_t>(state); }
 
     using Sixteen = uint8_t __attribute__((vector_size(16))); // in a register, unlike a struct of this size
-
-    // Look-ups compare texts all the time: without a call.
-    bool SameFew(const uint8_t *bytes, std::size_t n) const {
-        if (n >= sizeof(unsigned __int128)) return SameEnds<unsigned __int128>(bytes, n);
-        if (n >= sizeof(uint64_t)) return SameEnds<uint64_t>(bytes, n);
-        if (n >= sizeof(uint32_t)) return SameEnds<uint32_t>(bytes, n);
-        if (n >= sizeof(uint16_t)) return SameEnds<uint16_t>(bytes, n);
-        return n == 0 || m_raw[0] == bytes[0];
-    }
-    template <class Piece> bool SameEnds(const uint8_t *bytes, std::size_t n) const {
-        const auto piece = [](const uint8_t *at) {
-            Piece bits;
-            std::memcpy(&bits, at, sizeof bits);
-            return bits;
-        };
-        const std::size_t last = n - sizeof(Piece);
-        return ((piece(m_raw) ^ piece(bytes)) | (piece(m_raw + last) ^ piece(bytes + last))) == 0;
-    }
 
     void AssignFew(const uint8_t *bytes, std::size_t n) {
         if (n >= sizeof(Sixteen))

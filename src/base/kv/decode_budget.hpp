@@ -12,7 +12,7 @@
 #include "base/kv/table.hpp"
 
 class Tq4_decode_budget {
-    using Room = Tq4_entry_room<sizeof(Tq4_kv_pair)>;
+    using Room = Tq4_kv_pair::Room;
 
     static constexpr uint64_t allocator = 16; // bytes in front of a block
     static constexpr uint64_t each_input_byte = 64, base = 1 << 20;
@@ -65,7 +65,7 @@ public:
     // their size to lie at a multiple of it.
     static uint64_t EntryCost(uint64_t rooms) {
         if (rooms == 0) return 0;
-        return rooms == Room::most ? 2 * MP_large_page : rooms * sizeof(Tq4_kv_pair) + 2 * allocator;
+        return rooms == Room::most ? 2 * MP_large_page : rooms * Room::size + 2 * allocator;
     }
     // What the index of a table takes that looks for each of its entries.
     static uint64_t IndexCost(uint64_t before, uint64_t rooms) {

@@ -9,9 +9,9 @@ void Reset_Tq4_kv_pair(Tq4_kv_pair *pair) {
     pair->value().Reset();
 }
 
-Tq4_kv_pair *Dup_Tq4_kv_pair(void *room, const Tq4_kv_pair *pair) {
+Tq4_kv_pair *Dup_Tq4_kv_pair(Tq4_entry_place place, const Tq4_kv_pair *pair) {
     if (!pair) return nullptr;
-    Tq4_kv_pair *copy = Create_Tq4_kv_pair(room);
+    Tq4_kv_pair *copy = Create_Tq4_kv_pair(place);
     Tq4_kv_pair_Clone(copy, pair);
     return copy;
 }
@@ -22,12 +22,16 @@ void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source) {
     destination->value().Copy(&source->value());
 }
 
+Tq4_value_obj &Tq4_kv_pair::ValueElsewhere() const {
+    return has(value_is_hosts) ? Tq4_record_of<Tq4_value_obj>(handles()->value.real_obj) : rest().value;
+}
+
 // ---- handles
 
 Tq4_kv_handles *Tq4_kv_pair::NewHandles() {
     return new (Tq4_object_memory(sizeof(Tq4_kv_handles))) Tq4_kv_handles{
         .key = {nullptr, &Tq4_key_obj_itf, &Tq4_key_itf, &m_key},
-        .value = {nullptr, &Tq4_value_obj_itf, &Tq4_value_itf, &m_value},
+        .value = {nullptr, &Tq4_value_obj_itf, &Tq4_value_itf, &rest().value},
         .registered_key = {},
     };
 }
@@ -72,7 +76,7 @@ Tq4_value Tq4_kv_pair::ValueHandle(Tq4_kv_handles &made) const {
     return static_cast<Tq4_value>(has(value_is_hosts) ? made.value.real_obj : static_cast<void *>(&made.value.itf));
 }
 Tq4_value Tq4_kv_pair::value_handle() { return ValueHandle(MakeHandles()); }
-Tq4_value Tq4_kv_pair::shared_value_handle() { return ValueHandle(MakeSharedHandles()); }
+Tq4_value Tq4_kv_pair::MakeSharedValueHandle() { return ValueHandle(MakeSharedHandles()); }
 
 namespace {
 

@@ -1,9 +1,9 @@
 // pair.hpp: one entry of a value table.
 //
-// Two cache lines, the first of which has all that a look-up by key reads: the key, and then the entry's places in the
-// index and in the list, and its value. The objects that handles of key and value lead to are made when somebody first
-// asks for a handle; entries that are only decoded, looked into by key and encoded have none. Where a host makes keys
-// or values, the entry has handles of the host's from the start.
+// It is in two parts (entry_room.hpp): a cache line with all that a look-up by key and a walk along the list read, and
+// its place in the index and its value behind. The objects that handles of key and value lead to are made when somebody
+// first asks for a handle; entries that are only decoded, looked into by key and encoded have none. Where a host makes
+// keys or values, the entry has handles of the host's from the start.
 //
 // The index reads the entry's own key as long as that is what was registered; before the key changes through its
 // handle, the index gets a copy of its own.
@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "base/key/chains.hpp"
+#include "base/key/entry_room.hpp"
 #include "base/key/key.hpp"
 #include "base/kv/value.hpp"
 #include "base/queue/list_node.hpp"
@@ -26,13 +27,17 @@ struct Tq4_kv_handles {
 
 struct Tq4_kv_pair_key {
     Tq4_key_obj m_key; // nothing where the host makes keys
-    // Owned; with the flags below in its lowest bits. The flags are changed by whoever has the table alone; handles are
-    // made by any reader, and the first one's stay.
+    // Owned; with the flags below in its lowest bits, and where the second part lies, unless beside the first, in its
+    // highest. The flags are changed by whoever has the table alone; handles are made by any reader, and the first
+    // one's stay.
     std::atomic<uintptr_t> m_handles = 0;
 };
 
-class Tq4_kv_pair : private Tq4_kv_pair_key, public Tq4_chained<Tq4_kv_pair>, public Tq4_list_node {
-    Tq4_value_obj m_value; // nothing where the host makes values
+class Tq4_kv_pair : private Tq4_kv_pair_key, public Tq4_list_node {
+    struct Rest : Tq4_chained<Tq4_kv_pair> {
+        Tq4_value_obj value; // nothing where the host makes values; its owner is one line more in front than it says
+    };
+    static constexpr unsigned address_bits = 48;
 
     enum Flag : uintptr_t {
         key_is_hosts = 1,
@@ -46,27 +51,63 @@ class Tq4_kv_pair : private Tq4_kv_pair_key, public Tq4_chained<Tq4_kv_pair>, pu
     void Mark(uintptr_t set) { m_handles.store(flags() | set, std::memory_order_relaxed); }
     void Unmark(uintptr_t cleared) { m_handles.store(flags() & ~cleared, std::memory_order_relaxed); }
     static Tq4_kv_handles *handles_in(uintptr_t word) {
-        return reinterpret_cast<Tq4_kv_handles *>(word & ~uintptr_t{all_flags});
+        constexpr uintptr_t address = (uintptr_t{1} << address_bits) - 1 - all_flags;
+        return reinterpret_cast<Tq4_kv_handles *>(word & address);
     }
+    // How many lines more than one the second part lies behind the first. Mostly none, and then both are read at once:
+    // the processor foresees the branches on it.
+    uintptr_t lines_between() const { return flags() >> address_bits; }
+    Rest &RestBehind(uintptr_t lines) const {
+        auto *line = const_cast<std::byte *>(reinterpret_cast<const std::byte *>(this));
+        return *reinterpret_cast<Rest *>(line + (lines + 1) * Tq4_entry_place::line);
+    }
+    Rest &rest() const {
+        const uintptr_t between = lines_between();
+        if (between == 0) [[likely]]
+            return RestBehind(0);
+        return RestBehind(between);
+    }
+    Tq4_value_obj &ValueElsewhere() const;
     Tq4_kv_handles *handles() const { return handles_in(m_handles.load(std::memory_order_acquire)); }
 
 public:
-    Tq4_kv_pair();
+    using Room = Tq4_entry_room<sizeof(Rest)>;
+
+    explicit Tq4_kv_pair(Tq4_entry_place place);
     ~Tq4_kv_pair() {
-        if (flags() & ~uintptr_t{is_registered | index_ignores_case} || Tq4_hooked_deletes()) EndHandles();
+        if (handles() || Tq4_hooked_deletes()) EndHandles();
+        rest().~Rest();
     }
+    Tq4_entry_place place() const {
+        return {const_cast<Tq4_kv_pair *>(this), static_cast<uint32_t>((lines_between() + 1) * Tq4_entry_place::line)};
+    }
+    const Tq4_chained<Tq4_kv_pair> &chained() const { return rest(); }
+    Tq4_chained<Tq4_kv_pair> &chained() { return rest(); }
+    static Tq4_kv_pair *of(Tq4_chained<Tq4_kv_pair> *chained) {
+        auto *rest = static_cast<Rest *>(chained);
+        auto *line = reinterpret_cast<std::byte *>(rest) - (rest->value.m_owner + 1) * Tq4_entry_place::line;
+        return reinterpret_cast<Tq4_kv_pair *>(line);
+    }
+    uint32_t &index_hash() { return rest().m_full; }
+    static constexpr bool findable() { return true; }
 
     Tq4_key_obj &key() const {
         return has(key_is_hosts) ? Tq4_record_of<Tq4_key_obj>(handles()->key.real_obj)
                                  : const_cast<Tq4_key_obj &>(m_key);
     }
     Tq4_value_obj &value() const {
-        return has(value_is_hosts) ? Tq4_record_of<Tq4_value_obj>(handles()->value.real_obj)
-                                   : const_cast<Tq4_value_obj &>(m_value);
+        constexpr uintptr_t elsewhere = ~uintptr_t{0} << address_bits | value_is_hosts;
+        if ((flags() & elsewhere) == 0) [[likely]]
+            return RestBehind(0).value;
+        return ValueElsewhere();
     }
     Tq4_key key_handle();
     Tq4_value value_handle();
-    Tq4_value shared_value_handle(); // the only one that readers make, side by side
+    // The only one that readers make, side by side.
+    Tq4_value shared_value_handle() {
+        Tq4_kv_handles *made = handles();
+        return made && !has(value_is_hosts) ? reinterpret_cast<Tq4_value>(&made->value.itf) : MakeSharedValueHandle();
+    }
 
     // What the index keeps with the entry: the key that it was registered under and the index's case flag then.
     const Tq4_key_obj &index_key() const {
@@ -92,6 +133,7 @@ private:
     Tq4_kv_handles *NewHandles();
     Tq4_kv_handles &MakeHandles();
     Tq4_kv_handles &MakeSharedHandles();
+    Tq4_value MakeSharedValueHandle();
     Tq4_value ValueHandle(Tq4_kv_handles &made) const;
     void MakeByHost();
     void KeepRegisteredKey(const Tq4_key_obj &registered);
@@ -99,9 +141,12 @@ private:
     // The delete hook is the host's, and is shown every key and value.
     static bool Tq4_hooked_deletes() { return Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj; }
 };
-static_assert(sizeof(Tq4_kv_pair) == 128);
+static_assert(sizeof(Tq4_kv_pair) == Tq4_entry_place::line && Tq4_kv_pair::Room::size == 2 * Tq4_entry_place::line);
 
-inline Tq4_kv_pair::Tq4_kv_pair() {
+inline Tq4_kv_pair::Tq4_kv_pair(Tq4_entry_place place) {
+    if (place.rest != Tq4_entry_place::line) [[unlikely]]
+        Mark(uintptr_t{place.rest / Tq4_entry_place::line - 1} << address_bits);
+    (new (&rest()) Rest)->value.m_owner = static_cast<uint16_t>(lines_between());
     if (Tq4_cxx_support->new_key != Tq4_cxx_defaults.new_key ||
         Tq4_cxx_support->new_value != Tq4_cxx_defaults.new_value)
         MakeByHost();
@@ -109,10 +154,14 @@ inline Tq4_kv_pair::Tq4_kv_pair() {
 
 // An entry in room for one, with an empty key and an empty value; and its end, which leaves the room. Neither touches
 // list or index.
-inline Tq4_kv_pair *Create_Tq4_kv_pair(void *room) { return new (room) Tq4_kv_pair; }
-inline void Delete_Tq4_kv_pair(Tq4_kv_pair *pair) { pair->~Tq4_kv_pair(); }
+inline Tq4_kv_pair *Create_Tq4_kv_pair(Tq4_entry_place place) { return new (place.entry) Tq4_kv_pair(place); }
+inline Tq4_entry_place Delete_Tq4_kv_pair(Tq4_kv_pair *pair) {
+    const Tq4_entry_place place = pair->place();
+    pair->~Tq4_kv_pair();
+    return place;
+}
 // Empties key and value.
 void Reset_Tq4_kv_pair(Tq4_kv_pair *pair);
 // Deep copies of key and value, in a new entry or in an existing one. Neither is indexed by it.
-Tq4_kv_pair *Dup_Tq4_kv_pair(void *room, const Tq4_kv_pair *pair);
+Tq4_kv_pair *Dup_Tq4_kv_pair(Tq4_entry_place place, const Tq4_kv_pair *pair);
 void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source);

@@ -32,8 +32,7 @@ void Tq4_value_table_obj::Delete(Tq4_kv_pair *pair) {
     for (Tq4_value_table_visit *visit = m_visits; visit; visit = visit->outer)
         if (visit->following == pair) visit->following = pair->next;
     m_list.Unlink(pair);
-    Delete_Tq4_kv_pair(pair);
-    m_room.Give(pair);
+    m_room.Give(Delete_Tq4_kv_pair(pair));
 }
 
 // The queue's rules for positions: past the end means the last one.

@@ -6,7 +6,6 @@
 
 #include <vector>
 
-#include "base/key/entry_room.hpp"
 #include "base/kv/pair.hpp"
 #include "base/kv/table_index.hpp"
 #include "base/queue/list.hpp"
@@ -22,7 +21,7 @@ struct Tq4_value_table_obj {
     Tq4_table_index m_index;
     Tq4_list m_list;
     mutable Tq4_value_table_visit *m_visits = nullptr; // borrowed: the innermost
-    Tq4_entry_room<sizeof(Tq4_kv_pair)> m_room;
+    Tq4_kv_pair::Room m_room;
     Tq4_kv_pair *m_cur = nullptr; // borrowed: where First and Next stand
     bool m_cur_is_next = false;   // the entry at m_cur was removed: the cursor moved on, and Next gives m_cur itself
     uint8_t m_case = 0;           // given to the keys that the table makes; the index has a flag of its own
@@ -105,7 +104,7 @@ private:
     static void PrefetchEntries(const Tq4_value_obj &v) {
         constexpr std::size_t few = 5;
         if (Tq4_value_table table = v.made_table())
-            PrefetchLines(Tq4_record<const Tq4_value_table_obj>(table)->m_list.first(), few * sizeof(Tq4_kv_pair));
+            PrefetchLines(Tq4_record<const Tq4_value_table_obj>(table)->m_list.first(), few * Tq4_kv_pair::Room::size);
     }
     void ImportEntry(Tq4_import_call &from);
     Tq4_kv_pair *MakePair(const Tq4_text_form &form, std::size_t readable);

@@ -46,8 +46,8 @@ void Deep::EndEntries(Tq4_list &entries, std::vector<Tq4_value_table> &put_off, 
         if (node != entries.end()) Prefetch(pair_of(node)->value());
         if (Tq4_value_table inner = take_table(pair->value()))
             depth < Tq4_table_recursion_limit ? EndTable(inner, put_off, depth + 1) : put_off.push_back(inner);
-        Delete_Tq4_kv_pair(pair);
-        if (!together) m_room.Give(pair);
+        const Tq4_entry_place place = Delete_Tq4_kv_pair(pair);
+        if (!together) m_room.Give(place);
     }
     if (together) m_room.GiveMany(count);
 }

@@ -95,7 +95,7 @@ private:
     void Prefetch() const {
         const Tq4_list_node *next = m_at.last->next;
         if (is_end(next)) return;
-        constexpr std::size_t entries = 4 * sizeof(Tq4_kv_pair);
+        constexpr std::size_t entries = 4 * Tq4_kv_pair::Room::size;
         if (const Tq4_value_table_obj *table = TableIn(PairAt(next).value()))
             PrefetchLines<entries>(table->m_list.first());
         if (is_end(next->next)) return;

@@ -23,6 +23,7 @@ struct Tq4_import_call; // value_import.cpp: a call of Import under way
 struct Tq4_value_obj {
     Tq4_value_type m_type = Tq4_value_Unknown;
     bool m_truth = false;          // of an INT: it was read as true or false
+    uint16_t m_owner = 0;          // for the value's owner, who keeps there where it is itself
     Tq4_string m_string = nullptr; // tags 17 to 29; owned: the bytes; what m_data.text held before stays there
     union Data {
         Tq4_text_cell text = {}; // tags 17 to 29: the bytes while there is no string

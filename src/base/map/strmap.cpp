@@ -20,8 +20,8 @@ void Tq4_strmap_obj::Copy(const Tq4_strmap_obj *source) {
     Reset();
     if (!source) return;
     m_index.CopyEmpty(source->m_index, [this](const Tq4_CAssoc &entry) {
-        auto *copy = new (m_room.Take()) Tq4_CAssoc;
-        copy->key.record().Copy(&entry.key.record());
+        Tq4_CAssoc *copy = Tq4_CAssoc::Create(m_room.Take());
+        copy->key().Copy(&entry.key());
         copy->value = entry.value;
         return copy;
     });
@@ -31,7 +31,7 @@ void Tq4_strmap_obj::Copy(const Tq4_strmap_obj *source) {
 bool Tq4_strmap_obj::Equal(const Tq4_strmap_obj &other) const {
     return !m_index.case_flag() == !other.m_index.case_flag() &&
            m_index.chains().Equal(other.m_index.chains(), [](const Tq4_CAssoc &a, const Tq4_CAssoc &b) {
-               return a.value == b.value && a.key.record().Equal(b.key.record());
+               return a.value == b.value && a.key().Equal(b.key());
            });
 }
 
@@ -40,8 +40,8 @@ template <class Form> void *Tq4_strmap_obj::Lookup(const Form &form) const { ret
 template <class Form> void Tq4_strmap_obj::SetAt(void *value, const Form &form) {
     Tq4_CAssoc *entry = m_index.Find(form);
     if (!entry) {
-        entry = new (m_room.Take()) Tq4_CAssoc;
-        form.fill(entry->key.record());
+        entry = Tq4_CAssoc::Create(m_room.Take());
+        form.fill(entry->key());
         m_index.Add(entry, form);
     }
     entry->value = value;
@@ -52,13 +52,12 @@ template <class Form> void *Tq4_strmap_obj::Remove(const Form &form) {
     if (!entry) return nullptr;
     void *value = entry->value;
     m_index.Unlink(entry);
-    entry->~Tq4_CAssoc();
-    m_room.Give(entry);
+    m_room.Give(Tq4_CAssoc::Delete(entry));
     return value;
 }
 
 void Tq4_strmap_obj::RemoveAll() {
-    m_index.Clear([](Tq4_CAssoc *entry) { entry->~Tq4_CAssoc(); });
+    m_index.Clear([](Tq4_CAssoc *entry) { Tq4_CAssoc::Delete(entry); });
     m_room.GiveAll();
 }
 
@@ -91,26 +90,26 @@ void *Tq4_strmap_obj::RemoveSI(const char *text, unsigned long number) {
 
 void *Tq4_strmap_obj::NextK(Tq4_key *key, void **position) const {
     Tq4_CAssoc *entry = m_index.chains().Step(position);
-    if (key) *key = entry ? entry->key.handle() : nullptr;
+    if (key) *key = entry ? entry->key_handle() : nullptr;
     return value_of(entry);
 }
 
 void *Tq4_strmap_obj::NextSI(const char **text, unsigned long *number, void **position) const {
     Tq4_CAssoc *entry = m_index.chains().Step(position);
-    if (text) *text = entry ? entry->key.record().GetS() : nullptr;
-    if (number) *number = entry ? entry->key.record().GetL() : 0;
+    if (text) *text = entry ? entry->key().GetS() : nullptr;
+    if (number) *number = entry ? entry->key().GetL() : 0;
     return value_of(entry);
 }
 
 void Tq4_strmap_obj::eachKV(Tq4_strmap_key_visitor visitor, void *param) const {
     if (visitor)
-        m_index.chains().Each([&](Tq4_CAssoc &entry) { return visitor(entry.key.handle(), entry.value, param) != 0; });
+        m_index.chains().Each([&](Tq4_CAssoc &entry) { return visitor(entry.key_handle(), entry.value, param) != 0; });
 }
 
 void Tq4_strmap_obj::each(Tq4_strmap_visitor visitor, void *param) const {
     if (!visitor) return;
     m_index.chains().Each([&](Tq4_CAssoc &entry) {
-        const Tq4_key_obj &key = entry.key.record();
+        const Tq4_key_obj &key = entry.key();
         return visitor(key.GetS(), key.GetL(), entry.value, param) != 0;
     });
 }

@@ -5,25 +5,49 @@
 #include "base/key/key_forms.hpp"
 #include "tq4/strmap.h"
 
-struct Tq4_CAssoc_content {
+// One entry, in two parts (entry_room.hpp): what a look-up reads, and the key's object and place in the chains.
+class Tq4_CAssoc : Tq4_nested_key {
+    struct Rest : Tq4_chained<Tq4_CAssoc> {
+        Tq4_CAssoc *entry;
+        Tq4_object key_object;
+    };
+    uint32_t m_index_hash = 0;
+    Rest &m_rest;
+
+    explicit Tq4_CAssoc(Rest *rest) : Tq4_nested_key(rest->key_object), m_rest(*rest) { rest->entry = this; }
+
+public:
+    using Room = Tq4_entry_room<sizeof(Rest)>;
+
     void *value = nullptr; // borrowed
-    Tq4_nested_key key;
+
+    static Tq4_CAssoc *Create(Tq4_entry_place place) {
+        return new (place.entry) Tq4_CAssoc(new (static_cast<std::byte *>(place.entry) + place.rest) Rest);
+    }
+    // Leaves the room.
+    static Tq4_entry_place Delete(Tq4_CAssoc *entry) {
+        const auto distance = reinterpret_cast<std::byte *>(&entry->m_rest) - reinterpret_cast<std::byte *>(entry);
+        entry->End(entry->m_rest.key_object);
+        return {entry, static_cast<uint32_t>(distance)};
+    }
+    Tq4_key key_handle() { return handle(m_rest.key_object); }
+    Tq4_key_obj &key() const { return record(m_rest.key_object); }
+
+    Tq4_chained<Tq4_CAssoc> &chained() { return m_rest; }
+    const Tq4_chained<Tq4_CAssoc> &chained() const { return m_rest; }
+    static Tq4_CAssoc *of(Tq4_chained<Tq4_CAssoc> *chained) { return static_cast<Rest *>(chained)->entry; }
+    uint32_t &index_hash() { return m_index_hash; }
+    static constexpr bool findable() { return true; }
+
+    const Tq4_key_obj &index_key() const { return key(); }
+    int index_case() const { return key().cf; }
+    uint64_t full_hash() const { return key().FullHash(index_case()); }
 };
-
-// One entry. What a look-up reads comes first, within one cache line.
-struct Tq4_CAssoc : Tq4_CAssoc_content, Tq4_chained<Tq4_CAssoc> {
-    static constexpr std::size_t size = 128; // that it takes: whole cache lines
-
-    const Tq4_key_obj &index_key() const { return key.record(); }
-    int index_case() const { return key.record().cf; }
-    uint64_t full_hash() const { return index_key().FullHash(index_case()); }
-};
-
-static_assert(sizeof(Tq4_CAssoc) <= Tq4_CAssoc::size);
+static_assert(sizeof(Tq4_CAssoc) == Tq4_entry_place::line);
 
 struct Tq4_strmap_obj {
     Tq4_key_index<Tq4_CAssoc> m_index;
-    Tq4_entry_room<Tq4_CAssoc::size> m_room;
+    Tq4_CAssoc::Room m_room;
 
     ~Tq4_strmap_obj() { RemoveAll(); }
     void Reset();

@@ -1,5 +1,6 @@
 // What the index beside the chains promises: a hash that folds like the comparison of texts, room that follows the
 // number of entries, and a cost that no choice of keys changes.
+#include "base/key/entry_room.hpp"
 #include "base/key/hash_index.hpp"
 #include "base/key/keyed_hash.hpp"
 #include "sanitizers.hpp"
@@ -59,6 +60,45 @@ TEST(HashIndex, FindsWhatIsInItAndShrinks) {
 }
 
 // ---- memory
+
+// Each part of each entry is filled with bytes of its own, which others that come and go leave alone.
+TEST(EntryRoom, PartsOfEntriesNeverMeet) {
+    constexpr std::size_t rest = 32, most = 5000;
+    Tq4_entry_room<rest> room;
+    struct Part {
+        char *at;
+        std::size_t size;
+    };
+    const auto parts = [](Tq4_entry_place place) {
+        char *entry = static_cast<char *>(place.entry);
+        return std::array{Part{entry, Tq4_entry_place::line}, Part{entry + place.rest, rest}};
+    };
+    std::map<int, Tq4_entry_place> taken; // by what is written in them
+    std::mt19937 random(3);
+    for (int step = 0; step < 6 * static_cast<int>(most); ++step) {
+        if (taken.size() < most && random() % 3) {
+            const Tq4_entry_place place = taken[step] = room.Take();
+            for (const Part part : parts(place))
+                for (std::size_t at = 0; at < part.size; at += sizeof step)
+                    std::memcpy(part.at + at, &step, sizeof step);
+        } else if (!taken.empty()) {
+            const auto given =
+                std::next(taken.begin(), static_cast<long>(random() % std::min<std::size_t>(taken.size(), 50)));
+            for (const Part part : parts(given->second))
+                for (std::size_t at = 0; at < part.size; at += sizeof step)
+                    ASSERT_EQ(std::memcmp(part.at + at, &given->first, sizeof step), 0) << given->first;
+            room.Give(given->second);
+            taken.erase(given);
+        }
+    }
+    // In a large table the lines lie side by side.
+    std::set<char *> lines;
+    for (const auto &[step, place] : taken) lines.insert(static_cast<char *>(place.entry));
+    std::size_t beside = 0;
+    for (char *line : lines) beside += lines.contains(line + Tq4_entry_place::line);
+    EXPECT_GT(2 * beside, lines.size());
+    for (const auto &[step, place] : taken) room.Give(place);
+}
 
 TEST(Memory, ComesBackWithTheLastEntry) {
 #if defined(TQ4_ADDRESS_SANITIZER) || defined(TQ4_THREAD_SANITIZER)
