@@ -8,8 +8,7 @@
 #include "base/kv/table_walk.hpp"
 
 inline bool Tq4_is_short_member(const Tq4_key_obj &key, const Tq4_value_obj &v) {
-    return key.m_type == Tq4_key_type_String && key.sid.inside() && v.is_text() && !v.m_string &&
-           v.m_data.text.inside();
+    return key.m_type == Tq4_key_type_String && key.sid.inside() && v.is_text() && v.m_data.text.inside();
 }
 
 // Writes the next members of the innermost table as long as they are such. put(room, cell) writes a text to where the
@@ -27,7 +26,7 @@ template <class Put> void Tq4_put_short_members(Tq4_byte_writer &to, Tq4_table_w
             uint8_t *at = put(room + 2, key.sid);
             if (!at) return false;
             std::memcpy(at, "\":\"", 4); // with the NUL: one move
-            at = put(at + 3, v.m_data.text);
+            at = put(at + 3, *v.m_data.text.inside());
             if (!at) return false;
             *at = '"';
             room = at + 1;

@@ -1,19 +1,16 @@
 // value.hpp: the value's record, and the tables of what each type does.
 //
 // A value is a tag and its data. Tags 1 to 10 keep a word, 11 to 16 a cell of up to 16 bytes, 17 to 29 the bytes of a
-// text or a packed array of host-order elements, 31 a string array, 32 a table. Bytes lie in a text cell until somebody
-// asks for them as a string object, appends much to them, or the host makes strings: then they lie in the string. A
-// byte-string tag may have no bytes at all, neither here nor there: it counts as empty. Strings, arrays and tables are
-// owned and made and deleted through the hooks. An empty table is made when somebody asks for it, unless the host makes
-// tables; until then it is null.
+// text or a packed array of host-order elements (value_text.hpp), 31 a string array, 32 a table. Strings, arrays and
+// tables are owned and made and deleted through the hooks. An empty table is made when somebody asks for it, unless the
+// host makes tables; until then it is null.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 
-#include "base/key/text_cell.hpp"
+#include "base/kv/value_text.hpp"
 #include "base/kv/value_types.hpp"
-#include "cxx_defaults.hpp"
 #include "module.hpp"
 #include "tq4/value_table.h"
 
@@ -22,15 +19,14 @@ struct Tq4_import_call; // value_import.cpp: a call of Import under way
 
 struct Tq4_value_obj {
     Tq4_value_type m_type = Tq4_value_Unknown;
-    bool m_truth = false;          // of an INT: it was read as true or false
-    uint16_t m_owner = 0;          // for the value's owner, who keeps there where it is itself
-    Tq4_string m_string = nullptr; // tags 17 to 29; owned: the bytes; what m_data.text held before stays there
+    bool m_truth = false; // of an INT: it was read as true or false
+    uint16_t m_owner = 0; // for the value's owner, who keeps there where it is itself
     union Data {
-        Tq4_text_cell text = {}; // tags 17 to 29: the bytes while there is no string
-        uint64_t word;           // inline numbers, extended to 64 bits
-        void *pointer;           // tag 9, borrowed
-        Tq4_value target;        // tag 10, borrowed
-        int64_t int64;           // tags 11 to 13
+        Tq4_value_text text = {}; // tags 17 to 29
+        uint64_t word;            // inline numbers, extended to 64 bits
+        void *pointer;            // tag 9, borrowed
+        Tq4_value target;         // tag 10, borrowed
+        int64_t int64;            // tags 11 to 13
         float single;
         double twofold;
         unsigned char cell[16];
@@ -41,7 +37,8 @@ struct Tq4_value_obj {
 
     Tq4_value_obj() = default;
     ~Tq4_value_obj() {
-        if (m_type >= Tq4_value_ArrayStart && (m_string || !is_short_text())) Reset();
+        if (m_type > Tq4_value_ArrayOtherObject || (m_type >= Tq4_value_ArrayStart && m_data.text.owns_memory()))
+            Reset();
     }
     Tq4_value_obj(const Tq4_value_obj &) = delete;
     Tq4_value_obj &operator=(const Tq4_value_obj &) = delete;
@@ -55,7 +52,6 @@ struct Tq4_value_obj {
     bool inline_word() const { return m_type < Tq4_value_INT64; }
     bool holds_string() const { return m_type >= Tq4_value_ArrayStart && m_type <= Tq4_value_PLDOUBLE; }
     bool is_text() const { return m_type >= Tq4_value_STRING && m_type <= Tq4_value_PUCHAR; }
-    bool is_short_text() const { return m_type < Tq4_value_ArrayOtherObject && !m_data.text.owns_memory(); }
     bool is(Tq4_value_type type) const { return m_type == type; }
     bool is_truth() const { return m_truth && is(Tq4_value_INT); }
 
@@ -98,7 +94,7 @@ struct Tq4_value_obj {
     char *GetBytes(unsigned long *len) const;
     template <Tq4_value_type first, Tq4_value_type last, class Element>
     const Element *GetArray(unsigned long *count) const;
-    Tq4_string GetString() { return is_text() && has_bytes() ? own_string() : nullptr; }
+    Tq4_string GetString() { return is_text() && has_bytes() ? m_data.text.own_string() : nullptr; }
     Tq4_string_array GetStringArray() const { return is(Tq4_value_STRINGARRAY) ? m_data.array : nullptr; }
     Tq4_value_table GetValueTable() const { return is(Tq4_value_Table) ? table_handle() : nullptr; }
     Tq4_value GetRef() const { return is(Tq4_value_Ref) ? m_data.target : nullptr; }
@@ -129,26 +125,20 @@ struct Tq4_value_obj {
     }
 
     // The bytes of tags 17 to 29; null data when there are none.
-    bool has_bytes() const { return m_string || m_data.text; }
-    Tq4_bytes bytes() const;
-    const char *c_str() const; // "" when there are none
+    bool has_bytes() const { return static_cast<bool>(m_data.text); }
+    Tq4_bytes bytes() const { return m_data.text.view(); }
+    const char *c_str() const { return m_data.text.c_str(); } // "" when there are none
     // They become these, which may be its own, and the tag another; what the value held is released unless it is
     // bytes.
     void SetBytes(Tq4_value_type tag, const void *bytes, unsigned long n);
     // The same in an empty value. They are the first of so many that may be read.
     void FillBytes(Tq4_value_type tag, Tq4_bytes bytes, std::size_t readable) {
-        if (Tq4_cxx_support->new_string != Tq4_cxx_defaults.new_string) return SetBytes(tag, bytes.data, bytes.size);
-        m_data.text.Fill(bytes.data, bytes.size, readable);
+        m_data.text.Fill(bytes, readable);
         m_type = tag;
     }
     void AppendOwn(const void *bytes, unsigned long n);
-    // An empty value of tags 17 to 29 gets n zero bytes, to be filled; null when there are none.
-    uint8_t *ZeroBytes(unsigned long n);
-    // For what fills values: the bytes as a string, which is made when there is none yet.
-    Tq4_string own_string();
 
 private:
-    void ReleaseBytes();
     // Readers ask side by side: the first one's table stays.
     Tq4_value_table table_handle() const {
         Tq4_value_table made = made_table();

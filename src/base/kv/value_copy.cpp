@@ -2,9 +2,7 @@
 #include <cstring>
 #include <utility>
 
-#include "base/key/key.hpp"
 #include "base/kv/table.hpp"
-#include "base/string/string.hpp"
 
 namespace {
 
@@ -22,14 +20,7 @@ long double extended_of(const Value &v) {
     return number;
 }
 bool Tq4_value_equal_lDouble(const Value &a, const Value &b) { return extended_of(a) == extended_of(b); }
-// Strings are also told apart by their quotes, of which bytes that never became a string have none.
-bool Tq4_value_equal_Array(const Value &a, const Value &b) {
-    if (a.m_string && b.m_string) return Tq4_object_Equal(a.m_string, b.m_string);
-    for (Tq4_string string : {a.m_string, b.m_string})
-        if (string && (*string)->GetQuote(string).open) return false;
-    const Tq4_bytes left = a.bytes(), right = b.bytes();
-    return Tq4_key_obj::same_text(left, right, false);
-}
+bool Tq4_value_equal_Array(const Value &a, const Value &b) { return a.m_data.text.Equal(b.m_data.text); }
 bool Tq4_value_equal_object(const Value &a, const Value &b) {
     return Tq4_object_Equal(a.m_data.object, b.m_data.object);
 }
@@ -51,15 +42,7 @@ template <Tq4_new_hook Tq4_cxx_support_::*hook> void copy_object(Value &to, cons
     if (!to.m_data.object || !from.m_data.object) return;
     Tq4_object_of(from.m_data.object)->oitf->Copy(to.m_data.object, from.m_data.object);
 }
-void Tq4_value_copy_Array(Value &to, const Value &from) {
-    if (from.m_string) {
-        to.m_string = static_cast<Tq4_string>(Tq4_cxx_support->new_string());
-        Tq4_object_of(from.m_string)->oitf->Copy(to.m_string, from.m_string);
-        return;
-    }
-    const Tq4_bytes bytes = from.bytes();
-    to.SetBytes(to.m_type, bytes.data ? bytes.data : reinterpret_cast<const uint8_t *>(""), bytes.size);
-}
+void Tq4_value_copy_Array(Value &to, const Value &from) { to.m_data.text.Copy(from.m_data.text); }
 constexpr Tq4_value_copy Tq4_value_copy_StringArray = copy_object<&Tq4_cxx_support_::new_array>;
 void Tq4_value_copy_Table(Value &to, const Value &from) {
     if (from.made_table() || Tq4_value_hosts_tables()) copy_object<&Tq4_cxx_support_::new_table>(to, from);
@@ -112,7 +95,6 @@ void Tq4_value_obj::Copy(const Tq4_value_obj *source) {
 void Tq4_value_obj::Swap(Tq4_value_obj &other) {
     std::swap(m_type, other.m_type);
     std::swap(m_truth, other.m_truth);
-    std::swap(m_string, other.m_string);
     std::swap(m_data, other.m_data);
 }
 

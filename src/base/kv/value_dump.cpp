@@ -43,7 +43,7 @@ void Tq4_value_dump_lDouble(const Value &v, Writer &out) {
 }
 
 void Tq4_value_dump_string(const Value &v, Writer &out) {
-    if (v.m_string) out.Settle(sizeof(uint32_t));
+    if (v.m_data.text.string()) out.Settle(sizeof(uint32_t));
     const Tq4_bytes bytes = v.bytes();
     const auto length = static_cast<uint32_t>(bytes.size);
     out.Put(length);
@@ -129,11 +129,11 @@ constexpr long short_value_most = 1 + sizeof(uint32_t) + sizeof(Tq4_text_cell);
 uint8_t *put_short_value(uint8_t *room, const Value &v) {
     *room = static_cast<uint8_t>(v.m_type);
     if (v.is_text()) {
-        const Tq4_text_cell &cell = v.m_data.text;
-        if (v.m_string || !cell.inside()) return nullptr;
-        uint8_t *text = Writer::Store(room + 1, uint32_t{cell.size_inside()});
-        std::memcpy(text, cell.raw(), sizeof cell);
-        return text + cell.size_inside();
+        const Tq4_text_cell *cell = v.m_data.text.inside();
+        if (!cell) return nullptr;
+        uint8_t *text = Writer::Store(room + 1, uint32_t{cell->size_inside()});
+        std::memcpy(text, cell->raw(), sizeof *cell);
+        return text + cell->size_inside();
     }
     const Number number = numbers[v.m_type];
     if (!number.width) return nullptr;

@@ -93,7 +93,7 @@ void Tq4_value_import_string(Value &v, Input &from) {
 uint8_t *packed_room(Value &v, Input &from, uint64_t held, uint64_t missing) {
     const uint64_t bytes = held + from.budget.Zeros(missing);
     if (!from.budget.Bytes(held)) return from.ConsumeAll(), nullptr;
-    return v.ZeroBytes(bytes);
+    return v.m_data.text.Zeros(bytes);
 }
 
 // The message for tags whose elements ran out does not always name the tag, deliberately.

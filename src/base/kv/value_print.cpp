@@ -204,7 +204,7 @@ private:
         m_out.Format(Type::format, static_cast<double>(number));
     }
     void Quoted(const Value &v, int) {
-        if (!v.m_string && v.m_data.text.inside()) return m_out.QuotedInside(v.m_data.text);
+        if (const Tq4_text_cell *cell = v.m_data.text.inside()) return m_out.QuotedInside(*cell);
         m_out.Quoted(m_out.Of(v));
     }
     template <class Type> void Packed(const Value &v, int indent);

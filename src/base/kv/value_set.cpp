@@ -7,13 +7,12 @@
 
 #include "base/kv/value.hpp"
 #include "base/string/string.hpp"
-#include "cxx_defaults.hpp"
 
 void Tq4_value_obj::Reset() {
     const Tq4_value_type type = std::exchange(m_type, Tq4_value_Unknown);
     m_truth = false;
     if (type >= Tq4_value_ArrayStart && type <= Tq4_value_ArrayOtherObject) {
-        ReleaseBytes();
+        m_data.text.Release();
     } else if (void *held = type > Tq4_value_ArrayOtherObject ? m_data.object : nullptr) {
         m_data = {};
         return Tq4_cxx_support->delete_obj(held);
@@ -35,71 +34,22 @@ void Tq4_value_obj::Init(Tq4_value_type type) {
 
 // ---- bytes
 
-Tq4_bytes Tq4_value_obj::bytes() const {
-    return m_string ? Tq4_record<const Tq4_string_obj>(m_string)->view() : m_data.text.view();
-}
-
-const char *Tq4_value_obj::c_str() const {
-    if (m_string) return (*m_string)->c_str(m_string);
-    const char *text = reinterpret_cast<const char *>(m_data.text.view().data);
-    return text ? text : "";
-}
-
-void Tq4_value_obj::ReleaseBytes() {
-    m_data.text.Release();
-    if (Tq4_string string = std::exchange(m_string, nullptr)) Tq4_cxx_support->delete_obj(string);
-}
-
-// The bytes stay in the cell as well: pointers to them may have been given out.
-Tq4_string Tq4_value_obj::own_string() {
-    if (m_string) return m_string;
-    m_string = static_cast<Tq4_string>(Tq4_cxx_support->new_string());
-    const Tq4_bytes text = m_data.text.view();
-    if (text.size) (*m_string)->Memcpy(m_string, text.data, text.size);
-    return m_string;
-}
-
 void Tq4_value_obj::SetBytes(Tq4_value_type tag, const void *bytes, unsigned long n) {
     n = Tq4_text_length(bytes, n);
-    const bool hosts = Tq4_cxx_support->new_string != Tq4_cxx_defaults.new_string;
     if (inline_word()) m_data = {}; // nothing lies there that anybody points to
-    if (!hosts && !m_string && (holds_string() || inline_word())) {
+    if (holds_string() || inline_word()) {
         m_data.text.Assign(bytes, n);
-    } else if (holds_string()) {
-        (*own_string())->Memcpy(m_string, bytes, n);
-        m_data.text.Release();
-    } else {
-        // What was held may hold the bytes.
+    } else { // what is held may hold the bytes
         Data fresh;
-        Tq4_string string = nullptr;
-        if (hosts) {
-            string = static_cast<Tq4_string>(Tq4_cxx_support->new_string());
-            (*string)->Memcpy(string, bytes, n);
-        } else {
-            fresh.text.Assign(bytes, n);
-        }
+        fresh.text.Assign(bytes, n);
         Reset();
         m_data = fresh;
-        m_string = string;
     }
     m_type = tag;
 }
 
 void Tq4_value_obj::AppendOwn(const void *bytes, unsigned long n) {
-    n = Tq4_text_length(bytes, n);
-    if (!m_string && m_data.text.AppendInside(bytes, n)) return;
-    (*own_string())->Memcat(m_string, bytes, n);
-}
-
-uint8_t *Tq4_value_obj::ZeroBytes(unsigned long n) {
-    if (Tq4_cxx_support->new_string == Tq4_cxx_defaults.new_string) {
-        uint8_t *room = m_data.text.Zeros(n);
-        return n ? room : nullptr;
-    }
-    Tq4_string string = own_string();
-    auto *room = n ? reinterpret_cast<uint8_t *>((*string)->Extend(string, n)) : nullptr;
-    if (room) std::memset(room, 0, n);
-    return room;
+    m_data.text.Append(bytes, Tq4_text_length(bytes, n));
 }
 
 // The result is text of tag 19, deliberately not 18.

@@ -219,7 +219,7 @@ private:
         return {reinterpret_cast<const uint8_t *>(m_aside.data()), m_aside.size()};
     }
     Tq4_bytes Bytes(const Value &v) {
-        if (!v.m_string) return v.bytes();
+        if (!v.m_data.text.string()) return v.bytes();
         m_to.Settle(0);
         return Settled(v.bytes());
     }
@@ -233,7 +233,7 @@ private:
     }
 
     void Text(const Value &v) {
-        if (!v.m_string && QuotedInside(v.m_data.text, "")) return;
+        if (const Tq4_text_cell *cell = v.m_data.text.inside(); cell && QuotedInside(*cell, "")) return;
         Quoted(Bytes(v));
     }
 
