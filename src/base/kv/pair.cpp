@@ -23,17 +23,16 @@ void Tq4_kv_pair_Clone(Tq4_kv_pair *destination, const Tq4_kv_pair *source) {
 }
 
 Tq4_value_obj &Tq4_kv_pair::ValueElsewhere() const {
-    return has(value_is_hosts) ? Tq4_record_of<Tq4_value_obj>(handles()->value.real_obj) : rest().value;
+    return has(value_is_hosts) ? handles()->value.hosts_record<Tq4_value_obj>() : rest().value;
 }
 
 // ---- handles
 
 Tq4_kv_handles *Tq4_kv_pair::NewHandles() {
-    return new (Tq4_object_memory(sizeof(Tq4_kv_handles))) Tq4_kv_handles{
-        .key = {nullptr, &Tq4_key_obj_itf, &Tq4_key_itf, &m_key},
-        .value = {nullptr, &Tq4_value_obj_itf, &Tq4_value_itf, &rest().value},
-        .registered_key = {},
-    };
+    auto *made = new (Tq4_object_memory(sizeof(Tq4_kv_handles))) Tq4_kv_handles;
+    made->key.Lend(&Tq4_key_obj_itf, &Tq4_key_itf, &m_key);
+    made->value.Lend(&Tq4_value_obj_itf, &Tq4_value_itf, &rest().value);
+    return made;
 }
 
 // By whoever has the table alone: without the price of an exchange.
@@ -58,43 +57,24 @@ Tq4_kv_handles &Tq4_kv_pair::MakeSharedHandles() {
 void Tq4_kv_pair::MakeByHost() {
     Tq4_kv_handles &made = MakeHandles();
     if (Tq4_cxx_support->new_key != Tq4_cxx_defaults.new_key) {
-        made.key = {nullptr, nullptr, nullptr, Tq4_cxx_support->new_key()};
+        made.key.TakeHosts(Tq4_cxx_support->new_key());
         Mark(key_is_hosts);
     }
     if (Tq4_cxx_support->new_value != Tq4_cxx_defaults.new_value) {
-        made.value = {nullptr, nullptr, nullptr, Tq4_cxx_support->new_value()};
+        made.value.TakeHosts(Tq4_cxx_support->new_value());
         Mark(value_is_hosts);
     }
 }
 
-Tq4_key Tq4_kv_pair::key_handle() {
-    Tq4_object &object = MakeHandles().key;
-    return static_cast<Tq4_key>(has(key_is_hosts) ? object.real_obj : static_cast<void *>(&object.itf));
-}
-
-Tq4_value Tq4_kv_pair::ValueHandle(Tq4_kv_handles &made) const {
-    return static_cast<Tq4_value>(has(value_is_hosts) ? made.value.real_obj : static_cast<void *>(&made.value.itf));
-}
-Tq4_value Tq4_kv_pair::value_handle() { return ValueHandle(MakeHandles()); }
-Tq4_value Tq4_kv_pair::MakeSharedValueHandle() { return ValueHandle(MakeSharedHandles()); }
-
-namespace {
-
-// The end of the object that a handle leads to; the record is its owner's to destroy.
-void end(Tq4_object &object, bool hosts) {
-    if (hosts) return Tq4_cxx_support->delete_obj(object.real_obj);
-    const bool by_hook = Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj;
-    if (object.itf && by_hook) Tq4_cxx_support->delete_obj(&object.itf);
-    if (object.info) Tq4_object_info_Delete(object.info);
-}
-
-} // namespace
+Tq4_key Tq4_kv_pair::key_handle() { return static_cast<Tq4_key>(MakeHandles().key.handle()); }
+Tq4_value Tq4_kv_pair::value_handle() { return static_cast<Tq4_value>(MakeHandles().value.handle()); }
+Tq4_value Tq4_kv_pair::MakeSharedValueHandle() { return static_cast<Tq4_value>(MakeSharedHandles().value.handle()); }
 
 void Tq4_kv_pair::EndHandles() {
     Tq4_kv_handles &known = MakeHandles();
     m_key.m_indexed = false;
-    end(known.key, has(key_is_hosts));
-    end(known.value, has(value_is_hosts));
+    known.key.End();
+    known.value.End();
     known.~Tq4_kv_handles();
     Tq4_object_memory_free(&known, sizeof known);
 }

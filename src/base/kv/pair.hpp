@@ -17,11 +17,11 @@
 #include "base/key/key.hpp"
 #include "base/kv/value.hpp"
 #include "base/queue/list_node.hpp"
-#include "cxx_defaults.hpp"
+#include "nested.hpp"
 
 // What an entry has once somebody knows it by handles.
 struct Tq4_kv_handles {
-    Tq4_object key, value;                       // without itf: real_obj is the host's handle
+    Tq4_lent_object key, value;
     std::unique_ptr<Tq4_key_obj> registered_key; // when the key is no longer what was registered
 };
 
@@ -92,8 +92,7 @@ public:
     static constexpr bool findable() { return true; }
 
     Tq4_key_obj &key() const {
-        return has(key_is_hosts) ? Tq4_record_of<Tq4_key_obj>(handles()->key.real_obj)
-                                 : const_cast<Tq4_key_obj &>(m_key);
+        return has(key_is_hosts) ? handles()->key.hosts_record<Tq4_key_obj>() : const_cast<Tq4_key_obj &>(m_key);
     }
     Tq4_value_obj &value() const {
         constexpr uintptr_t elsewhere = ~uintptr_t{0} << address_bits | value_is_hosts;
@@ -106,7 +105,8 @@ public:
     // The only one that readers make, side by side.
     Tq4_value shared_value_handle() {
         Tq4_kv_handles *made = handles();
-        return made && !has(value_is_hosts) ? reinterpret_cast<Tq4_value>(&made->value.itf) : MakeSharedValueHandle();
+        return made && !has(value_is_hosts) ? static_cast<Tq4_value>(made->value.own_handle())
+                                            : MakeSharedValueHandle();
     }
 
     // What the index keeps with the entry: the key that it was registered under and the index's case flag then.
@@ -134,7 +134,6 @@ private:
     Tq4_kv_handles &MakeHandles();
     Tq4_kv_handles &MakeSharedHandles();
     Tq4_value MakeSharedValueHandle();
-    Tq4_value ValueHandle(Tq4_kv_handles &made) const;
     void MakeByHost();
     void KeepRegisteredKey(const Tq4_key_obj &registered);
     void EndHandles();

@@ -9,7 +9,7 @@
 class Tq4_CAssoc : Tq4_nested_key {
     struct Rest : Tq4_chained<Tq4_CAssoc> {
         Tq4_CAssoc *entry;
-        Tq4_object key_object;
+        Tq4_lent_object key_object;
     };
     uint32_t m_index_hash = 0;
     Rest &m_rest;
