@@ -4,11 +4,21 @@
 #include "base/kv/table.hpp"
 #include "base/kv/value_check.hpp"
 
+namespace {
+
+// What an empty table is read as before it is made. It lasts as long as the process: other threads may read at its end.
+const union Empty_table {
+    Tq4_value_table_obj record;
+    Empty_table() : record() {}
+    ~Empty_table() {}
+} empty;
+
+} // namespace
+
 const Tq4_value_table_obj *Tq4_value_obj::table_record() const {
-    static const Tq4_value_table_obj empty;
     if (!is(Tq4_value_Table)) return nullptr;
     Tq4_value_table made = made_table();
-    return made ? &Tq4_record_of<Tq4_value_table_obj>(made) : &empty;
+    return made ? &Tq4_record_of<Tq4_value_table_obj>(made) : &empty.record;
 }
 
 Tq4_value_table_obj *Tq4_value_obj::own_table() const { return Tq4_record<Tq4_value_table_obj>(GetValueTable()); }
