@@ -27,7 +27,8 @@ using MP_THREAD_handle = pthread_t;
 
 // now + ms; the arithmetic of MP_BuildTimeSpec without its clock. now.tv_usec is below 1000000.
 timespec MP_AddToTimeSpec(timeval now, unsigned long ms);
-// Sets *deadline to the current wall-clock time + ms, to the microsecond.
+// Sets *deadline to the current wall-clock time + ms, to the microsecond: for the timed calls of pthread that know no
+// other clock. The library's own waits are by a clock that only goes forward.
 void MP_BuildTimeSpec(timespec *deadline, unsigned long ms);
 // Wall-clock milliseconds since 1970.
 uint64_t MP_THREAD_GetTickCount();

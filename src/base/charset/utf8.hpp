@@ -8,7 +8,8 @@
 // form cut short; -7 for FE and FF. Surrogate code points decode.
 int utf8_decode(Tq4_bytes in, uint32_t *code_point);
 
-// The bytes of a code point's form, 1 to 6. Code points are below 2^31; the top bit is ignored.
+// The bytes of a code point's form, 1 to 6. Code points are below 2^31; the top bit is ignored. For callers that make
+// room first: the library's own have room for the longest.
 std::size_t utf8_encoded_size(uint32_t code_point);
 // Encodes a code point into utf8_encoded_size(code_point) bytes at out and returns how many.
 std::size_t utf8_encode(uint32_t code_point, uint8_t *out);

@@ -159,7 +159,7 @@ inline Tq4_entry_place Delete_Tq4_kv_pair(Tq4_kv_pair *pair) {
     pair->~Tq4_kv_pair();
     return place;
 }
-// Empties key and value.
+// Empties key and value. Nothing in the library empties an entry that stays: the function completes the set.
 void Reset_Tq4_kv_pair(Tq4_kv_pair *pair);
 // Deep copies of key and value, in a new entry or in an existing one. Neither is indexed by it.
 Tq4_kv_pair *Dup_Tq4_kv_pair(Tq4_entry_place place, const Tq4_kv_pair *pair);

@@ -191,7 +191,7 @@ const Element *Tq4_value_obj::GetArray(unsigned long *count) const {
     return reinterpret_cast<const Element *>(c_str());
 }
 
-// Json_encode as a function; null for a null value.
+// Json_encode as a function, for code that has no table of operations at hand; null for a null value.
 const char *Tq4_value_itf_Json(Tq4_value v, Tq4_string out);
 
 extern const Tq4_value_ Tq4_value_itf;

@@ -78,6 +78,7 @@ int json_parser_free(json_parser *parser);
 
 // Feeds bytes. Returns 0 or the error; *processed (may be null) is set to how many bytes were taken before it.
 int json_parser_string(json_parser *parser, const char *text, size_t length, size_t *processed);
+// The same for one byte: for callers that have no more at a time. The library feeds whole texts.
 int json_parser_char(json_parser *parser, unsigned char byte);
 
 // Ends the text: completes a number that stands alone. Returns 0 when the text was complete, else the error.
