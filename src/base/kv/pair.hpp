@@ -143,9 +143,12 @@ private:
 static_assert(sizeof(Tq4_kv_pair) == Tq4_entry_place::line && Tq4_kv_pair::Room::size == 2 * Tq4_entry_place::line);
 
 inline Tq4_kv_pair::Tq4_kv_pair(Tq4_entry_place place) {
-    if (place.rest != Tq4_entry_place::line) [[unlikely]]
-        Mark(uintptr_t{place.rest / Tq4_entry_place::line - 1} << address_bits);
-    (new (&rest()) Rest)->value.m_owner = static_cast<uint16_t>(lines_between());
+    Rest *rest = new (static_cast<std::byte *>(place.entry) + place.rest) Rest;
+    if (place.rest != Tq4_entry_place::line) [[unlikely]] {
+        const uintptr_t between = place.rest / Tq4_entry_place::line - 1;
+        Mark(between << address_bits);
+        rest->value.m_owner = static_cast<uint16_t>(between);
+    }
     if (Tq4_cxx_support->new_key != Tq4_cxx_defaults.new_key ||
         Tq4_cxx_support->new_value != Tq4_cxx_defaults.new_value)
         MakeByHost();

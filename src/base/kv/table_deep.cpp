@@ -40,10 +40,10 @@ void Deep::DeleteEntries(Tq4_list &entries) {
 void Deep::EndEntries(Tq4_list &entries, std::vector<Tq4_value_table> &put_off, int depth) {
     const uint64_t count = entries.m_count;
     const bool together = m_room.HasOnly(count);
-    for (Tq4_list_node *node = entries.first(); node != entries.end();) {
-        Tq4_kv_pair *pair = pair_of(node);
-        node = node->next;
-        if (node != entries.end()) Prefetch(pair_of(node)->value());
+    Tq4_kv_pair *following = count ? pair_of(entries.first()) : nullptr;
+    while (Tq4_kv_pair *pair = following) {
+        following = pair->next == entries.end() ? nullptr : pair_of(pair->next);
+        if (following) Prefetch(following->value());
         if (Tq4_value_table inner = take_table(pair->value()))
             depth < Tq4_table_recursion_limit ? EndTable(inner, put_off, depth + 1) : put_off.push_back(inner);
         const Tq4_entry_place place = Delete_Tq4_kv_pair(pair);
