@@ -47,8 +47,10 @@ public:
         m_at.last = last;
     }
 
-    // The table that a value holds; null for none.
-    static const Tq4_value_table_obj *TableIn(const Tq4_value_obj &v) { return v.table_record(); }
+    // The table that a value holds; null for none, and for an empty one that is not made yet: nothing is in it.
+    static const Tq4_value_table_obj *TableIn(const Tq4_value_obj &v) {
+        return Tq4_record<const Tq4_value_table_obj>(v.made_table());
+    }
     // The table that the last entry holds becomes the innermost.
     void Enter(const Tq4_value_table_obj &table) {
         TQ4_CHECK(begun() && TableIn(PairAt(m_at.last).value()) == &table);
