@@ -1,10 +1,10 @@
 // entry_room.hpp: memory for the entries of one table or map.
 //
 // Entries are all of one size and mostly go together, so they lie side by side in blocks: the first alone or with as
-// many as the owner expects, the next four, and then as many as there were before, up to a large page. What a removal
-// frees is used by the next insertion; when the last entry is given back, so are all blocks. The owner has room for no
-// entry: many tables of a message are empty, and many have one. A document of small objects takes 0.7 times as long to
-// decode when each has its entries in one block.
+// many as the owner expects, up to 16; the next four, and then as many as there were before, up to a large page. What a
+// removal frees is used by the next insertion; when the last entry is given back, so are all blocks. The owner has room
+// for no entry: many tables of a message are empty, and many have one. A document of small objects takes 0.7 times as
+// long to decode when each has its entries in one block.
 //
 // An entry is in two parts: a cache line with all that a look-up reads, and the rest. In blocks of up to 1,000 entries,
 // the parts of each lie side by side, and changes find both at once. In larger ones the lines of all come first, so
@@ -22,10 +22,10 @@
 
 // Room for one entry.
 struct Tq4_entry_place {
-    static constexpr std::size_t line = 64; // bytes of the first part, which is a cache line in larger blocks
+    static constexpr std::size_t line = 64; // bytes of the first part, in larger blocks a cache line of its own
 
     void *entry;   // the first part
-    uint32_t rest; // the other part is so many bytes behind it
+    uint32_t rest; // distance of the other part, in bytes
 };
 
 // What entries have besides their line is rest_size bytes.
@@ -52,7 +52,13 @@ public:
     static constexpr std::size_t size = line + rest_size;                              // of an entry
     static constexpr std::size_t most = (MP_large_page - sizeof(Block) - line) / size; // rooms of the largest block
     static constexpr std::size_t most_expected = few;
-    // Rooms of the block that is made when there are so many.
+    static_assert(size % 16 == 0 && sizeof(Block) % 16 == 0, "an index uses the lowest 4 bits of an entry's address");
+    // Memory of a block, but for the largest.
+    static constexpr std::size_t BlockBytes(std::size_t count) {
+        const bool aligned = count > many || (size % line == 0 && count > few);
+        return sizeof(Block) + count * size + (aligned ? line : 0);
+    }
+    // Rooms of the block that is made when there are `total`.
     static constexpr std::size_t BlockBehind(std::size_t total, std::size_t expected = 1) {
         return total ? std::clamp<std::size_t>(total, second, most)
                      : std::clamp<std::size_t>(expected, 1, most_expected);
@@ -63,7 +69,7 @@ public:
     Tq4_entry_room(const Tq4_entry_room &) = delete;
     Tq4_entry_room &operator=(const Tq4_entry_room &) = delete;
 
-    // Room for one entry, both parts aligned for pointers.
+    // Room for one entry, both parts aligned for pointers. The first lies at a multiple of 16, which an index needs.
     Tq4_entry_place Take() {
         ++m_taken;
         if (Free *room = m_free) {
@@ -84,11 +90,11 @@ public:
         if (--m_taken == 0) GiveAll();
     }
 
-    // Rooms that the next entry makes necessary, when so many are expected; 0 while there is room.
+    // Rooms that must be made for the next entry; 0 while there is one.
     std::size_t NextBlock(std::size_t expected) const {
         return m_free || m_unused_count ? 0 : BlockBehind(m_total, expected);
     }
-    // So many entries will come, where there is none yet.
+    // Makes room for that many entries, where there is none yet.
     void Expect(std::size_t entries) {
         if (m_total == 0) Grow(BlockBehind(0, entries));
     }
@@ -113,10 +119,12 @@ public:
     }
 
 private:
-    // In larger blocks, entries whose size is a multiple of a cache line begin with one. Not inlined: Take is short.
+    // In blocks of more than 16 entries, an entry of whole cache lines begins with one; in those kept apart, each first
+    // part does. Not inlined, to keep Take short.
     [[gnu::noinline]] void Grow(std::size_t count) {
-        const bool apart = count > many, aligned = apart || (size % line == 0 && count > few);
-        std::size_t bytes = sizeof(Block) + count * size + (aligned ? line : 0);
+        const bool apart = count > many;
+        std::size_t bytes = BlockBytes(count);
+        const bool aligned = bytes > sizeof(Block) + count * size;
         std::byte *memory = nullptr;
         if (count == most) memory = static_cast<std::byte *>(MP_LargePages(bytes = MP_large_page));
         if (!memory) memory = static_cast<std::byte *>(Tq4_object_memory(bytes));

@@ -22,7 +22,7 @@ class Tq4_decode_budget {
     uint64_t m_zeros = Tq4_value_zero_bytes_limit;
 
 public:
-    // For what is decoded from so many bytes; the share of zeros is left for them.
+    // For an input of that many bytes; the share of zeros is left for them.
     static constexpr uint64_t Whole(uint64_t input) { return input * each_input_byte + base - rounding; }
     static constexpr uint64_t Allowance(uint64_t input) { return Whole(input) - Tq4_value_zero_bytes_limit; }
     explicit Tq4_decode_budget(uint64_t allowed) : m_allowed(allowed) {}
@@ -34,15 +34,19 @@ public:
         return !exceeded();
     }
     void Close() { m_taken = m_allowed + 1; }
+    // What was taken since then is freed.
+    void GiveBackTo(uint64_t taken) {
+        if (!exceeded()) m_taken = taken;
+    }
     bool exceeded() const { return m_taken > m_allowed; }
     bool Take(uint64_t bytes) { return (m_taken += bytes) <= m_allowed; }
 
-    // The encoding of a table begins with its case flag and the number of its entries. One that has neither is not
-    // made.
+    // An encoded table begins with its case flag and the number of its entries. When both are 0, no table is made,
+    // unless the host would see it.
     static constexpr std::size_t header = 5;
     static bool NoTable(Tq4_bytes encoding) {
         constexpr uint8_t empty[header] = {};
-        return encoding.size >= header && std::memcmp(encoding.data, empty, header) == 0;
+        return !Tq4_value_hosts_tables() && encoding.size >= header && std::memcmp(encoding.data, empty, header) == 0;
     }
     bool Table() { return Take(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj) + allocator); }
     // The entries of a table that says how many it has.
@@ -61,13 +65,13 @@ public:
         }
     };
     bool Entry(Entries &entries) { return Take(entries.NextCost()); }
-    // What one more entry takes when a block of so many rooms must be made for it. The largest blocks may take twice
-    // their size to lie at a multiple of it.
+    // The cost of the next entry when a block of `rooms` must be made for it. The largest blocks may take twice their
+    // size to lie at a multiple of it.
     static uint64_t EntryCost(uint64_t rooms) {
         if (rooms == 0) return 0;
-        return rooms == Room::most ? 2 * MP_large_page : rooms * Room::size + 2 * allocator;
+        return rooms == Room::most ? 2 * MP_large_page : Room::BlockBytes(rooms) + allocator;
     }
-    // What the index of a table takes that looks for each of its entries.
+    // The same for the index of a table whose keys are looked up while it is decoded.
     static uint64_t IndexCost(uint64_t before, uint64_t rooms) {
         constexpr uint64_t few = 8, slots = 32, heads = 160;
         return (before < few ? 0 : rooms * slots) + (before == few ? heads : 0);
@@ -77,7 +81,7 @@ public:
     // A string array; and an element of one, a string in a queue.
     bool Array() { return Take(384); }
     bool Element(uint64_t n) { return Take(n < Tq4_string_obj::first_capacity ? 256 : 256 + 256 + n + n / 2); }
-    // An element that is appended to a packed array of so many bytes: to a string that grows ahead of it.
+    // An element appended to a packed array of `before` bytes. Beyond a cell it lies in a string that grows ahead.
     bool Appended(uint64_t before, uint64_t width) {
         constexpr uint64_t string = 256, ahead = 4, inside = Tq4_text_cell::most_inside;
         return before + width <= inside || Take(before <= inside ? string : ahead * width);

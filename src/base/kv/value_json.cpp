@@ -26,6 +26,7 @@ struct Tq4_value_Json_Obj {
     Value *obj; // borrowed: the value being filled
     bool array_flag;
     std::size_t expected;                 // entries: as many as the container before it had
+    uint64_t taken;                       // of the budget, when it was opened
     std::size_t last = 1;                 // entries of the container in it that ended last
     Tq4_value_table_obj *table = nullptr; // borrowed: what it holds, from its first entry on
     bool fresh = false;                   // the table was empty then, and ignores no case
@@ -83,6 +84,7 @@ struct Tq4_value_Json_decode_data {
         return container.table;
     }
     void begin_table(Tq4_value_Json_Obj &container) {
+        if (!container.obj->is(Tq4_value_Table)) budget.GiveBackTo(container.taken);
         if (!container.obj->made_table()) budget.Table();
         Tq4_value_table_obj *table = container.table = container.obj->make_table();
         container.fresh = table && table->Count() == 0 && !table->m_case && !table->m_index.case_flag();
@@ -90,6 +92,7 @@ struct Tq4_value_Json_decode_data {
     Value &array(Tq4_value_type type) {
         Value &v = *chain.back().obj;
         if (!v.is(type)) {
+            budget.GiveBackTo(chain.back().taken);
             v.Init(type);
             if (type == Tq4_value_STRINGARRAY) budget.Array();
         }
@@ -123,9 +126,13 @@ using Decode = Tq4_value_Json_decode_data;
 void open(Decode &data, bool array) {
     const bool element = data.in_array();
     Value &v = element ? data.element() : data.member();
-    if ((element || !array) && !v.is(Tq4_value_Table)) v.Init(Tq4_value_Table);
+    const uint64_t taken = data.budget.taken();
+    if ((element || !array) && !v.is(Tq4_value_Table)) {
+        if (Tq4_value_hosts_tables()) data.budget.Table();
+        v.Init(Tq4_value_Table);
+    }
     const std::size_t expected = data.chain.empty() ? 1 : data.chain.back().last;
-    data.chain.push_back({&v, array, expected});
+    data.chain.push_back({&v, array, expected, taken});
 }
 
 void close(Decode &data, Token) {
@@ -157,11 +164,12 @@ void on_float(Decode &data, Token token) {
 
 void on_string(Decode &data, Token token) {
     const std::size_t length = std::min<std::size_t>(token.length, INT_MAX);
-    data.in_array() ? data.budget.Element(token.length) : data.budget.Bytes(token.length);
     if (data.in_array()) {
-        data.array(Tq4_value_STRINGARRAY).AppendBytes(token.text, static_cast<int>(length));
-        return;
+        Value &texts = data.array(Tq4_value_STRINGARRAY);
+        data.budget.Element(token.length);
+        return texts.AppendBytes(token.text, static_cast<int>(length));
     }
+    data.budget.Bytes(token.length);
     Value &v = data.member();
     if (v.is(Tq4_value_Unknown))
         v.FillBytes(Tq4_value_PCHAR, {token.bytes(), length}, data.readable({token.bytes(), length}));

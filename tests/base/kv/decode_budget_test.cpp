@@ -106,4 +106,30 @@ TEST_F(DecodeBudget, HoldsForTextOfAnyKind) {
     }
 }
 
+// What an array held before it starts again is freed, and counts no more.
+TEST_F(DecodeBudget, IsGivenBackByArraysThatStartAgain) {
+    const Bytes text = "[" + repeated("1,\"a\",[2],", 100000) + "\"last\"]";
+    Value v = new_value();
+    ASSERT_TRUE((*v)->Json_decode(v.get(), text.data(), static_cast<int>(text.size())));
+    EXPECT_EQ(json(v), "[\"last\"]");
+}
+
+// A host that sees tables made has them made at once.
+TEST_F(DecodeBudget, CountsEmptyTablesOfAHost) {
+    const Tq4_cxx_support_ defaults = *Tq4_cxx_support;
+    Tq4_cxx_support->set_new_table([]() -> void * { return Tq4_value_table_oitf->Create(nullptr); });
+    for (const Bytes &text : {"[" + repeated("{},", 200000) + "{}]", "[" + repeated("[],", 200000) + "[]]"}) {
+        Value v = new_value();
+        const std::size_t before = held();
+        (*v)->Json_decode(v.get(), text.data(), static_cast<int>(text.size()));
+        EXPECT_LE(held() - before, allowed(text.size()));
+    }
+    const Bytes wire = table_of("00 20 00 00000000", 200000);
+    Value v = new_value();
+    const std::size_t before = held();
+    import(v, wire);
+    EXPECT_LE(held() - before, allowed(wire.size()));
+    *Tq4_cxx_support = defaults;
+}
+
 } // namespace
