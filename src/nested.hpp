@@ -6,8 +6,8 @@
 // unless that is the library's own too. Delete only empties the record, whoever calls it: the object lives, and its
 // handle is valid, as long as the owner.
 //
-// Nesting says which object it is: its hook, its tables, and the hook's default. The owner keeps the object where
-// it likes and shows it to each operation. Only handles lead there, so that what reads the record does not touch it.
+// Nesting says which object it is: its hook, its tables, and the hook's default. The owner keeps the object and
+// passes it to each operation. Only handles lead to it, so reading the record does not touch it.
 #pragma once
 
 #include <new>

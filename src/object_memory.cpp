@@ -30,7 +30,7 @@ constexpr bool keeps_blocks = true;
 class Depot {
     static constexpr unsigned long bytes_kept = 131072; // or one stack, whichever is more
     std::atomic_flag m_locked;
-    std::atomic<unsigned> m_count = 0; // changed under the lock; a look at it alone saves taking the lock for nothing
+    std::atomic<unsigned> m_count = 0; // changed under the lock; read without it, to see that there is nothing to do
     Tq4_object_memory_block *m_stacks[32] = {}; // owned
 
     template <class Use> bool Try(Use use) {

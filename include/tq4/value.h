@@ -98,7 +98,8 @@ struct Tq4_value_ {
      * more than 512 others are left empty and everything is consumed.
      *
      * One call holds at most 64 times its input and a megabyte. Zeros that the input does not hold are at most 256
-     * kilobytes in all; what else would take more ends the decoding, and everything is consumed.
+     * kilobytes in all; what else would take more ends the decoding, and everything is consumed. A table of more than
+     * 16,384 entries may take more when its entries have 5 bytes or fewer; Check gives 0 for it.
      *
      * Stops the process on the assertion "len > 0" when an entry of a table ends with its key.
      * PTR and Ref arrive as the bare numbers that the peer sent: not to be followed. */
@@ -235,8 +236,8 @@ struct Tq4_value_ {
      *
      * Builds the value from len bytes of JSON text (RFC 8259; -1: up to the NUL). 1 on success; 0 when the text is
      * malformed, ends early, nests deeper than 512, takes more memory than 64 times its length and a megabyte, or is
-     * null: what was built by then stays. So a text of tens of kilobytes is refused when it is nothing but objects of
-     * one number, or empty strings; FromJson takes those.
+     * null: what was built by then stays. So some texts of 15 kilobytes and more are refused: arrays of one short
+     * string each, objects of one number each, or empty strings. FromJson takes those.
      *
      * An object makes a table with keys of kind 4, or adds to the table that is there; a member sets the value under
      * its key, the last one of that name counts, and null makes none. An array of numbers or truth values makes PINT or

@@ -62,7 +62,7 @@ public:
         return fits;
     }
 
-    // Room for n more bytes, and everything before them in the buffer: for who then looks at a text that may lie there.
+    // Room for n more bytes, and everything before them in the buffer: for callers that then look at a text there.
     void Settle(uint64_t n) {
         Reserve(n);
         Commit();

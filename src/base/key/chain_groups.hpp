@@ -109,7 +109,7 @@ public:
     void Replaced(const Entry *old, Entry *fresh) {
         if (Groups *groups = made()) groups->Replace(old, fresh);
     }
-    // Whoever drops them has the map alone: no exchange, whose price each small table would pay twice.
+    // The caller has the map alone, so this is no exchange: every small table would pay for two.
     void Drop() {
         if (Groups *groups = made()) {
             m_made.store(nullptr, std::memory_order_relaxed);

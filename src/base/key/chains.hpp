@@ -7,7 +7,8 @@
 // it only for what at most one entry can match, and else the groups beside it (chain_groups.hpp).
 //
 // An entry type derives from Tq4_chained<Entry>, or has one elsewhere: then chained() gives it, of(chained) leads back,
-// and index_hash() is where the entry keeps its hash for the index. Links lead from one Tq4_chained to the next, so
+// and index_hash() is where the entry keeps its hash for the index. It also has full_hash(), and findable(), which is
+// false for entries that no look-up finds. Links lead from one Tq4_chained to the next, so
 // that changes touch nothing else of an entry's neighbours. The chains link and unlink entries and never destroy one by
 // themselves. Memory goes with the last entry, but for a number of heads that the owner chose.
 #pragma once

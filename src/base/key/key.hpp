@@ -52,7 +52,8 @@ struct Tq4_key_obj {
     uint64_t Hash(int nocase) const { return HashUnder(nocase || cf); }
     void SetNoCase(int flag);
     void SetS(const char *text, int len, int nocase);
-    // SetS of exactly these bytes, in an empty key. They are the first of so many that may be read.
+    // SetS of exactly these bytes, in an empty key. From the first of them on, `readable` bytes may
+    // be read.
     void FillText(Tq4_bytes text, int nocase, std::size_t readable) {
         m_type = Tq4_key_type_String;
         cf = nocase != 0;
@@ -86,14 +87,16 @@ struct Tq4_key_obj {
 
     void DumpTo(Tq4_byte_writer &out) const;
 
-    // For maps: the string part, null data when there is none; whether it is exactly these bytes; and equality when the
-    // key's own flag were own_cf; and the hash that is taken without case when nocase says so, whatever cf says.
+    // For maps. The string part; null data when there is none.
     Tq4_bytes text() const { return sid.view(); }
     static bool same_text(Tq4_bytes a, Tq4_bytes b, bool nocase);
+    // Whether it is these bytes.
     [[gnu::always_inline]] bool text_is(Tq4_bytes given, bool nocase) const {
         return nocase ? same_text(text(), given, true) : sid.Is(given);
     }
+    // Equal, as if the key's own flag were own_cf.
     bool EqualUnder(int own_cf, const Tq4_key_obj &other) const;
+    // The hash by nocase alone, whatever cf says.
     uint64_t HashUnder(int nocase) const;
     // Whether the string part is more than a label; and the hash in an index, folded or not: equal keys have equal
     // ones, and keys that differ in case have equal folded ones.

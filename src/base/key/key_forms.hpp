@@ -121,11 +121,11 @@ public:
         m_case = 0;
     }
 
-    // For an operation that goes on with the form and the hashes it knows by then.
+    // Keeps in the form the hashes that it computes: the caller goes on to add an entry.
     template <class Form> Entry *Find(const Form &form) const {
         return Plain(form) ? FindPlain(form) : FindInBucket(form);
     }
-    // For one that does not: no call sees the form before a copy is made, so that it lies in registers.
+    // For a look-up alone. Calls get a copy of the form, so the form itself stays in registers.
     template <class Form> Entry *LookUp(const Form &form) const {
         return Plain(form) ? FindPlain(form) : FindInBucket(Form(form));
     }

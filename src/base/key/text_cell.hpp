@@ -84,8 +84,8 @@ public:
         SetState(on_heap);
     }
 
-    // The same in a cell without a text, of bytes that lie at the beginning of so many that may be read. How long a
-    // short text is cannot be guessed: all that the cell holds is copied, by moves of fixed size.
+    // The same in a cell without a text. From the first of the bytes on, `readable` bytes may be read. How long a short
+    // text is cannot be guessed: all that the cell holds is copied, by moves of fixed size.
     void Fill(const uint8_t *bytes, std::size_t n, std::size_t readable) {
         if (n > most_inside || readable < size_in_bytes) return FillSlowly(bytes, n);
         std::memcpy(m_raw, bytes, size_in_bytes);

@@ -1,7 +1,8 @@
 // limits.hpp: the ceilings of the data model, all above what well-formed messages need.
 #pragma once
 
-// Levels of tables within tables that encoded bytes or JSON text may ask for: decoding recurses.
+// Levels of tables within tables that encoded bytes or JSON text may ask for. Import calls itself for each; the JSON
+// readers keep a place for each.
 inline constexpr int Tq4_value_nesting_limit = 512;
 
 // Levels of tables within tables, made by calls, through which a function may call itself before it puts the rest off:

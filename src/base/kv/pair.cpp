@@ -59,10 +59,12 @@ void Tq4_kv_pair::MakeByHost() {
     if (Tq4_cxx_support->new_key != Tq4_cxx_defaults.new_key) {
         made.key.TakeHosts(Tq4_cxx_support->new_key());
         Mark(key_is_hosts);
+        key().Reset(); // decoding fills it without a look at what it holds
     }
     if (Tq4_cxx_support->new_value != Tq4_cxx_defaults.new_value) {
         made.value.TakeHosts(Tq4_cxx_support->new_value());
         Mark(value_is_hosts);
+        value().Reset();
     }
 }
 

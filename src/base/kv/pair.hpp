@@ -27,15 +27,14 @@ struct Tq4_kv_handles {
 
 struct Tq4_kv_pair_key {
     Tq4_key_obj m_key; // nothing where the host makes keys
-    // Owned; with the flags below in its lowest bits, and where the second part lies, unless beside the first, in its
-    // highest. The flags are changed by whoever has the table alone; handles are made by any reader, and the first
-    // one's stay.
+    // Owned. Its lowest bits are the flags below; its highest, the cache lines between the two parts. Flags are changed
+    // by a caller that has the table alone. Any reader makes handles, and the first one's stay.
     std::atomic<uintptr_t> m_handles = 0;
 };
 
 class Tq4_kv_pair : private Tq4_kv_pair_key, public Tq4_list_node {
     struct Rest : Tq4_chained<Tq4_kv_pair> {
-        Tq4_value_obj value; // nothing where the host makes values; its owner is one line more in front than it says
+        Tq4_value_obj value; // nothing where the host makes values, but for m_lines_between
     };
     static constexpr unsigned address_bits = 48;
 
@@ -85,7 +84,7 @@ public:
     Tq4_chained<Tq4_kv_pair> &chained() { return rest(); }
     static Tq4_kv_pair *of(Tq4_chained<Tq4_kv_pair> *chained) {
         auto *rest = static_cast<Rest *>(chained);
-        auto *line = reinterpret_cast<std::byte *>(rest) - (rest->value.m_owner + 1) * Tq4_entry_place::line;
+        auto *line = reinterpret_cast<std::byte *>(rest) - (rest->value.m_lines_between + 1) * Tq4_entry_place::line;
         return reinterpret_cast<Tq4_kv_pair *>(line);
     }
     uint32_t &index_hash() { return rest().m_full; }
@@ -140,6 +139,7 @@ private:
     // The delete hook is the host's, and is shown every key and value.
     static bool Tq4_hooked_deletes() { return Tq4_cxx_support->delete_obj != Tq4_cxx_defaults.delete_obj; }
 };
+static_assert(Tq4_kv_pair::Room::most <= UINT16_MAX, "the distance of an entry's parts is kept in 16 bits");
 static_assert(sizeof(Tq4_kv_pair) == Tq4_entry_place::line && Tq4_kv_pair::Room::size == 2 * Tq4_entry_place::line);
 
 inline Tq4_kv_pair::Tq4_kv_pair(Tq4_entry_place place) {
@@ -147,7 +147,7 @@ inline Tq4_kv_pair::Tq4_kv_pair(Tq4_entry_place place) {
     if (place.rest != Tq4_entry_place::line) [[unlikely]] {
         const uintptr_t between = place.rest / Tq4_entry_place::line - 1;
         Mark(between << address_bits);
-        rest->value.m_owner = static_cast<uint16_t>(between);
+        rest->value.m_lines_between = static_cast<uint16_t>(between);
     }
     if (Tq4_cxx_support->new_key != Tq4_cxx_defaults.new_key ||
         Tq4_cxx_support->new_value != Tq4_cxx_defaults.new_value)

@@ -89,20 +89,15 @@ private:
         m_at.array = !is_end(first) && PairAt(first).key().m_type == Tq4_key_type_Unvalid;
     }
 
-    static constexpr std::size_t line = 64;
-    template <std::size_t size> static void PrefetchLines(const void *from) {
-#pragma GCC unroll 16
-        for (std::size_t at = 0; at < size; at += line) __builtin_prefetch(static_cast<const char *>(from) + at);
-    }
     void Prefetch() const {
         const Tq4_list_node *next = m_at.last->next;
         if (is_end(next)) return;
-        constexpr std::size_t entries = 4 * Tq4_kv_pair::Room::size;
         if (const Tq4_value_table_obj *table = TableIn(PairAt(next).value()))
-            PrefetchLines<entries>(table->m_list.first());
+            Tq4_value_table_obj::PrefetchLines<Tq4_value_table_obj::prefetched>(table->m_list.first());
         if (is_end(next->next)) return;
         // The object and the head of the list. The record is not asked where it lies: it may be far.
         constexpr std::size_t head = sizeof(Tq4_object) + offsetof(Tq4_value_table_obj, m_list);
-        if (Tq4_value_table table = PairAt(next->next).value().made_table()) PrefetchLines<head + line>(table);
+        if (Tq4_value_table table = PairAt(next->next).value().made_table())
+            Tq4_value_table_obj::PrefetchLines<head + 64>(table);
     }
 };

@@ -2,8 +2,8 @@
 //
 // A value is a tag and its data. Tags 1 to 10 keep a word, 11 to 16 a cell of up to 16 bytes, 17 to 29 the bytes of a
 // text or a packed array of host-order elements (value_text.hpp), 31 a string array, 32 a table. Strings, arrays and
-// tables are owned and made and deleted through the hooks. An empty table is made when somebody asks for it, unless the
-// host makes tables; until then it is null.
+// tables are owned and made and deleted through the hooks. An empty table is null until somebody asks for it. Where the
+// host would see it made or deleted, it is made at once.
 #pragma once
 
 #include <atomic>
@@ -19,8 +19,8 @@ struct Tq4_import_call; // value_import.cpp: a call of Import under way
 
 struct Tq4_value_obj {
     Tq4_value_type m_type = Tq4_value_Unknown;
-    bool m_truth = false; // of an INT: it was read as true or false
-    uint16_t m_owner = 0; // for the value's owner, who keeps there where it is itself
+    bool m_truth = false;         // of an INT: it was read as true or false
+    uint16_t m_lines_between = 0; // of a table's entry: cache lines between its two parts (pair.hpp)
     union Data {
         Tq4_value_text text = {}; // tags 17 to 29
         uint64_t word;            // inline numbers, extended to 64 bits
@@ -131,7 +131,7 @@ struct Tq4_value_obj {
     // They become these, which may be its own, and the tag another; what the value held is released unless it is
     // bytes.
     void SetBytes(Tq4_value_type tag, const void *bytes, unsigned long n);
-    // The same in an empty value. They are the first of so many that may be read.
+    // The same in an empty value. From the first of them on, `readable` bytes may be read.
     void FillBytes(Tq4_value_type tag, Tq4_bytes bytes, std::size_t readable) {
         m_data.text.Fill(bytes, readable);
         m_type = tag;

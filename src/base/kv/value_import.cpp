@@ -181,7 +181,7 @@ void Tq4_value_import_string_array(Value &v, Input &from) {
     if (!complete) from.Report(message_STRINGARRAY);
 }
 
-// An empty table takes no memory, and so does one beyond the nesting limit.
+// An empty table takes no memory unless the host makes tables. Nor does one beyond the nesting limit.
 void Tq4_value_import_Table(Value &v, Input &from) {
     v.Init(Tq4_value_Table);
     if (from.depth >= Tq4_value_nesting_limit) return from.ConsumeAll();
@@ -265,7 +265,7 @@ void Tq4_value_table_obj::ImportFrom(Input &from) {
     DeleteEntries(former);
 }
 
-// There is at least a byte, of the key. When there is none left for the value, the entry names nothing.
+// At least a byte is left, for the key. An entry without a byte for its value stops the process.
 void Tq4_value_table_obj::ImportEntry(Input &from) {
     Tq4_kv_pair *pair = NewPairAtTail();
     Tq4_key_obj &key = pair->key();

@@ -2,7 +2,6 @@
 //
 // A setter keeps the storage when the tag already has the storage class it needs, and retags it; else the value is
 // initialised anew. Text and elements may lie in the value itself: what is new is complete before what is old goes.
-#include <cstring>
 #include <utility>
 
 #include "base/kv/value.hpp"

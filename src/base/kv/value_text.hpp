@@ -32,7 +32,7 @@ public:
     Tq4_string own_string();
     // The bytes may be its own.
     void Assign(const void *bytes, unsigned long n);
-    // The same where there are none yet, of bytes that are the first of so many that may be read.
+    // The same where there are none yet. From the first of the bytes on, `readable` bytes may be read.
     void Fill(Tq4_bytes bytes, std::size_t readable) {
         hosts_strings() ? Assign(bytes.data, bytes.size) : m_cell.Fill(bytes.data, bytes.size, readable);
     }

@@ -99,7 +99,7 @@ private:
         if constexpr (storage == text) return &Json_text::Text;
         if constexpr (storage == packed) return &Json_text::Packed<typename Type::Element>;
         if constexpr (storage == texts) return &Json_text::Texts;
-        if constexpr (storage == table) return &Json_text::Without_table;
+        if constexpr (storage == table) return &Json_text::Empty_table;
         return &Json_text::Null;
     }
 
@@ -134,7 +134,7 @@ private:
             Character(walk.array() ? ']' : '}');
         } while (walk.Leave());
     }
-    void Without_table(const Value &) { Literal("{}"); }
+    void Empty_table(const Value &) { Literal("{}"); }
 
     // The next entry that has to be looked at, and what stands before it; null at the end of the innermost table.
     const Tq4_kv_pair *NextEntry(Tq4_table_walk &walk) {

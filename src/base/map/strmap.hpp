@@ -14,7 +14,10 @@ class Tq4_CAssoc : Tq4_nested_key {
     uint32_t m_index_hash = 0;
     Rest &m_rest;
 
-    explicit Tq4_CAssoc(Rest *rest) : Tq4_nested_key(rest->key_object), m_rest(*rest) { rest->entry = this; }
+    explicit Tq4_CAssoc(Rest *rest) : Tq4_nested_key(rest->key_object), m_rest(*rest) {
+        rest->entry = this;
+        if (rest->key_object.is_hosts()) key().Reset(); // filled without a look at what it holds
+    }
 
 public:
     using Room = Tq4_entry_room<sizeof(Rest)>;

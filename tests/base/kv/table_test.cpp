@@ -138,6 +138,36 @@ TEST_F(TableTest, AHostMakesAndDeletesWhatIsNested) {
     *Tq4_cxx_support = defaults;
 }
 
+// Decoded empty tables are made when somebody asks for them. Until then they are read like others.
+TEST_F(TableTest, EmptyTablesThatNobodyAskedForAreLikeOthers) {
+    const Bytes wire = from_hex("20 00 00000002 640001 61 20 00 00000000 640001 62 20 00 00000000");
+    const Value unmade = new_value(), made = new_value();
+    import(unmade, wire);
+    import(made, wire);
+    for (const char *key : {"a", "b"}) {
+        const Tq4_value inner = (*made)->ValueS(made.get(), key);
+        EXPECT_NE((*inner)->GetValueTable(inner), nullptr);
+    }
+    const auto text = [](const Value &v, int pretty) {
+        const String out = new_string();
+        EXPECT_EQ((*v)->ToJson(v.get(), out.get(), pretty), 1);
+        return text_of(out.get());
+    };
+    EXPECT_EQ(dump(unmade), wire);
+    EXPECT_EQ(json(unmade), json(made));
+    for (int flag : {0, 1}) {
+        EXPECT_EQ(echoed(unmade, flag), echoed(made, flag));
+        EXPECT_EQ(text(unmade, flag), text(made, flag));
+    }
+    EXPECT_TRUE(Tq4_object_Equal(unmade.get(), made.get()) && Tq4_object_Equal(made.get(), unmade.get()));
+    const Value copy = Value(static_cast<Tq4_value>(Tq4_object_Dup(unmade.get())));
+    EXPECT_EQ(dump(copy), wire);
+    EXPECT_TRUE(Tq4_object_Equal(copy.get(), unmade.get()));
+    const Tq4_value inner = (*copy)->ValueS(copy.get(), "a");
+    (*inner)->SetSI(inner, "n", 1);
+    EXPECT_FALSE(Tq4_object_Equal(copy.get(), unmade.get()) || Tq4_object_Equal(unmade.get(), copy.get()));
+}
+
 TEST_F(TableTest, AHostThatMakesNoTableStopsWhatIsDecoded) {
     const Tq4_cxx_support_ defaults = *Tq4_cxx_support;
     const Bytes wire = from_hex("20 00 00000001 61 08 0000000000000001 20 00 00000000");
