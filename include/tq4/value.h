@@ -99,7 +99,7 @@ struct Tq4_value_ {
      *
      * One call holds at most 64 times its input and a megabyte. Zeros that the input does not hold are at most 256
      * kilobytes in all; what else would take more ends the decoding, and everything is consumed. A table of more than
-     * 16,384 entries may take more when its entries have 5 bytes or fewer; Check gives 0 for it.
+     * 16,384 entries may take more when its entries have 3 bytes or fewer; Check gives 0 for it.
      *
      * Stops the process on the assertion "len > 0" when an entry of a table ends with its key.
      * PTR and Ref arrive as the bare numbers that the peer sent: not to be followed. */

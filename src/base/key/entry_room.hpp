@@ -1,10 +1,10 @@
 // entry_room.hpp: memory for the entries of one table or map.
 //
 // Entries are all of one size and mostly go together, so they lie side by side in blocks: the first alone or with as
-// many as the owner expects, up to 16; the next four, and then as many as there were before, up to a large page. What a
-// removal frees is used by the next insertion; when the last entry is given back, so are all blocks. The owner has room
-// for no entry: many tables of a message are empty, and many have one. A document of small objects takes 0.7 times as
-// long to decode when each has its entries in one block.
+// many as the owner foresees, up to 16; the next four, and then as many as there were before, up to a large page. What
+// a removal frees is used by the next insertion; when the last entry is given back, so are all blocks. The owner has
+// room for no entry: many tables of a message are empty, and many have one. A document of small objects takes 0.7 times
+// as long to decode when each has its entries in one block.
 //
 // An entry is in two parts: a cache line with all that a look-up reads, and the rest. In blocks of up to 1,000 entries,
 // the parts of each lie side by side, and changes find both at once. In larger ones the lines of all come first, so
@@ -51,17 +51,17 @@ template <std::size_t rest_size> class Tq4_entry_room {
 public:
     static constexpr std::size_t size = line + rest_size;                              // of an entry
     static constexpr std::size_t most = (MP_large_page - sizeof(Block) - line) / size; // rooms of the largest block
-    static constexpr std::size_t most_expected = few;
+    static constexpr std::size_t most_foreseen = few;
     static_assert(size % 16 == 0 && sizeof(Block) % 16 == 0, "an index uses the lowest 4 bits of an entry's address");
     // Memory of a block, but for the largest.
     static constexpr std::size_t BlockBytes(std::size_t count) {
         const bool aligned = count > many || (size % line == 0 && count > few);
         return sizeof(Block) + count * size + (aligned ? line : 0);
     }
-    // Rooms of the block that is made when there are `total`.
-    static constexpr std::size_t BlockBehind(std::size_t total, std::size_t expected = 1) {
-        return total ? std::clamp<std::size_t>(total, second, most)
-                     : std::clamp<std::size_t>(expected, 1, most_expected);
+    // Rooms of the block that is made when there are `total`, and at most `coming` entries are still to come.
+    static constexpr std::size_t BlockBehind(std::size_t total, std::size_t coming) {
+        return total ? std::min(std::clamp<std::size_t>(total, second, most), std::max<std::size_t>(coming, 1))
+                     : std::clamp<std::size_t>(coming, 1, most_foreseen);
     }
 
     Tq4_entry_room() = default;
@@ -76,7 +76,7 @@ public:
             m_free = room->next;
             return {room, room->rest};
         }
-        if (m_unused_count == 0) Grow(BlockBehind(m_total));
+        if (m_unused_count == 0) Grow(m_total ? BlockBehind(m_total, most) : 1);
         --m_unused_count;
         const Tq4_entry_place place{m_unused, m_unused_rest};
         const bool apart = m_unused_rest != line;
@@ -90,13 +90,17 @@ public:
         if (--m_taken == 0) GiveAll();
     }
 
-    // Rooms that must be made for the next entry; 0 while there is one.
-    std::size_t NextBlock(std::size_t expected) const {
-        return m_free || m_unused_count ? 0 : BlockBehind(m_total, expected);
+    // Rooms that must be made for the next entry; 0 while there is one. The first block has room for those foreseen.
+    std::size_t NextBlock(std::size_t foreseen) const {
+        return m_free || m_unused_count ? 0 : BlockBehind(m_total, m_total ? most : foreseen);
     }
-    // Makes room for that many entries, where there is none yet.
-    void Expect(std::size_t entries) {
+    // Makes that block.
+    void Foresee(std::size_t entries) {
         if (m_total == 0) Grow(BlockBehind(0, entries));
+    }
+    // No more entries than these will come: when there is no room for the next, the block has none beyond them.
+    void Announce(std::size_t entries) {
+        if (!m_free && !m_unused_count) Grow(BlockBehind(m_total, entries));
     }
 
     // Whether these are all the entries there are. Then they are given back with one call, not one by one; the memory

@@ -14,17 +14,13 @@
 class Tq4_decode_budget {
     using Room = Tq4_kv_pair::Room;
 
-    static constexpr uint64_t allocator = 16; // bytes in front of a block
     static constexpr uint64_t each_input_byte = 64, base = 1 << 20;
-    static constexpr uint64_t rounding = 1 << 16; // of the largest blocks, to pages
 
     uint64_t m_allowed, m_taken = 0;
     uint64_t m_zeros = Tq4_value_zero_bytes_limit;
 
 public:
-    // For an input of that many bytes; the share of zeros is left for them.
-    static constexpr uint64_t Whole(uint64_t input) { return input * each_input_byte + base - rounding; }
-    static constexpr uint64_t Allowance(uint64_t input) { return Whole(input) - Tq4_value_zero_bytes_limit; }
+    static constexpr uint64_t Allowance(uint64_t input) { return input * each_input_byte + base; }
     explicit Tq4_decode_budget(uint64_t allowed) : m_allowed(allowed) {}
 
     uint64_t taken() const { return m_taken; }
@@ -48,19 +44,18 @@ public:
         constexpr uint8_t empty[header] = {};
         return !Tq4_value_hosts_tables() && encoding.size >= header && std::memcmp(encoding.data, empty, header) == 0;
     }
-    bool Table() { return Take(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj) + allocator); }
+    bool Table() { return Take(Block(sizeof(Tq4_object) + sizeof(Tq4_value_table_obj))); }
     // The entries of a table that says how many it has.
     class Entries {
-        uint64_t m_rooms = 0, m_taken = 0;
-        const uint64_t m_expected;
+        uint64_t m_rooms = 0, m_unused = 0, m_left;
 
     public:
-        explicit Entries(uint64_t expected) : m_expected(std::min<uint64_t>(expected, Room::most_expected)) {}
-        uint64_t expected() const { return m_expected; }
+        explicit Entries(uint64_t announced) : m_left(announced) {}
         uint64_t NextCost() {
-            const uint64_t block = m_taken == m_rooms ? Room::BlockBehind(m_rooms, m_expected) : 0;
+            const uint64_t block = m_unused ? 0 : Room::BlockBehind(m_rooms, m_left);
             m_rooms += block;
-            ++m_taken;
+            m_unused += block - 1;
+            --m_left;
             return EntryCost(block);
         }
     };
@@ -69,7 +64,7 @@ public:
     // size to lie at a multiple of it.
     static uint64_t EntryCost(uint64_t rooms) {
         if (rooms == 0) return 0;
-        return rooms == Room::most ? 2 * MP_large_page : Room::BlockBytes(rooms) + allocator;
+        return rooms == Room::most ? 2 * MP_large_page : Block(Room::BlockBytes(rooms));
     }
     // The same for the index of a table whose keys are looked up while it is decoded.
     static uint64_t IndexCost(uint64_t before, uint64_t rooms) {
@@ -77,19 +72,32 @@ public:
         return (before < few ? 0 : rooms * slots) + (before == few ? heads : 0);
     }
     // The bytes of a key, a text or a packed array.
-    bool Bytes(uint64_t n) { return n <= Tq4_text_cell::most_inside || Take(n + 1 + 2 * allocator); }
-    // A string array; and an element of one, a string in a queue.
-    bool Array() { return Take(384); }
-    bool Element(uint64_t n) { return Take(n < Tq4_string_obj::first_capacity ? 256 : 256 + 256 + n + n / 2); }
+    bool Bytes(uint64_t n) { return n <= Tq4_text_cell::most_inside || Take(Block(n + 1)); }
+    // A string array; and an element of one: a string in a queue, whose bytes lie in it or have some room behind them.
+    bool Array() { return Take(array); }
+    bool Element(uint64_t n) {
+        constexpr uint64_t ahead = 160;
+        return Take(element + (n <= Tq4_string_obj::first_capacity ? 0 : Block(n + ahead)));
+    }
     // An element appended to a packed array of `before` bytes. Beyond a cell it lies in a string that grows ahead.
     bool Appended(uint64_t before, uint64_t width) {
-        constexpr uint64_t string = 256, ahead = 4, inside = Tq4_text_cell::most_inside;
-        return before + width <= inside || Take(before <= inside ? string : ahead * width);
+        constexpr uint64_t ahead = 4, inside = Tq4_text_cell::most_inside;
+        return before + width <= inside || Take(before <= inside ? element : ahead * width);
     }
     // How many of these bytes, which the input does not have, there may be as zeros.
     uint64_t Zeros(uint64_t wanted) {
-        const uint64_t given = std::min(wanted, m_zeros);
+        const uint64_t given = exceeded() ? 0 : std::min({wanted, m_zeros, m_allowed - m_taken});
         m_zeros -= given;
+        Take(given);
         return given;
+    }
+
+private:
+    static constexpr uint64_t array = 240, element = 256; // measured, with the allocator's share
+
+    // A block of the allocator's, which puts something in front of it and rounds large ones to pages.
+    static constexpr uint64_t Block(uint64_t bytes) {
+        constexpr uint64_t large = 1 << 16, pages = 8192, small = 32;
+        return bytes + (bytes < large ? small : pages);
     }
 };

@@ -165,7 +165,7 @@ private:
         const Container &container = m_open.back();
         Tq4_value_table_obj *table = container.table ? container.table : Unpack();
         if (!table) return nullptr;
-        table->m_room.Expect(container.expected);
+        table->m_room.Foresee(container.expected);
         if (container.array) return &table->NewPairAtTail()->value();
         Value &member = table->DecodedMember(m_key, Readable(m_key));
         member.Reset();
@@ -236,6 +236,7 @@ private:
             Value &v = *m_open.back().value;
             if (!m_texts) v.Init(Tq4_value_STRINGARRAY);
             m_texts = v.m_data.array;
+            if (!m_texts) return false;
             if ((*m_texts)->Size(m_texts) < UINT16_MAX) return (*m_texts)->Add(m_texts, token.text, token.length), true;
         }
         const Tq4_bytes text{token.bytes(), token.length};

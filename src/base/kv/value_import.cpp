@@ -259,7 +259,7 @@ void Tq4_value_table_obj::ImportFrom(Input &from) {
             from.ConsumeAll();
             break;
         }
-        m_room.Expect(charged.expected());
+        m_room.Announce(count);
         ImportEntry(from);
     }
     DeleteEntries(former);

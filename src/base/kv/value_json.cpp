@@ -35,7 +35,7 @@ struct Tq4_value_Json_Obj {
 struct Tq4_value_Json_decode_data {
     Value *root;    // borrowed
     Tq4_bytes text; // borrowed: all of it
-    Tq4_decode_budget budget{Tq4_decode_budget::Whole(text.size)};
+    Tq4_decode_budget budget{Tq4_decode_budget::Allowance(text.size)};
     std::vector<Tq4_value_Json_Obj> chain;
     Value spare; // what is filled instead of an entry beyond the budget; the event that asks for it is the last
     Tq4_string_obj temp{nullptr}; // the pending key, when it does not lie in the text as it is
@@ -79,8 +79,10 @@ struct Tq4_value_Json_decode_data {
         const std::size_t rooms = room.NextBlock(container.expected);
         cost = Tq4_decode_budget::EntryCost(rooms);
         if (!container.array_flag) cost += Tq4_decode_budget::IndexCost(container.table->Count(), rooms);
+        if (!container.fresh)
+            cost = Tq4_kv_pair::Room::size; // a larger table grows ahead: not at the cost of this text
         if (!budget.Fits(cost)) return nullptr;
-        room.Expect(container.expected);
+        room.Foresee(container.expected);
         return container.table;
     }
     void begin_table(Tq4_value_Json_Obj &container) {

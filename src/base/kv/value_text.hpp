@@ -39,7 +39,7 @@ public:
     void Append(const void *bytes, unsigned long n);
     // n zero bytes to be filled, where there are none yet; null for 0, and when there is no memory.
     uint8_t *Zeros(unsigned long n);
-    // The other's bytes, and its quotes when it has a string, where there are none yet.
+    // The other's bytes, in a string when they lie in one there, where there are none yet.
     void Copy(const Tq4_value_text &source);
     bool Equal(const Tq4_value_text &other) const;
     void Release();

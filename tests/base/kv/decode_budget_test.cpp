@@ -114,6 +114,37 @@ TEST_F(DecodeBudget, IsGivenBackByArraysThatStartAgain) {
     EXPECT_EQ(json(v), "[\"last\"]");
 }
 
+// What FromJson reads and Dump writes, Import takes whole as long as its memory is within the promise.
+TEST_F(DecodeBudget, TakesWholeEncodingsWhoseMemoryIsWithinIt) {
+    struct {
+        const char *element;
+        std::size_t size;
+    } const documents[] = {
+        {"1", 300000},      {"\"x\"", 300000},  {"{\"a\":1}", 300000}, {"[\"abc\",\"def\",\"ghi\"]", 300000},
+        {"null", 150000},   {"[null]", 150000}, {"[\"a\"]", 20000},    {"[\"a\",\"b\"]", 20000},
+        {"[{},1]", 150000},
+    };
+    for (const auto &[element, size] : documents) {
+        const Bytes text = "[" + repeated(Bytes(element) + ",", size) + element + ",true]";
+        const Value v = new_value(), copy = new_value();
+        ASSERT_TRUE((*v)->FromJson(v.get(), text.data(), static_cast<long>(text.size()), nullptr));
+        const Bytes wire = dump(v);
+        EXPECT_EQ((*v)->Check(v.get(), wire.data(), static_cast<long>(wire.size())), static_cast<long>(wire.size()))
+            << element;
+        import(copy, wire);
+        EXPECT_EQ(dump(copy), wire) << element;
+    }
+}
+
+// The memory of a table that was there before grows ahead, which the next small text does not pay.
+TEST_F(DecodeBudget, LetsATableGrowByOneMemberAtATime) {
+    Value v = new_value();
+    for (int n = 0; n < 45000; ++n) {
+        const Bytes text = "{\"k" + std::to_string(n) + "\":1}";
+        ASSERT_TRUE((*v)->Json_decode(v.get(), text.data(), static_cast<int>(text.size()))) << n;
+    }
+}
+
 // A host that sees tables made has them made at once.
 TEST_F(DecodeBudget, CountsEmptyTablesOfAHost) {
     const Tq4_cxx_support_ defaults = *Tq4_cxx_support;
