@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 
 #include "assert.hpp"
 #include "object_memory.hpp"
@@ -103,12 +104,15 @@ public:
         if (!m_free && !m_unused_count) Grow(BlockBehind(m_total, entries));
     }
 
-    // Whether these are all the entries there are. Then they are given back with one call, not one by one; the memory
-    // of entries that came meanwhile goes with the last of them.
-    bool HasOnly(uint64_t entries) const { return m_taken == entries; }
-    void GiveMany(uint64_t entries) {
-        TQ4_CHECK(m_taken >= entries);
-        if ((m_taken -= static_cast<uint32_t>(entries)) == 0) GiveAll();
+    // All rooms of this one become the other's, and the other's this one's.
+    void Swap(Tq4_entry_room &other) {
+        std::swap(m_blocks, other.m_blocks);
+        std::swap(m_free, other.m_free);
+        std::swap(m_unused, other.m_unused);
+        std::swap(m_unused_count, other.m_unused_count);
+        std::swap(m_unused_rest, other.m_unused_rest);
+        std::swap(m_total, other.m_total);
+        std::swap(m_taken, other.m_taken);
     }
 
     // Gives back all rooms.

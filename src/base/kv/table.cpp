@@ -111,17 +111,18 @@ void Tq4_value_table_obj::RemoveAt(int index) {
 }
 
 void Tq4_value_table_obj::RemoveAll() {
-    Tq4_list entries;
+    Entries entries;
     Detach(entries);
     DeleteEntries(entries);
 }
 
-void Tq4_value_table_obj::Detach(Tq4_list &entries) {
+void Tq4_value_table_obj::Detach(Entries &entries) {
     m_cur = nullptr;
     m_cur_is_next = false;
     for (Tq4_value_table_visit *visit = m_visits; visit; visit = visit->outer) visit->following = &m_list.m_tail;
     m_index.Clear();
-    entries.TakeAll(m_list);
+    entries.list.TakeAll(m_list);
+    entries.room.Swap(m_room);
 }
 
 // ---- other keys for an entry
@@ -234,11 +235,12 @@ void Tq4_value_table_obj::Copy(const Tq4_value_table_obj *source) {
     if (source == this) return;
     if (!source) return Reset();
     const uint8_t case_flag = source->m_case;
-    Tq4_list copies, former;
-    CopyEntries(*source, copies);
+    Entries copies, former;
+    CopyEntries(*source, copies.list, copies.room);
     Detach(former);
+    m_room.Swap(copies.room);
     DeleteEntries(former);
-    AppendEntries(copies, case_flag);
+    AppendEntries(copies.list, case_flag);
 }
 
 void Tq4_value_table_obj::Append(Tq4_value_table source) {
@@ -246,7 +248,7 @@ void Tq4_value_table_obj::Append(Tq4_value_table source) {
     const auto &from = *Tq4_record<const Tq4_value_table_obj>(source);
     const uint8_t case_flag = from.m_case;
     Tq4_list copies;
-    CopyEntries(from, copies);
+    CopyEntries(from, copies, m_room);
     AppendEntries(copies, case_flag);
 }
 

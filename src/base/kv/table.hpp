@@ -113,9 +113,14 @@ private:
     void ImportEntry(Tq4_import_call &from);
     Tq4_kv_pair *MakePair(const Tq4_text_form &form, std::size_t readable);
     void Delete(Tq4_kv_pair *pair);
-    void Detach(Tq4_list &entries); // empties the table, as far as it can be without deleting them
-    void DeleteEntries(Tq4_list &entries);
-    void CopyEntries(const Tq4_value_table_obj &source, Tq4_list &copies);
+    // Entries in no table, and their memory, which goes with them all at once.
+    struct Entries {
+        Tq4_list list;
+        Tq4_kv_pair::Room room;
+    };
+    void Detach(Entries &entries); // empties the table, as far as it can be without deleting them
+    static void DeleteEntries(Entries &entries);
+    static void CopyEntries(const Tq4_value_table_obj &source, Tq4_list &copies, Tq4_kv_pair::Room &room);
 
     // The same through all the tables in this one, of which those deeper than the recursion goes are put off.
     struct Pair {
@@ -125,9 +130,10 @@ private:
     struct Alike {
         const Tq4_value_table_obj *mine, *theirs;
     };
-    void EndEntries(Tq4_list &entries, std::vector<Tq4_value_table> &put_off, int depth);
+    static void EndEntries(Entries &entries, std::vector<Tq4_value_table> &put_off, int depth);
     static void EndTable(Tq4_value_table table, std::vector<Tq4_value_table> &put_off, int depth);
-    void CopyOwnEntries(const Tq4_value_table_obj &source, Tq4_list &copies, std::vector<Pair> &put_off, int depth);
+    static void CopyOwnEntries(const Tq4_value_table_obj &source, Tq4_list &copies, Tq4_kv_pair::Room &room,
+                               std::vector<Pair> &put_off, int depth);
     void CopyAll(const Tq4_value_table_obj &source, std::vector<Pair> &put_off, int depth);
     bool EqualEntries(const Tq4_value_table_obj &other, std::vector<Alike> &put_off, int depth) const;
     void AppendEntries(Tq4_list &copies, uint8_t case_flag);

@@ -27,7 +27,7 @@ Tq4_value_table take_table(Tq4_value_obj &value) {
 
 // ---- deleting
 
-void Deep::DeleteEntries(Tq4_list &entries) {
+void Deep::DeleteEntries(Entries &entries) {
     std::vector<Tq4_value_table> put_off; // owned
     EndEntries(entries, put_off, 0);
     while (!put_off.empty()) {
@@ -37,36 +37,33 @@ void Deep::DeleteEntries(Tq4_list &entries) {
     }
 }
 
-void Deep::EndEntries(Tq4_list &entries, std::vector<Tq4_value_table> &put_off, int depth) {
-    const uint64_t count = entries.m_count;
-    const bool together = m_room.HasOnly(count);
-    Tq4_kv_pair *following = count ? pair_of(entries.first()) : nullptr;
+void Deep::EndEntries(Entries &entries, std::vector<Tq4_value_table> &put_off, int depth) {
+    const Tq4_list &list = entries.list;
+    Tq4_kv_pair *following = list.m_count ? pair_of(list.first()) : nullptr;
     while (Tq4_kv_pair *pair = following) {
-        following = pair->next == entries.end() ? nullptr : pair_of(pair->next);
+        following = pair->next == list.end() ? nullptr : pair_of(pair->next);
         if (following) Prefetch(following->value());
         if (Tq4_value_table inner = take_table(pair->value()))
             depth < Tq4_table_recursion_limit ? EndTable(inner, put_off, depth + 1) : put_off.push_back(inner);
-        const Tq4_entry_place place = Delete_Tq4_kv_pair(pair);
-        if (!together) m_room.Give(place);
+        Delete_Tq4_kv_pair(pair);
     }
-    if (together) m_room.GiveMany(count);
 }
 
 // The table is empty when the hook deletes it.
 void Deep::EndTable(Tq4_value_table table, std::vector<Tq4_value_table> &put_off, int depth) {
     auto &record = Tq4_record_of<Deep>(table);
-    Tq4_list entries;
+    Entries entries;
     record.Detach(entries);
-    record.EndEntries(entries, put_off, depth);
+    EndEntries(entries, put_off, depth);
     Tq4_cxx_support->delete_obj(table);
 }
 
 // ---- copying
 
-// Into this table's memory; in no index yet. The tables in them are whole.
-void Deep::CopyEntries(const Deep &source, Tq4_list &copies) {
+// In no index yet. The tables in them are whole.
+void Deep::CopyEntries(const Deep &source, Tq4_list &copies, Tq4_kv_pair::Room &room) {
     std::vector<Pair> put_off;
-    CopyOwnEntries(source, copies, put_off, 0);
+    CopyOwnEntries(source, copies, room, put_off, 0);
     while (!put_off.empty()) {
         const Pair next = put_off.back();
         put_off.pop_back();
@@ -74,9 +71,10 @@ void Deep::CopyEntries(const Deep &source, Tq4_list &copies) {
     }
 }
 
-void Deep::CopyOwnEntries(const Deep &source, Tq4_list &copies, std::vector<Pair> &put_off, int depth) {
+void Deep::CopyOwnEntries(const Deep &source, Tq4_list &copies, Tq4_kv_pair::Room &room, std::vector<Pair> &put_off,
+                          int depth) {
     source.EachPair([&](const Tq4_kv_pair &pair) {
-        Tq4_kv_pair *copy = Create_Tq4_kv_pair(m_room.Take());
+        Tq4_kv_pair *copy = Create_Tq4_kv_pair(room.Take());
         copies.Append(copy);
         copy->key().Copy(&pair.key());
         const auto *from = Tq4_record<const Deep>(pair.value().made_table());
@@ -92,7 +90,7 @@ void Deep::CopyOwnEntries(const Deep &source, Tq4_list &copies, std::vector<Pair
 // This table is new.
 void Deep::CopyAll(const Deep &source, std::vector<Pair> &put_off, int depth) {
     Tq4_list copies;
-    CopyOwnEntries(source, copies, put_off, depth);
+    CopyOwnEntries(source, copies, m_room, put_off, depth);
     AppendEntries(copies, source.m_case);
 }
 

@@ -249,7 +249,7 @@ void Tq4_value_table_obj::ImportFrom(Input &from) {
     uint32_t count = 0;
     from.in.Read(case_flag);
     from.in.Read(count);
-    Tq4_list former; // goes last: the bytes may lie in it
+    Entries former; // goes last: the bytes may lie in it
     Detach(former);
     m_case = case_flag;
     m_index.CaseFlag(case_flag);

@@ -136,6 +136,23 @@ TEST_F(DecodeBudget, TakesWholeEncodingsWhoseMemoryIsWithinIt) {
     }
 }
 
+// What a table held before goes with its memory, whatever takes its place.
+TEST_F(DecodeBudget, LeavesNothingOfWhatTheTableHeld) {
+    const Table t = new_table(), one = new_table();
+    (*one)->SetII(one.get(), 1, 1);
+    const Bytes wire = dump(one);
+    const auto fill = [&] {
+        for (unsigned long n = 0; n < 50000; ++n) (*t)->SetII(t.get(), n, 1);
+    };
+    const std::size_t before = held();
+    fill();
+    import(t, wire);
+    EXPECT_LE(held(), before + 10000);
+    fill();
+    Tq4_value_table_oitf->Copy(t.get(), one.get());
+    EXPECT_LE(held(), before + 10000);
+}
+
 // The memory of a table that was there before grows ahead, which the next small text does not pay.
 TEST_F(DecodeBudget, LetsATableGrowByOneMemberAtATime) {
     Value v = new_value();
