@@ -66,9 +66,12 @@ public:
         if (rooms == 0) return 0;
         return rooms == Room::most ? 2 * MP_large_page : Block(Room::BlockBytes(rooms));
     }
-    // The same for the index of a table whose keys are looked up while it is decoded.
+    // The cost of one more among entries that were there before the call: it does not pay for the room that their table
+    // makes ahead for as many.
+    static uint64_t EntryCostAmong(bool indexed) { return 2 * (Room::size + (indexed ? slots : 0)); }
+    // What is taken beside a block by the index of a table whose keys are looked up while it is decoded.
     static uint64_t IndexCost(uint64_t before, uint64_t rooms) {
-        constexpr uint64_t few = 8, slots = 32, heads = 160;
+        constexpr uint64_t few = 8, heads = 160;
         return (before < few ? 0 : rooms * slots) + (before == few ? heads : 0);
     }
     // The bytes of a key, a text or a packed array.
@@ -93,7 +96,7 @@ public:
     }
 
 private:
-    static constexpr uint64_t array = 240, element = 256; // measured, with the allocator's share
+    static constexpr uint64_t array = 240, element = 256, slots = 32; // measured, with the allocator's share
 
     // A block of the allocator's, which puts something in front of it and rounds large ones to pages.
     static constexpr uint64_t Block(uint64_t bytes) {

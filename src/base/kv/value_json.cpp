@@ -77,10 +77,9 @@ struct Tq4_value_Json_decode_data {
         if (!container.table) return budget.Close(), nullptr;
         auto &room = container.table->m_room;
         const std::size_t rooms = room.NextBlock(container.expected);
-        cost = Tq4_decode_budget::EntryCost(rooms);
-        if (!container.array_flag) cost += Tq4_decode_budget::IndexCost(container.table->Count(), rooms);
-        if (!container.fresh)
-            cost = Tq4_kv_pair::Room::size; // a larger table grows ahead: not at the cost of this text
+        const bool indexed = !container.array_flag;
+        cost = container.fresh ? Tq4_decode_budget::EntryCost(rooms) : Tq4_decode_budget::EntryCostAmong(indexed);
+        if (container.fresh && indexed) cost += Tq4_decode_budget::IndexCost(container.table->Count(), rooms);
         if (!budget.Fits(cost)) return nullptr;
         room.Foresee(container.expected);
         return container.table;
