@@ -147,7 +147,8 @@ struct Node {
     long n = 0;
     Bytes bytes;
     bool array = false;
-    std::vector<std::pair<Bytes, Node>> members;
+    std::vector<Node> members;
+    Bytes key = {}; // of the member that it is
 };
 
 Bytes some_text(std::mt19937 &random, bool plain) {
@@ -160,14 +161,15 @@ Bytes some_text(std::mt19937 &random, bool plain) {
 // With tables in one another to the given depth, and others behind each.
 Node some_table(std::mt19937 &random, int depth, bool plain) {
     Node node{Node::table, 0, "", random() % 3 == 0, {}};
-    if (depth) node.members.emplace_back("in", some_table(random, depth - 1, plain));
+    if (depth) node.members.push_back(some_table(random, depth - 1, plain));
+    if (depth) node.members.back().key = "in";
     for (unsigned long i = random() % 5; i--;) {
         Node member{
             random() % 3 ? Node::text : Node::number, static_cast<int>(random()), some_text(random, plain), false, {}};
         if (depth && random() % 4 == 0) member = some_table(random, static_cast<int>(random() % 2), plain);
         const unsigned long at = random() % (node.members.size() + 1);
-        const Bytes key = std::to_string(node.members.size()) + some_text(random, true);
-        node.members.emplace(node.members.begin() + static_cast<long>(at), key, member);
+        member.key = std::to_string(node.members.size()) + some_text(random, true);
+        node.members.insert(node.members.begin() + static_cast<long>(at), member);
     }
     return node;
 }
@@ -178,8 +180,8 @@ void build(Tq4_value v, const Node &node) {
         return (*v)->SetString(v, node.bytes.data(), static_cast<int>(node.bytes.size())), void();
     (*v)->Init(v, Tq4_value_Table);
     int at = 0;
-    for (const auto &[key, member] : node.members)
-        build(node.array ? (*v)->InsertAt(v, at++) : (*v)->InsertS(v, key.c_str()), member);
+    for (const Node &member : node.members)
+        build(node.array ? (*v)->InsertAt(v, at++) : (*v)->InsertS(v, member.key.c_str()), member);
 }
 
 // The text that is printed, told level by level.
@@ -189,9 +191,9 @@ Bytes shown(const Node &node, std::size_t indent, bool compact) {
     const bool array = node.array && !node.members.empty();
     const Bytes tabs = compact ? "" : Bytes(indent, '\t'), line = compact ? "" : "\n" + tabs;
     Bytes text = line + (array ? "[" : "{"), comma;
-    for (const auto &[key, member] : node.members) {
+    for (const Node &member : node.members) {
         text += comma + (array && member.kind == Node::table ? tabs : line);
-        text += (array ? "" : '"' + key + "\":") + shown(member, indent + 1, compact);
+        text += (array ? "" : '"' + member.key + "\":") + shown(member, indent + 1, compact);
         comma = ",";
     }
     return text + line + (array ? "]" : "}");
