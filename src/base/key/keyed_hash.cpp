@@ -4,6 +4,8 @@
 // forked child never waits for a thread that it does not have. No word is 0, and the multipliers are odd.
 #include "base/key/keyed_hash.hpp"
 
+#include <initializer_list>
+
 #include "platform/multi_platform_system.hpp"
 
 constinit Tq4_hash_key Tq4_process_hash_key = {};
